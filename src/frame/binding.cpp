@@ -1,0 +1,75 @@
+#include "frame/binding.h"
+
+#include <cstdlib>
+
+namespace fragments {
+
+void refuse_array(const char* name)
+{
+  char message[96];
+  char* end = message;
+  const auto append = [&](const char* text) {
+    while (*text && end < message + sizeof message - 2) *end++ = *text++;
+  };
+  append("Invalid array shape or type for argument '");
+  append(name);
+  *end++ = '\'';
+  *end = '\0';
+  PyErr_SetString(PyExc_ValueError, message);
+}
+
+template <class T>
+PyObject* take_view(PyObject* object, int dimensions, const char* name)
+{
+  PyObject* view = PyMemoryView_FromObject(object);
+  if (!view) return nullptr;
+  const Py_buffer& buffer = *PyMemoryView_GET_BUFFER(view);
+  if (buffer.ndim == dimensions && Element<T>::accepts(buffer.format[0]) && buffer.itemsize == sizeof(T)) return view;
+  refuse_array(name);
+  Py_DECREF(view);
+  return nullptr;
+}
+
+template PyObject* take_view<i32>(PyObject*, int, const char*);
+template PyObject* take_view<i64>(PyObject*, int, const char*);
+template PyObject* take_view<f64>(PyObject*, int, const char*);
+
+bool Parameter<I32Table>::Bound::bind(PyObject* object, const char* name)
+{
+  table.bounds = Bounds::of(name, 0);
+  if (object == Py_None) return true;
+  view = PyMemoryView_FromObject(object);
+  if (!view) return false;
+  const Py_buffer& buffer = *PyMemoryView_GET_BUFFER(view);
+  if (buffer.ndim != 1 || buffer.format[0] != 'O' || buffer.format[1] != '\0') {
+    refuse_array(name);
+    return false;
+  }
+  const i64 count = buffer.len / static_cast<i64>(sizeof(PyObject*));
+  if (count < 1) return true;
+
+  entry_views = static_cast<PyObject**>(std::calloc(static_cast<std::size_t>(count), sizeof(PyObject*)));
+  table.entries = static_cast<I32*>(std::calloc(static_cast<std::size_t>(count), sizeof(I32)));
+  if (!entry_views || !table.entries) return false;
+  table.count = count;
+  table.bounds = Bounds::of(name, count);
+  for (i64 k = 0; k < count; ++k) {
+    PyObject* entry = *reinterpret_cast<PyObject**>(static_cast<char*>(buffer.buf) + k * buffer.strides[0]);
+    Parameter<I32>::Bound bound;
+    const bool ok = bound.bind(entry ? entry : Py_None, name);  // a null reference stands for None in object arrays
+    entry_views[k] = bound.view;
+    table.entries[k] = bound.array;
+    if (!ok) return false;
+  }
+  return true;
+}
+
+void Parameter<I32Table>::Bound::release()
+{
+  for (i64 k = 0; k < table.count; ++k) Py_XDECREF(entry_views[k]);
+  std::free(entry_views);
+  std::free(table.entries);
+  Py_XDECREF(view);
+}
+
+}  // namespace fragments

@@ -1,0 +1,169 @@
+// Binding of one argument: from the interpreter's object to what a kernel's body takes, and back to release.
+//
+// A kernel holds one memoryview for every array argument while it runs, and nothing else of the interpreter's.
+#pragma once
+
+#define PY_SSIZE_T_CLEAN
+#include <Python.h>
+
+#include <cstddef>
+
+#include "frame/arrays.h"
+
+namespace fragments {
+
+// The element types of arrays. The first character of the buffer's format decides together with the item size, since
+// `l` means 4 or 8 bytes by platform; a format with a byte-order mark is refused.
+template <class T>
+struct Element;
+template <>
+struct Element<i32> {
+  static bool accepts(char format) { return format == 'i' || format == 'l'; }
+  static constexpr int shift = 2;
+};
+template <>
+struct Element<i64> {
+  static bool accepts(char format) { return format == 'q' || format == 'l'; }
+  static constexpr int shift = 3;
+};
+template <>
+struct Element<f64> {
+  static bool accepts(char format) { return format == 'd'; }
+  static constexpr int shift = 3;
+};
+
+// Sets the ValueError "Invalid array shape or type for argument 'NAME'".
+[[gnu::cold]] void refuse_array(const char* name);
+
+// A new memoryview of `object` with `dimensions` axes and elements of type T. Null, with the exception set and nothing
+// held, if there is none.
+template <class T>
+PyObject* take_view(PyObject* object, int dimensions, const char* name);
+
+// A parameter of a body: its letter in the format string, what the parser stores, and how that becomes the argument.
+// `Bound` lives from binding to release. Scalars bind as themselves.
+template <class T, char format_letter, class Stored>
+struct ScalarParameter {
+  static constexpr char letter = format_letter;
+  using Parsed = Stored;
+  struct Bound {
+    T value;
+    bool bind(Stored parsed, const char*)
+    {
+      value = static_cast<T>(parsed);
+      return true;
+    }
+    void release() {}
+    bool has_unit_stride() const { return true; }
+    T as_given() const { return value; }
+    T as_unit() const { return value; }
+  };
+};
+
+template <class T>
+struct Parameter;
+template <>
+struct Parameter<i32> : ScalarParameter<i32, 'i', int> {
+};
+template <>
+struct Parameter<i64> : ScalarParameter<i64, 'L', long long> {
+};
+template <>
+struct Parameter<f64> : ScalarParameter<f64, 'd', double> {
+};
+template <>
+struct Parameter<bool> : ScalarParameter<bool, 'p', int> {
+};
+
+template <class T>
+struct Parameter<StridedArray<T>> {
+  static constexpr char letter = 'O';
+  using Parsed = PyObject*;
+  struct Bound {
+    PyObject* view = nullptr;  // stays null for None
+    StridedArray<T> array{};
+
+    bool bind(PyObject* object, const char* name)
+    {
+      if (object == Py_None) {
+        array.bounds = Bounds::of(name, 0);
+        return true;
+      }
+      view = take_view<T>(object, 1, name);
+      if (!view) return false;
+      const Py_buffer& buffer = *PyMemoryView_GET_BUFFER(view);
+      array.data = static_cast<T*>(buffer.buf);
+      array.stride = buffer.strides[0] >> Element<T>::shift;
+      array.count = buffer.len >> Element<T>::shift;
+      array.bounds = Bounds::of(name, array.count);
+      return true;
+    }
+    void release() { Py_XDECREF(view); }
+    bool has_unit_stride() const { return array.stride == 1 || !array.data; }
+    StridedArray<T> as_given() const { return array; }
+    StridedArray<T> as_unit() const
+    {
+      StridedArray<T> unit = array;
+      unit.stride = 1;
+      return unit;
+    }
+  };
+};
+
+template <class T>
+struct Parameter<StridedMatrix<T>> {
+  static constexpr char letter = 'O';
+  using Parsed = PyObject*;
+  struct Bound {
+    PyObject* view = nullptr;
+    StridedMatrix<T> matrix{};
+
+    bool bind(PyObject* object, const char* name)
+    {
+      if (object == Py_None) {
+        matrix.bounds = MatrixBounds::of(name, 0, 0);
+        return true;
+      }
+      view = take_view<T>(object, 2, name);
+      if (!view) return false;
+      const Py_buffer& buffer = *PyMemoryView_GET_BUFFER(view);
+      matrix.data = static_cast<T*>(buffer.buf);
+      matrix.rowstride = buffer.strides[0] >> Element<T>::shift;
+      matrix.colstride = buffer.strides[1] >> Element<T>::shift;
+      matrix.rows = buffer.shape[0];
+      matrix.cols = buffer.shape[1];
+      matrix.bounds = MatrixBounds::of(name, matrix.rows, matrix.cols);
+      return true;
+    }
+    void release() { Py_XDECREF(view); }
+    bool has_unit_stride() const { return matrix.colstride == 1 || !matrix.data; }
+    StridedMatrix<T> as_given() const { return matrix; }
+    StridedMatrix<T> as_unit() const
+    {
+      StridedMatrix<T> unit = matrix;
+      unit.colstride = 1;
+      return unit;
+    }
+  };
+};
+
+// A one-dimensional buffer of object references, each None or a one-dimensional i32 array. All its arrays are bound
+// before the body runs; an entry that can't be bound fails under the table's own name.
+template <>
+struct Parameter<I32Table> {
+  static constexpr char letter = 'O';
+  using Parsed = PyObject*;
+  struct Bound {
+    PyObject* view = nullptr;
+    PyObject** entry_views = nullptr;
+    I32Table table{};
+
+    bool bind(PyObject* object, const char* name);
+    void release();  // the entries' views first, in ascending order, then the table's own
+    bool has_unit_stride() const { return true; }
+    I32Table as_given() const { return table; }
+    I32Table as_unit() const { return table; }
+  };
+};
+
+}  // namespace fragments

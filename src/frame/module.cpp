@@ -1,0 +1,72 @@
+// The module `fragments`: a table of 652 functions and nothing else.
+
+#include <array>
+#include <string_view>
+#include <utility>
+
+#include "frame/frame.h"
+#include "frame/missing.h"
+
+namespace fragments {
+
+#ifdef FRAGMENTS_CHECKED
+void refuse_index(int number, const OutOfBounds& fault)
+{
+  const std::string message = "_c_closure_" + std::to_string(number) + ": " + fault.fault;
+  PyErr_SetString(PyExc_IndexError, message.c_str());
+}
+#endif
+
+namespace {
+
+constexpr int kernel_count = 652;
+constexpr char no_text[] = "";
+
+template <int number>
+struct ClosureName {
+  static constexpr std::array<char, 16> text = [] {
+    std::array<char, 16> name{};
+    char* end = name.data();
+    for (const char c : std::string_view("_c_closure_")) *end++ = c;
+    int power = 1;
+    while (number / power >= 10) power *= 10;
+    for (; power > 0; power /= 10) *end++ = static_cast<char>('0' + number / power % 10);
+    return name;
+  }();
+};
+
+template <int number>
+constexpr PyMethodDef method()
+{
+  if constexpr (is_missing(number))
+    return {};
+  else
+    return {ClosureName<number>::text.data(), &closure<number>, METH_VARARGS, no_text};
+}
+
+// Descending, closed by an all-zero entry.
+template <int... k>
+constexpr auto method_table(std::integer_sequence<int, k...>)
+{
+  std::array<PyMethodDef, kernel_count + 1> table{};
+  std::size_t end = 0;
+  for (const PyMethodDef& entry : {method<kernel_count - 1 - k>()...}) {
+    if (entry.ml_name) table[end++] = entry;
+  }
+  return table;
+}
+
+constinit auto methods = method_table(std::make_integer_sequence<int, kernel_count>{});
+
+constinit PyModuleDef module_definition = {
+    PyModuleDef_HEAD_INIT, "fragments", no_text, -1, methods.data(), nullptr, nullptr, nullptr, nullptr,
+};
+
+}  // namespace
+}  // namespace fragments
+
+PyMODINIT_FUNC PyInit_fragments()
+{
+  constexpr int api_version = 1013;
+  return PyModule_Create2(&fragments::module_definition, api_version);
+}

@@ -1,0 +1,316 @@
+// The product of a constant matrix M (mdimi, mdimj) and an expression E (d0, d1), d1 equal to mdimj:
+//
+//     R(i, t) = sum over j of M(i, j) * E(t, j),   R has the shape (mdimi, d0)
+//
+// so the matrix is applied to each row of E. Every term of E is copied once for each matrix entry that meets it, scaled
+// by that entry; terms with the same variable are not merged and zeros stay. Elements come in ascending i, then t,
+// which keeps `rsp` ascending; inside an element the terms stand by ascending j, then in the operand's order.
+//
+//     M sparse, E one element   check 475, write 465
+//     M sparse, E dense         check 475, measure 467, write 472
+//     M sparse, E sparse        check 475, measure 467, write 473, its code 474
+//     M dense,  E dense         measure 467, write each row 468 (and `rnidxs` 336), all code 469
+//     M dense,  E sparse        measure 467, write each row 470 (and `rnidxs` 336), all code 471
+//
+// Cursors of the result come in and go back: `nzi` terms, `elmi` elements, `codei` atoms. A term of a result with code
+// costs its own atoms plus two, (2, factor) and (5); no code is made up for an operand without.
+
+#include "stack/constant_matrix.h"
+#include "stack/record.h"
+
+namespace fragments {
+namespace {
+
+// Walks the elements of a sparse E (d1 columns) in row runs, the maximal stretches with the same row t = sp / d1.
+// run(t, b, e) is called for the elements b .. e-1.
+template <class EachRun>
+void for_each_row_run(Run<i64> sp, i32 nelem, i32 d1, EachRun run)
+{
+  for (i32 b = 0; b < nelem;) {
+    const i64 t = sp[b] / d1;
+    const i64 row_end = (t + 1) * d1;
+    i32 e = b + 1;
+    while (e < nelem && sp[e] < row_end) ++e;
+    run(t, b, e);
+    b = e;
+  }
+}
+
+// The walk of the sparse product: every row group of M against every row run of E, the two merged by column. match(k,
+// e) is called for entry k and element e of one column; element(i, t) after each pair of group and run with a match,
+// also if all matched elements are empty. O(row groups * nelem + mnnz * row runs), no search and no memory.
+template <class Match, class Element>
+void merge_rows(I32 msubi, I32 msubj, i32 mnnz, Run<i64> sp, i32 nelem, i32 d1, Match match, Element element)
+{
+  for (i32 kb = 0; kb < mnnz;) {
+    const i32 ke = group_end(msubi, kb, mnnz);
+    for_each_row_run(sp, nelem, d1, [&](i64 t, i32 e, i32 run_end) {
+      const i64 row_start = t * d1;
+      bool met = false;
+      for (i32 k = kb; k < ke && e < run_end;) {
+        const i64 column = sp[e] - row_start;
+        if (column > msubj[k])
+          ++k;
+        else if (column < msubj[k])
+          ++e;
+        else {
+          match(k, e);
+          met = true;
+          ++k;
+          ++e;
+        }
+      }
+      if (met) element(msubi[kb], t);
+    });
+    kb = ke;
+  }
+}
+
+}  // namespace
+
+// Checks the entries of a sparse matrix: sets `badidx` for an entry outside (mdimi, mdimj), `badorder` for a pair of
+// neighbours that does not strictly ascend. Always runs both scans, and clears neither flag.
+KERNEL((454, 459, 466), (bool, bool), check_matrix, bool badidx, bool badorder, i32 mdimi, i32 mdimj, i32 mnnz,
+       I32 msubi, I32 msubj)
+{
+  for (i32 k = 0; k < mnnz; ++k) badidx |= is_outside(msubi, msubj, mdimi, mdimj, k);
+  for (i32 k = 0; k < mnnz - 1; ++k) badorder |= is_unordered(msubi, msubj, k);
+  return {badidx, badorder};
+}
+
+// The same check for a matrix that may be dense (`msubi` or `msubj` None: nothing to check). It stops at the first
+// fault, so that a matrix with both faults reports `badorder` false; this is intended.
+KERNEL((475), (bool, bool), check_matrix_to_first_fault, bool badidx, bool badorder, i32 mdimi, i32 mdimj, i32 mnnz,
+       I32 msubi, I32 msubj)
+{
+  if (!msubi.data || !msubj.data) return {badidx, badorder};
+  for (i32 k = 0; k < mnnz && !badidx; ++k) badidx = is_outside(msubi, msubj, mdimi, mdimj, k);
+  if (badidx) return {badidx, badorder};
+  for (i32 k = 0; k < mnnz - 1 && !badorder; ++k) badorder = is_unordered(msubi, msubj, k);
+  return {badidx, badorder};
+}
+
+// Measures the product: atoms, elements and terms of the result, exactly what the writers below write.
+//
+// M is dense if `msubi` or `msubj` is None. With a dense M the incoming `rncodeatom` and `rnnz` are overwritten, and so
+// is `rnelem` for a dense E; for a sparse E the incoming `rnelem` is multiplied with the rest. With a sparse M all
+// three are added to, and a dense E multiplies the incoming `rnelem` by d0 too; callers pass 0.
+KERNEL((467), (i32, i32, i32), measure_product, i32 codeptr, i32 d0, i32 d1, bool hassp, i32 mdimi, i32 mnnz, I32 msubi,
+       I32 msubj, i32 ncodeatom, i32 nelem, i32 nnz, i32 ptr, i32 rncodeatom, i32 rnelem, i32 rnnz, i32 sp, I32 wi32,
+       I64 wi64)
+{
+  const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
+  const Run<i64> pattern{wi64, sp};
+  const bool hascode = ncodeatom > 0;
+  const auto count_element = [&](i64 f) {
+    const i32 b = operand.ptr[f], e = operand.ptr[f + 1];
+    rnnz += e - b;
+    if (hascode) rncodeatom += 2 * (e - b) + operand.atoms(b, e);
+  };
+
+  if (!msubi.data || !msubj.data) {
+    rnnz = mdimi * nnz;
+    rncodeatom = hascode ? (ncodeatom + 2 * nnz) * mdimi : 0;
+    if (hassp) {
+      for_each_row_run(pattern, nelem, d1, [&](i64, i32, i32) { ++rnelem; });
+      rnelem *= mdimi;
+    } else {
+      rnelem = d0 * mdimi;
+    }
+  } else if (hassp) {
+    merge_rows(
+        msubi, msubj, mnnz, pattern, nelem, d1, [&](i32, i32 e) { count_element(e); }, [&](i32, i64) { ++rnelem; });
+  } else {
+    for (i32 kb = 0; kb < mnnz;) {
+      const i32 ke = group_end(msubi, kb, mnnz);
+      ++rnelem;
+      for (i64 t = 0; t < d0; ++t) {
+        for (i32 k = kb; k < ke; ++k) count_element(t * d1 + msubj[k]);
+      }
+      kb = ke;
+    }
+    rnelem *= d0;
+  }
+  return {rncodeatom, rnelem, rnnz};
+}
+
+// Sparse M times an operand of one element: entry k is element k of the result, all `nnz` terms of the operand times
+// mval[k], at flat position d1*msubi[k] + msubj[k]; here d1 is the number of columns of the result. Also sets
+// `rcodeptr[0]` in a result with code. O(mnnz * nnz).
+KERNEL((465), (i32, i32), write_matrix_times_element, i32 cconst, i32 code, i32 codei, i32 codeptr, i32 cof, i32 d1,
+       i32 mnnz, I32 msubi, I32 msubj, F64 mval, i32 ncodeatom, i32 nidxs, i32 nnz, i32 nzi, i32 rcconst, i32 rcode,
+       i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, F64 wf64, I32 wi32,
+       I64 wi64)
+{
+  const Operand operand{
+      .nidxs{wi64, nidxs}, .cof{wf64, cof}, .codeptr{wi32, codeptr}, .code{wi32, code}, .cconst{wf64, cconst}};
+  Writer result{.ptr{ri32, rptr},
+                .sp{ri64, rsp},
+                .nidxs{ri64, rnidxs},
+                .cof{rf64, rcof},
+                .codeptr{ri32, rcodeptr},
+                .code{ri32, rcode},
+                .cconst{rf64, rcconst},
+                .terms = nzi,
+                .atoms = codei};
+  const bool hascode = ncodeatom > 0;
+  if (hascode) result.codeptr[0] = 0;
+  for (i32 k = 0; k < mnnz; ++k) {
+    if (hascode) result.scaled_code(operand, 0, nnz, mval[k]);
+    result.scaled_terms(operand, 0, nnz, mval[k]);
+    result.close_element(static_cast<i64>(d1) * msubi[k] + msubj[k]);
+  }
+  return {result.atoms, result.terms};
+}
+
+// Dense M, dense E, row i of M: `rcof` and `rptr`. Every term of E occurs once in a row's run, zero entries of M
+// included, so `rnidxs` is the operand's `nidxs` once for every row. `ei` is the element cursor of E, 0 at each row.
+KERNEL((468), (i32, i32, i32), write_dense_product_row, i32 cof, i32 d0, i32 ei, i32 elmi, i32 i, i32 d1, F64 mval,
+       i32 nzi, i32 ptr, i32 rcof, F64 rf64, I32 ri32, i32 rptr, F64 wf64, I32 wi32)
+{
+  const Operand operand{.ptr{wi32, ptr}, .cof{wf64, cof}};
+  Writer result{.ptr{ri32, rptr}, .cof{rf64, rcof}, .elements = elmi, .terms = nzi};
+  const Run<f64> row{mval, static_cast<i64>(i) * d1};
+  for (i32 t = 0; t < d0; ++t) {
+    for (i32 s = 0; s < d1; ++s, ++ei) {
+      result.scaled_coefficients(operand, operand.ptr[ei], operand.ptr[ei + 1], row[s]);
+    }
+    result.close_element();
+  }
+  return {ei, result.elements, result.terms};
+}
+
+// Dense M, dense E: the code of all rows, if `rncodeatom` is above 0. Terms and atoms count from 0; `rcodeptr[0]` is
+// the caller's.
+KERNEL((469), (), write_dense_product_code, i32 cconst, i32 code, i32 codeptr, i32 d0, i32 mdimi, i32 d1, F64 mval,
+       i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, F64 rf64, I32 ri32, i32 rncodeatom, F64 wf64, I32 wi32)
+{
+  if (rncodeatom <= 0) return;
+  const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}, .code{wi32, code}, .cconst{wf64, cconst}};
+  Writer result{.codeptr{ri32, rcodeptr}, .code{ri32, rcode}, .cconst{rf64, rcconst}};
+  for (i64 i = 0; i < mdimi; ++i) {
+    const Run<f64> row{mval, i * d1};
+    i64 f = 0;
+    for (i32 t = 0; t < d0; ++t) {
+      for (i32 s = 0; s < d1; ++s, ++f) {
+        result.scaled_code_only(operand, operand.ptr[f], operand.ptr[f + 1], row[s]);
+      }
+    }
+  }
+}
+
+// Dense M, sparse E, row i of M: `rcof`, `rptr` and, if `rhassp`, `rsp`; one element for each row of E with a stored
+// element. `rnidxs` is the operand's `nidxs` once for every row.
+KERNEL((470), (i32, i32), write_dense_sparse_product_row, i32 cof, i32 d0, i32 d1, i32 elmi, i32 i, i32 mdimj, F64 mval,
+       i32 nelem, i32 nzi, i32 ptr, i32 rcof, F64 rf64, bool rhassp, I32 ri32, I64 ri64, i32 rptr, i32 rsp, i32 sp,
+       F64 wf64, I32 wi32, I64 wi64)
+{
+  const Operand operand{.ptr{wi32, ptr}, .cof{wf64, cof}};
+  const Run<i64> pattern{wi64, sp};
+  Writer result{.ptr{ri32, rptr}, .sp{ri64, rsp}, .cof{rf64, rcof}, .elements = elmi, .terms = nzi};
+  const Run<f64> row{mval, static_cast<i64>(mdimj) * i};
+  for_each_row_run(pattern, nelem, d1, [&](i64 t, i32 b, i32 e) {
+    for (i32 f = b; f < e; ++f) {
+      result.scaled_coefficients(operand, operand.ptr[f], operand.ptr[f + 1], row[pattern[f] - t * d1]);
+    }
+    if (rhassp) result.sp[result.elements] = t + static_cast<i64>(d0) * i;
+    result.close_element();
+  });
+  return {result.elements, result.terms};
+}
+
+// Dense M, sparse E: the code of all rows, if `rncodeatom` is above 0. Terms and atoms count from 0; `rcodeptr[0]` is
+// the caller's.
+KERNEL((471), (), write_dense_sparse_product_code, i32 cconst, i32 code, i32 codeptr, i32 mdimj, i32 d1, i32 mdimi,
+       F64 mval, i32 nelem, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, F64 rf64, I32 ri32, i32 rncodeatom, i32 sp,
+       F64 wf64, I32 wi32, I64 wi64)
+{
+  if (rncodeatom <= 0) return;
+  const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}, .code{wi32, code}, .cconst{wf64, cconst}};
+  const Run<i64> pattern{wi64, sp};
+  Writer result{.codeptr{ri32, rcodeptr}, .code{ri32, rcode}, .cconst{rf64, rcconst}};
+  for (i64 i = 0; i < mdimi; ++i) {
+    const Run<f64> row{mval, mdimj * i};
+    for_each_row_run(pattern, nelem, d1, [&](i64 t, i32 b, i32 e) {
+      for (i32 f = b; f < e; ++f) {
+        result.scaled_code_only(operand, operand.ptr[f], operand.ptr[f + 1], row[pattern[f] - t * d1]);
+      }
+    });
+  }
+}
+
+// Sparse M, dense E: all of the product, with code if `rncodeatom` is above 0. Every pair of a row group and a row t of
+// E makes an element, also without terms; rows of M without entries make none. O(mnnz * d0 + terms).
+KERNEL((472), (i32, i32, i32), write_sparse_product, i32 cconst, i32 code, i32 codei, i32 codeptr, i32 cof, i32 d0,
+       i32 d1, i32 elmi, i32 mnnz, I32 msubi, I32 msubj, F64 mval, i32 nidxs, i32 nzi, i32 ptr, i32 rcconst, i32 rcode,
+       i32 rcodeptr, i32 rcof, F64 rf64, bool rhassp, I32 ri32, I64 ri64, i32 rncodeatom, i32 rnidxs, i32 rptr, i32 rsp,
+       F64 wf64, I32 wi32, I64 wi64)
+{
+  const Operand operand{.ptr{wi32, ptr},
+                        .nidxs{wi64, nidxs},
+                        .cof{wf64, cof},
+                        .codeptr{wi32, codeptr},
+                        .code{wi32, code},
+                        .cconst{wf64, cconst}};
+  Writer result{.ptr{ri32, rptr},
+                .sp{ri64, rsp},
+                .nidxs{ri64, rnidxs},
+                .cof{rf64, rcof},
+                .codeptr{ri32, rcodeptr},
+                .code{ri32, rcode},
+                .cconst{rf64, rcconst},
+                .elements = elmi,
+                .terms = nzi,
+                .atoms = codei};
+  for (i32 kb = 0; kb < mnnz;) {
+    const i32 ke = group_end(msubi, kb, mnnz);
+    for (i64 t = 0; t < d0; ++t) {
+      for (i32 k = kb; k < ke; ++k) {
+        const i64 f = t * d1 + msubj[k];
+        const i32 b = operand.ptr[f], e = operand.ptr[f + 1];
+        if (rncodeatom > 0) result.scaled_code(operand, b, e, mval[k]);
+        result.scaled_terms(operand, b, e, mval[k]);
+      }
+      if (rhassp) result.sp[result.elements] = static_cast<i64>(d0) * msubi[kb] + t;
+      result.close_element();
+    }
+    kb = ke;
+  }
+  return {result.atoms, result.elements, result.terms};
+}
+
+// Sparse M, sparse E: terms, `rptr` and, if `rhassp`, `rsp`. A pair of a row group and a row run makes an element if it
+// has a match, even of elements without terms.
+KERNEL((473), (i32, i32), write_sparse_sparse_product, i32 cof, i32 d0, i32 d1, i32 elmi, i32 mnnz, I32 msubi,
+       I32 msubj, F64 mval, i32 nelem, i32 nidxs, i32 nzi, i32 ptr, i32 rcof, F64 rf64, bool rhassp, I32 ri32, I64 ri64,
+       i32 rnidxs, i32 rptr, i32 rsp, i32 sp, F64 wf64, I32 wi32, I64 wi64)
+{
+  const Operand operand{.ptr{wi32, ptr}, .nidxs{wi64, nidxs}, .cof{wf64, cof}};
+  Writer result{
+      .ptr{ri32, rptr}, .sp{ri64, rsp}, .nidxs{ri64, rnidxs}, .cof{rf64, rcof}, .elements = elmi, .terms = nzi};
+  merge_rows(
+      msubi, msubj, mnnz, Run<i64>{wi64, sp}, nelem, d1,
+      [&](i32 k, i32 e) { result.scaled_terms(operand, operand.ptr[e], operand.ptr[e + 1], mval[k]); },
+      [&](i32 i, i64 t) {
+        if (rhassp) result.sp[result.elements] = t + static_cast<i64>(d0) * i;
+        result.close_element();
+      });
+  return {result.elements, result.terms};
+}
+
+// Sparse M, sparse E: the code of the terms that 473 wrote, by the same walk over the same arguments; `nzi` and `codei`
+// are 0 at the first call.
+KERNEL((474), (i32, i32), write_sparse_sparse_product_code, i32 cconst, i32 code, i32 codei, i32 codeptr, i32 d1,
+       i32 mnnz, I32 msubi, I32 msubj, F64 mval, i32 nelem, i32 nzi, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr,
+       F64 rf64, I32 ri32, i32 sp, F64 wf64, I32 wi32, I64 wi64)
+{
+  const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}, .code{wi32, code}, .cconst{wf64, cconst}};
+  Writer result{.codeptr{ri32, rcodeptr}, .code{ri32, rcode}, .cconst{rf64, rcconst}, .terms = nzi, .atoms = codei};
+  merge_rows(
+      msubi, msubj, mnnz, Run<i64>{wi64, sp}, nelem, d1,
+      [&](i32 k, i32 e) { result.scaled_code_only(operand, operand.ptr[e], operand.ptr[e + 1], mval[k]); },
+      [](i32, i64) {});
+  return {result.atoms, result.terms};
+}
+
+}  // namespace fragments

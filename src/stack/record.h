@@ -1,0 +1,118 @@
+// Expression records on the stacks: what operators read (Operand) and what they write (Writer).
+//
+// A record is an N-dimensional array of sparse linear forms. Its fields are runs of slots, each at a position of its
+// own in the three arrays of a stack:
+//
+//     shape    i32[nd]           extents, outermost first
+//     sp       i64[nelem]        flat positions of the stored elements, strictly ascending; a dense record has none
+//     ptr      i32[nelem + 1]    element i has the terms ptr[i] .. ptr[i+1]-1; ptr[0] is 0
+//     nidxs    i64[nnz]          variable of each term; 0 is the constant term
+//     cof      f64[nnz]          coefficient of each term
+//     codeptr  i32[nnz + 1]      term e has the atoms codeptr[e] .. codeptr[e+1]-1; only in a record with code
+//     code     i32[ncodeatom]    opcode of each atom
+//     cconst   f64[ncodeatom]    operand of each atom
+//
+// The coefficient of a term is its `cof` plus the value of its code, if the record has code. The r stack takes results,
+// the w stack holds operands, the x stack is scratch.
+#pragma once
+
+#include "frame/frame.h"
+#include "stack/runs.h"
+
+namespace fragments {
+
+// Opcodes that operators append to a term's code.
+constexpr i32 push_parameter = 1;
+constexpr i32 push_constant = 2;
+constexpr i32 add = 3;
+constexpr i32 multiply = 5;
+
+// The fields of an operand that an operator reads.
+struct Operand {
+  Run<i32> ptr{};
+  Run<i64> nidxs{};
+  Run<f64> cof{};
+  Run<i32> codeptr{};
+  Run<i32> code{};
+  Run<f64> cconst{};
+
+  // Atoms of the terms b .. e-1.
+  i32 atoms(i32 b, i32 e) const { return codeptr[e] - codeptr[b]; }
+};
+
+// The fields of a result and how far they are written. Terms, atoms and elements are appended; slot 0 of `ptr` and
+// `codeptr` stays the caller's.
+struct Writer {
+  Run<i32> ptr{};
+  Run<i64> sp{};
+  Run<i64> nidxs{};
+  Run<f64> cof{};
+  Run<i32> codeptr{};
+  Run<i32> code{};
+  Run<f64> cconst{};
+  i32 elements = 0;
+  i32 terms = 0;
+  i32 atoms = 0;
+
+  // Appends the operand's terms b .. e-1 with their coefficients times `factor`, but not their code.
+  void scaled_terms(const Operand& from, i32 b, i32 e, f64 factor)
+  {
+    copy_terms(nidxs.from(terms), from.nidxs.from(b), cof.from(terms), from.cof.from(b), e - b,
+               [factor](f64 c) { return c * factor; });
+    terms += e - b;
+  }
+
+  // The same without the variables, which the caller copies as a whole.
+  void scaled_coefficients(const Operand& from, i32 b, i32 e, f64 factor)
+  {
+    copy_run(cof.from(terms), from.cof.from(b), e - b, [factor](f64 c) { return c * factor; });
+    terms += e - b;
+  }
+
+  // The code of the operand's terms b .. e-1 for the terms that are appended next, each followed by the atoms
+  // (2, factor) and (5): "times factor". The operand of (5) is never read and stays unwritten.
+  void scaled_code(const Operand& from, i32 b, i32 e, f64 factor)
+  {
+    for (i32 t = b; t < e; ++t) {
+      copy_atoms(from, from.codeptr[t], from.codeptr[t + 1]);
+      push_atom(push_constant, factor);
+      code[atoms++] = multiply;
+      codeptr[terms + (t - b) + 1] = atoms;
+    }
+  }
+
+  // The same in a pass over terms that are there already.
+  void scaled_code_only(const Operand& from, i32 b, i32 e, f64 factor)
+  {
+    scaled_code(from, b, e, factor);
+    terms += e - b;
+  }
+
+  void copy_atoms(const Operand& from, i32 b, i32 e)
+  {
+    copy_run(code.from(atoms), from.code.from(b), e - b);
+    copy_run(cconst.from(atoms), from.cconst.from(b), e - b);
+    atoms += e - b;
+  }
+
+  void push_atom(i32 opcode, f64 operand)
+  {
+    code[atoms] = opcode;
+    cconst[atoms] = operand;
+    ++atoms;
+  }
+
+  // Ends the element that is being written; with a flat position in a sparse result, without in a dense one.
+  void close_element()
+  {
+    ptr[elements + 1] = terms;
+    ++elements;
+  }
+  void close_element(i64 flat)
+  {
+    sp[elements] = flat;
+    close_element();
+  }
+};
+
+}  // namespace fragments
