@@ -34,11 +34,11 @@ template PyObject* take_view<i32>(PyObject*, int, const char*);
 template PyObject* take_view<i64>(PyObject*, int, const char*);
 template PyObject* take_view<f64>(PyObject*, int, const char*);
 
-bool Parameter<I32Table>::Bound::bind(PyObject* object, const char* name)
+bool Parameter<I32Table>::Bound::bind(const char* name)
 {
   table.bounds = Bounds::of(name, 0);
-  if (object == Py_None) return true;
-  view = PyMemoryView_FromObject(object);
+  if (parsed == Py_None) return true;
+  view = PyMemoryView_FromObject(parsed);
   if (!view) return false;
   const Py_buffer& buffer = *PyMemoryView_GET_BUFFER(view);
   if (buffer.ndim != 1 || buffer.format[0] != 'O' || buffer.format[1] != '\0') {
@@ -56,7 +56,8 @@ bool Parameter<I32Table>::Bound::bind(PyObject* object, const char* name)
   for (i64 k = 0; k < count; ++k) {
     PyObject* entry = *reinterpret_cast<PyObject**>(static_cast<char*>(buffer.buf) + k * buffer.strides[0]);
     Parameter<I32>::Bound bound;
-    const bool ok = bound.bind(entry ? entry : Py_None, name);  // a null reference stands for None in object arrays
+    bound.parsed = entry ? entry : Py_None;  // a null reference stands for None in object arrays
+    const bool ok = bound.bind(name);
     entry_views[k] = bound.view;
     table.entries[k] = bound.array;
     if (!ok) return false;

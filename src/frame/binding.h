@@ -40,23 +40,28 @@ struct Element<f64> {
 template <class T>
 PyObject* take_view(PyObject* object, int dimensions, const char* name);
 
-// A parameter of a body: its letter in the format string, what the parser stores, and how that becomes the argument.
-// `Bound` lives from binding to release. Scalars bind as themselves.
+// Where a buffer's elements begin. Null stands for None alone, so a buffer without elements gets another address.
+inline void* data_of(const Py_buffer& buffer)
+{
+  static f64 no_elements;
+  return buffer.buf ? buffer.buf : &no_elements;
+}
+
+// A parameter of a body: its letter in the format string, and how an argument for it is bound. A Bound begins with what
+// the parser stores into `parsed`; bind() turns that into what the body takes, release() gives it back. Scalars bind as
+// themselves.
 template <class T, char format_letter, class Stored>
 struct ScalarParameter {
   static constexpr char letter = format_letter;
-  using Parsed = Stored;
   struct Bound {
-    T value;
-    bool bind(Stored parsed, const char*)
-    {
-      value = static_cast<T>(parsed);
-      return true;
-    }
+    Stored parsed;
+
+    Bound() {}
+    bool bind(const char*) { return true; }
     void release() {}
     bool has_unit_stride() const { return true; }
-    T as_given() const { return value; }
-    T as_unit() const { return value; }
+    T as_given() const { return static_cast<T>(parsed); }
+    T as_unit() const { return as_given(); }
   };
 };
 
@@ -78,21 +83,23 @@ struct Parameter<bool> : ScalarParameter<bool, 'p', int> {
 template <class T>
 struct Parameter<StridedArray<T>> {
   static constexpr char letter = 'O';
-  using Parsed = PyObject*;
   struct Bound {
+    PyObject* parsed;
     PyObject* view = nullptr;  // stays null for None
-    StridedArray<T> array{};
+    StridedArray<T> array;
 
-    bool bind(PyObject* object, const char* name)
+    Bound() {}
+
+    bool bind(const char* name)
     {
-      if (object == Py_None) {
+      if (parsed == Py_None) {
         array.bounds = Bounds::of(name, 0);
         return true;
       }
-      view = take_view<T>(object, 1, name);
+      view = take_view<T>(parsed, 1, name);
       if (!view) return false;
       const Py_buffer& buffer = *PyMemoryView_GET_BUFFER(view);
-      array.data = static_cast<T*>(buffer.buf);
+      array.data = static_cast<T*>(data_of(buffer));
       array.stride = buffer.strides[0] >> Element<T>::shift;
       array.count = buffer.len >> Element<T>::shift;
       array.bounds = Bounds::of(name, array.count);
@@ -113,21 +120,23 @@ struct Parameter<StridedArray<T>> {
 template <class T>
 struct Parameter<StridedMatrix<T>> {
   static constexpr char letter = 'O';
-  using Parsed = PyObject*;
   struct Bound {
+    PyObject* parsed;
     PyObject* view = nullptr;
-    StridedMatrix<T> matrix{};
+    StridedMatrix<T> matrix;
 
-    bool bind(PyObject* object, const char* name)
+    Bound() {}
+
+    bool bind(const char* name)
     {
-      if (object == Py_None) {
+      if (parsed == Py_None) {
         matrix.bounds = MatrixBounds::of(name, 0, 0);
         return true;
       }
-      view = take_view<T>(object, 2, name);
+      view = take_view<T>(parsed, 2, name);
       if (!view) return false;
       const Py_buffer& buffer = *PyMemoryView_GET_BUFFER(view);
-      matrix.data = static_cast<T*>(buffer.buf);
+      matrix.data = static_cast<T*>(data_of(buffer));
       matrix.rowstride = buffer.strides[0] >> Element<T>::shift;
       matrix.colstride = buffer.strides[1] >> Element<T>::shift;
       matrix.rows = buffer.shape[0];
@@ -152,13 +161,13 @@ struct Parameter<StridedMatrix<T>> {
 template <>
 struct Parameter<I32Table> {
   static constexpr char letter = 'O';
-  using Parsed = PyObject*;
   struct Bound {
+    PyObject* parsed;
     PyObject* view = nullptr;
     PyObject** entry_views = nullptr;
-    I32Table table{};
+    I32Table table;
 
-    bool bind(PyObject* object, const char* name);
+    bool bind(const char* name);
     void release();  // the entries' views first, in ascending order, then the table's own
     bool has_unit_stride() const { return true; }
     I32Table as_given() const { return table; }

@@ -111,17 +111,14 @@ struct Frame<body> {
   }
 
  private:
-  using Bound = std::tuple<typename Parameter<P>::Bound...>;
-
   template <const auto& names, std::size_t... k>
   static PyObject* call([[maybe_unused]] int number, PyObject* arguments, std::index_sequence<k...>)
   {
-    std::tuple<typename Parameter<P>::Parsed...> parsed;
-    if (!PyArg_ParseTuple(arguments, format.data(), &std::get<k>(parsed)...)) return nullptr;
+    std::tuple<typename Parameter<P>::Bound...> bound;
+    if (!PyArg_ParseTuple(arguments, format.data(), &std::get<k>(bound).parsed...)) return nullptr;
 
-    Bound bound;
     const auto release = [&] { (std::get<sizeof...(P) - 1 - k>(bound).release(), ...); };
-    if (!(std::get<k>(bound).bind(std::get<k>(parsed), names[k].data()) && ...)) {
+    if (!(std::get<k>(bound).bind(names[k].data()) && ...)) {
       release();
       return nullptr;
     }
@@ -178,7 +175,7 @@ struct Frame<body> {
       return Frame<&name>::call<names>(number, arguments);                               \
     }                                                                                    \
   }                                                                                      \
-  FRAGMENTS_EXPAND(FRAGMENTS_CLOSURES_OF(name, FRAGMENTS_NUMBERS numbers))                  \
+  FRAGMENTS_EXPAND(FRAGMENTS_CLOSURES_OF(name, FRAGMENTS_NUMBERS numbers))               \
   static inline ResultOf<void results>::type name(__VA_ARGS__)
 
 }  // namespace fragments

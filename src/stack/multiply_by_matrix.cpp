@@ -156,8 +156,10 @@ KERNEL((465), (i32, i32), write_matrix_times_element, i32 cconst, i32 code, i32 
   const bool hascode = ncodeatom > 0;
   if (hascode) result.codeptr[0] = 0;
   for (i32 k = 0; k < mnnz; ++k) {
-    if (hascode) result.scaled_code(operand, 0, nnz, mval[k]);
-    result.scaled_terms(operand, 0, nnz, mval[k]);
+    if (hascode)
+      result.scaled_terms_with_code(operand, 0, nnz, mval[k]);
+    else
+      result.scaled_terms(operand, 0, nnz, mval[k]);
     result.close_element(static_cast<i64>(d1) * msubi[k] + msubj[k]);
   }
   return {result.atoms, result.terms};
@@ -193,7 +195,7 @@ KERNEL((469), (), write_dense_product_code, i32 cconst, i32 code, i32 codeptr, i
     i64 f = 0;
     for (i32 t = 0; t < d0; ++t) {
       for (i32 s = 0; s < d1; ++s, ++f) {
-        result.scaled_code_only(operand, operand.ptr[f], operand.ptr[f + 1], row[s]);
+        result.scaled_code(operand, operand.ptr[f], operand.ptr[f + 1], row[s]);
       }
     }
   }
@@ -233,7 +235,7 @@ KERNEL((471), (), write_dense_sparse_product_code, i32 cconst, i32 code, i32 cod
     const Run<f64> row{mval, mdimj * i};
     for_each_row_run(pattern, nelem, d1, [&](i64 t, i32 b, i32 e) {
       for (i32 f = b; f < e; ++f) {
-        result.scaled_code_only(operand, operand.ptr[f], operand.ptr[f + 1], row[pattern[f] - t * d1]);
+        result.scaled_code(operand, operand.ptr[f], operand.ptr[f + 1], row[pattern[f] - t * d1]);
       }
     });
   }
@@ -262,20 +264,24 @@ KERNEL((472), (i32, i32, i32), write_sparse_product, i32 cconst, i32 code, i32 c
                 .elements = elmi,
                 .terms = nzi,
                 .atoms = codei};
-  for (i32 kb = 0; kb < mnnz;) {
-    const i32 ke = group_end(msubi, kb, mnnz);
-    for (i64 t = 0; t < d0; ++t) {
-      for (i32 k = kb; k < ke; ++k) {
-        const i64 f = t * d1 + msubj[k];
-        const i32 b = operand.ptr[f], e = operand.ptr[f + 1];
-        if (rncodeatom > 0) result.scaled_code(operand, b, e, mval[k]);
-        result.scaled_terms(operand, b, e, mval[k]);
+  with_constant(rncodeatom > 0, [&](auto hascode) {
+    for (i32 kb = 0; kb < mnnz;) {
+      const i32 ke = group_end(msubi, kb, mnnz);
+      for (i64 t = 0; t < d0; ++t) {
+        for (i32 k = kb; k < ke; ++k) {
+          const i64 f = t * d1 + msubj[k];
+          const i32 b = operand.ptr[f], e = operand.ptr[f + 1];
+          if (hascode)
+            result.scaled_terms_with_code(operand, b, e, mval[k]);
+          else
+            result.scaled_terms(operand, b, e, mval[k]);
+        }
+        if (rhassp) result.sp[result.elements] = static_cast<i64>(d0) * msubi[kb] + t;
+        result.close_element();
       }
-      if (rhassp) result.sp[result.elements] = static_cast<i64>(d0) * msubi[kb] + t;
-      result.close_element();
+      kb = ke;
     }
-    kb = ke;
-  }
+  });
   return {result.atoms, result.elements, result.terms};
 }
 
@@ -308,8 +314,7 @@ KERNEL((474), (i32, i32), write_sparse_sparse_product_code, i32 cconst, i32 code
   Writer result{.codeptr{ri32, rcodeptr}, .code{ri32, rcode}, .cconst{rf64, rcconst}, .terms = nzi, .atoms = codei};
   merge_rows(
       msubi, msubj, mnnz, Run<i64>{wi64, sp}, nelem, d1,
-      [&](i32 k, i32 e) { result.scaled_code_only(operand, operand.ptr[e], operand.ptr[e + 1], mval[k]); },
-      [](i32, i64) {});
+      [&](i32 k, i32 e) { result.scaled_code(operand, operand.ptr[e], operand.ptr[e + 1], mval[k]); }, [](i32, i64) {});
   return {result.atoms, result.terms};
 }
 

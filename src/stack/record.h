@@ -27,6 +27,18 @@ constexpr i32 push_constant = 2;
 constexpr i32 add = 3;
 constexpr i32 multiply = 5;
 
+// Calls body(flag) with the flag as a constant of its type, so that a loop over terms without code keeps no trace of
+// it.
+template <class Body>
+void with_constant(bool flag, Body body)
+{
+  if (flag) {
+    body(std::true_type{});
+  } else {
+    body(std::false_type{});
+  }
+}
+
 // The fields of an operand that an operator reads.
 struct Operand {
   Run<i32> ptr{};
@@ -54,7 +66,7 @@ struct Writer {
   i32 terms = 0;
   i32 atoms = 0;
 
-  // Appends the operand's terms b .. e-1 with their coefficients times `factor`, but not their code.
+  // Appends the operand's terms b .. e-1 with their coefficients times `factor`, and without code.
   void scaled_terms(const Operand& from, i32 b, i32 e, f64 factor)
   {
     copy_terms(nidxs.from(terms), from.nidxs.from(b), cof.from(terms), from.cof.from(b), e - b,
@@ -69,30 +81,49 @@ struct Writer {
     terms += e - b;
   }
 
-  // The code of the operand's terms b .. e-1 for the terms that are appended next, each followed by the atoms
-  // (2, factor) and (5): "times factor". The operand of (5) is never read and stays unwritten.
-  void scaled_code(const Operand& from, i32 b, i32 e, f64 factor)
+  // The same with code: each term's atoms, followed by the atoms (2, factor) and (5), "times factor".
+  void scaled_terms_with_code(const Operand& from, i32 b, i32 e, f64 factor)
   {
-    for (i32 t = b; t < e; ++t) {
-      copy_atoms(from, from.codeptr[t], from.codeptr[t + 1]);
-      push_atom(push_constant, factor);
-      code[atoms++] = multiply;
-      codeptr[terms + (t - b) + 1] = atoms;
+    for (i64 t = b; t < e; ++t) {
+      stay_scalar(t);
+      nidxs[terms] = from.nidxs[t];
+      cof[terms] = from.cof[t] * factor;
+      scaled_atoms(from, t, factor);
+      close_term();
     }
   }
 
-  // The same in a pass over terms that are there already.
-  void scaled_code_only(const Operand& from, i32 b, i32 e, f64 factor)
+  // Only the code of that, for terms that are there already.
+  void scaled_code(const Operand& from, i32 b, i32 e, f64 factor)
   {
-    scaled_code(from, b, e, factor);
-    terms += e - b;
+    for (i64 t = b; t < e; ++t) {
+      stay_scalar(t);
+      scaled_atoms(from, t, factor);
+      close_term();
+    }
+  }
+
+  // The operand of (5) is never read and stays unwritten.
+  void scaled_atoms(const Operand& from, i64 t, f64 factor)
+  {
+    copy_atoms(from, from.codeptr[t], from.codeptr[t + 1]);
+    push_atom(push_constant, factor);
+    code[atoms++] = multiply;
+  }
+
+  // Ends the code of the term that is being written.
+  void close_term()
+  {
+    ++terms;
+    codeptr[terms] = atoms;
   }
 
   void copy_atoms(const Operand& from, i32 b, i32 e)
   {
-    copy_run(code.from(atoms), from.code.from(b), e - b);
-    copy_run(cconst.from(atoms), from.cconst.from(b), e - b);
-    atoms += e - b;
+    for (i64 a = b; a < e; ++a) {
+      stay_scalar(a);
+      push_atom(from.code[a], from.cconst[a]);
+    }
   }
 
   void push_atom(i32 opcode, f64 operand)

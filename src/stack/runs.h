@@ -1,27 +1,61 @@
-// Copies of runs. Most elements have 1 to 12 terms, so short runs go through loops that the compiler leaves as they
-// are, and only long ones through loops that it vectorises.
+// Copies of runs of terms and atoms.
+//
+// Most elements have 1 to 12 terms, where the prologue of a vectorised loop costs more than the copy itself. Short runs
+// therefore move in pairs by running pointers, and only longer ones go through loops that the compiler vectorises.
 #pragma once
 
 #include "frame/frame.h"
 
 namespace fragments {
 
+constexpr i64 long_run = 16;
+
+// Put into a loop over k that seldom runs more than a few times, it keeps the compiler from vectorising the loop.
+inline void stay_scalar(i64& k)
+{
+  asm("" : "+r"(k));
+}
+
 // to[k] = f(from[k]) for k below n. Source and target are different arrays.
 template <class T, class F>
-void copy_run(Run<T> to, Run<T> from, i32 n, F f)
+void copy_run(Run<T> to, Run<T> from, i64 n, F f)
 {
-  for (i64 k = 0; k < n; ++k) to[k] = f(from[k]);
+  to.bounds.check_run(n);
+  from.bounds.check_run(n);
+  T* target = to.data;
+  const T* source = from.data;
+  if (n >= long_run) [[unlikely]] {
+    for (i64 k = 0; k < n; ++k) target[k * to.stride] = f(source[k * from.stride]);
+    return;
+  }
+  if (n & 1) {
+    *target = f(*source);
+    target += to.stride;
+    source += from.stride;
+  }
+  for (i64 pairs = n >> 1; pairs > 0; --pairs) {
+    const T first = f(source[0]), second = f(source[from.stride]);
+    target[0] = first;
+    target[to.stride] = second;
+    target += 2 * to.stride;
+    source += 2 * from.stride;
+  }
 }
 template <class T>
-void copy_run(Run<T> to, Run<T> from, i32 n)
+void copy_run(Run<T> to, Run<T> from, i64 n)
 {
   copy_run(to, from, n, [](T value) { return value; });
 }
 
 // The run of variables as it is and the run of coefficients through f, for n terms.
 template <class F>
-void copy_terms(Run<i64> to_nidxs, Run<i64> nidxs, Run<f64> to_cof, Run<f64> cof, i32 n, F f)
+void copy_terms(Run<i64> to_nidxs, Run<i64> nidxs, Run<f64> to_cof, Run<f64> cof, i64 n, F f)
 {
+  if (n == 1) {
+    to_nidxs[0] = nidxs[0];
+    to_cof[0] = f(cof[0]);
+    return;
+  }
   copy_run(to_nidxs, nidxs, n);
   copy_run(to_cof, cof, n, f);
 }
