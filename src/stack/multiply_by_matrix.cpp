@@ -156,10 +156,7 @@ KERNEL((465), (i32, i32), write_matrix_times_element, i32 cconst, i32 code, i32 
   const bool hascode = ncodeatom > 0;
   if (hascode) result.codeptr[0] = 0;
   for (i32 k = 0; k < mnnz; ++k) {
-    if (hascode)
-      result.scaled_terms_with_code(operand, 0, nnz, mval[k]);
-    else
-      result.scaled_terms(operand, 0, nnz, mval[k]);
+    result.append_scaled(operand, 0, nnz, mval[k], hascode);
     result.close_element(static_cast<i64>(d1) * msubi[k] + msubj[k]);
   }
   return {result.atoms, result.terms};
@@ -175,7 +172,7 @@ KERNEL((468), (i32, i32, i32), write_dense_product_row, i32 cof, i32 d0, i32 ei,
   const Run<f64> row{mval, static_cast<i64>(i) * d1};
   for (i32 t = 0; t < d0; ++t) {
     for (i32 s = 0; s < d1; ++s, ++ei) {
-      result.scaled_coefficients(operand, operand.ptr[ei], operand.ptr[ei + 1], row[s]);
+      result.append_scaled_coefficients(operand, operand.ptr[ei], operand.ptr[ei + 1], row[s]);
     }
     result.close_element();
   }
@@ -195,7 +192,7 @@ KERNEL((469), (), write_dense_product_code, i32 cconst, i32 code, i32 codeptr, i
     i64 f = 0;
     for (i32 t = 0; t < d0; ++t) {
       for (i32 s = 0; s < d1; ++s, ++f) {
-        result.scaled_code(operand, operand.ptr[f], operand.ptr[f + 1], row[s]);
+        result.append_scaled_code(operand, operand.ptr[f], operand.ptr[f + 1], row[s]);
       }
     }
   }
@@ -213,7 +210,7 @@ KERNEL((470), (i32, i32), write_dense_sparse_product_row, i32 cof, i32 d0, i32 d
   const Run<f64> row{mval, static_cast<i64>(mdimj) * i};
   for_each_row_run(pattern, nelem, d1, [&](i64 t, i32 b, i32 e) {
     for (i32 f = b; f < e; ++f) {
-      result.scaled_coefficients(operand, operand.ptr[f], operand.ptr[f + 1], row[pattern[f] - t * d1]);
+      result.append_scaled_coefficients(operand, operand.ptr[f], operand.ptr[f + 1], row[pattern[f] - t * d1]);
     }
     if (rhassp) result.sp[result.elements] = t + static_cast<i64>(d0) * i;
     result.close_element();
@@ -235,7 +232,7 @@ KERNEL((471), (), write_dense_sparse_product_code, i32 cconst, i32 code, i32 cod
     const Run<f64> row{mval, mdimj * i};
     for_each_row_run(pattern, nelem, d1, [&](i64 t, i32 b, i32 e) {
       for (i32 f = b; f < e; ++f) {
-        result.scaled_code(operand, operand.ptr[f], operand.ptr[f + 1], row[pattern[f] - t * d1]);
+        result.append_scaled_code(operand, operand.ptr[f], operand.ptr[f + 1], row[pattern[f] - t * d1]);
       }
     });
   }
@@ -270,11 +267,7 @@ KERNEL((472), (i32, i32, i32), write_sparse_product, i32 cconst, i32 code, i32 c
       for (i64 t = 0; t < d0; ++t) {
         for (i32 k = kb; k < ke; ++k) {
           const i64 f = t * d1 + msubj[k];
-          const i32 b = operand.ptr[f], e = operand.ptr[f + 1];
-          if (hascode)
-            result.scaled_terms_with_code(operand, b, e, mval[k]);
-          else
-            result.scaled_terms(operand, b, e, mval[k]);
+          result.append_scaled(operand, operand.ptr[f], operand.ptr[f + 1], mval[k], hascode);
         }
         if (rhassp) result.sp[result.elements] = static_cast<i64>(d0) * msubi[kb] + t;
         result.close_element();
@@ -296,7 +289,7 @@ KERNEL((473), (i32, i32), write_sparse_sparse_product, i32 cof, i32 d0, i32 d1, 
       .ptr{ri32, rptr}, .sp{ri64, rsp}, .nidxs{ri64, rnidxs}, .cof{rf64, rcof}, .elements = elmi, .terms = nzi};
   merge_rows(
       msubi, msubj, mnnz, Run<i64>{wi64, sp}, nelem, d1,
-      [&](i32 k, i32 e) { result.scaled_terms(operand, operand.ptr[e], operand.ptr[e + 1], mval[k]); },
+      [&](i32 k, i32 e) { result.append_scaled(operand, operand.ptr[e], operand.ptr[e + 1], mval[k], false); },
       [&](i32 i, i64 t) {
         if (rhassp) result.sp[result.elements] = t + static_cast<i64>(d0) * i;
         result.close_element();
@@ -314,7 +307,8 @@ KERNEL((474), (i32, i32), write_sparse_sparse_product_code, i32 cconst, i32 code
   Writer result{.codeptr{ri32, rcodeptr}, .code{ri32, rcode}, .cconst{rf64, rcconst}, .terms = nzi, .atoms = codei};
   merge_rows(
       msubi, msubj, mnnz, Run<i64>{wi64, sp}, nelem, d1,
-      [&](i32 k, i32 e) { result.scaled_code(operand, operand.ptr[e], operand.ptr[e + 1], mval[k]); }, [](i32, i64) {});
+      [&](i32 k, i32 e) { result.append_scaled_code(operand, operand.ptr[e], operand.ptr[e + 1], mval[k]); },
+      [](i32, i64) {});
   return {result.atoms, result.terms};
 }
 

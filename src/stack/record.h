@@ -53,7 +53,7 @@ struct Operand {
 };
 
 // The fields of a result and how far they are written. Terms, atoms and elements are appended; slot 0 of `ptr` and
-// `codeptr` stays the caller's.
+// `codeptr` stays the caller's. `hascode` of the member functions may be a constant from with_constant().
 struct Writer {
   Run<i32> ptr{};
   Run<i64> sp{};
@@ -66,63 +66,59 @@ struct Writer {
   i32 terms = 0;
   i32 atoms = 0;
 
-  // Appends the operand's terms b .. e-1 with their coefficients times `factor`, and without code.
-  void scaled_terms(const Operand& from, i32 b, i32 e, f64 factor)
+  // Appends the operand's terms b .. e-1 as they are.
+  template <class Flag>
+  void append(const Operand& from, i32 b, i32 e, Flag hascode)
   {
+    if (hascode) copy_code(from, b, e);
     copy_terms(nidxs.from(terms), from.nidxs.from(b), cof.from(terms), from.cof.from(b), e - b,
-               [factor](f64 c) { return c * factor; });
+               [](f64 c) { return c; });
     terms += e - b;
   }
 
-  // The same without the variables, which the caller copies as a whole.
-  void scaled_coefficients(const Operand& from, i32 b, i32 e, f64 factor)
+  // Appends the operand's terms b .. e-1 times `factor`: the coefficient is multiplied, and so is the code, by the
+  // atoms (2, factor) and (5) behind the term's own.
+  template <class Flag>
+  void append_scaled(const Operand& from, i32 b, i32 e, f64 factor, Flag hascode)
+  {
+    if (hascode) {
+      for (i64 t = b; t < e; ++t) {
+        stay_scalar(t);
+        nidxs[terms] = from.nidxs[t];
+        cof[terms] = from.cof[t] * factor;
+        push_scaled_code(from, t, factor);
+      }
+    } else {
+      copy_terms(nidxs.from(terms), from.nidxs.from(b), cof.from(terms), from.cof.from(b), e - b,
+                 [factor](f64 c) { return c * factor; });
+      terms += e - b;
+    }
+  }
+
+  // Only the coefficients of that, where the variables are copied as a whole.
+  void append_scaled_coefficients(const Operand& from, i32 b, i32 e, f64 factor)
   {
     copy_run(cof.from(terms), from.cof.from(b), e - b, [factor](f64 c) { return c * factor; });
     terms += e - b;
   }
 
-  // The same with code: each term's atoms, followed by the atoms (2, factor) and (5), "times factor".
-  void scaled_terms_with_code(const Operand& from, i32 b, i32 e, f64 factor)
+  // Only the code of that, in a pass over terms that are there already.
+  void append_scaled_code(const Operand& from, i32 b, i32 e, f64 factor)
   {
     for (i64 t = b; t < e; ++t) {
       stay_scalar(t);
-      nidxs[terms] = from.nidxs[t];
-      cof[terms] = from.cof[t] * factor;
-      scaled_atoms(from, t, factor);
-      close_term();
+      push_scaled_code(from, t, factor);
     }
   }
 
-  // Only the code of that, for terms that are there already.
-  void scaled_code(const Operand& from, i32 b, i32 e, f64 factor)
+  // The code of the last n terms, which come from an operand without code: the one atom (2, 0.0) each, since their
+  // coefficient is all in `cof`.
+  void append_zero_code(i32 n)
   {
-    for (i64 t = b; t < e; ++t) {
+    for (i64 t = terms - n; t < terms; ++t) {
       stay_scalar(t);
-      scaled_atoms(from, t, factor);
-      close_term();
-    }
-  }
-
-  // The operand of (5) is never read and stays unwritten.
-  void scaled_atoms(const Operand& from, i64 t, f64 factor)
-  {
-    copy_atoms(from, from.codeptr[t], from.codeptr[t + 1]);
-    push_atom(push_constant, factor);
-    code[atoms++] = multiply;
-  }
-
-  // Ends the code of the term that is being written.
-  void close_term()
-  {
-    ++terms;
-    codeptr[terms] = atoms;
-  }
-
-  void copy_atoms(const Operand& from, i32 b, i32 e)
-  {
-    for (i64 a = b; a < e; ++a) {
-      stay_scalar(a);
-      push_atom(from.code[a], from.cconst[a]);
+      push_atom(push_constant, 0.0);
+      codeptr[t + 1] = atoms;
     }
   }
 
@@ -133,16 +129,61 @@ struct Writer {
     ++atoms;
   }
 
+  // An atom whose operand is never read: its `cconst` slot stays unwritten.
+  void push_operator(i32 opcode)
+  {
+    code[atoms] = opcode;
+    ++atoms;
+  }
+
+  // The atoms of one term of the operand.
+  void push_atoms_of(const Operand& from, i64 t)
+  {
+    const i64 e = from.codeptr[t + 1];
+    for (i64 a = from.codeptr[t]; a < e; ++a) {
+      stay_scalar(a);
+      push_atom(from.code[a], from.cconst[a]);
+    }
+  }
+
+  // Ends the code of the term that is being written, and the term.
+  void close_term()
+  {
+    ++terms;
+    codeptr[terms] = atoms;
+  }
+
   // Ends the element that is being written; with a flat position in a sparse result, without in a dense one.
   void close_element()
   {
-    ptr[elements + 1] = terms;
     ++elements;
+    ptr[elements] = terms;
   }
   void close_element(i64 flat)
   {
     sp[elements] = flat;
     close_element();
+  }
+
+ private:
+  void push_scaled_code(const Operand& from, i64 t, f64 factor)
+  {
+    push_atoms_of(from, t);
+    push_atom(push_constant, factor);
+    push_operator(multiply);
+    close_term();
+  }
+
+  // The code of the operand's terms b .. e-1 for the terms appended next. Atoms of neighbouring terms are neighbours,
+  // so they move as one run.
+  void copy_code(const Operand& from, i32 b, i32 e)
+  {
+    if (b >= e) return;
+    const i32 first = from.codeptr[b], count = from.codeptr[e] - first, shift = atoms - first;
+    copy_run(codeptr.from(terms + 1), from.codeptr.from(b + 1), e - b, [shift](i32 end) { return end + shift; });
+    copy_run(code.from(atoms), from.code.from(first), count);
+    copy_run(cconst.from(atoms), from.cconst.from(first), count);
+    atoms += count;
   }
 };
 
