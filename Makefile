@@ -11,7 +11,7 @@ PACKAGES = python3 python3-dev meson python3-mesonpy ninja-build python3-pip \
 	python3-pytest python3-pytest-xdist python3-hypothesis
 
 .DEFAULT_GOAL = help
-.PHONY: help packages build checked demo test table clean
+.PHONY: help packages build checked demo test table describe reference clean
 
 help:  ## list the targets
 	@sed -n 's/^\([a-z-]*\):.*## /\1\t/p' $(MAKEFILE_LIST) | expand -t 12
@@ -39,8 +39,15 @@ test: build checked  ## all tests on the normal and the checked build
 	PYTHONPATH=build/normal $(PYTEST) tests
 	PYTHONPATH=build/checked $(PYTEST) tests
 
-table: ## print the table of kernels
-	@$(PYTHON) tools/kernels.py
+table:  ## print the table of kernels: number, body, format, parameters, result
+	@$(PYTHON) tools/kernels.py table
+
+describe:  ## print what a kernel does: make describe N=472
+	@$(PYTHON) tools/kernels.py describe $(N)
+
+reference:  ## write the kernel reference, build/kernels.md
+	@mkdir -p build
+	$(PYTHON) tools/kernels.py reference > build/kernels.md
 
 clean:  ## remove all that is built
 	rm -rf build compile_commands.json

@@ -112,7 +112,7 @@ def _fixed_fields(line: str, section: str) -> Fields:
     if any(line[gap:gap + 1].strip() for gap in _FIXED_GAPS) or len(line) > 61:
         raise ValueError("text between the columns of the fixed format")
     fields = [line[start:end].strip() for start, end in _FIXED_FIELDS]
-    while fields and not fields[-1]:
+    while len(fields) > 2 and not fields[-1]:
         fields.pop()
     return fields
 
@@ -187,7 +187,7 @@ class _Reader:
         {"ROWS": self.row, "COLUMNS": self.column, "BOUNDS": self.bound}.get(self.section, self.right_side)(fields)
 
     def row(self, fields: Fields) -> None:
-        if len(fields) != 2:
+        if len(fields) != 2 or not fields[1]:
             raise ValueError("a row needs a type and a name")
         kind, name = fields[0].upper(), fields[1]
         if kind not in ("N", "L", "G", "E"):
@@ -308,11 +308,11 @@ class _Reader:
 
     def row_bounds(self, name: str) -> Tuple[float, float]:
         kind, rhs, width = self.rows[name], self.rhs.get(name, 0.0), self.ranges.get(name)
-        if kind == "N":
+        if kind == "N" or math.isinf(rhs):
             return -math.inf, math.inf
         if kind == "E":  # the sign of a range tells on which side of the right-hand side it lies
             return rhs + min(width or 0.0, 0.0), rhs + max(width or 0.0, 0.0)
-        width = math.inf if width is None or math.isinf(rhs) else abs(width)
+        width = math.inf if width is None else abs(width)
         return (rhs - width, rhs) if kind == "L" else (rhs, rhs + width)
 
     def column_bounds(self, name: str) -> Tuple[float, float]:

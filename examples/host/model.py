@@ -1,0 +1,208 @@
+"""A linear model: variables with numbers and bounds, constraints from expression records, and their assembly for a solver.
+
+    model = Model()
+    x = model.variable((3,), Domain(0.0, np.inf))
+    model.push(x)                                  # the record of x, on the w stack
+    multiply(model.stacks, matrix)                 # matrix @ x
+    rows = model.constraint(Domain(-np.inf, b))    # takes the record off the stack
+    model.push(x), sum_blocks(model.stacks)
+    model.objective("max")
+    problem = model.problem()
+
+Variables are numbered from 1 on, because 0 stands for the constant in a record; rows are numbered from 0 on. There are no cones
+and no semidefinite variables in this layer, and coefficients with code are refused: code has to be run before rows are made.
+"""
+
+from __future__ import annotations
+
+import math
+from dataclasses import dataclass
+from typing import List, Optional, Sequence, Tuple, Union
+
+import numpy as np
+from scipy.sparse import csr_matrix
+
+from . import kernels
+from .operators import SparseMatrix, add, constant, multiply, multiply_variable, variable
+from .stacks import Stacks
+
+Values = Union[float, np.ndarray]
+
+
+@dataclass(frozen=True)
+class Domain:
+    """Bounds for the n elements of an array: lower <= element <= upper, with -inf and inf for none.
+
+    lower, upper: one float for all elements; or n floats, row-major; or, with `coordinates` (int32, shape (k, nd)), one float for
+    each of the k elements named there, all others being free.
+    """
+
+    lower: Values
+    upper: Values
+    coordinates: Optional[np.ndarray] = None
+
+    def bounds(self, shape: Sequence[int]) -> Tuple[np.ndarray, np.ndarray]:
+        """Lower and upper bounds of all elements of an array of this shape, row-major."""
+        n = math.prod(shape)
+        scalar = self.coordinates is None and np.ndim(self.lower) == np.ndim(self.upper) == 0
+        count = 1 if scalar else n if self.coordinates is None else len(self.coordinates)
+        lower = np.array(np.broadcast_to(np.asarray(self.lower, dtype=np.float64), (count,)))
+        upper = np.array(np.broadcast_to(np.asarray(self.upper, dtype=np.float64), (count,)))
+        if self.coordinates is not None and (
+                self.coordinates.shape[1] != len(shape)
+                or kernels.check_coordinates(self.coordinates, count, np.array(shape, dtype=np.int32), False)):
+            raise ValueError(f"a bound lies outside an array of shape {tuple(shape)}")
+        lo, hi = np.full(n, -np.inf), np.full(n, np.inf)
+        kernels.write_bounds(lo, hi, self.coordinates is None, lower, scalar, self.coordinates, upper,
+                             len(shape), n, np.array(shape, dtype=np.int32), 0)
+        return lo, hi
+
+
+@dataclass(frozen=True)
+class Variable:
+    """An array of variables: its shape and the number of each element, row-major (int64, from 1 on)."""
+
+    shape: Tuple[int, ...]
+    nidxs: np.ndarray
+
+
+@dataclass(frozen=True)
+class Constraint:
+    """An array of constraints: its shape and the row number of each element, row-major (int32, from 0 on)."""
+
+    shape: Tuple[int, ...]
+    rows: np.ndarray
+
+
+@dataclass(frozen=True)
+class Problem:
+    """Optimise c'x + constant over lo <= A x <= hi, lower <= x <= upper; column j is the variable with the number j + 1."""
+
+    sense: str  # "min" or "max"
+    A: csr_matrix  # m x n
+    lo: np.ndarray  # m
+    hi: np.ndarray  # m
+    c: np.ndarray  # n
+    constant: float
+    lower: np.ndarray  # n
+    upper: np.ndarray  # n
+    integer: np.ndarray  # n, bool
+
+
+class Model:
+    """Collects variables, constraints and an objective; `stacks` is where their expressions are evaluated."""
+
+    def __init__(self) -> None:
+        self.stacks = Stacks()
+        self.sense = "min"
+        self.constant = 0.0
+        self._objective = (np.zeros(0, dtype=np.int32), np.zeros(0))  # variable numbers and coefficients
+        self._columns: List[Tuple[np.ndarray, np.ndarray, np.ndarray]] = []  # lower, upper, integer
+        self._bounds: List[Tuple[np.ndarray, np.ndarray]] = []  # lo, hi of rows
+        self._triplets: List[Tuple[np.ndarray, np.ndarray, np.ndarray]] = []  # row, variable number, coefficient
+        self._ncols = self._nrows = 0
+
+    def variable(self, shape: Sequence[int], domain: Domain, integer: Union[bool, np.ndarray] = False) -> Variable:
+        """Adds an array of variables; `integer` marks all of them or, as an array, some."""
+        lower, upper = domain.bounds(shape)
+        self._columns.append((lower, upper, np.broadcast_to(np.asarray(integer, dtype=bool), lower.shape)))
+        nidxs = np.arange(self._ncols + 1, self._ncols + 1 + len(lower), dtype=np.int64)
+        self._ncols += len(lower)
+        return Variable(tuple(shape), nidxs)
+
+    def push(self, x: Variable) -> None:
+        """Pushes the record of `x` on the w stack."""
+        variable(self.stacks, x.shape, x.nidxs)
+
+    def constraint(self, domain: Domain) -> Constraint:
+        """Takes the last record off the w stack and keeps its elements within the bounds of `domain`, one row for each."""
+        shape = self.stacks.w.extents(self.stacks.operands(1)[0])
+        lo, hi = domain.bounds(shape)
+        flat, ptr, nidxs, cof, fixed = self._linear_rows()
+        rows = (self._nrows + flat).astype(np.int32)
+        self._triplets.append((np.repeat(rows, np.diff(ptr)), nidxs, cof))
+        lo[flat] -= fixed  # the constant of an element goes to the other side
+        hi[flat] -= fixed
+        self._bounds.append((lo, hi))
+        first, self._nrows = self._nrows, self._nrows + len(lo)
+        return Constraint(shape, np.arange(first, self._nrows, dtype=np.int32))
+
+    def objective(self, sense: str) -> None:
+        """Takes the last record, of one element, off the w stack as the objective; sense is "min" or "max"."""
+        shape = self.stacks.w.extents(self.stacks.operands(1)[0])
+        if math.prod(shape) != 1 or sense not in ("min", "max"):
+            raise ValueError(f"an objective has one element and the sense min or max, not shape {shape} and {sense}")
+        _, _, nidxs, cof, fixed = self._linear_rows()
+        self.sense, self.constant, self._objective = sense, float(fixed.sum()), (nidxs, cof)
+
+    def _linear_rows(self) -> Tuple[np.ndarray, np.ndarray, np.ndarray, np.ndarray, np.ndarray]:
+        """Takes the last record off the w stack: flat numbers of its elements, ptr, variable numbers, coefficients, constants."""
+        s = self.stacks
+        w, e = s.w, s.operands(1)[0]
+        if e.ncodeatom:
+            raise ValueError("a row has coefficients with code, which must be run before the row is made")
+        _, most, _ = kernels.measure_rows(0, None, 0, e.nelem, e.nidxs, e.ptr, w.i32, w.i64, 0)
+        ptr, nidxs = np.zeros(e.nelem + 1, dtype=np.int32), np.zeros(most, dtype=np.int32)
+        cof, fixed = np.zeros(most), np.zeros(e.nelem)
+        kernels.write_rows(fixed, cof, e.cof, e.nelem, e.nidxs, e.ptr, ptr, w.f64, w.i32, w.i64, nidxs)
+        flat, *_ = s.terms(e)
+        s.pop()
+        return flat, ptr, nidxs[:ptr[-1]], cof[:ptr[-1]], fixed
+
+    def problem(self) -> Problem:
+        """The model as one matrix with bounds. Terms of one row on the same variable are added up here."""
+        subi, subj, val = _joined(self._triplets, (np.int32, np.int32, np.float64))
+        lo, hi = _joined(self._bounds, (np.float64, np.float64))
+        lower, upper, integer = _joined(self._columns, (np.float64, np.float64, bool))
+        nidxs, cof = self._objective
+        return Problem(self.sense, assemble(subi, subj - np.int32(1), val, self._nrows, self._ncols), lo, hi,
+                       np.bincount(nidxs - 1, weights=cof, minlength=self._ncols), self.constant, lower, upper, integer)
+
+
+def _joined(parts: List[Tuple[np.ndarray, ...]], types: Sequence) -> List[np.ndarray]:
+    return [np.concatenate([np.zeros(0, dtype=kind), *(part[k] for part in parts)]) for k, kind in enumerate(types)]
+
+
+def assemble(subi: np.ndarray, subj: np.ndarray, val: np.ndarray, nrows: int, ncols: int) -> csr_matrix:
+    """The nrows x ncols matrix of triplets in any order (int32, int32, float64), with repeated entries added up.
+
+    Two stable counting sorts, by column and then by row, bring equal entries side by side. The bucket arrays count two places
+    up, so that after adding up place k + 1 holds the start of bucket k and, moved along while placing, ends as its end.
+    """
+    nnz = len(val)
+    by_row, by_column = np.zeros(nrows + 2, dtype=np.int64), np.zeros(ncols + 2, dtype=np.int64)
+    kernels.count_triplets(by_column, nnz, by_row, subi, subj)
+    kernels.sum_row_counts(nrows, by_row)
+    kernels.sum_column_counts(by_column, ncols)
+    columns, order = np.zeros(nnz, dtype=np.int32), np.zeros(nnz, dtype=np.int32)
+    kernels.place_by_column(columns, by_column, nnz, subj)
+    kernels.place_by_row(columns, by_column, ncols, order, by_row, subi)
+
+    merged = kernels.count_merged_triplets(nnz, min(nnz, 1), order, subi, subj)
+    tsubi, tsubj, tval = np.zeros(merged, dtype=np.int32), np.zeros(merged, dtype=np.int32), np.zeros(merged)
+    if nnz:
+        tsubi[0], tsubj[0], tval[0] = subi[order[0]], subj[order[0]], val[order[0]]
+        kernels.merge_triplets(1, nnz, order, subi, subj, tsubi, tsubj, tval, val)
+    row_ptr = np.zeros(nrows + 2, dtype=np.int64)
+    kernels.count_triplet_rows(merged, row_ptr, tsubi)
+    kernels.sum_row_counts(nrows + 1, row_ptr)
+    return csr_matrix((tval, tsubj, row_ptr[1:].astype(np.int32)), shape=(nrows, ncols))
+
+
+def build(lp) -> Tuple[Model, Variable, Constraint]:
+    """The model of a linear program read from a file (`mps.LinearProgram`): its columns as one array, its rows as another."""
+    m, n = len(lp.lo), len(lp.c)
+    model = Model()
+    s = model.stacks
+    x = model.variable((n,), Domain(lp.lower, lp.upper), lp.integer)
+
+    model.push(x)
+    multiply(s, SparseMatrix(m, n, lp.subi, lp.subj, lp.val))
+    rows = model.constraint(Domain(lp.lo, lp.hi))
+
+    used = np.flatnonzero(lp.c).astype(np.int32)
+    multiply_variable(s, SparseMatrix(1, n, np.zeros_like(used), used, lp.c[used]), x.shape, x.nidxs)
+    constant(s, (1,), np.array([lp.constant]))
+    add(s)
+    model.objective(lp.sense)
+    return model, x, rows

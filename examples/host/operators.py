@@ -1,0 +1,355 @@
+"""Operators on expression records: each takes its operands off the w stack and leaves its result there.
+
+All of them work alike. They check their arguments, measure the result with a kernel, reserve exactly that room on r, let the
+writing kernels fill it, and move the finished record to w. Terms are never merged: a variable that is met twice gives two terms.
+
+Coefficient code passes through every operator, but none here makes it: there are no parameters in this layer. Nor does it have
+stacking, repeating, sums along an inner axis, element-wise products and sums of more than two operands. Shape errors are reported
+as ValueError, with the w stack as it was before the call.
+"""
+
+from __future__ import annotations
+
+import math
+from dataclasses import dataclass
+from typing import Optional, Sequence, Tuple, Union
+
+import numpy as np
+
+from . import kernels
+from .stacks import Record, Stacks
+
+
+@dataclass(frozen=True)
+class SparseMatrix:
+    """A constant matrix of `rows` x `cols` by its entries, sorted by row, then column, without repetitions.
+
+    subi, subj: int32, row and column of each entry; val: float64, its value. A stored zero stays an entry.
+    """
+
+    rows: int
+    cols: int
+    subi: np.ndarray
+    subj: np.ndarray
+    val: np.ndarray
+
+
+Matrix = Union[SparseMatrix, np.ndarray]
+
+
+# ---- Leaves
+
+
+def variable(s: Stacks, shape: Sequence[int], nidxs: np.ndarray, sp: Optional[np.ndarray] = None) -> Record:
+    """Pushes an array of variables.
+
+    nidxs: int64, the number of each stored element, 1 or higher; sp: int64, their flat positions, ascending, for an array that
+    stores some elements only; without it all elements are stored.
+    """
+    _check_pattern(shape, sp, len(nidxs))
+    n = len(nidxs)
+    r, record = s.r, s.r.reserve_record(len(shape), n, n, hassp=sp is not None)
+    kernels.push_variable(record.cof, r.f64, r.i32, len(shape), n, n, record.ptr, record.shape, _i32(shape))
+    r.i64[record.nidxs:record.nidxs + n] = nidxs
+    if sp is not None:
+        kernels.copy_pattern(True, n, r.i64, record.sp, sp)
+    return s.finish(0, record)
+
+
+def constant(s: Stacks, shape: Sequence[int], values: np.ndarray, sp: Optional[np.ndarray] = None) -> Record:
+    """Pushes an array of constants: float64 `values` of the stored elements, which `sp` names as in `variable`."""
+    values = np.asarray(values, dtype=np.float64)
+    _check_pattern(shape, sp, len(values))
+    n = len(values)
+    nnz = kernels.count_nonzero_constants(values, 0)
+    r, record = s.r, s.r.reserve_record(len(shape), n, nnz, hassp=sp is not None)
+    kernels.copy_shape(len(shape), r.i32, record.shape, _i32(shape))
+    kernels.copy_pattern(record.hassp, n, r.i64, record.sp, sp)
+    kernels.write_constants(values, n, 0, record.cof, r.f64, r.i32, r.i64, record.nidxs, record.ptr)
+    return s.finish(0, record)
+
+
+def _check_pattern(shape: Sequence[int], sp: Optional[np.ndarray], count: int) -> None:
+    size = math.prod(shape)
+    if sp is None:
+        if count != size:
+            raise ValueError(f"{count} values for the {size} elements of shape {tuple(shape)}")
+    elif len(sp) != count:
+        raise ValueError(f"{count} values for {len(sp)} positions")
+    elif any(kernels.check_pattern(False, False, sp, size)):
+        raise ValueError(f"positions must ascend strictly, from 0 on and below {size}")
+
+
+# ---- Products with a constant matrix
+
+
+def multiply(s: Stacks, matrix: Matrix) -> Record:
+    """Replaces E by matrix @ E, for E of shape (k,) or (k, t) and a matrix of m x k: shape (m,) or (m, t)."""
+    dense, rows, cols, mnnz, msubi, msubj, mval = _matrix(matrix)
+    extents = s.w.extents(s.operands(1)[0])
+    if len(extents) not in (1, 2) or extents[0] != cols:
+        raise ValueError(f"a matrix of {rows} x {cols} cannot be applied to an array of shape {extents}")
+    if len(extents) == 2 and extents[1] != 1:
+        transpose(s)  # the kernels apply the matrix to each row of their operand
+    w, r, e = s.w, s.r, s.operands(1)[0]
+    d0 = extents[1] if len(extents) == 2 else 1
+
+    ncodeatom, nelem, nnz = kernels.measure_product(
+        e.codeptr, d0, cols, e.hassp, rows, mnnz, msubi, msubj, e.ncodeatom, e.nelem, e.nnz, e.ptr, 0, 0, 0, e.sp, w.i32, w.i64)
+    result = r.reserve_record(len(extents), nelem, nnz, ncodeatom, hassp=nelem < rows * d0)
+    kernels.copy_shape(len(extents), r.i32, result.shape, _i32((rows, *extents[1:])))
+
+    if dense:
+        _write_dense_product(s, e, result, rows, cols, d0, mval)
+    elif not e.hassp:
+        kernels.write_sparse_product(
+            e.cconst, e.code, 0, e.codeptr, e.cof, d0, cols, 0, mnnz, msubi, msubj, mval, e.nidxs, 0, e.ptr,
+            result.cconst, result.code, result.codeptr, result.cof, r.f64, result.hassp, r.i32, r.i64, ncodeatom,
+            result.nidxs, result.ptr, result.sp, w.f64, w.i32, w.i64)
+    else:
+        kernels.write_sparse_sparse_product(
+            e.cof, d0, cols, 0, mnnz, msubi, msubj, mval, e.nelem, e.nidxs, 0, e.ptr,
+            result.cof, r.f64, result.hassp, r.i32, r.i64, result.nidxs, result.ptr, result.sp, e.sp, w.f64, w.i32, w.i64)
+        if ncodeatom:
+            kernels.write_sparse_sparse_product_code(
+                e.cconst, e.code, 0, e.codeptr, cols, mnnz, msubi, msubj, mval, e.nelem, 0, e.ptr,
+                result.cconst, result.code, result.codeptr, r.f64, r.i32, e.sp, w.f64, w.i32, w.i64)
+    return s.finish(1, result)
+
+
+def _write_dense_product(s: Stacks, e: Record, result: Record, rows: int, cols: int, d0: int, mval: np.ndarray) -> None:
+    """The product of a dense matrix: coefficients one matrix row at a time, then the variables and the code of all rows."""
+    w, r = s.w, s.r
+    elmi = nzi = 0
+    for i in range(rows):
+        if e.hassp:
+            elmi, nzi = kernels.write_dense_sparse_product_row(
+                e.cof, d0, cols, elmi, i, cols, mval, e.nelem, nzi, e.ptr,
+                result.cof, r.f64, result.hassp, r.i32, r.i64, result.ptr, result.sp, e.sp, w.f64, w.i32, w.i64)
+        else:
+            _, elmi, nzi = kernels.write_dense_product_row(
+                e.cof, d0, 0, elmi, i, cols, mval, nzi, e.ptr, result.cof, r.f64, r.i32, result.ptr, w.f64, w.i32)
+    kernels.repeat_run(e.nidxs, e.nnz, r.i64, rows, result.nidxs, w.i64)
+    if result.ncodeatom and e.hassp:
+        kernels.write_dense_sparse_product_code(
+            e.cconst, e.code, e.codeptr, cols, cols, rows, mval, e.nelem, e.ptr,
+            result.cconst, result.code, result.codeptr, r.f64, r.i32, result.ncodeatom, e.sp, w.f64, w.i32, w.i64)
+    elif result.ncodeatom:
+        kernels.write_dense_product_code(
+            e.cconst, e.code, e.codeptr, d0, rows, cols, mval, e.ptr,
+            result.cconst, result.code, result.codeptr, r.f64, r.i32, result.ncodeatom, w.f64, w.i32)
+
+
+def scale_matrix(s: Stacks, matrix: SparseMatrix) -> Record:
+    """Replaces a record of one stored element, E, by the matrix with every entry times E: shape (rows, cols), sparse."""
+    _, rows, cols, mnnz, msubi, msubj, mval = _matrix(matrix)
+    w, r, e = s.w, s.r, s.operands(1)[0]
+    if math.prod(w.extents(e)) != 1 or e.nelem != 1:
+        raise ValueError(f"only a single expression can scale a matrix, not an array of shape {w.extents(e)}")
+    ncodeatom = mnnz * (e.ncodeatom + 2 * e.nnz) if e.ncodeatom else 0
+    result = r.reserve_record(2, mnnz, mnnz * e.nnz, ncodeatom, hassp=True)
+    kernels.copy_shape(2, r.i32, result.shape, _i32((rows, cols)))
+    kernels.write_matrix_times_element(
+        e.cconst, e.code, 0, e.codeptr, e.cof, cols, mnnz, msubi, msubj, mval, e.ncodeatom, e.nidxs, e.nnz, 0,
+        result.cconst, result.code, result.codeptr, result.cof, r.f64, r.i32, r.i64, result.nidxs, result.ptr, result.sp,
+        w.f64, w.i32, w.i64)
+    return s.finish(1, result)
+
+
+def multiply_variable(s: Stacks, matrix: SparseMatrix, shape: Sequence[int], nidxs: np.ndarray) -> Record:
+    """Pushes matrix @ X for a dense array X of variables: what `variable` and `multiply` give, without a record for X.
+
+    shape: (k,) or (k, t) for a matrix of m x k; nidxs: int64, the numbers of all elements of X. The result is sparse.
+    """
+    _, rows, cols, mnnz, msubi, msubj, mval = _matrix(matrix)
+    d1 = math.prod(shape[1:])
+    if len(shape) not in (1, 2) or shape[0] != cols or len(nidxs) != cols * d1:
+        raise ValueError(f"a matrix of {rows} x {cols} cannot be applied to {len(nidxs)} variables of shape {tuple(shape)}")
+    x, r = s.x, s.r
+    _, variables, _ = x.reserve(n64=len(nidxs))
+    x.i64[variables:variables + len(nidxs)] = nidxs
+    nelem, nnz = kernels.measure_left_product(mnnz, msubi, 0, 0, d1)
+    result = r.reserve_record(len(shape), nelem, nnz, hassp=True)
+    kernels.copy_shape(len(shape), r.i32, result.shape, _i32((rows, *shape[1:])))
+    kernels.write_left_product(mval, mnnz, msubi, msubj, variables, result.cof, r.f64, r.i32, r.i64,
+                               result.nidxs, result.ptr, result.sp, d1, x.i64)
+    return s.finish(0, result, without_pattern=nelem == rows * d1)
+
+
+def multiply_variable_right(s: Stacks, matrix: SparseMatrix, shape: Sequence[int], nidxs: np.ndarray) -> Record:
+    """Pushes X @ matrix for a dense array X of variables, of shape (t, k), and a matrix of k x c: shape (t, c), sparse."""
+    _, rows, cols, mnnz, msubi, msubj, mval = _matrix(matrix)
+    if len(shape) != 2 or shape[1] != rows or len(nidxs) != shape[0] * rows:
+        raise ValueError(f"{len(nidxs)} variables of shape {tuple(shape)} cannot be multiplied by a matrix of {rows} x {cols}")
+    w, r, mark = s.w, s.r, s.w.top
+    column_ptr, variables, _ = w.reserve(n32=cols + 1 + mnnz, n64=len(nidxs))
+    by_column = column_ptr + cols + 1
+    w.i64[variables:variables + len(nidxs)] = nidxs
+    kernels.sort_entries_by_column(cols, cols, column_ptr, msubj, mnnz, by_column, w.i32)
+    nelem = shape[0] * kernels.count_used_columns(msubj, 0, mnnz, by_column, w.i32)
+    result = r.reserve_record(2, nelem, shape[0] * mnnz, hassp=True)
+    kernels.copy_shape(2, r.i32, result.shape, _i32((shape[0], cols)))
+    kernels.write_right_product(0, 0, mval, cols, msubi, msubj, variables, mnnz, by_column, result.cof, r.f64, r.i32, r.i64,
+                                result.nidxs, result.ptr, result.sp, w.i32, w.i64, *shape)
+    w.top = mark
+    return s.finish(0, result, without_pattern=nelem == shape[0] * cols)
+
+
+def _matrix(matrix: Matrix) -> Tuple:
+    """(dense, rows, cols, entries, msubi, msubj, mval) as the kernels take them; msubi and msubj are None for a dense matrix."""
+    if not isinstance(matrix, SparseMatrix):
+        rows, cols = matrix.shape
+        return True, rows, cols, 0, None, None, np.ascontiguousarray(matrix, dtype=np.float64).reshape(-1)
+    m = matrix
+    badidx, badorder = kernels.check_matrix(False, False, m.rows, m.cols, len(m.val), m.subi, m.subj)
+    if badidx:
+        raise ValueError(f"an entry of the matrix lies outside its {m.rows} rows and {m.cols} columns")
+    if badorder:
+        raise ValueError("the entries of the matrix are not in ascending order of row, then column")
+    return False, m.rows, m.cols, len(m.val), m.subi, m.subj, m.val
+
+
+def transpose(s: Stacks) -> Record:
+    """Replaces a two-dimensional array by its transpose; the terms of each element stay in their order."""
+    w, r, x, e = s.w, s.r, s.x, s.operands(1)[0]
+    if e.nd != 2:
+        raise ValueError(f"only a two-dimensional array can be transposed, not one of shape {w.extents(e)}")
+    rows, cols = w.extents(e)
+    result = r.reserve_record(2, e.nelem, e.nnz, e.ncodeatom, hassp=e.hassp)
+    kernels.copy_shape(2, r.i32, result.shape, _i32((cols, rows)))
+    if e.hassp:
+        order, _, _ = x.reserve(n32=e.nelem + cols + 1)
+        kernels.transpose_sparse(
+            e.cconst, e.code, e.codeptr, rows, cols, e.cof, e.nidxs, e.ptr, e.sp, e.ncodeatom, e.nelem, order, order + e.nelem,
+            result.cconst, result.code, result.codeptr, result.cof, r.f64, r.i32, r.i64, result.nidxs, result.ptr, result.sp,
+            w.f64, w.i32, w.i64, x.i32)
+    else:
+        kernels.transpose_dense(
+            e.cconst, e.code, e.codeptr, cols, rows, e.cof, e.nidxs, e.ptr, e.ncodeatom,
+            result.cconst, result.code, result.codeptr, result.cof, r.f64, r.i32, r.i64, result.nidxs, result.ptr,
+            w.f64, w.i32, w.i64)
+    return s.finish(1, result)
+
+
+# ---- Sums
+
+
+def add(s: Stacks, c1: float = 1.0, c2: float = 1.0) -> Record:
+    """Replaces A and B, pushed in this order and of one shape, by c1*A + c2*B; it is sparse if both are."""
+    w, r = s.w, s.r
+    a, b = s.operands(2)
+    shape = w.extents(a)
+    if shape != w.extents(b):
+        raise ValueError(f"arrays of the shapes {shape} and {w.extents(b)} cannot be added")
+    if a.hassp and not b.hassp:
+        a, b, c1, c2 = b, a, c2, c1  # the kernel for a mixed pair takes the dense one first
+    # A term costs its atoms and two more for the weight, or a single one if its operand has no code while the other has.
+    ncodeatom = sum(e.ncodeatom + 2 * e.nnz if e.ncodeatom else e.nnz for e in (a, b)) if a.ncodeatom or b.ncodeatom else 0
+    nelem = kernels.count_union(a.nelem, b.nelem, 0, a.sp, b.sp, w.i64) if a.hassp else a.nelem
+    result = r.reserve_record(a.nd, nelem, a.nnz + b.nnz, ncodeatom, hassp=a.hassp)
+    kernels.copy_extents(r.i32, a.nd, result.shape, a.shape, w.i32)
+    if a.hassp:
+        kernels.add_sparse(
+            a.cconst, b.cconst, a.code, b.code, a.codeptr, b.codeptr, a.cof, b.cof, c1, c2, a.ncodeatom, b.ncodeatom,
+            a.nelem, b.nelem, a.nidxs, b.nidxs, a.ptr, b.ptr,
+            result.cconst, result.code, result.codeptr, result.cof, r.f64, r.i32, r.i64, ncodeatom,
+            result.nidxs, result.ptr, result.sp, a.sp, b.sp, w.f64, w.i32, w.i64)
+    elif b.hassp:
+        kernels.add_dense_and_sparse(
+            a.cconst, b.cconst, a.code, b.code, 0, a.codeptr, b.codeptr, a.cof, b.cof, 0, 0, c1, c2, a.ncodeatom, b.ncodeatom,
+            a.nelem, b.nelem, a.nidxs, b.nidxs, 0, a.ptr, b.ptr,
+            result.cconst, result.code, result.codeptr, result.cof, r.f64, r.i32, r.i64, ncodeatom,
+            result.nidxs, result.ptr, b.sp, w.f64, w.i32, w.i64)
+    else:
+        kernels.add_dense(
+            a.cconst, b.cconst, a.code, b.code, 0, a.codeptr, b.codeptr, a.cof, b.cof, 0, c1, c2, a.ncodeatom, b.ncodeatom,
+            a.nidxs, b.nidxs, a.ptr, b.ptr,
+            result.cconst, result.code, result.codeptr, result.cof, r.f64, r.i32, r.i64, ncodeatom, nelem,
+            result.nidxs, result.ptr, w.f64, w.i32, w.i64)
+    return s.finish(2, result)
+
+
+def sum_blocks(s: Stacks, naxes: int = 1) -> Record:
+    """Sums an array over its last `naxes` axes, 0 < naxes <= nd. Only the pattern changes: the terms stay where they are."""
+    w, r, e = s.w, s.r, s.operands(1)[0]
+    if not 0 < naxes <= e.nd:
+        raise ValueError(f"an array of shape {w.extents(e)} has no {naxes} last axes to sum over")
+    nd = e.nd - naxes
+    block = kernels.product_of_extents(naxes, e.shape + nd, 1, w.i32)
+    if block == 0:
+        raise ValueError(f"an array of shape {w.extents(e)} has an empty axis among its last {naxes}")
+    groups = kernels.product_of_extents(nd, e.shape, 1, w.i32)
+    nelem = kernels.count_blocks(block, 0, e.nelem, e.sp, w.i64) if e.hassp else groups
+    result = r.reserve_record(nd, nelem, e.nnz, e.ncodeatom, hassp=e.hassp)
+    kernels.copy_extents(r.i32, nd, result.shape, e.shape, w.i32)
+    if e.hassp:
+        kernels.write_block_pattern(block, e.nelem, e.ptr, True, r.i32, r.i64, nelem, result.ptr, result.sp, 0, e.sp, w.i32, w.i64)
+    else:
+        # Every block-th entry of ptr, which a strided view of the stack's array picks out.
+        kernels.copy_extents(r.i32, nelem + 1, result.ptr, 0, w.i32[e.ptr:e.ptr + e.nelem + 1:block])
+    kernels.copy_i64_run(e.nidxs, e.nnz, r.i64, result.nidxs, w.i64)
+    kernels.copy_f64_run(e.cof, e.nnz, result.cof, r.f64, w.f64)
+    if e.ncodeatom:
+        kernels.copy_extents(r.i32, e.nnz + 1 + e.ncodeatom, result.codeptr, e.codeptr, w.i32)  # codeptr and code in one run
+        kernels.copy_f64_run(e.cconst, e.ncodeatom, result.cconst, r.f64, w.f64)
+    return s.finish(1, result)
+
+
+# ---- Choosing elements
+
+
+def pick(s: Stacks, indices: np.ndarray) -> Record:
+    """Replaces an array by the vector of the chosen elements, in the given order, repetitions allowed; a dense record.
+
+    indices: int64 flat positions of shape (k,), or int32 coordinates of shape (k, nd).
+    """
+    w, r, x, e = s.w, s.r, s.x, s.operands(1)[0]
+    shape = w.extents(e)
+    if indices.ndim == 2:
+        if indices.shape[1] != e.nd or kernels.check_coordinates(indices, len(indices), _i32(shape), False):
+            raise ValueError(f"coordinates lie outside an array of shape {shape}")
+        coordinates, indices = indices, np.empty(len(indices), dtype=np.int64)
+        kernels.flatten_coordinates(coordinates, e.nd, _i32(shape), indices)
+    elif kernels.check_indices(indices, math.prod(shape), False):
+        raise ValueError(f"flat positions lie outside an array of shape {shape}")
+
+    n = len(indices)
+    if e.hassp:
+        slots, _, _ = x.reserve(n32=n)
+        ncodeatom, nnz = kernels.find_picked(e.codeptr, indices, e.ncodeatom, e.nelem, e.ptr, 0, 0, e.sp, slots, w.i32, w.i64, x.i32)
+    else:
+        ncodeatom, nnz = kernels.measure_pick(e.codeptr, indices, e.ncodeatom, e.ptr, 0, 0, w.i32)
+    result = r.reserve_record(1, n, nnz, ncodeatom)
+    kernels.copy_shape(1, r.i32, result.shape, _i32((n,)))
+    common = (e.cconst, e.code, 0, e.codeptr, e.cof, indices, 0, e.nidxs, e.ptr,
+              result.cconst, result.code, result.codeptr, result.cof, r.f64, r.i32, r.i64, ncodeatom, result.nidxs, result.ptr)
+    if e.hassp:
+        kernels.write_sparse_pick(*common, slots, w.f64, w.i32, w.i64, x.i32)
+    else:
+        kernels.write_pick(*common, w.f64, w.i32, w.i64)
+    return s.finish(1, result)
+
+
+def slice_box(s: Stacks, first: Sequence[int], last: Sequence[int]) -> Record:
+    """Replaces an array by the box first[d] <= index < last[d], one pair of bounds for each of its axes."""
+    w, r, e = s.w, s.r, s.operands(1)[0]
+    shape = w.extents(e)
+    if not len(first) == len(last) == e.nd > 0 or not all(0 <= f <= l <= n for f, l, n in zip(first, last, shape)):
+        raise ValueError(f"the box from {tuple(first)} to {tuple(last)} does not lie in an array of shape {shape}")
+    box = _i32([l - f for f, l in zip(first, last)])
+    strides, box_strides = np.ones(e.nd, dtype=np.int64), np.ones(e.nd, dtype=np.int64)
+    kernels.strides_of_record(e.nd, e.shape, strides, w.i32)
+    ncodeatom, nelem, nnz = kernels.measure_slice(
+        e.codeptr, _i32(first), e.hassp, _i32(last), e.ncodeatom, e.nd, e.nelem, e.ptr, 0, 0, 0, e.shape, e.sp, strides, w.i32, w.i64)
+    result = r.reserve_record(e.nd, nelem, nnz, ncodeatom, hassp=e.hassp)
+    kernels.write_shape(e.nd, r.i32, box, result.shape)
+    kernels.strides_of_result(e.nd, box, box_strides)
+    kernels.write_slice(
+        e.cconst, e.code, 0, e.codeptr, e.cof, _i32(first), e.hassp, 0, 0, _i32(last), e.nd, e.nelem, e.nidxs, e.ptr,
+        result.cconst, result.code, result.codeptr, result.cof, r.f64, r.i32, r.i64, ncodeatom,
+        result.nidxs, result.ptr, result.sp, box_strides, e.shape, e.sp, strides, w.f64, w.i32, w.i64)
+    return s.finish(1, result)
+
+
+def _i32(values: Sequence[int]) -> np.ndarray:
+    return np.array(values, dtype=np.int32)

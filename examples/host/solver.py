@@ -1,0 +1,103 @@
+"""Solves an assembled model with HiGHS, and reads the solution back by variables and constraints."""
+
+from __future__ import annotations
+
+from dataclasses import dataclass
+
+import numpy as np
+from scipy.optimize import Bounds, LinearConstraint, linprog, milp
+from scipy.sparse import vstack
+
+from . import kernels
+from .model import Constraint, Problem, Variable
+
+_STATUS = {0: "optimal", 1: "limit reached", 2: "infeasible", 3: "unbounded"}
+
+
+@dataclass(frozen=True)
+class Solution:
+    """What the solver found. Without the status "optimal" all numbers are NaN, and with integers the duals are.
+
+    status: "optimal", "infeasible", "unbounded", or words on what else happened, in one line.
+    objective: with the constant, in the problem's own sense.
+    xx: values of all variables by number, place 0 unused; xc: values of all rows; slc, suc: duals of the rows' lower and upper
+    bounds, whose difference is the change of the objective for each unit by which a row's bounds move up.
+    """
+
+    status: str
+    objective: float
+    xx: np.ndarray
+    xc: np.ndarray
+    slc: np.ndarray
+    suc: np.ndarray
+
+    def value(self, x: Variable) -> np.ndarray:
+        """Values of an array of variables, in its shape."""
+        res = np.zeros(len(x.nidxs))
+        kernels.gather_variables(len(res), x.nidxs, 0, res, self.xx)
+        return res.reshape(x.shape)
+
+    def activity(self, constraint: Constraint) -> np.ndarray:
+        """Values of an array of constraints, without the constants of their expressions, in its shape."""
+        res = np.zeros(len(constraint.rows))
+        kernels.gather_rows(None, None, None, None, None, len(res), constraint.rows, 0, res, self.xc)
+        return res.reshape(constraint.shape)
+
+    def dual(self, constraint: Constraint) -> np.ndarray:
+        """Duals of an array of constraints, in its shape."""
+        y, res = np.zeros(len(self.slc)), np.zeros(len(constraint.rows))
+        kernels.combine_row_duals(len(y), self.slc, self.suc, y)
+        kernels.gather_row_duals(None, None, None, None, None, len(res), constraint.rows, 0, res, y)
+        return res.reshape(constraint.shape)
+
+
+def solve(p: Problem) -> Solution:
+    """Solves the problem, as a linear program where no variable is an integer."""
+    m, n = p.A.shape
+    sign = -1.0 if p.sense == "max" else 1.0  # the solver minimises
+    x, slc, suc = None, np.full(m, np.nan), np.full(m, np.nan)
+    if np.any(p.lower > p.upper) or np.any(p.lo > p.hi):
+        status = "infeasible"
+    elif n == 0:
+        status, x = ("infeasible", None) if np.any((p.lo > 0.0) | (p.hi < 0.0)) else ("optimal", np.zeros(0))
+    elif p.integer.any():
+        status, x = _solve_integer(p, sign * p.c)
+    else:
+        status, x, slc, suc = _solve_linear(p, sign * p.c)
+    if x is None:
+        return Solution(status, np.nan, np.full(n + 1, np.nan), np.full(m, np.nan), slc, suc)
+    return Solution(status, float(p.c @ x) + p.constant, np.append(np.nan, x), p.A @ x, sign * slc, sign * suc)
+
+
+def _solve_linear(p: Problem, c: np.ndarray):
+    """Status, values, duals of the rows' lower and upper bounds. The solver's form has equations and upper bounds only."""
+    equal = p.lo == p.hi
+    above, below = np.isfinite(p.hi) & ~equal, np.isfinite(p.lo) & ~equal
+    result = linprog(c, A_ub=vstack([p.A[above], -p.A[below]]), b_ub=np.concatenate([p.hi[above], -p.lo[below]]),
+                     A_eq=p.A[equal], b_eq=p.hi[equal], bounds=np.column_stack([p.lower, p.upper]), method="highs")
+    slc, suc = np.zeros(len(p.lo)), np.zeros(len(p.lo))
+    if result.x is None:
+        return _status(p, result), None, slc * np.nan, suc * np.nan
+    inequalities, equations = result.ineqlin.marginals, result.eqlin.marginals
+    suc[above], slc[below] = np.split(-inequalities, [np.count_nonzero(above)])
+    slc[equal], suc[equal] = np.maximum(equations, 0.0), np.maximum(-equations, 0.0)
+    return _status(p, result), result.x, slc, suc
+
+
+def _solve_integer(p: Problem, c: np.ndarray):
+    """Status and values."""
+    result = _milp(p, c)
+    return _status(p, result), result.x
+
+
+def _milp(p: Problem, c: np.ndarray):
+    rows = [LinearConstraint(p.A, p.lo, p.hi)] if len(p.lo) else []
+    return milp(c, constraints=rows, bounds=Bounds(p.lower, p.upper), integrality=p.integer)
+
+
+def _status(p: Problem, result) -> str:
+    if result.status in _STATUS:
+        return _STATUS[result.status]
+    if "infeasible or unbounded" in result.message:  # presolve left open which of the two: look for any feasible point
+        return "unbounded" if _milp(p, np.zeros(len(p.c))).status == 0 else "infeasible"
+    return " ".join(result.message.split())

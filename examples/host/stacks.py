@@ -1,0 +1,144 @@
+"""The three stacks of the expression evaluator, and the records that lie on them.
+
+Every evaluated expression is a record: an N-dimensional array whose elements are sparse linear forms over numbered variables. Its
+fields are runs of slots on three arrays (int32, int64, float64) that grow and shrink together as one stack:
+
+    field     array  length          content
+    shape     i32    nd              extents, outermost first; elements are numbered row-major in this shape
+    ptr       i32    nelem + 1       the terms of stored element i are ptr[i] .. ptr[i+1]-1
+    codeptr   i32    nnz + 1         the atoms of term t, only if ncodeatom > 0
+    code      i32    ncodeatom       opcodes of the coefficient code, only if ncodeatom > 0
+    sp        i64    nelem           flat numbers of the stored elements, ascending, only if hassp; all others are zero
+    nidxs     i64    nnz             the variable of each term, 0 for the constant
+    cof       f64    nnz             the constant coefficient of each term
+    cconst    f64    ncodeatom       operands of the coefficient code, only if ncodeatom > 0
+
+An operator reads its operands on the w stack, writes its result on the r stack and uses the x stack as scratch. Kernels get the
+arrays and plain positions in them; finding room and knowing the tops is the business of this module.
+"""
+
+from __future__ import annotations
+
+from dataclasses import dataclass, replace
+from typing import List, Optional, Tuple
+
+import numpy as np
+
+Sizes = Tuple[int, int, int]  # numbers of int32, int64 and float64 slots
+
+
+@dataclass(frozen=True)
+class Record:
+    """Scalars of a record, the positions of its fields, and the slots that it takes up in each of the three arrays."""
+
+    nd: int
+    nelem: int
+    nnz: int
+    ncodeatom: int
+    hassp: bool
+    shape: int
+    ptr: int
+    codeptr: int
+    code: int
+    sp: int
+    nidxs: int
+    cof: int
+    cconst: int
+    start: Sizes
+    size: Sizes
+
+
+class Stack:
+    """Three growable arrays with one top each. `i32`, `i64` and `f64` are replaced when they grow: fetch them for every call."""
+
+    def __init__(self) -> None:
+        self.i32 = np.zeros(64, dtype=np.int32)
+        self.i64 = np.zeros(64, dtype=np.int64)
+        self.f64 = np.zeros(64, dtype=np.float64)
+        self.top: Sizes = (0, 0, 0)
+
+    def reserve(self, n32: int = 0, n64: int = 0, nf64: int = 0) -> Sizes:
+        """Pushes so many slots of undefined content; the position of the first new slot in each array."""
+        start = self.top
+        self.top = (start[0] + n32, start[1] + n64, start[2] + nf64)
+        self.i32 = _grown(self.i32, self.top[0])
+        self.i64 = _grown(self.i64, self.top[1])
+        self.f64 = _grown(self.f64, self.top[2])
+        return start
+
+    def reserve_record(self, nd: int, nelem: int, nnz: int, ncodeatom: int = 0, hassp: bool = False) -> Record:
+        """Pushes room for a record. `ptr[0]` and `codeptr[0]` are set to 0, everything else is the kernels' to write."""
+        coded = ncodeatom > 0
+        size = (nd + nelem + 1 + (nnz + 1 + ncodeatom) * coded, nnz + nelem * hassp, nnz + ncodeatom)
+        start = self.reserve(*size)
+        i32, i64, f64 = start
+        ptr = i32 + nd
+        codeptr = ptr + nelem + 1
+        record = Record(nd=nd, nelem=nelem, nnz=nnz, ncodeatom=ncodeatom, hassp=hassp,
+                        shape=i32, ptr=ptr, codeptr=codeptr, code=codeptr + nnz + 1,
+                        nidxs=i64, sp=i64 + nnz, cof=f64, cconst=f64 + nnz, start=start, size=size)
+        self.i32[ptr] = 0
+        if coded:
+            self.i32[codeptr] = 0
+        return record
+
+    def extents(self, record: Record) -> Tuple[int, ...]:
+        """The shape of a record that lies on this stack."""
+        return tuple(self.i32[record.shape:record.shape + record.nd].tolist())
+
+
+class Stacks:
+    """The r, w and x stacks of one evaluation, and the records on w, the last pushed at the end of `records`."""
+
+    def __init__(self) -> None:
+        self.r, self.w, self.x = Stack(), Stack(), Stack()
+        self.records: List[Record] = []
+
+    def operands(self, count: int) -> List[Record]:
+        """The last `count` records on w, the last pushed at the end. Raises ValueError if there are fewer."""
+        if len(self.records) < count:
+            raise ValueError(f"the operator needs {count} operands, {len(self.records)} are on the stack")
+        return self.records[len(self.records) - count:]
+
+    def finish(self, operands: int, result: Record, without_pattern: bool = False) -> Record:
+        """Ends an operator: pops its operands off w, moves `result` from r to w, empties r and x, and gives back the moved record.
+
+        `without_pattern` turns a record whose pattern names every element into a dense one.
+        """
+        self.pop(operands)
+        start = self.w.reserve(*result.size)
+        for target, source, to, at, n in zip((self.w.i32, self.w.i64, self.w.f64), (self.r.i32, self.r.i64, self.r.f64),
+                                             start, result.start, result.size):
+            target[to:to + n] = source[at:at + n]
+        d32, d64, df64 = (to - at for to, at in zip(start, result.start))
+        moved = replace(
+            result, hassp=result.hassp and not without_pattern, start=start,
+            shape=result.shape + d32, ptr=result.ptr + d32, codeptr=result.codeptr + d32, code=result.code + d32,
+            sp=result.sp + d64, nidxs=result.nidxs + d64, cof=result.cof + df64, cconst=result.cconst + df64)
+        self.records.append(moved)
+        self.r.top = self.x.top = (0, 0, 0)
+        return moved
+
+    def pop(self, count: int = 1) -> None:
+        """Takes the last `count` records off w."""
+        if count:
+            self.w.top = self.operands(count)[0].start
+            del self.records[len(self.records) - count:]
+
+    def terms(self, record: Optional[Record] = None) -> Tuple[np.ndarray, np.ndarray, np.ndarray, np.ndarray]:
+        """Copies of the last record's (or `record`'s) elements: flat numbers, `ptr`, `nidxs` and `cof`."""
+        record = record or self.operands(1)[0]
+        w, n = self.w, record.nelem
+        flat = w.i64[record.sp:record.sp + n].copy() if record.hassp else np.arange(n, dtype=np.int64)
+        return (flat, w.i32[record.ptr:record.ptr + n + 1].copy(), w.i64[record.nidxs:record.nidxs + record.nnz].copy(),
+                w.f64[record.cof:record.cof + record.nnz].copy())
+
+
+def _grown(array: np.ndarray, needed: int) -> np.ndarray:
+    if needed <= array.size:
+        return array
+    if needed > np.iinfo(np.int32).max:
+        raise ValueError("the stack needs more slots than positions, which are 32-bit numbers, can tell apart")
+    grown = np.zeros(max(needed, 2 * array.size), dtype=array.dtype)
+    grown[:array.size] = array
+    return grown
