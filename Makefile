@@ -11,7 +11,7 @@ PACKAGES = python3 python3-dev meson python3-mesonpy ninja-build python3-pip \
 	python3-pytest python3-pytest-xdist python3-hypothesis
 
 .DEFAULT_GOAL = help
-.PHONY: help packages build checked demo test table describe reference clean
+.PHONY: help packages build checked demo test bench table describe reference clean
 
 help:  ## list the targets
 	@sed -n 's/^\([a-z-]*\):.*## /\1\t/p' $(MAKEFILE_LIST) | expand -t 12
@@ -38,6 +38,10 @@ demo: build  ## solve the transport problem, and MPS=FILE if given
 test: build checked  ## all tests on the normal and the checked build
 	PYTHONPATH=build/normal $(PYTEST) tests
 	PYTHONPATH=build/checked $(PYTEST) tests
+
+bench: build  ## time kernels against hand-written loops
+	@ninja -C build/normal --quiet libhand_written.so
+	PYTHONPATH=build/normal $(PYTHON) bench/run.py
 
 table:  ## print the table of kernels: number, body, format, parameters, result
 	@$(PYTHON) tools/kernels.py table
