@@ -1,7 +1,8 @@
 """The kernels that this host layer calls, by name.
 
-The module `fragments` offers its kernels by number alone. Arguments are positional: scalars, positions on stack arrays and the
-arrays themselves, in the alphabetical order of the parameters' names; counters that a kernel advances come back as its result.
+The module `fragments` offers its kernels by number alone. Arguments are positional: scalars, positions on stack arrays
+and the arrays themselves, in the alphabetical order of the parameters' names; counters that a kernel advances come back
+as its result.
 """
 
 import sys
