@@ -31,7 +31,7 @@ write_constants = _kernel(404)
 check_pattern = _kernel(460)
 
 # Product of a constant matrix and an expression
-check_matrix = _kernel(454)
+check_matrix = _kernel(475)
 measure_product = _kernel(467)
 write_sparse_product = _kernel(472)
 write_sparse_sparse_product = _kernel(473)
