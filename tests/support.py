@@ -39,3 +39,11 @@ def i64(values):
 
 def f64(values):
     return np.array(values, dtype=np.float64)
+
+
+def placed(size, start, values, fill=-7):
+    """What an array of `size` slots is that held `fill` before `values` were written from slot `start` on."""
+    values = np.asarray(values)
+    array = np.full(size, fill, dtype=values.dtype)
+    array[start : start + len(values)] = values
+    return array
