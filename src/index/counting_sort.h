@@ -1,9 +1,9 @@
-// The stable counting sort: clear the buckets, count the items of each, add up, place the items. Each step is a function
-// of its own, for kernels that run one step and for those that run all.
+// The stable counting sort: clear the buckets, count the items of each, add up, place the items. Each step is a
+// function of its own, for kernels that run one step and for those that run all.
 //
-// The n buckets live in slots 0 .. n of `ptr`, a Run or an array of i32 or i64. Bucket b is counted in ptr[b+1], so that
-// after adding up ptr[b] is where it starts. Placing moves ptr[b] forward to where it ends, which is the start of b+1;
-// shift_up() brings the starts back.
+// The n buckets live in slots 0 .. n of `ptr`, a Run or an array of i32 or i64. Bucket b is counted in ptr[b+1], so
+// that after adding up ptr[b] is where it starts. Placing moves ptr[b] forward to where it ends, which is the start of
+// b+1; shift_up() brings the starts back.
 //
 // Items of one key keep their order, so sorting by one axis after the other, the least significant first, sorts by all.
 // Keys come from callables: of an item's number when counting, of the item when placing.
@@ -56,14 +56,16 @@ void place_items(const Buckets& ptr, i64 n, Item item, Key key, Put put)
 template <class Buckets, class Order, class Key>
 void place_items(const Buckets& ptr, const Order& perm, i64 n, Key key)
 {
-  place_items(ptr, n, [](i64 k) { return k; }, key, [&](i64 place, i64 k) { perm[place] = static_cast<i32>(k); });
+  place_items(
+      ptr, n, [](i64 k) { return k; }, key, [&](i64 place, i64 k) { perm[place] = static_cast<i32>(k); });
 }
 
 // A later pass: the items are those of `from` in its order, and `to` takes them.
 template <class Buckets, class From, class To, class Key>
 void reorder_items(const Buckets& ptr, const From& from, const To& to, i64 n, Key key)
 {
-  place_items(ptr, n, [&](i64 k) { return from[k]; }, key, [&](i64 place, i32 i) { to[place] = i; });
+  place_items(
+      ptr, n, [&](i64 k) { return from[k]; }, key, [&](i64 place, i32 i) { to[place] = i; });
 }
 
 // ptr[b] = ptr[b-1] for b from n down to 1. After placing into buckets 0 .. n-1 ptr[b] is the start of bucket b again,

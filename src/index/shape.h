@@ -1,8 +1,8 @@
 // Arithmetic on shapes.
 //
 // A shape has one extent an axis, axis 0 first. A flat position is the row-major rank of an element, the last axis
-// moving fastest: the sum of index[d] * strides[d]. Arrays of extents, coordinates and strides may be arrays, runs of an
-// array, or rows of a table. Products and sums wrap around in the width that they are computed in.
+// moving fastest: the sum of index[d] * strides[d]. Arrays of extents, coordinates and strides may be arrays, runs of
+// an array, or rows of a table. Products and sums wrap around in the width that they are computed in.
 #pragma once
 
 #include <type_traits>

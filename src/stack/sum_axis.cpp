@@ -21,6 +21,12 @@
 namespace fragments {
 namespace {
 
+i32 greatest(i32 acc, Run<i32> extents, i32 n)
+{
+  for (i32 d = 0; d < n; ++d) acc = std::max(acc, extents[d]);
+  return acc;
+}
+
 struct Group {
   i64 a, b;
   bool operator==(const Group&) const = default;
@@ -51,11 +57,15 @@ class Groups {
 }  // namespace
 
 // The greatest of `acc` and the n extents.
-KERNEL((526, 558), (i32), greatest_extent, i32 acc, i32 n, i32 shape, I32 wi32)
+KERNEL((526), (i32), greatest_extent, i32 acc, i32 n, i32 shape, I32 wi32)
 {
-  const Run<i32> extents{wi32, shape};
-  for (i32 d = 0; d < n; ++d) acc = std::max(acc, extents[d]);
-  return acc;
+  return greatest(acc, Run<i32>{wi32, shape}, n);
+}
+
+// The same for the sort by mirror keys.
+KERNEL((558), (i32), greatest_extent_for_mirror, i32 acc, i32 n, i32 shape, I32 wi32)
+{
+  return greatest(acc, Run<i32>{wi32, shape}, n);
 }
 
 // The identity permutation of n elements.
