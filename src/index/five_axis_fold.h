@@ -139,18 +139,28 @@ void for_each_mirror(I32 dim, I64 stride, Element element)
   }
 }
 
-// Walks one triangle, i3 from 0 to i1 or, if `upper`, from i1 to dim[1]-1: element(flat, mirror), both flat positions.
-template <class Element>
-void for_each_in_triangle(I32 dim, I32 stride, bool upper, Element element)
+// Flat positions at equal distances.
+struct Positions {
+  i64 first, step;
+  i64 operator[](i64 k) const { return first + k * step; }
+};
+
+// Walks one triangle, i3 from 0 to i1 or, if `upper`, from i1 to dim[1]-1, in runs of elements and their mirrors:
+// run(flat, mirror, n), both Positions. With dim[4] 1 a run goes along i3, else along i4.
+template <class Run>
+void for_each_run_in_triangle(I32 dim, I32 stride, bool upper, Run run)
 {
   for (i64 i0 = 0; i0 < dim[0]; ++i0) {
     for (i64 i1 = 0; i1 < dim[1]; ++i1) {
       for (i64 i2 = 0; i2 < dim[2]; ++i2) {
-        const i64 i3_end = upper ? dim[1] : i1 + 1, dim4 = dim[4];
-        for (i64 i3 = upper ? i1 : 0; i3 < i3_end; ++i3) {
-          const i64 others = i0 * stride[0] + i2 * stride[2];
-          const i64 flat = others + i1 * stride[1] + i3 * stride[3], mirror = others + i3 * stride[1] + i1 * stride[3];
-          for (i64 i4 = 0; i4 < dim4; ++i4) element(flat + i4 * stride[4], mirror + i4 * stride[4]);
+        const i64 begin = upper ? i1 : 0, end = upper ? dim[1] : i1 + 1;
+        const i64 others = i0 * stride[0] + i2 * stride[2];
+        const Positions flat{others + i1 * stride[1], stride[3]}, mirror{others + i1 * stride[3], stride[1]};
+        if (dim[4] == 1) {
+          run(Positions{flat[begin], flat.step}, Positions{mirror[begin], mirror.step}, end - begin);
+        } else {
+          const i64 step = stride[4], n = dim[4];
+          for (i64 i3 = begin; i3 < end; ++i3) run(Positions{flat[i3], step}, Positions{mirror[i3], step}, n);
         }
       }
     }

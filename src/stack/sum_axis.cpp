@@ -122,10 +122,10 @@ KERNEL((531), (i64, i64, i32), count_groups, i32 ext_inner, i32 inner, i32 n, i3
 
 // Sparse: writes an element for each group of the sorted elements `cursor` to `nelem`-1, also for a group without
 // terms. `rsp` ascends. Cursors of the result: `c` atoms, `g` elements, `t` terms.
-KERNEL((534), (i32, i32, i32, i32), write_sparse_sum, i32 cconst, i32 code, i32 c, i32 codeptr, i32 cof, i32 cursor,
-       i32 g, i32 ext_inner, i32 inner, i32 ncodeatom, i32 nelem, i32 nidxs, i32 t, i32 ptr, i32 rcconst, i32 rcode,
-       i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, i32 outer, i32 perm, i32 sp,
-       F64 wf64, I32 wi32, I64 wi64, I32 xi32)
+KERNEL((534), (i32, i32, i32, i32), write_sparse_sum_along_axis, i32 cconst, i32 code, i32 c, i32 codeptr, i32 cof,
+       i32 cursor, i32 g, i32 ext_inner, i32 inner, i32 ncodeatom, i32 nelem, i32 nidxs, i32 t, i32 ptr, i32 rcconst,
+       i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, i32 outer,
+       i32 perm, i32 sp, F64 wf64, I32 wi32, I64 wi64, I32 xi32)
 {
   const Operand operand{.ptr{wi32, ptr},
                         .nidxs{wi64, nidxs},
@@ -175,10 +175,10 @@ KERNEL((534), (i32, i32, i32, i32), write_sparse_sum, i32 cconst, i32 code, i32 
 
 // Dense: writes all outer*inner elements, without terms where there are none. Neighbours along the axis stand
 // `inner_step` apart. Cursors of the result: `rncodeatom` atoms, `rnelem` elements, `rnnz` terms.
-KERNEL((539), (i32, i32, i32), write_dense_sum, i32 cconst, i32 code, i32 codeptr, i32 cof, i32 ext, i32 ext_inner,
-       i32 inner, i32 inner_step, i32 ncodeatom, i32 nidxs, i32 outer, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr,
-       i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rncodeatom, i32 rnelem, i32 rnidxs, i32 rnnz, i32 rptr, F64 wf64,
-       I32 wi32, I64 wi64)
+KERNEL((539), (i32, i32, i32), write_dense_sum_along_axis, i32 cconst, i32 code, i32 codeptr, i32 cof, i32 ext,
+       i32 ext_inner, i32 inner, i32 inner_step, i32 ncodeatom, i32 nidxs, i32 outer, i32 ptr, i32 rcconst, i32 rcode,
+       i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rncodeatom, i32 rnelem, i32 rnidxs, i32 rnnz, i32 rptr,
+       F64 wf64, I32 wi32, I64 wi64)
 {
   const Operand operand{.ptr{wi32, ptr},
                         .nidxs{wi64, nidxs},

@@ -14,27 +14,13 @@
 
 #include "index/counting_sort.h"
 #include "index/five_axis_fold.h"
+#include "index/merge.h"
 #include "stack/record.h"
 
 namespace fragments {
 namespace {
 
 constexpr f64 half = 0.5;
-
-// Merges the n flat positions in `sp` with the n mirror keys: element(flat, is_stored, is_mirror_stored) for each of
-// their union, with the cursors `ia` and `ib`, which advance behind it, at the element and its mirror as far as these
-// are stored.
-template <class Element>
-void merge_mirror(Run<i64> sp, Run<i64> key, i32 n, i32& ia, i32& ib, Element element)
-{
-  while (ia < n || ib < n) {
-    const bool is_stored = ia < n && (ib >= n || sp[ia] <= key[ib]);
-    const bool is_mirror_stored = ib < n && (ia >= n || key[ib] <= sp[ia]);
-    element(is_stored ? sp[ia] : key[ib], is_stored, is_mirror_stored);
-    ia += is_stored;
-    ib += is_mirror_stored;
-  }
-}
 
 }  // namespace
 
@@ -120,9 +106,10 @@ KERNEL((566), (), write_mirror_keys, i32 key, i32 n, i32 perm, I64 stride, I64 w
 KERNEL((567), (i32), count_mean_elements, i32 n, i32 sp, i32 acc, [[maybe_unused]] I64 stride, I64 wi64, I64 xi64,
        i32 key)
 {
-  i32 ia = 0, ib = 0;
-  merge_mirror(Run<i64>{wi64, sp}, Run<i64>{xi64, key}, n, ia, ib, [&](i64, bool, bool) { ++acc; });
-  return acc;
+  if (n <= 0) return acc;
+  const Run<i64> pattern{wi64, sp}, keys{xi64, key};
+  return acc + union_size(
+                   n, n, [&](i64 k) { return pattern[k]; }, [&](i64 k) { return keys[k]; });
 }
 
 // Sparse: writes the mean. Cursors: `c` atoms, `g` elements, `t` terms of the result, `ia` in the pattern, `ib` in the
@@ -150,22 +137,23 @@ KERNEL((569), (i32, i32, i32, i32, i32), write_sparse_mean, i32 cconst, i32 code
                 .terms = t,
                 .atoms = c};
   const Run<i32> order{xi32, perm};
-  const FoldStrides strides(stride);
-  RowCursor row(strides);
+  const Run<i64> pattern{wi64, sp}, keys{xi64, key};
+  RowCursor row{FoldStrides(stride)};
   with_constant(ncodeatom > 0, [&](auto hascode) {
     const auto append_half = [&](i32 e) {
       result.append_scaled(operand, operand.ptr[e], operand.ptr[e + 1], half, hascode);
     };
-    const auto element = [&](i64 flat, bool is_stored, bool is_mirror_stored) {
-      if (is_stored && is_mirror_stored && row.around(flat).side(flat) == diagonal) {
+    const auto element = [&](i64 flat, bool is_stored, bool is_mirror) {
+      if (is_stored && is_mirror && row.around(flat).side(flat) == diagonal) {
         result.append(operand, operand.ptr[ia], operand.ptr[ia + 1], hascode);
       } else {
         if (is_stored) append_half(ia);
-        if (is_mirror_stored) append_half(order[ib]);
+        if (is_mirror) append_half(order[ib]);
       }
       result.close_element(flat);
     };
-    merge_mirror(Run<i64>{wi64, sp}, Run<i64>{xi64, key}, nelem, ia, ib, element);
+    unite(
+        ia, nelem, ib, nelem, [&](i64 k) { return pattern[k]; }, [&](i64 k) { return keys[k]; }, element);
   });
   return {result.atoms, ia, result.elements, ib, result.terms};
 }

@@ -23,7 +23,11 @@ void append_elements(Writer& result, const Operand& operand, i64 b, i64 e, Flag 
 
 i32 write_triangle_positions(I32 dim, i32 k, Run<i64> sp, I32 stride, bool upper)
 {
-  for_each_in_triangle(dim, stride, upper, [&](i64 flat, i64) { sp[k++] = flat; });
+  for_each_run_in_triangle(dim, stride, upper, [&](Positions flat, Positions, i64 n) {
+    const Run<i64> to = sp.from(k);
+    for (i64 j = 0; j < n; ++j) to[j] = flat[j];
+    k += static_cast<i32>(n);
+  });
   return k;
 }
 
@@ -58,7 +62,13 @@ KERNEL((551), (i32, i32), measure_triangle, i32 codeptr, I32 dim, bool hassp, i3
     if (ncodeatom > 0) nc += operand.atoms(first, end);
   };
   if (!hassp) {
-    for_each_in_triangle(dim, stride, upper, [&](i64 flat, i64) { count_elements(flat, flat + 1); });
+    for_each_run_in_triangle(dim, stride, upper, [&](Positions flat, Positions, i64 n) {
+      if (flat.step == 1) {
+        count_elements(flat[0], flat[n]);
+      } else {
+        for (i64 k = 0; k < n; ++k) count_elements(flat[k], flat[k] + 1);
+      }
+    });
   } else if (nelem > 0) {
     const Side outside = upper ? front : behind;
     for_each_stored_stretch(FoldStrides(stride), Run<i64>{wi64, sp}, nelem, [&](i64 b, i64 e, Side side) {
@@ -107,19 +117,20 @@ KERNEL((555), (i32, i32), write_triangle, i32 cconst, i32 code, i32 c, i32 codep
     i64 f = 0;
     for (i32 i = 0; i < count;) {
       if (hassp) {
-        while (f < nelem && pattern[f] < positions[i]) ++f;
-      } else {
-        f = positions[i];
-      }
-      // Elements that are neighbours both in the operand and in the triangle move as one run.
-      i64 e = f;
-      while (i < count && (hassp ? e < nelem && pattern[e] == positions[i] : e == positions[i])) ++e, ++i;
-      if (f < e) {
-        append_elements(result, operand, f, e, hascode);
-        f = e;
-      } else {
+        const i64 position = positions[i];
+        while (f < nelem && pattern[f] < position) ++f;
+        if (f < nelem && pattern[f] == position) {
+          result.append(operand, operand.ptr[f], operand.ptr[f + 1], hascode);
+        }
         result.close_element();
         ++i;
+      } else {
+        // Neighbours in the triangle are neighbours in the operand, and move as one run.
+        const i64 b = positions[i];
+        i64 e = b;
+        do ++e, ++i;
+        while (i < count && positions[i] == e);
+        append_elements(result, operand, b, e, hascode);
       }
     }
   });
