@@ -10,12 +10,24 @@ import fragments
 ROOT = Path(__file__).resolve().parent.parent
 sys.path.insert(0, str(ROOT / "tools"))
 
+from kernels import read_kernels  # noqa: E402
+
+KERNELS = {number: declared for declared in read_kernels() for number in declared.numbers}
+EMPTY = {"i": 0, "L": 0, "d": 0.0, "p": False}  # of each kind of scalar; an array is empty as None
+
 LAYOUTS = ("contiguous", "strided", "reversed")
 
 
 def kernel(number):
     """The module function _c_closure_N."""
     return getattr(fragments, f"_c_closure_{number}")
+
+
+def call(number, **named):
+    """The kernel's result for arguments by name; None for the other arrays and 0 for the other scalars."""
+    parameters = KERNELS[number].parameters
+    assert named.keys() <= {name for name, _ in parameters}
+    return kernel(number)(*(named.get(name, EMPTY.get(kind)) for name, kind in parameters))
 
 
 def layout(array, kind):
@@ -39,3 +51,15 @@ def i64(values):
 
 def f64(values):
     return np.array(values, dtype=np.float64)
+
+
+def is_checked():
+    """Whether the module is built with bounds checking: an index outside an array, inside its memory, is refused."""
+    try:
+        call(454, mnnz=2, msubi=i32([0, 0])[:1], msubj=i32([0, 0]))
+    except IndexError:
+        return True
+    return False
+
+
+CHECKED = is_checked()

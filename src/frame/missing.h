@@ -8,10 +8,7 @@ struct NumberRange {
 };
 
 constexpr NumberRange missing[] = {
-    {0, 453},
-    {455, 458},
-    {460, 464},
-    {476, 651},
+    {0, 230}, {232, 255}, {257, 444}, {446, 453}, {455, 458}, {460, 464}, {476, 651},
 };
 
 constexpr bool is_missing(int number)
