@@ -67,3 +67,11 @@ def is_checked():
 
 
 CHECKED = is_checked()
+
+
+def placed(size, start, values, fill=-7):
+    """What an array of `size` slots is that held `fill` before `values` were written from slot `start` on."""
+    values = np.asarray(values)
+    array = np.full(size, fill, dtype=values.dtype)
+    array[start : start + len(values)] = values
+    return array
