@@ -31,12 +31,16 @@ def call(number, **named):
 
 
 def layout(array, kind):
-    """A copy of a one-dimensional array, laid out in memory as `kind` says (one of LAYOUTS)."""
+    """A copy of an array, laid out in memory as `kind` says (one of LAYOUTS) along each of its axes."""
     array = np.asarray(array)
     if kind == "contiguous":
         return array.copy()
-    spread = np.zeros(3 * len(array) + 1, dtype=array.dtype)
-    view = spread[1::3][: len(array)] if kind == "strided" else spread[: 2 * len(array) : 2][::-1]
+    spread = np.zeros([3 * n + 1 for n in array.shape], dtype=array.dtype)
+    if kind == "strided":
+        view = spread[tuple(slice(1, 3 * n + 1, 3) for n in array.shape)]
+    else:
+        view = spread[tuple(slice(0, 2 * n, 2) for n in array.shape)]
+        view = view[(slice(None, None, -1),) * array.ndim]
     view[...] = array
     return view
 
