@@ -36,11 +36,12 @@ struct ClosureName {
 };
 
 template <int number>
-constexpr void append_method(PyMethodDef*& end)
+constexpr PyMethodDef method()
 {
-  if constexpr (!is_missing(number)) {
-    *end++ = {ClosureName<number>::text.data(), &closure<number>, METH_VARARGS, no_text};
-  }
+  if constexpr (is_missing(number))
+    return {};
+  else
+    return {ClosureName<number>::text.data(), &closure<number>, METH_VARARGS, no_text};
 }
 
 // Descending, closed by an all-zero entry.
@@ -48,8 +49,11 @@ template <int... k>
 constexpr auto method_table(std::integer_sequence<int, k...>)
 {
   std::array<PyMethodDef, kernel_count + 1> table{};
-  PyMethodDef* end = table.data();
-  (append_method<kernel_count - 1 - k>(end), ...);
+  std::size_t end = 0;
+  const PyMethodDef entries[] = {method<kernel_count - 1 - k>()...};
+  for (int place = 0; place < kernel_count; ++place) {
+    if (!is_missing(kernel_count - 1 - place)) table[end++] = entries[place];
+  }
   return table;
 }
 
