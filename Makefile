@@ -10,7 +10,7 @@ SETUP ?=
 # All that is needed beyond Debian's base, a C++ compiler and make.
 PACKAGES = python3 python3-dev python3-venv meson python3-mesonpy ninja-build python3-pip \
 	clang clang-tidy clang-format \
-	python3-numpy python3-scipy python3-swiglpk \
+	python3-numpy python3-scipy \
 	python3-pytest python3-pytest-xdist python3-hypothesis
 
 .DEFAULT_GOAL = help
