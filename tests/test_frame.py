@@ -31,7 +31,12 @@ FORMATS = {
 }
 
 # Kernels that touch an array also where every scalar is 0, and what they touch.
-TOUCHES_AT_ZERO = {}
+TOUCHES_AT_ZERO = {
+    **dict.fromkeys((54, 67), "the extent of the axis"),
+    103: "the first bucket",
+    **dict.fromkeys((266, 550), "all five axes"),
+    291: "the size of the item",
+}
 
 
 def empty_call(declared):
