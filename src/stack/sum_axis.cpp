@@ -5,27 +5,21 @@
 // product behind it. The element at flat position p falls into the group (a, b), a = p / (ext*inner) % outer and
 // b = p % inner, which is the element a*inner + b of the result.
 //
-//     dense    outer 535, inner 536, shape 537 and 538, write 539
-//     sparse   bucket size 526, permutation 527, sort 528, outer 529, inner 530, measure 531, shape 532 and 533, write
-//     534
+//     dense    outer 535, inner 536; shape 537 and 538, or 540 and 541; write 539
+//     sparse   bucket size 526, permutation 527, sort 528; outer 529, inner 530, measure 531; shape 532 and 533;
+//              write 534
 //
 // The sort leaves a permutation of the stored elements on the x stack, by which they come group by group.
 
-#include <algorithm>
 #include <utility>
 
 #include "index/counting_sort.h"
 #include "index/divisor.h"
+#include "index/shape.h"
 #include "stack/record.h"
 
 namespace fragments {
 namespace {
-
-i32 greatest(i32 acc, Run<i32> extents, i32 n)
-{
-  for (i32 d = 0; d < n; ++d) acc = std::max(acc, extents[d]);
-  return acc;
-}
 
 struct Group {
   i64 a, b;
@@ -56,16 +50,27 @@ class Groups {
 
 }  // namespace
 
+// The shape of the result on arrays of their own: the first n extents, and those behind the axis `dim`, each one place
+// down.
+KERNEL((540), (), copy_extents_before_summed_axis, i32 n, I32 r, I32 shape)
+{
+  copy_extents(r, 0, shape, 0, n);
+}
+KERNEL((541), (), copy_extents_behind_summed_axis, i32 dim, I32 r, I32 shape)
+{
+  copy_extents(r, -1, shape, i64{dim} + 1, shape.count);
+}
+
 // The greatest of `acc` and the n extents.
 KERNEL((526), (i32), greatest_extent, i32 acc, i32 n, i32 shape, I32 wi32)
 {
-  return greatest(acc, Run<i32>{wi32, shape}, n);
+  return greatest(acc, Run<i32>{wi32, shape}, 0, n);
 }
 
 // The same for the sort by mirror keys.
 KERNEL((558), (i32), greatest_extent_for_mirror, i32 acc, i32 n, i32 shape, I32 wi32)
 {
-  return greatest(acc, Run<i32>{wi32, shape}, n);
+  return greatest(acc, Run<i32>{wi32, shape}, 0, n);
 }
 
 // The identity permutation of n elements.
