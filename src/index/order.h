@@ -1,4 +1,4 @@
-// Whether a list is in order. Both tests stop at the first pair that isn't, and a list of less than two entries is.
+// The order of a list: whether it ascends, and how often. The tests stop at the first pair that is out of order.
 #pragma once
 
 #include "frame/frame.h"
@@ -21,6 +21,16 @@ inline bool is_sorted(I64 list, i64 n)
     if (list[k - 1] > list[k]) return false;
   }
   return true;
+}
+
+// The number of strict ascents between neighbours in the order entry(0), entry(1), ... of n entries: in a sorted one,
+// the number of distinct values less 1.
+template <class Entry>
+i32 count_ascents(I64 list, i64 n, Entry entry)
+{
+  i64 ascents = 0;
+  for (i64 k = 1; k < n; ++k) ascents += list[entry(k - 1)] < list[entry(k)];
+  return static_cast<i32>(ascents);
 }
 
 }  // namespace fragments
