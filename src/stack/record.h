@@ -76,6 +76,17 @@ struct Writer {
     terms += e - b;
   }
 
+  // Appends the operand's elements b .. e-1 as they are. Neighbours in both records, they move as one run of terms.
+  template <class Flag>
+  void append_elements(const Operand& from, i64 b, i64 e, Flag hascode)
+  {
+    if (b >= e) return;
+    const i32 first = from.ptr[b], last = from.ptr[e], shift = terms - first;
+    copy_run(ptr.from(elements + 1), from.ptr.from(b + 1), e - b, [shift](i32 end) { return end + shift; });
+    elements += static_cast<i32>(e - b);
+    append(from, first, last, hascode);
+  }
+
   // Appends the operand's terms b .. e-1 times `factor`: the coefficient is multiplied, and so is the code, by the
   // atoms (2, factor) and (5) behind the term's own.
   template <class Flag>
