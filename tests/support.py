@@ -1,6 +1,7 @@
 """Shared by the tests: the kernels by number, arrays in several layouts, and random expression records."""
 
 import sys
+from collections import ChainMap
 from pathlib import Path
 
 import numpy as np
@@ -10,12 +11,23 @@ import fragments
 ROOT = Path(__file__).resolve().parent.parent
 sys.path.insert(0, str(ROOT / "tools"))
 
+from kernels import read_kernels  # noqa: E402
+
 LAYOUTS = ("contiguous", "strided", "reversed")
+
+
+PARAMETERS = {number: [name for name, _ in k.parameters] for k in read_kernels() for number in k.numbers}
 
 
 def kernel(number):
     """The module function _c_closure_N."""
     return getattr(fragments, f"_c_closure_{number}")
+
+
+def call(number, *named, **more):
+    """Call a kernel with arguments by parameter name, from all the mappings given; those that it lacks are left out."""
+    arguments = ChainMap(more, *named)
+    return kernel(number)(*(arguments[name] for name in PARAMETERS[number]))
 
 
 def layout(array, kind):

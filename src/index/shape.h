@@ -1,0 +1,101 @@
+// Arithmetic on shapes.
+//
+// A shape has one extent an axis, axis 0 first. A flat position is the row-major rank of an element, the last axis
+// moving fastest: the sum of index[d] * strides[d]. Arrays of extents, coordinates and strides may be arrays, runs of
+// an array, or rows of a table. Products and sums wrap around in the width that they are computed in.
+#pragma once
+
+#include <type_traits>
+
+#include "frame/frame.h"
+
+namespace fragments {
+
+// Row r of a table of shapes or multi-indices, read and written like an array.
+struct Row {
+  const I32x2& table;
+  i64 r;
+
+  i32& operator[](i64 d) const { return table(r, d); }
+};
+
+// `init` times the extents lo .. hi-1.
+template <class T, class Extents>
+T product(T init, const Extents& extents, i64 lo, i64 hi)
+{
+  for (i64 d = lo; d < hi; ++d) init = wrapping_mul(init, static_cast<T>(extents[d]));
+  return init;
+}
+
+// `init` times the extents strictly between the axes lo and hi; with the number of axes for hi, of all axes behind lo.
+template <class T, class Extents>
+T product_between(T init, const Extents& extents, i64 lo, i64 hi)
+{
+  return product(init, extents, lo + 1, hi);
+}
+
+// to[d + shift] = extents[d] for d from lo to hi-1, ascending.
+template <class To, class Extents>
+void copy_extents(const To& to, i64 shift, const Extents& extents, i64 lo, i64 hi)
+{
+  for (i64 d = lo; d < hi; ++d) to[d + shift] = extents[d];
+}
+
+// Extent 1 for the axes lo .. hi-1.
+template <class To>
+void fill_ones(const To& to, i64 lo, i64 hi)
+{
+  for (i64 d = lo; d < hi; ++d) to[d] = 1;
+}
+
+// strides[d] = strides[d+1] * extent(d+1) for d from n-2 down to 0, in the width of the strides. The last stride is the
+// caller's.
+template <class Strides, class Extent>
+void fill_strides(const Strides& strides, i64 n, Extent extent)
+{
+  using T = std::remove_reference_t<decltype(strides[0])>;
+  for (i64 d = n - 2; d >= 0; --d) strides[d] = wrapping_mul(strides[d + 1], static_cast<T>(extent(d + 1)));
+}
+
+template <class Strides, class Extents>
+void row_major_strides(const Strides& strides, const Extents& extents, i64 n)
+{
+  fill_strides(strides, n, [&](i64 d) { return extents[d]; });
+}
+
+// `init` plus the sum of index[d] * strides[d], d below n.
+template <class Index, class Strides>
+i64 flat_position(const Index& index, const Strides& strides, i64 n, i64 init = 0)
+{
+  for (i64 d = 0; d < n; ++d) init = wrapping_add(init, wrapping_mul<i64>(index[d], strides[d]));
+  return init;
+}
+
+// The coordinates of a flat position: index[d] for d from n-1 down to 1. Returns coordinate 0, which isn't reduced by
+// its extent.
+template <class Index, class Extents>
+i64 split_position(i64 pos, const Index& index, const Extents& extents, i64 n)
+{
+  for (i64 d = n - 1; d > 0; --d) {
+    const i64 extent = extents[d];
+    index[d] = static_cast<i32>(pos % extent);
+    pos /= extent;
+  }
+  return pos;
+}
+
+inline bool is_outside(i32 index, i32 extent)
+{
+  return index < 0 || index >= extent;
+}
+
+// Whether any of the first n coordinates lies outside its extent.
+template <class Index, class Extents>
+bool is_any_outside(const Index& index, const Extents& extents, i64 n)
+{
+  bool outside = false;
+  for (i64 d = 0; d < n; ++d) outside |= is_outside(index[d], extents[d]);
+  return outside;
+}
+
+}  // namespace fragments
