@@ -1,11 +1,13 @@
 """Reads linear programs from MPS files, in fixed columns or in free format.
 
-The reader is our own: GLPK's, the one at hand as a library, refuses much that solvers write today (an OBJSENSE section, entries
-without a set name, blank lines, section names in lower case, a missing NAME line), drops free rows, takes the blanks out of names
-and gives the objective's right-hand side the other sign, so that it would need a rewritten copy of the file and repairs after it.
+The reader is our own: GLPK's, the one at hand as a library, refuses much that solvers write today (an OBJSENSE section,
+entries without a set name, blank lines, section names in lower case, a missing NAME line), drops free rows, takes the
+blanks out of names and gives the objective's right-hand side the other sign, so that it would need a rewritten copy of
+the file and repairs after it.
 
-Read: NAME, OBJSENSE, OBJNAME, ROWS, COLUMNS with integer markers, RHS, RANGES, BOUNDS (UP LO FX FR MI PL BV LI UI), ENDATA; plain
-or gzip-compressed. Not read, and refused by name: quadratic terms, special ordered sets, indicators, semi-continuous columns.
+Read: NAME, OBJSENSE, OBJNAME, ROWS, COLUMNS with integer markers, RHS, RANGES, BOUNDS (UP LO FX FR MI PL BV LI UI),
+ENDATA; plain or gzip-compressed. Not read, and refused by name: quadratic terms, special ordered sets, indicators,
+semi-continuous columns.
 """
 
 from __future__ import annotations
@@ -29,7 +31,7 @@ _SENSES = {"MIN": "min", "MINIMIZE": "min", "MINIMISE": "min", "MAX": "max", "MA
 
 
 class MpsError(Exception):
-    """A file that cannot be read: `path`, `line` (1-based, None where no line is at fault) and `what` is wrong, in one line."""
+    """A file that cannot be read: `path`, `line` (from 1, None where no line is at fault), `what` is wrong."""
 
     def __init__(self, path: str, line: Optional[int], what: str) -> None:
         super().__init__(f"{path}:{line}: {what}" if line else f"{path}: {what}")
@@ -38,7 +40,7 @@ class MpsError(Exception):
 
 @dataclass(frozen=True)
 class LinearProgram:
-    """Optimise c'x + constant over lo <= A x <= hi, lower <= x <= upper, for m rows, n columns and z stored entries of A.
+    """Optimise c'x + constant over lo <= A x <= hi, lower <= x <= upper: m rows, n columns, z stored entries of A.
 
     The objective is no row of A; further rows of type N are, and are free. -inf and inf stand for a missing bound.
     """
@@ -63,8 +65,8 @@ class LinearProgram:
 def read_mps(path: str) -> LinearProgram:
     """The linear program in the file at `path`; MpsError for anything that cannot be read as one.
 
-    Free format is tried first, as it also reads fixed columns as long as no name has a blank in it; then fixed columns. If both
-    fail, the fault of the reading that got further is the one reported.
+    Free format is tried first, as it also reads fixed columns as long as no name has a blank in it; then fixed columns.
+    If both fail, the fault of the reading that got further is the one reported.
     """
     lines = _text_lines(path)
     try:
@@ -93,13 +95,14 @@ def _text_lines(path: str) -> List[str]:
     text = text.replace("\r\n", "\n").replace("\r", "\n")
     bad = _CONTROL.search(text)
     if bad:
-        raise MpsError(path, text.count("\n", 0, bad.start()) + 1, f"control character {bad[0]!r}, this is no text file")
+        line = text.count("\n", 0, bad.start()) + 1
+        raise MpsError(path, line, f"control character {bad[0]!r}, this is no text file")
     return text.rstrip("\n").split("\n")
 
 
-# A data line's fields: the row or bound type ("" in sections without one), the name or set name, then pairs of name and number,
-# numbers still as text. Fixed columns keep their blank fields as ""; a set name missing in free format is put in later, where
-# the names of rows and columns are known.
+# A data line's fields: the row or bound type ("" in sections without one), the name or set name, then pairs of name and
+# number, numbers still as text. Fixed columns keep their blank fields as ""; a set name missing in free format is put
+# in later, where the names of rows and columns are known.
 Fields = List[str]
 
 
@@ -229,7 +232,8 @@ class _Reader:
             value = _number(text)
             if row in values:
                 raise ValueError(f"a second {self.section} entry for row {_shown(row)}")
-            if self.section == "RHS" and math.isinf(value) and (self.rows[row], value > 0) not in (("L", True), ("G", False)):
+            loose = (self.rows[row], value) in (("L", math.inf), ("G", -math.inf))
+            if self.section == "RHS" and math.isinf(value) and not loose:
                 raise ValueError(f"right-hand side {_shown(text)} of row {_shown(row)} is not finite")
             values[row] = value
 
@@ -252,8 +256,9 @@ class _Reader:
         if kind not in ("UP", "LO", "FX", "FR", "MI", "PL", "BV", "LI", "UI"):
             raise ValueError(f"unknown bound type {_shown(fields[0])}")
         needs_value = kind in ("UP", "LO", "FX", "LI", "UI")
-        # The set name may be missing in free format, and types without a number may still carry one.
-        if len(fields) in (2, 3) and fields[1] in self.entries and (len(fields) == 2 + needs_value or fields[2] not in self.entries):
+        # In free format the set name may be missing, and a type without a number may carry one all the same.
+        unnamed = len(fields) == 2 + needs_value or (len(fields) == 3 and fields[2] not in self.entries)
+        if unnamed and fields[1] in self.entries:
             fields.insert(1, "")
         if not 3 + needs_value <= len(fields) <= 4:
             raise ValueError(f"a bound of type {kind} needs a column" + " and a number" * needs_value)
@@ -281,7 +286,8 @@ class _Reader:
     def linear_program(self) -> LinearProgram:
         objective = self.objective or next((name for name, kind in self.rows.items() if kind == "N"), "")
         if self.rows.get(objective) != "N":
-            raise ValueError(f"objective {_shown(objective)} is no row of type N" if objective else "no objective row (type N)")
+            fault = f"objective {_shown(objective)} is no row of type N" if objective else "no objective row (type N)"
+            raise ValueError(fault)
         row_names = [name for name in self.rows if name != objective]
         number_of = {name: i for i, name in enumerate(row_names)}
         triplets = sorted((number_of[row], j, value) for j, column in enumerate(self.entries.values())
@@ -300,7 +306,7 @@ class _Reader:
             val=np.array([value for _, _, value in triplets], dtype=np.float64),
             col_names=list(self.entries),
             c=np.array([column.get(objective, 0.0) for column in self.entries.values()], dtype=np.float64),
-            constant=0.0 - self.rhs.get(objective, 0.0),  # the right-hand side of the objective stands on its other side
+            constant=0.0 - self.rhs.get(objective, 0.0),  # as if the objective were a row: c'x = right-hand side
             lower=np.array([lower for lower, _ in bounds], dtype=np.float64),
             upper=np.array([upper for _, upper in bounds], dtype=np.float64),
             integer=np.array([self.integer[name] for name in self.entries], dtype=bool),

@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """Solves linear programs from MPS files: the model is built through the kernels of `fragments`, the solver is HiGHS.
 
-Exit status: 0 if every file was solved to optimality, 1 if some model is infeasible or unbounded or was not solved, 2 if some file
-could not be read. Files that cannot be read are reported in one line each on the standard error output.
+Exit status: 0 if every file was solved to optimality, 1 if some model is infeasible or unbounded or was not solved, 2
+if some file could not be read. Files that cannot be read are reported in one line each on the standard error output.
 """
 
 import argparse
@@ -10,14 +10,13 @@ import sys
 import time
 from typing import List, Optional
 
+from host.model import build
+from host.solver import solve
 from mps import MpsError, read_mps
 
 
 def solve_file(path: str) -> bool:
     """Reads, builds, solves and prints one model; whether it was solved to optimality."""
-    from host.model import build
-    from host.solver import solve
-
     lp = read_mps(path)
     start = time.perf_counter()
     model, x, _ = build(lp)
@@ -44,8 +43,9 @@ def solve_file(path: str) -> bool:
 
 def main(arguments: Optional[List[str]] = None) -> int:
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("files", nargs="+", metavar="FILE", help="an MPS file, fixed or free format, plain or gzip-compressed")
+    parser.add_argument("files", nargs="+", metavar="FILE", help="an MPS file, fixed or free, plain or compressed by gzip")
     files = parser.parse_args(arguments).files
+    sys.stdout.reconfigure(errors="backslashreplace")  # a model may be named in letters that the terminal does not have
     status = 0
     for number, path in enumerate(files):
         if number:

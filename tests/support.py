@@ -13,10 +13,10 @@ sys.path.insert(0, str(ROOT / "tools"))
 
 from kernels import read_kernels  # noqa: E402
 
+KERNELS = {number: declared for declared in read_kernels() for number in declared.numbers}
+EMPTY = {"i": 0, "L": 0, "d": 0.0, "p": False}  # of each kind of scalar; an array is empty as None
+
 LAYOUTS = ("contiguous", "strided", "reversed")
-
-
-PARAMETERS = {number: [name for name, _ in k.parameters] for k in read_kernels() for number in k.numbers}
 
 
 def kernel(number):
@@ -24,10 +24,13 @@ def kernel(number):
     return getattr(fragments, f"_c_closure_{number}")
 
 
-def call(number, *named, **more):
-    """Call a kernel with arguments by parameter name, from all the mappings given; those that it lacks are left out."""
-    arguments = ChainMap(more, *named)
-    return kernel(number)(*(arguments[name] for name in PARAMETERS[number]))
+def call(number, *mappings, **named):
+    """The kernel's result for arguments by name, `named` ones or else from the mappings, which may hold more than the
+    kernel takes; None for the other arrays and 0 for the other scalars."""
+    parameters = KERNELS[number].parameters
+    assert named.keys() <= {name for name, _ in parameters}
+    arguments = ChainMap(named, *mappings)
+    return kernel(number)(*(arguments.get(name, EMPTY.get(kind)) for name, kind in parameters))
 
 
 def layout(array, kind):
@@ -51,3 +54,15 @@ def i64(values):
 
 def f64(values):
     return np.array(values, dtype=np.float64)
+
+
+def is_checked():
+    """Whether the module is built with bounds checking: an index outside an array, inside its memory, is refused."""
+    try:
+        call(454, mnnz=2, msubi=i32([0, 0])[:1], msubj=i32([0, 0]))
+    except IndexError:
+        return True
+    return False
+
+
+CHECKED = is_checked()

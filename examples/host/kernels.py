@@ -1,7 +1,8 @@
 """The kernels that this host layer calls, by name.
 
-The module `fragments` offers its kernels by number alone. Arguments are positional: scalars, positions on stack arrays and the
-arrays themselves, in the alphabetical order of the parameters' names; counters that a kernel advances come back as its result.
+The module `fragments` offers its kernels by number alone. Arguments are positional: scalars, positions on stack arrays
+and the arrays themselves, in the alphabetical order of the parameters' names; counters that a kernel advances come back
+as its result.
 """
 
 import sys
@@ -30,7 +31,7 @@ write_constants = _kernel(404)
 check_pattern = _kernel(460)
 
 # Product of a constant matrix and an expression
-check_matrix = _kernel(454)
+check_matrix = _kernel(475)
 measure_product = _kernel(467)
 write_sparse_product = _kernel(472)
 write_sparse_sparse_product = _kernel(473)

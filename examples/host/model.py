@@ -1,4 +1,4 @@
-"""A linear model: variables with numbers and bounds, constraints from expression records, and their assembly for a solver.
+"""A linear model: variables with numbers and bounds, constraints from expression records, their assembly in one matrix.
 
     model = Model()
     x = model.variable((3,), Domain(0.0, np.inf))
@@ -9,8 +9,9 @@
     model.objective("max")
     problem = model.problem()
 
-Variables are numbered from 1 on, because 0 stands for the constant in a record; rows are numbered from 0 on. There are no cones
-and no semidefinite variables in this layer, and coefficients with code are refused: code has to be run before rows are made.
+Variables are numbered from 1 on, because 0 stands for the constant in a record; rows are numbered from 0 on. There are
+no cones and no semidefinite variables in this layer, and coefficients with code are refused: code has to be run before
+rows are made.
 """
 
 from __future__ import annotations
@@ -33,8 +34,8 @@ Values = Union[float, np.ndarray]
 class Domain:
     """Bounds for the n elements of an array: lower <= element <= upper, with -inf and inf for none.
 
-    lower, upper: one float for all elements; or n floats, row-major; or, with `coordinates` (int32, shape (k, nd)), one float for
-    each of the k elements named there, all others being free.
+    lower, upper: one float for all elements; or n floats, row-major; or, with `coordinates` (int32, shape (k, nd)), one
+    float for each of the k elements named there, all others being free.
     """
 
     lower: Values
@@ -76,7 +77,7 @@ class Constraint:
 
 @dataclass(frozen=True)
 class Problem:
-    """Optimise c'x + constant over lo <= A x <= hi, lower <= x <= upper; column j is the variable with the number j + 1."""
+    """Optimise c'x + constant over lo <= A x <= hi, lower <= x <= upper; column j is the variable numbered j + 1."""
 
     sense: str  # "min" or "max"
     A: csr_matrix  # m x n
@@ -115,7 +116,7 @@ class Model:
         variable(self.stacks, x.shape, x.nidxs)
 
     def constraint(self, domain: Domain) -> Constraint:
-        """Takes the last record off the w stack and keeps its elements within the bounds of `domain`, one row for each."""
+        """Takes the last record off the w stack and bounds its elements by `domain`, one row for each."""
         shape = self.stacks.w.extents(self.stacks.operands(1)[0])
         lo, hi = domain.bounds(shape)
         flat, ptr, nidxs, cof, fixed = self._linear_rows()
@@ -136,7 +137,7 @@ class Model:
         self.sense, self.constant, self._objective = sense, float(fixed.sum()), (nidxs, cof)
 
     def _linear_rows(self) -> Tuple[np.ndarray, np.ndarray, np.ndarray, np.ndarray, np.ndarray]:
-        """Takes the last record off the w stack: flat numbers of its elements, ptr, variable numbers, coefficients, constants."""
+        """Takes the last record off w: its elements' flat numbers, ptr, variable numbers, coefficients, constants."""
         s = self.stacks
         w, e = s.w, s.operands(1)[0]
         if e.ncodeatom:
@@ -166,8 +167,9 @@ def _joined(parts: List[Tuple[np.ndarray, ...]], types: Sequence) -> List[np.nda
 def assemble(subi: np.ndarray, subj: np.ndarray, val: np.ndarray, nrows: int, ncols: int) -> csr_matrix:
     """The nrows x ncols matrix of triplets in any order (int32, int32, float64), with repeated entries added up.
 
-    Two stable counting sorts, by column and then by row, bring equal entries side by side. The bucket arrays count two places
-    up, so that after adding up place k + 1 holds the start of bucket k and, moved along while placing, ends as its end.
+    Two stable counting sorts, by column and then by row, bring equal entries side by side. The bucket arrays count two
+    places up, so that after adding up place k + 1 holds the start of bucket k and, moved along while placing, ends as
+    its end.
     """
     nnz = len(val)
     by_row, by_column = np.zeros(nrows + 2, dtype=np.int64), np.zeros(ncols + 2, dtype=np.int64)
@@ -190,7 +192,7 @@ def assemble(subi: np.ndarray, subj: np.ndarray, val: np.ndarray, nrows: int, nc
 
 
 def build(lp) -> Tuple[Model, Variable, Constraint]:
-    """The model of a linear program read from a file (`mps.LinearProgram`): its columns as one array, its rows as another."""
+    """The model of a linear program from a file (`mps.LinearProgram`): its columns and its rows as one array each."""
     m, n = len(lp.lo), len(lp.c)
     model = Model()
     s = model.stacks

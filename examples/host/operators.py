@@ -1,11 +1,12 @@
 """Operators on expression records: each takes its operands off the w stack and leaves its result there.
 
-All of them work alike. They check their arguments, measure the result with a kernel, reserve exactly that room on r, let the
-writing kernels fill it, and move the finished record to w. Terms are never merged: a variable that is met twice gives two terms.
+All of them work alike. They check their arguments, measure the result with a kernel, reserve exactly that room on r,
+let the writing kernels fill it, and move the finished record to w. Terms are never merged: a variable that is met twice
+gives two terms.
 
-Coefficient code passes through every operator, but none here makes it: there are no parameters in this layer. Nor does it have
-stacking, repeating, sums along an inner axis, element-wise products and sums of more than two operands. Shape errors are reported
-as ValueError, with the w stack as it was before the call.
+Coefficient code passes through every operator, but none here makes it: there are no parameters in this layer. Nor does
+it have stacking, repeating, sums along an inner axis, element-wise products and sums of more than two operands. Shape
+errors are reported as ValueError, with the w stack as it was before the call.
 """
 
 from __future__ import annotations
@@ -43,8 +44,8 @@ Matrix = Union[SparseMatrix, np.ndarray]
 def variable(s: Stacks, shape: Sequence[int], nidxs: np.ndarray, sp: Optional[np.ndarray] = None) -> Record:
     """Pushes an array of variables.
 
-    nidxs: int64, the number of each stored element, 1 or higher; sp: int64, their flat positions, ascending, for an array that
-    stores some elements only; without it all elements are stored.
+    nidxs: int64, the number of each stored element, 1 or higher; sp: int64, their flat positions, ascending, for an
+    array that stores some elements only; without it all elements are stored.
     """
     _check_pattern(shape, sp, len(nidxs))
     n = len(nidxs)
@@ -95,7 +96,8 @@ def multiply(s: Stacks, matrix: Matrix) -> Record:
     d0 = extents[1] if len(extents) == 2 else 1
 
     ncodeatom, nelem, nnz = kernels.measure_product(
-        e.codeptr, d0, cols, e.hassp, rows, mnnz, msubi, msubj, e.ncodeatom, e.nelem, e.nnz, e.ptr, 0, 0, 0, e.sp, w.i32, w.i64)
+        e.codeptr, d0, cols, e.hassp, rows, mnnz, msubi, msubj, e.ncodeatom, e.nelem, e.nnz, e.ptr,
+        0, 0, 0, e.sp, w.i32, w.i64)
     result = r.reserve_record(len(extents), nelem, nnz, ncodeatom, hassp=nelem < rows * d0)
     kernels.copy_shape(len(extents), r.i32, result.shape, _i32((rows, *extents[1:])))
 
@@ -109,7 +111,8 @@ def multiply(s: Stacks, matrix: Matrix) -> Record:
     else:
         kernels.write_sparse_sparse_product(
             e.cof, d0, cols, 0, mnnz, msubi, msubj, mval, e.nelem, e.nidxs, 0, e.ptr,
-            result.cof, r.f64, result.hassp, r.i32, r.i64, result.nidxs, result.ptr, result.sp, e.sp, w.f64, w.i32, w.i64)
+            result.cof, r.f64, result.hassp, r.i32, r.i64, result.nidxs, result.ptr, result.sp,
+            e.sp, w.f64, w.i32, w.i64)
         if ncodeatom:
             kernels.write_sparse_sparse_product_code(
                 e.cconst, e.code, 0, e.codeptr, cols, mnnz, msubi, msubj, mval, e.nelem, 0, e.ptr,
@@ -118,7 +121,7 @@ def multiply(s: Stacks, matrix: Matrix) -> Record:
 
 
 def _write_dense_product(s: Stacks, e: Record, result: Record, rows: int, cols: int, d0: int, mval: np.ndarray) -> None:
-    """The product of a dense matrix: coefficients one matrix row at a time, then the variables and the code of all rows."""
+    """The product of a dense matrix: coefficients one matrix row at a time, then variables and code of all rows."""
     w, r = s.w, s.r
     elmi = nzi = 0
     for i in range(rows):
@@ -141,7 +144,7 @@ def _write_dense_product(s: Stacks, e: Record, result: Record, rows: int, cols: 
 
 
 def scale_matrix(s: Stacks, matrix: SparseMatrix) -> Record:
-    """Replaces a record of one stored element, E, by the matrix with every entry times E: shape (rows, cols), sparse."""
+    """Replaces a record E of one stored element by the matrix with every entry times E, a sparse array."""
     _, rows, cols, mnnz, msubi, msubj, mval = _matrix(matrix)
     w, r, e = s.w, s.r, s.operands(1)[0]
     if math.prod(w.extents(e)) != 1 or e.nelem != 1:
@@ -151,8 +154,8 @@ def scale_matrix(s: Stacks, matrix: SparseMatrix) -> Record:
     kernels.copy_shape(2, r.i32, result.shape, _i32((rows, cols)))
     kernels.write_matrix_times_element(
         e.cconst, e.code, 0, e.codeptr, e.cof, cols, mnnz, msubi, msubj, mval, e.ncodeatom, e.nidxs, e.nnz, 0,
-        result.cconst, result.code, result.codeptr, result.cof, r.f64, r.i32, r.i64, result.nidxs, result.ptr, result.sp,
-        w.f64, w.i32, w.i64)
+        result.cconst, result.code, result.codeptr, result.cof, r.f64, r.i32, r.i64,
+        result.nidxs, result.ptr, result.sp, w.f64, w.i32, w.i64)
     return s.finish(1, result)
 
 
@@ -164,23 +167,24 @@ def multiply_variable(s: Stacks, matrix: SparseMatrix, shape: Sequence[int], nid
     _, rows, cols, mnnz, msubi, msubj, mval = _matrix(matrix)
     d1 = math.prod(shape[1:])
     if len(shape) not in (1, 2) or shape[0] != cols or len(nidxs) != cols * d1:
-        raise ValueError(f"a matrix of {rows} x {cols} cannot be applied to {len(nidxs)} variables of shape {tuple(shape)}")
+        raise ValueError(f"a matrix of {rows} x {cols} cannot be applied to {len(nidxs)} variables of {tuple(shape)}")
     x, r = s.x, s.r
     _, variables, _ = x.reserve(n64=len(nidxs))
     x.i64[variables:variables + len(nidxs)] = nidxs
     nelem, nnz = kernels.measure_left_product(mnnz, msubi, 0, 0, d1)
     result = r.reserve_record(len(shape), nelem, nnz, hassp=True)
     kernels.copy_shape(len(shape), r.i32, result.shape, _i32((rows, *shape[1:])))
-    kernels.write_left_product(mval, mnnz, msubi, msubj, variables, result.cof, r.f64, r.i32, r.i64,
-                               result.nidxs, result.ptr, result.sp, d1, x.i64)
+    kernels.write_left_product(
+        mval, mnnz, msubi, msubj, variables, result.cof, r.f64, r.i32, r.i64,
+        result.nidxs, result.ptr, result.sp, d1, x.i64)
     return s.finish(0, result, without_pattern=nelem == rows * d1)
 
 
 def multiply_variable_right(s: Stacks, matrix: SparseMatrix, shape: Sequence[int], nidxs: np.ndarray) -> Record:
-    """Pushes X @ matrix for a dense array X of variables, of shape (t, k), and a matrix of k x c: shape (t, c), sparse."""
+    """Pushes X @ matrix for a dense array X of variables of shape (t, k) and a matrix of k x c: (t, c), sparse."""
     _, rows, cols, mnnz, msubi, msubj, mval = _matrix(matrix)
     if len(shape) != 2 or shape[1] != rows or len(nidxs) != shape[0] * rows:
-        raise ValueError(f"{len(nidxs)} variables of shape {tuple(shape)} cannot be multiplied by a matrix of {rows} x {cols}")
+        raise ValueError(f"{len(nidxs)} variables of {tuple(shape)} cannot be multiplied by {rows} x {cols}")
     w, r, mark = s.w, s.r, s.w.top
     column_ptr, variables, _ = w.reserve(n32=cols + 1 + mnnz, n64=len(nidxs))
     by_column = column_ptr + cols + 1
@@ -189,14 +193,15 @@ def multiply_variable_right(s: Stacks, matrix: SparseMatrix, shape: Sequence[int
     nelem = shape[0] * kernels.count_used_columns(msubj, 0, mnnz, by_column, w.i32)
     result = r.reserve_record(2, nelem, shape[0] * mnnz, hassp=True)
     kernels.copy_shape(2, r.i32, result.shape, _i32((shape[0], cols)))
-    kernels.write_right_product(0, 0, mval, cols, msubi, msubj, variables, mnnz, by_column, result.cof, r.f64, r.i32, r.i64,
-                                result.nidxs, result.ptr, result.sp, w.i32, w.i64, *shape)
+    kernels.write_right_product(
+        0, 0, mval, cols, msubi, msubj, variables, mnnz, by_column, result.cof, r.f64, r.i32, r.i64,
+        result.nidxs, result.ptr, result.sp, w.i32, w.i64, *shape)
     w.top = mark
     return s.finish(0, result, without_pattern=nelem == shape[0] * cols)
 
 
 def _matrix(matrix: Matrix) -> Tuple:
-    """(dense, rows, cols, entries, msubi, msubj, mval) as the kernels take them; msubi and msubj are None for a dense matrix."""
+    """(dense, rows, cols, entries, msubi, msubj, mval) for the kernels; a dense matrix has None for msubi and msubj."""
     if not isinstance(matrix, SparseMatrix):
         rows, cols = matrix.shape
         return True, rows, cols, 0, None, None, np.ascontiguousarray(matrix, dtype=np.float64).reshape(-1)
@@ -220,9 +225,9 @@ def transpose(s: Stacks) -> Record:
     if e.hassp:
         order, _, _ = x.reserve(n32=e.nelem + cols + 1)
         kernels.transpose_sparse(
-            e.cconst, e.code, e.codeptr, rows, cols, e.cof, e.nidxs, e.ptr, e.sp, e.ncodeatom, e.nelem, order, order + e.nelem,
-            result.cconst, result.code, result.codeptr, result.cof, r.f64, r.i32, r.i64, result.nidxs, result.ptr, result.sp,
-            w.f64, w.i32, w.i64, x.i32)
+            e.cconst, e.code, e.codeptr, rows, cols, e.cof, e.nidxs, e.ptr, e.sp, e.ncodeatom, e.nelem,
+            order, order + e.nelem, result.cconst, result.code, result.codeptr, result.cof, r.f64, r.i32, r.i64,
+            result.nidxs, result.ptr, result.sp, w.f64, w.i32, w.i64, x.i32)
     else:
         kernels.transpose_dense(
             e.cconst, e.code, e.codeptr, cols, rows, e.cof, e.nidxs, e.ptr, e.ncodeatom,
@@ -243,34 +248,35 @@ def add(s: Stacks, c1: float = 1.0, c2: float = 1.0) -> Record:
         raise ValueError(f"arrays of the shapes {shape} and {w.extents(b)} cannot be added")
     if a.hassp and not b.hassp:
         a, b, c1, c2 = b, a, c2, c1  # the kernel for a mixed pair takes the dense one first
-    # A term costs its atoms and two more for the weight, or a single one if its operand has no code while the other has.
-    ncodeatom = sum(e.ncodeatom + 2 * e.nnz if e.ncodeatom else e.nnz for e in (a, b)) if a.ncodeatom or b.ncodeatom else 0
+    ncodeatom = 0
+    if a.ncodeatom or b.ncodeatom:  # a term costs its atoms and two for the weight, or one if only the other has code
+        ncodeatom = sum(e.ncodeatom + 2 * e.nnz if e.ncodeatom else e.nnz for e in (a, b))
     nelem = kernels.count_union(a.nelem, b.nelem, 0, a.sp, b.sp, w.i64) if a.hassp else a.nelem
     result = r.reserve_record(a.nd, nelem, a.nnz + b.nnz, ncodeatom, hassp=a.hassp)
     kernels.copy_extents(r.i32, a.nd, result.shape, a.shape, w.i32)
     if a.hassp:
         kernels.add_sparse(
-            a.cconst, b.cconst, a.code, b.code, a.codeptr, b.codeptr, a.cof, b.cof, c1, c2, a.ncodeatom, b.ncodeatom,
-            a.nelem, b.nelem, a.nidxs, b.nidxs, a.ptr, b.ptr,
+            a.cconst, b.cconst, a.code, b.code, a.codeptr, b.codeptr, a.cof, b.cof, c1, c2,
+            a.ncodeatom, b.ncodeatom, a.nelem, b.nelem, a.nidxs, b.nidxs, a.ptr, b.ptr,
             result.cconst, result.code, result.codeptr, result.cof, r.f64, r.i32, r.i64, ncodeatom,
             result.nidxs, result.ptr, result.sp, a.sp, b.sp, w.f64, w.i32, w.i64)
     elif b.hassp:
         kernels.add_dense_and_sparse(
-            a.cconst, b.cconst, a.code, b.code, 0, a.codeptr, b.codeptr, a.cof, b.cof, 0, 0, c1, c2, a.ncodeatom, b.ncodeatom,
-            a.nelem, b.nelem, a.nidxs, b.nidxs, 0, a.ptr, b.ptr,
+            a.cconst, b.cconst, a.code, b.code, 0, a.codeptr, b.codeptr, a.cof, b.cof, 0, 0, c1, c2,
+            a.ncodeatom, b.ncodeatom, a.nelem, b.nelem, a.nidxs, b.nidxs, 0, a.ptr, b.ptr,
             result.cconst, result.code, result.codeptr, result.cof, r.f64, r.i32, r.i64, ncodeatom,
             result.nidxs, result.ptr, b.sp, w.f64, w.i32, w.i64)
     else:
         kernels.add_dense(
-            a.cconst, b.cconst, a.code, b.code, 0, a.codeptr, b.codeptr, a.cof, b.cof, 0, c1, c2, a.ncodeatom, b.ncodeatom,
-            a.nidxs, b.nidxs, a.ptr, b.ptr,
+            a.cconst, b.cconst, a.code, b.code, 0, a.codeptr, b.codeptr, a.cof, b.cof, 0, c1, c2,
+            a.ncodeatom, b.ncodeatom, a.nidxs, b.nidxs, a.ptr, b.ptr,
             result.cconst, result.code, result.codeptr, result.cof, r.f64, r.i32, r.i64, ncodeatom, nelem,
             result.nidxs, result.ptr, w.f64, w.i32, w.i64)
     return s.finish(2, result)
 
 
 def sum_blocks(s: Stacks, naxes: int = 1) -> Record:
-    """Sums an array over its last `naxes` axes, 0 < naxes <= nd. Only the pattern changes: the terms stay where they are."""
+    """Sums an array over its last `naxes` axes, 0 < naxes <= nd. Only the pattern changes, the terms do not."""
     w, r, e = s.w, s.r, s.operands(1)[0]
     if not 0 < naxes <= e.nd:
         raise ValueError(f"an array of shape {w.extents(e)} has no {naxes} last axes to sum over")
@@ -283,14 +289,16 @@ def sum_blocks(s: Stacks, naxes: int = 1) -> Record:
     result = r.reserve_record(nd, nelem, e.nnz, e.ncodeatom, hassp=e.hassp)
     kernels.copy_extents(r.i32, nd, result.shape, e.shape, w.i32)
     if e.hassp:
-        kernels.write_block_pattern(block, e.nelem, e.ptr, True, r.i32, r.i64, nelem, result.ptr, result.sp, 0, e.sp, w.i32, w.i64)
+        kernels.write_block_pattern(
+            block, e.nelem, e.ptr, True, r.i32, r.i64, nelem, result.ptr, result.sp, 0, e.sp, w.i32, w.i64)
     else:
         # Every block-th entry of ptr, which a strided view of the stack's array picks out.
         kernels.copy_extents(r.i32, nelem + 1, result.ptr, 0, w.i32[e.ptr:e.ptr + e.nelem + 1:block])
     kernels.copy_i64_run(e.nidxs, e.nnz, r.i64, result.nidxs, w.i64)
     kernels.copy_f64_run(e.cof, e.nnz, result.cof, r.f64, w.f64)
     if e.ncodeatom:
-        kernels.copy_extents(r.i32, e.nnz + 1 + e.ncodeatom, result.codeptr, e.codeptr, w.i32)  # codeptr and code in one run
+        # codeptr and code lie side by side in every record
+        kernels.copy_extents(r.i32, e.nnz + 1 + e.ncodeatom, result.codeptr, e.codeptr, w.i32)
         kernels.copy_f64_run(e.cconst, e.ncodeatom, result.cconst, r.f64, w.f64)
     return s.finish(1, result)
 
@@ -316,13 +324,15 @@ def pick(s: Stacks, indices: np.ndarray) -> Record:
     n = len(indices)
     if e.hassp:
         slots, _, _ = x.reserve(n32=n)
-        ncodeatom, nnz = kernels.find_picked(e.codeptr, indices, e.ncodeatom, e.nelem, e.ptr, 0, 0, e.sp, slots, w.i32, w.i64, x.i32)
+        ncodeatom, nnz = kernels.find_picked(
+            e.codeptr, indices, e.ncodeatom, e.nelem, e.ptr, 0, 0, e.sp, slots, w.i32, w.i64, x.i32)
     else:
         ncodeatom, nnz = kernels.measure_pick(e.codeptr, indices, e.ncodeatom, e.ptr, 0, 0, w.i32)
     result = r.reserve_record(1, n, nnz, ncodeatom)
     kernels.copy_shape(1, r.i32, result.shape, _i32((n,)))
     common = (e.cconst, e.code, 0, e.codeptr, e.cof, indices, 0, e.nidxs, e.ptr,
-              result.cconst, result.code, result.codeptr, result.cof, r.f64, r.i32, r.i64, ncodeatom, result.nidxs, result.ptr)
+              result.cconst, result.code, result.codeptr, result.cof, r.f64, r.i32, r.i64, ncodeatom,
+              result.nidxs, result.ptr)
     if e.hassp:
         kernels.write_sparse_pick(*common, slots, w.f64, w.i32, w.i64, x.i32)
     else:
@@ -340,7 +350,8 @@ def slice_box(s: Stacks, first: Sequence[int], last: Sequence[int]) -> Record:
     strides, box_strides = np.ones(e.nd, dtype=np.int64), np.ones(e.nd, dtype=np.int64)
     kernels.strides_of_record(e.nd, e.shape, strides, w.i32)
     ncodeatom, nelem, nnz = kernels.measure_slice(
-        e.codeptr, _i32(first), e.hassp, _i32(last), e.ncodeatom, e.nd, e.nelem, e.ptr, 0, 0, 0, e.shape, e.sp, strides, w.i32, w.i64)
+        e.codeptr, _i32(first), e.hassp, _i32(last), e.ncodeatom, e.nd, e.nelem, e.ptr, 0, 0, 0, e.shape, e.sp, strides,
+        w.i32, w.i64)
     result = r.reserve_record(e.nd, nelem, nnz, ncodeatom, hassp=e.hassp)
     kernels.write_shape(e.nd, r.i32, box, result.shape)
     kernels.strides_of_result(e.nd, box, box_strides)

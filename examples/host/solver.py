@@ -20,8 +20,8 @@ class Solution:
 
     status: "optimal", "infeasible", "unbounded", or words on what else happened, in one line.
     objective: with the constant, in the problem's own sense.
-    xx: values of all variables by number, place 0 unused; xc: values of all rows; slc, suc: duals of the rows' lower and upper
-    bounds, whose difference is the change of the objective for each unit by which a row's bounds move up.
+    xx: values of all variables by number, place 0 unused; xc: values of all rows; slc, suc: duals of the rows' lower
+    and upper bounds, whose difference is the change of the objective for each unit by which a row's bounds move up.
     """
 
     status: str
@@ -70,7 +70,8 @@ def solve(p: Problem) -> Solution:
 
 
 def _solve_linear(p: Problem, c: np.ndarray):
-    """Status, values, duals of the rows' lower and upper bounds. The solver's form has equations and upper bounds only."""
+    """Status, values, duals of the rows' lower and upper bounds."""
+    # The solver's form has equations and upper bounds only.
     equal = p.lo == p.hi
     above, below = np.isfinite(p.hi) & ~equal, np.isfinite(p.lo) & ~equal
     result = linprog(c, A_ub=vstack([p.A[above], -p.A[below]]), b_ub=np.concatenate([p.hi[above], -p.lo[below]]),

@@ -1,7 +1,8 @@
 """The three stacks of the expression evaluator, and the records that lie on them.
 
-Every evaluated expression is a record: an N-dimensional array whose elements are sparse linear forms over numbered variables. Its
-fields are runs of slots on three arrays (int32, int64, float64) that grow and shrink together as one stack:
+Every evaluated expression is a record: an N-dimensional array whose elements are sparse linear forms over numbered
+variables. Its fields are runs of slots on three arrays (int32, int64, float64) that grow and shrink together as one
+stack:
 
     field     array  length          content
     shape     i32    nd              extents, outermost first; elements are numbered row-major in this shape
@@ -13,8 +14,8 @@ fields are runs of slots on three arrays (int32, int64, float64) that grow and s
     cof       f64    nnz             the constant coefficient of each term
     cconst    f64    ncodeatom       operands of the coefficient code, only if ncodeatom > 0
 
-An operator reads its operands on the w stack, writes its result on the r stack and uses the x stack as scratch. Kernels get the
-arrays and plain positions in them; finding room and knowing the tops is the business of this module.
+An operator reads its operands on the w stack, writes its result on the r stack and uses the x stack as scratch. Kernels
+get the arrays and plain positions in them; finding room and knowing the tops is the business of this module.
 """
 
 from __future__ import annotations
@@ -49,7 +50,7 @@ class Record:
 
 
 class Stack:
-    """Three growable arrays with one top each. `i32`, `i64` and `f64` are replaced when they grow: fetch them for every call."""
+    """Three growable arrays with one top each. They are replaced when they grow: fetch them for every call."""
 
     def __init__(self) -> None:
         self.i32 = np.zeros(64, dtype=np.int32)
@@ -67,7 +68,7 @@ class Stack:
         return start
 
     def reserve_record(self, nd: int, nelem: int, nnz: int, ncodeatom: int = 0, hassp: bool = False) -> Record:
-        """Pushes room for a record. `ptr[0]` and `codeptr[0]` are set to 0, everything else is the kernels' to write."""
+        """Pushes room for a record. `ptr[0]` and `codeptr[0]` are set to 0, all else is the kernels' to write."""
         coded = ncodeatom > 0
         size = (nd + nelem + 1 + (nnz + 1 + ncodeatom) * coded, nnz + nelem * hassp, nnz + ncodeatom)
         start = self.reserve(*size)
@@ -101,7 +102,7 @@ class Stacks:
         return self.records[len(self.records) - count:]
 
     def finish(self, operands: int, result: Record, without_pattern: bool = False) -> Record:
-        """Ends an operator: pops its operands off w, moves `result` from r to w, empties r and x, and gives back the moved record.
+        """Ends an operator: pops its operands off w, moves `result` from r to w, empties r and x; the moved record.
 
         `without_pattern` turns a record whose pattern names every element into a dense one.
         """

@@ -19,20 +19,17 @@ void refuse_array(const char* name)
 }
 
 template <class T>
-PyObject* take_view(PyObject* object, int dimensions, const char* name)
+bool has_form(PyObject* view, int dimensions, const char* name)
 {
-  PyObject* view = PyMemoryView_FromObject(object);
-  if (!view) return nullptr;
   const Py_buffer& buffer = *PyMemoryView_GET_BUFFER(view);
-  if (buffer.ndim == dimensions && Element<T>::accepts(buffer.format[0]) && buffer.itemsize == sizeof(T)) return view;
+  if (buffer.ndim == dimensions && Element<T>::accepts(buffer.format[0]) && buffer.itemsize == sizeof(T)) return true;
   refuse_array(name);
-  Py_DECREF(view);
-  return nullptr;
+  return false;
 }
 
-template PyObject* take_view<i32>(PyObject*, int, const char*);
-template PyObject* take_view<i64>(PyObject*, int, const char*);
-template PyObject* take_view<f64>(PyObject*, int, const char*);
+template bool has_form<i32>(PyObject*, int, const char*);
+template bool has_form<i64>(PyObject*, int, const char*);
+template bool has_form<f64>(PyObject*, int, const char*);
 
 bool Parameter<I32Table>::Bound::bind(const char* name)
 {
@@ -58,7 +55,7 @@ bool Parameter<I32Table>::Bound::bind(const char* name)
     Parameter<I32>::Bound bound;
     bound.parsed = entry ? entry : Py_None;  // a null reference stands for None in object arrays
     const bool ok = bound.bind(name);
-    entry_views[k] = bound.view;
+    entry_views[k] = bound.view;  // also of an entry that is refused: its turn of release is among the entries
     table.entries[k] = bound.array;
     if (!ok) return false;
   }

@@ -35,10 +35,9 @@ struct Element<f64> {
 // Sets the ValueError "Invalid array shape or type for argument 'NAME'".
 [[gnu::cold]] void refuse_array(const char* name);
 
-// A new memoryview of `object` with `dimensions` axes and elements of type T. Null, with the exception set and nothing
-// held, if there is none.
+// Whether a memoryview has `dimensions` axes and elements of type T. Refuses the array by its name if not.
 template <class T>
-PyObject* take_view(PyObject* object, int dimensions, const char* name);
+bool has_form(PyObject* view, int dimensions, const char* name);
 
 // Where a buffer's elements begin. Null stands for None alone, so a buffer without elements gets another address.
 inline void* data_of(const Py_buffer& buffer)
@@ -48,8 +47,8 @@ inline void* data_of(const Py_buffer& buffer)
 }
 
 // A parameter of a body: its letter in the format string, and how an argument for it is bound. A Bound begins with what
-// the parser stores into `parsed`; bind() turns that into what the body takes, release() gives it back. Scalars bind as
-// themselves.
+// the parser stores into `parsed`; bind() turns that into what the body takes, release() gives it back, also after a
+// bind() that failed. Scalars bind as themselves.
 template <class T, char format_letter, class Stored>
 struct ScalarParameter {
   static constexpr char letter = format_letter;
@@ -96,8 +95,8 @@ struct Parameter<StridedArray<T>> {
         array.bounds = Bounds::of(name, 0);
         return true;
       }
-      view = take_view<T>(parsed, 1, name);
-      if (!view) return false;
+      view = PyMemoryView_FromObject(parsed);
+      if (!view || !has_form<T>(view, 1, name)) return false;
       const Py_buffer& buffer = *PyMemoryView_GET_BUFFER(view);
       array.data = static_cast<T*>(data_of(buffer));
       array.stride = buffer.strides[0] >> Element<T>::shift;
@@ -133,8 +132,8 @@ struct Parameter<StridedMatrix<T>> {
         matrix.bounds = MatrixBounds::of(name, 0, 0);
         return true;
       }
-      view = take_view<T>(parsed, 2, name);
-      if (!view) return false;
+      view = PyMemoryView_FromObject(parsed);
+      if (!view || !has_form<T>(view, 2, name)) return false;
       const Py_buffer& buffer = *PyMemoryView_GET_BUFFER(view);
       matrix.data = static_cast<T*>(data_of(buffer));
       matrix.rowstride = buffer.strides[0] >> Element<T>::shift;

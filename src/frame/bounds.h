@@ -17,6 +17,11 @@ struct OutOfBounds {
   std::string fault;  // "rf64[1024] outside 0..1000": the end of the range is the array's length
 };
 
+// Defined elsewhere: each of the thousands of checks that are inlined into a kernel is a comparison and a call.
+[[noreturn, gnu::cold]] void leave_at(const char* name, std::int64_t index, std::int64_t count);
+[[noreturn, gnu::cold]] void leave_at(const char* name, std::int64_t row, std::int64_t column, std::int64_t rows,
+                                      std::int64_t columns);
+
 struct Bounds {
   const char* name = "";
   std::int64_t count = 0;
@@ -27,9 +32,7 @@ struct Bounds {
   void check(std::int64_t k) const
   {
     const std::int64_t index = start + k;
-    if (index < 0 || index >= count) {
-      throw OutOfBounds{std::string(name) + "[" + std::to_string(index) + "] outside 0.." + std::to_string(count)};
-    }
+    if (index < 0 || index >= count) leave_at(name, index, count);
   }
   // Checks elements 0 to n-1 at once and names the first one outside.
   void check_run(std::int64_t n) const
@@ -48,10 +51,7 @@ struct MatrixBounds {
   static MatrixBounds of(const char* name, std::int64_t rows, std::int64_t cols) { return {name, rows, cols}; }
   void check(std::int64_t r, std::int64_t c) const
   {
-    if (r < 0 || r >= rows || c < 0 || c >= cols) {
-      throw OutOfBounds{std::string(name) + "[" + std::to_string(r) + ", " + std::to_string(c) + "] outside 0.." +
-                        std::to_string(rows) + ", 0.." + std::to_string(cols)};
-    }
+    if (r < 0 || r >= rows || c < 0 || c >= cols) leave_at(name, r, c, rows, cols);
   }
 };
 

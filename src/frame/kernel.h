@@ -123,7 +123,9 @@ struct Frame<body> {
       return nullptr;
     }
     const auto run = [&]() -> Result {
+#ifndef FRAGMENTS_CHECKED
       if ((std::get<k>(bound).has_unit_stride() && ...)) return body(std::get<k>(bound).as_unit()...);
+#endif
       return body(std::get<k>(bound).as_given()...);
     };
 #ifdef FRAGMENTS_CHECKED

@@ -1,0 +1,37 @@
+// Stacks and interleavings of several arrays that arrive together, as one array of arrays.
+//
+// Entries that are None are empty. A loop that reads an entry relies on its length unless the kernel says otherwise.
+
+#include "frame/frame.h"
+
+namespace fragments {
+
+// Adds to rshape[d] the extents along axis d of the first n shapes, for stacking arrays along d. A shape that ends
+// before d, None too, counts as extent 1.
+KERNEL((231), (), add_stacked_extents, i32 d, i32 n, I32 rshape, I32Table shapes)
+{
+  for (i64 k = 0; k < n; ++k) {
+    const I32& shape = shapes[k];
+    rshape[d] = wrapping_add(rshape[d], d < shape.count ? shape[d] : 1);
+  }
+}
+
+// Adds to resshape[dim] the extents along axis dim of all shapes; each of them has that axis.
+KERNEL((445), (), add_extents_of_table, i32 dim, I32 resshape, I32Table shapes)
+{
+  for (i64 k = 0; k < shapes.count; ++k) resshape[dim] = wrapping_add(resshape[dim], shapes[k][dim]);
+}
+
+// Interleaves `width` lists of native indices: element r of every list in turn, for each r below the product of the
+// extents resshape[0 .. nd-1]. Fills con_nativeidxs[product * width].
+KERNEL((256), (), interleave_lists, I32 con_nativeidxs, i32 width, i32 nd, I32Table nidxlist, I32 resshape)
+{
+  i64 size = 1;
+  for (i64 i = 0; i < nd; ++i) size = wrapping_mul<i64>(size, resshape[i]);
+  i64 pos = 0;
+  for (i64 r = 0; r < size; ++r) {
+    for (i64 j = 0; j < width; ++j) con_nativeidxs[pos++] = nidxlist[j][r];
+  }
+}
+
+}  // namespace fragments

@@ -1,0 +1,112 @@
+"""Arrays of arrays: what their kernels compute, how entries are bound, refused and released."""
+
+import ctypes
+import sys
+
+import numpy as np
+import pytest
+
+import recorder
+from support import KERNELS, LAYOUTS, call, f64, i32, i64, layout
+
+REFUSED = "Invalid array shape or type for argument '{}'"
+
+
+def table(*entries, kind="contiguous"):
+    objects = np.empty(len(entries), dtype=object)
+    for k, entry in enumerate(entries):
+        objects[k] = entry
+    return layout(objects, kind)
+
+
+def recorded(log, name, *values):
+    return recorder.Buffer(log, name, i32(values), "i", 4, (len(values),))
+
+
+@pytest.mark.parametrize("kind", LAYOUTS)
+@pytest.mark.parametrize("entry_kind", LAYOUTS)
+def test_extents_of_shapes_add_up(kind, entry_kind):
+    shapes = [layout(i32(shape), entry_kind) for shape in ([2, 3], [4, 5, 6], [7], [2**31 - 1, 8])]
+    rshape = i32([9, 10])
+    call(231, d=1, n=3, rshape=rshape, shapes=table(*shapes, kind=kind))
+    assert rshape.tolist() == [9, 10 + 3 + 5 + 1]
+    call(231, d=0, n=2, rshape=rshape, shapes=table(None, *shapes, kind=kind))
+    assert rshape.tolist() == [9 + 1 + 2, 19]
+    call(445, dim=0, resshape=rshape, shapes=table(*shapes[:3], kind=kind))
+    assert rshape.tolist() == [12 + 2 + 4 + 7, 19]
+
+
+@pytest.mark.parametrize("shapes", [None, table(), recorder.Buffer([], "", None, "O", 8, (0,))])
+def test_no_shapes_leave_the_result(shapes):
+    rshape = i32([9])
+    call(231, d=0, n=0, rshape=rshape, shapes=shapes)
+    call(445, dim=0, resshape=rshape, shapes=shapes)
+    assert rshape.tolist() == [9]
+
+
+@pytest.mark.parametrize("kind", LAYOUTS)
+def test_lists_interleave(kind):
+    lists = table(i32([1, 2, 3, 4, 5, 6, 7]), layout(i32([-1, -2, -3, -4, -5, -6]), kind), None, kind=kind)
+    for nd, rows in ((2, 6), (1, 2), (0, 1), (3, 0)):
+        target = layout(i32([99] * 14), kind)
+        call(256, con_nativeidxs=target, width=2, nd=nd, nidxlist=lists, resshape=i32([2, 3, 0]))
+        assert target.tolist() == [sign * r for r in range(1, rows + 1) for sign in (1, -1)] + [99] * (14 - 2 * rows)
+
+
+def test_a_null_reference_is_none():
+    rshape = i32([0])
+    call(231, d=0, n=2, rshape=rshape, shapes=recorder.Buffer([], "", bytes(16), "O", 8, (2,)))
+    assert rshape.tolist() == [2]
+
+
+TABLES = [(number, name) for number in KERNELS for name, kind in KERNELS[number].parameters if kind == "i32*"]
+
+
+@pytest.mark.parametrize("number, name", TABLES)
+def test_what_is_no_table_of_i32_arrays_is_refused(number, name):
+    for wrong in (f64([1]), i64([1]), i32([[1]]), i32(1), np.uint32([1])):
+        with pytest.raises(ValueError, match=REFUSED.format(name)):
+            call(number, **{name: table(None, i32([1]), wrong)})
+    for wrong in (i32([1]), np.empty((1, 1), object), np.array(None), (ctypes.py_object * 1)(None)):
+        with pytest.raises(ValueError, match=REFUSED.format(name)):
+            call(number, **{name: wrong})
+    for wrong in (object(), [None], table(None, object())):
+        with pytest.raises(TypeError, match="bytes-like"):
+            call(number, **{name: wrong})
+
+
+@pytest.mark.parametrize("number, name", TABLES)
+@pytest.mark.parametrize("fault", [None, "entry of another type", "entry without buffer", "array after the table"])
+def test_entries_are_released_before_their_table_in_ascending_order(number, name, fault):
+    log = []
+    names = [parameter for parameter, kind in KERNELS[number].parameters if kind.startswith("i32")]
+    before, after = names[: names.index(name)], names[names.index(name) + 1 :]
+    if fault == "array after the table" and not after:
+        return
+    arrays = {parameter: recorded(log, parameter, 0) for parameter in names}
+    taken = ["first", "second", "third"]
+    entries = [recorded(log, entry, 1) for entry in taken]
+    if fault == "entry of another type":
+        entries[1] = recorder.Buffer(log, "second", f64([1]), "d", 8, (1,))
+        del taken[2]
+    elif fault == "entry without buffer":
+        entries[1] = object()
+        del taken[1:]
+    elif fault:
+        arrays[after[0]] = recorder.Buffer(log, after[0], f64([1]), "d", 8, (1,))
+        del after[1:]
+    if fault and fault.startswith("entry"):
+        after = []
+    objects = table(*entries)
+    arrays[name] = recorder.Buffer(log, name, objects, "O", 8, (len(entries),))
+
+    held = [objects, *arrays.values(), *entries]
+    references = [sys.getrefcount(x) for x in held]
+    if fault:
+        with pytest.raises(TypeError if fault == "entry without buffer" else ValueError):
+            call(number, **arrays)
+    else:
+        call(number, **arrays)
+    assert [sys.getrefcount(x) for x in held] == references
+    drops = [*reversed(after), *taken, name, *reversed(before)]
+    assert log == ["+" + x for x in (*before, name, *taken, *after)] + ["-" + x for x in drops]

@@ -1,0 +1,63 @@
+"""The checked build: an index outside an array ends the kernel with an IndexError that names it."""
+
+import re
+
+import numpy as np
+import pytest
+
+import recorder
+from support import CHECKED, KERNELS, call, f64, i32, i64
+from test_array_tables import table
+
+pytestmark = pytest.mark.skipif(not CHECKED, reason="the build is not checked")
+
+
+def check(number, message, **arguments):
+    with pytest.raises(IndexError) as fault:
+        call(number, **arguments)
+    assert str(fault.value) == f"_c_closure_{number}: {message}"
+
+
+@pytest.mark.parametrize("number", [454, 459, 466])
+def test_the_first_index_outside_is_named(number):
+    check(number, "msubi[2] outside 0..2", mnnz=4, msubi=i32([0, 0]), msubj=i32([0, 0, 0, 0]))
+    check(number, "msubj[1] outside 0..1", mdimi=1, mnnz=4, msubi=i32([0, 0, 0, 0])[::2], msubj=i32([0]))
+    check(number, "msubi[0] outside 0..0", mnnz=1, msubj=i32([0]))
+
+
+def test_positions_count_from_the_start_of_the_array():
+    product = dict(d0=1, d1=1, mnnz=1, msubi=i32([0]), msubj=i32([0]), mval=f64([1]))
+    operand = dict(ptr=1, wi32=i32([9, 0, 2]), nidxs=1, wi64=i64([9, 4, 5]), cof=2, wf64=f64([9, 9, 1, 2]))
+    result = dict(ri32=i32([0, 0]), ri64=i64([0, 0]), rf64=f64([0, 0]))
+    good = product | operand | result
+    assert call(472, **good) == (0, 1, 2)
+    check(472, "wf64[4] outside 0..4", **good | dict(cof=3))
+    check(472, "wf64[-1] outside 0..4", **good | dict(cof=-1))
+    check(472, "ri64[2] outside 0..2", **good | dict(rnidxs=1))
+    check(472, "ri32[2] outside 0..2", **good | dict(rptr=1))
+    check(472, f"wi64[{2**31 - 1}] outside 0..3", **good | dict(nidxs=2**31 - 1))
+    check(472, "rf64[0] outside 0..0", **good | dict(rf64=None))
+
+
+def test_tables_and_their_entries():
+    check(445, "shapes[1] outside 0..1", dim=1, resshape=i32([0, 0]), shapes=table(i32([1, 2]), i32([1])))
+    check(445, "shapes[0] outside 0..0", resshape=i32([0]), shapes=table(i32([1]), None))
+    check(231, "shapes[2] outside 0..2", n=3, rshape=i32([0]), shapes=table(None, None))
+    check(256, "nidxlist[0] outside 0..0", con_nativeidxs=i32([0]), width=1, resshape=None)
+
+
+@pytest.mark.skipif(450 not in KERNELS, reason="no kernel with a matrix yet")
+def test_matrices():
+    check(450, "vsub[0, 2] outside 0..3, 0..2", nd=3, res=i64([0] * 3), s=i64([0] * 3), vsub=np.zeros((3, 2), np.int32))
+
+
+def test_a_fault_ends_the_kernel_there_and_releases_all():
+    log = []
+    memory = i32([9] * 8)
+    arrays = dict(con_nativeidxs=memory, nidxlist=table(i32([1, 2, 3]), i32([4, 5, 6])), resshape=i32([3]))
+    for name, data in arrays.items():
+        format = "O" if name == "nidxlist" else "i"
+        arrays[name] = recorder.Buffer(log, name, data, format, data.itemsize, (min(len(data), 5),))
+    check(256, "con_nativeidxs[5] outside 0..5", width=2, nd=1, **arrays)
+    assert memory.tolist() == [1, 4, 2, 5, 3, 9, 9, 9]
+    assert log == ["+" + name for name in arrays] + ["-" + name for name in reversed(arrays)]

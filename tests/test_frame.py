@@ -1,0 +1,305 @@
+"""The frame over every kernel: names, parsing, binding, order of release, results. All from the table of kernels.
+
+Calls for all kernels have empty loops: None or empty arrays, and 0 for every scalar.
+"""
+
+import array
+import ctypes
+import re
+import sys
+
+import numpy as np
+import pytest
+
+import fragments
+import recorder
+from support import CHECKED, EMPTY, KERNELS, LAYOUTS, call, f64, i32, i64, kernel, layout
+
+# Of each kind of array: the formats it takes as (format, item size), and its dimensions.
+ACCEPTED = {
+    "i32": ([("i", 4), ("l", 4)], 1),
+    "i64": ([("q", 8), ("l", 8)], 1),
+    "f64": ([("d", 8)], 1),
+    "i32x2": ([("i", 4), ("l", 4)], 2),
+    "f64x2": ([("d", 8)], 2),
+    "i32*": ([("O", 8)], 1),
+}
+FORMATS = {
+    *((letter, size) for letter in "bBhHiIlLqQnNfd?cP" for size in (1, 2, 4, 8)),
+    *((order + letter, size) for order in "<>=!@" for letter, size in (("i", 4), ("l", 4), ("q", 8), ("l", 8), ("d", 8))),
+    *(("O", 8), ("<O", 8), ("OO", 16), ("OO", 8), ("g", 16), ("Zd", 16), ("T{i:x:}", 4), ("4i", 16), ("", 4), ("", 8)),
+}
+
+# Kernels that touch an array also where every scalar is 0, and what they touch.
+TOUCHES_AT_ZERO = {}
+
+
+def empty_call(declared):
+    return [EMPTY.get(kind) for _, kind in declared.parameters]
+
+
+def array_places(declared):
+    return [(place, name, kind) for place, (name, kind) in enumerate(declared.parameters) if kind not in EMPTY]
+
+
+def wrong_shape(name):
+    return f"Invalid array shape or type for argument '{name}'"
+
+
+def failure(number, arguments):
+    """The exception of a call."""
+    try:
+        result = kernel(number)(*arguments)
+    except Exception as error:
+        return error
+    raise AssertionError(f"_c_closure_{number} returned {result} for {arguments}")
+
+
+def buffer(log, name, format, itemsize, dimensions, readonly=False):
+    """An empty array that records in `log`."""
+    return recorder.Buffer(log, name, b"", format, itemsize, (0,) * dimensions, readonly=readonly)
+
+
+def fitting(log, name, kind):
+    formats, dimensions = ACCEPTED[kind]
+    return buffer(log, name, *formats[0], dimensions)
+
+
+def misfit(log, name, kind):
+    """An array of the right dimensions but of a format that no parameter takes."""
+    return buffer(log, name, "h", 2, ACCEPTED[kind][1])
+
+
+def references(arguments):
+    return [sys.getrefcount(argument) for argument in arguments if isinstance(argument, recorder.Buffer)]
+
+
+def has_kind(value, kind):
+    return type(value) is (bool if kind == "bool" else int)
+
+
+def has_result(value, results):
+    if len(results) < 2:
+        return has_kind(value, results[0]) if results else value is None
+    return type(value) is tuple and len(value) == len(results) and all(map(has_kind, value, results))
+
+
+def test_the_module_holds_the_kernels_of_the_table_and_nothing_else():
+    standard = {"__name__", "__doc__", "__package__", "__loader__", "__spec__", "__file__"}
+    assert set(vars(fragments)) - standard == {f"_c_closure_{number}" for number in KERNELS}
+    assert set(KERNELS) <= set(range(652))
+    assert fragments.__doc__ == ""
+    assert not any(kernel(number).__doc__ for number in KERNELS)
+
+
+def test_arrays_stand_in_the_order_of_their_names():
+    for number, declared in KERNELS.items():
+        names = [name for _, name, _ in array_places(declared)]
+        assert names == sorted(set(names)), number
+
+
+def test_arguments_are_positional_and_all_needed():
+    for number, declared in KERNELS.items():
+        arguments = empty_call(declared)
+        for wrong in ([], arguments[:-1], arguments + [0]):
+            assert type(failure(number, wrong)) is TypeError, number
+        with pytest.raises(TypeError, match="keyword"):
+            kernel(number)(*arguments[:-1], **{declared.parameters[-1][0]: arguments[-1]})
+
+
+class Truth:
+    def __init__(self, truth):
+        self.truth = truth
+
+    def __bool__(self):
+        if self.truth is None:
+            raise ZeroDivisionError
+        return self.truth
+
+
+REFUSED_SCALARS = {
+    "i": [(2**31, OverflowError), (-(2**31) - 1, OverflowError), (2**64, OverflowError), (0.0, TypeError), ("0", TypeError)],
+    "L": [(2**63, OverflowError), (-(2**63) - 1, OverflowError), (0.0, TypeError), (None, TypeError)],
+    "d": [("0", TypeError), (None, TypeError), (10**400, OverflowError)],
+    "p": [(Truth(None), ZeroDivisionError)],
+}
+TAKEN_SCALARS = {
+    "i": [2**31 - 1, -(2**31), True, np.int64(5)],
+    "L": [2**63 - 1, -(2**63), np.int32(5)],
+    "d": [1, np.float32(0.5), float("nan")],
+    "p": [None, "", [0], Truth(True), Truth(False), 0.5],
+}
+
+
+def test_scalars_are_parsed_before_any_array_is_looked_at():
+    log = []
+    for number, declared in KERNELS.items():
+        arguments = empty_call(declared)
+        for place, name, kind in array_places(declared):
+            arguments[place] = misfit(log, name, kind)
+        for place, (_, kind) in enumerate(declared.parameters):
+            given = arguments[place]
+            for arguments[place], error in REFUSED_SCALARS.get(kind, ()):
+                assert type(failure(number, arguments)) is error, (number, place)
+            assert log == []
+            # A taken scalar leaves the first array to blame.
+            for arguments[place] in TAKEN_SCALARS.get(kind, ()) if array_places(declared) else ():
+                assert str(failure(number, arguments)) == wrong_shape(array_places(declared)[0][1]), (number, place)
+            log.clear()
+            arguments[place] = given
+
+
+@pytest.mark.parametrize("kind", ACCEPTED)
+def test_arrays_of_other_types_and_dimensions_are_refused(kind):
+    log = []
+    formats, dimensions = ACCEPTED[kind]
+    wrong = [buffer(log, "", *format, dimensions) for format in FORMATS - set(formats)]
+    wrong += [buffer(log, "", *format, other) for format in formats for other in range(4) if other != dimensions]
+    for number, declared in KERNELS.items():
+        for place, name, _ in filter(lambda parameter: parameter[2] == kind, array_places(declared)):
+            arguments = empty_call(declared)
+            for arguments[place] in wrong:
+                error = failure(number, arguments)
+                assert (type(error), str(error)) == (ValueError, wrong_shape(name)), number
+    assert log == ["+", "-"] * (len(log) // 2)
+
+
+@pytest.mark.parametrize("kind", ACCEPTED)
+def test_arrays_of_the_right_type_are_taken(kind):
+    log = []
+    formats, dimensions = ACCEPTED[kind]
+    right = [buffer(log, "", *format, dimensions, readonly) for format in formats for readonly in (False, True)]
+    for number, declared in KERNELS.items():
+        if number in TOUCHES_AT_ZERO:
+            continue
+        for place, _, _ in filter(lambda parameter: parameter[2] == kind, array_places(declared)):
+            arguments = empty_call(declared)
+            for arguments[place] in right:
+                assert has_result(kernel(number)(*arguments), declared.results), number
+    assert log == ["+", "-"] * (len(log) // 2)
+
+
+@pytest.mark.parametrize("left_out", [None, 0, 1], ids=["all arrays", "every odd array None", "every even array None"])
+def test_views_are_released_in_reverse_order(left_out):
+    """On success, and after a failure at each array: of its type, of its dimensions, of its buffer."""
+    for number, declared in KERNELS.items():
+        log = []
+        arguments = empty_call(declared)
+        bound = []  # in order, the names of the arrays so far that are not None
+        for k, (place, name, kind) in enumerate(array_places(declared)):
+            other_dimensions = buffer(log, name, *ACCEPTED[kind][0][0], 3)
+            for arguments[place] in (misfit(log, name, kind), other_dimensions, object()):
+                is_array = isinstance(arguments[place], recorder.Buffer)
+                # Whatever stands in the places behind is not looked at.
+                for behind, later, later_kind in array_places(declared)[k + 1 :]:
+                    arguments[behind] = misfit(log, later, later_kind)
+                counts = references(arguments)
+                error = failure(number, arguments)
+                assert type(error) is (ValueError if is_array else TypeError), number
+                taken = bound + [name] * is_array
+                assert log == ["+" + x for x in taken] + ["-" + x for x in reversed(taken)], number
+                assert references(arguments) == counts, number
+                log.clear()
+            if left_out is not None and k % 2 == left_out:
+                arguments[place] = None
+            else:
+                arguments[place] = fitting(log, name, kind)
+                bound.append(name)
+        if number not in TOUCHES_AT_ZERO:
+            counts = references(arguments)
+            assert has_result(kernel(number)(*arguments), declared.results), number
+            assert log == ["+" + x for x in bound] + ["-" + x for x in reversed(bound)], number
+            assert references(arguments) == counts, number
+
+
+def test_none_stands_for_every_array_that_is_not_touched():
+    touching = set()
+    for number, declared in KERNELS.items():
+        if number in TOUCHES_AT_ZERO and not CHECKED:
+            continue
+        try:
+            assert has_result(kernel(number)(*empty_call(declared)), declared.results), number
+        except IndexError:
+            touching.add(number)
+    if CHECKED:
+        assert touching == set(TOUCHES_AT_ZERO)
+
+
+def test_an_empty_buffer_is_an_array_even_at_no_address():
+    """To the measure of a product None means a dense matrix, an empty array one without entries."""
+    nowhere = recorder.Buffer([], "", None, "i", 4, (0,))
+    assert call(467, mdimi=2, nnz=3)[2] == 6
+    assert call(467, mdimi=2, nnz=3, msubi=nowhere, msubj=nowhere)[2] == 0
+
+
+def test_results_hold_references_of_their_own():
+    before = sys.getrefcount(None), sys.getrefcount(True), sys.getrefcount(0)
+    for number in set(KERNELS) - set(TOUCHES_AT_ZERO):
+        for _ in range(100):
+            kernel(number)(*empty_call(KERNELS[number]))
+    after = sys.getrefcount(None), sys.getrefcount(True), sys.getrefcount(0)
+    assert max(abs(x - y) for x, y in zip(before, after)) < 50
+
+
+def test_exceptions_of_the_buffer_itself_stand():
+    released = memoryview(b"")
+    released.release()
+    for wrong, error in ((released, ValueError), (np.zeros(2, "datetime64[s]"), ValueError), ([1, 2], TypeError)):
+        with pytest.raises(error) as expected:
+            memoryview(wrong)
+        with pytest.raises(error, match=re.escape(str(expected.value))):
+            call(454, msubi=wrong, msubj=i32([]))
+
+
+@pytest.mark.parametrize(
+    "wrong",
+    [
+        np.zeros(3),
+        np.zeros(3, ">i4"),
+        np.zeros(3, np.uint32),
+        np.zeros(3, np.int64),
+        np.zeros((3, 1), np.int32),
+        np.int32(0),
+        array.array("I", [0, 0, 0]),
+        bytes(12),
+        (ctypes.c_int * 3)(),
+    ],
+    ids=["float64", "byte-swapped", "unsigned", "int64", "2-d", "0-d", "array of unsigned", "bytes", "ctypes"],
+)
+def test_arrays_of_other_libraries_are_refused(wrong):
+    with pytest.raises(ValueError, match=wrong_shape("msubj")):
+        call(454, mdimi=1, mdimj=1, mnnz=3, msubi=i32([0, 0, 0]), msubj=wrong)
+
+
+# Carriers of values of one of the three types.
+CARRIERS = {
+    **{kind: lambda array, kind=kind: layout(array, kind) for kind in LAYOUTS},
+    "read-only": lambda array: np.frombuffer(array.tobytes(), array.dtype),
+    "long long": lambda array: array.astype("longlong" if array.dtype == np.int64 else array.dtype),
+    "array": lambda values: array.array(values.dtype.char, values.tolist()),
+    "array of long": lambda values: array.array("l" if values.dtype == np.int64 else values.dtype.char, values.tolist()),
+    "memoryview": lambda values: memoryview(array.array(values.dtype.char.replace("l", "q"), values[::-1].tolist()))[::-1],
+}
+
+
+@pytest.mark.parametrize("carrier", CARRIERS)
+def test_elements_are_reached_in_every_carrier(carrier):
+    """One matrix entry times an element of three terms: each array in the carrier, then all of them."""
+    plain = dict(
+        **dict(msubi=i32([0]), msubj=i32([0]), mval=f64([-2]), wi32=i32([0, 3]), wi64=i64([4, 2**40, -6]), wf64=f64([1, 0, 7])),
+        **dict(ri32=i32([0, 9]), ri64=i64([9, 9, 9]), rf64=f64([9, 9, 9])),
+    )
+    for carried in [*([name] for name in plain), list(plain)]:
+        arrays = {name: values.copy() for name, values in plain.items()}
+        arrays |= {name: CARRIERS[carrier](arrays[name]) for name in carried}
+        assert call(472, d0=1, d1=1, mnnz=1, **arrays) == (0, 1, 3)
+        assert [list(arrays[name]) for name in ("ri32", "ri64", "rf64")] == [[0, 3], [4, 2**40, -6], [-2, 0, -14]]
+
+
+@pytest.mark.skipif(450 not in KERNELS, reason="no kernel with a matrix yet")
+@pytest.mark.parametrize("carry", [np.copy, np.asfortranarray, lambda m: np.flip(m).copy()[::-1, ::-1], lambda m: m.repeat(2, 1)[:, ::2]])
+def test_matrix_elements_are_reached_in_every_order(carry):
+    matrix = i32([[1, 2], [3, 4], [5, 6]])
+    res = i64([0, 0, 0])
+    call(450, nd=2, res=res, s=i64([10, 1]), vsub=carry(matrix))
+    assert res.tolist() == [12, 34, 56]
