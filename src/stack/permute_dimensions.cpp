@@ -206,7 +206,8 @@ KERNEL((423), (), write_dense_transpose, i32 cconst, i32 code, i32 codeptr, i32 
     for (i64 a = 0; a < cols; ++a) {
       for (i64 b = 0; b < rows; ++b) {
         const i64 source = cols * b + a;
-        result.append_elements(operand, source, source + 1, hascode);
+        result.append(operand, operand.ptr[source], operand.ptr[source + 1], hascode);
+        result.close_element();
       }
     }
   });
