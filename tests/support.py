@@ -16,7 +16,7 @@ from kernels import read_kernels  # noqa: E402
 KERNELS = {number: declared for declared in read_kernels() for number in declared.numbers}
 EMPTY = {"i": 0, "L": 0, "d": 0.0, "p": False}  # of each kind of scalar; an array is empty as None
 
-# Whether this is the build with bounds checking; its folder tells, so that a build without its checks can't pass as one.
+# Whether this is the build with bounds checking. Its folder tells: a build whose checks fail must not pass as normal.
 CHECKED = Path(fragments.__file__).parent.name == "checked"
 
 LAYOUTS = ("contiguous", "strided", "reversed")
