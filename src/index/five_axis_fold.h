@@ -13,7 +13,6 @@
 #pragma once
 
 #include <algorithm>
-#include <array>
 
 #include "frame/frame.h"
 #include "index/divisor.h"
@@ -29,7 +28,10 @@ void fold_axes(I32 dim, i64 slot, const Extents& extents, i64 lo, i64 hi)
 }
 
 // The extents of a fold that come in one by one.
-using FoldExtents = std::array<i64, 5>;
+struct FoldExtents {
+  i64 extent[5];
+  i64 operator[](i64 d) const { return extent[d]; }
+};
 
 // The strides of a fold, to divide flat positions by.
 struct FoldStrides {
