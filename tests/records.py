@@ -153,9 +153,8 @@ def coefficients(record, parameters=PARAMETERS):
 def evaluate(record, parameters=PARAMETERS, variables=VARIABLES):
     """The record's meaning: an array of its shape with one more axis, the coefficient of each variable."""
     forms = np.zeros((int(np.prod(record.shape)), variables))
-    flat = range(record.nelem) if record.sp is None else record.sp
-    for f, b, e in zip(flat, record.ptr, record.ptr[1:]):
-        np.add.at(forms[f], record.nidxs[b:e], coefficients(record, parameters)[b:e])
+    flat = np.arange(record.nelem) if record.sp is None else record.sp
+    np.add.at(forms, (np.repeat(flat, np.diff(record.ptr)), record.nidxs), coefficients(record, parameters))
     return forms.reshape(*record.shape, variables)
 
 

@@ -27,17 +27,19 @@ void fold_axes(I32 dim, i64 slot, const Extents& extents, i64 lo, i64 hi)
   if (lo < hi) dim[slot] = product(dim[slot], extents, lo, hi);
 }
 
+// The extents of a fold that come in one by one.
+struct FoldExtents {
+  i64 extent[5];
+  i64 operator[](i64 d) const { return extent[d]; }
+};
+
 // The strides of a fold, to divide flat positions by.
 struct FoldStrides {
   Divisor stride0, stride1, stride2, stride3;
 
-  template <class T>
-  explicit FoldStrides(StridedArray<T> stride)
+  template <class Strides>
+  explicit FoldStrides(const Strides& stride)
       : stride0(stride[0]), stride1(stride[1]), stride2(stride[2]), stride3(stride[3])
-  {
-  }
-  FoldStrides(i64 dim1, i64 dim2, i64 dim3, i64 dim4)
-      : stride0(dim1 * dim2 * dim3 * dim4), stride1(dim2 * dim3 * dim4), stride2(dim3 * dim4), stride3(dim4)
   {
   }
 
@@ -108,13 +110,13 @@ void for_each_stored_stretch(const FoldStrides& strides, Run<i64> sp, i64 nelem,
 
 // The same for all elements of a dense record.
 template <class Stretch>
-void for_each_stretch(i64 dim0, i64 dim1, i64 dim2, i64 dim3, i64 dim4, Stretch stretch)
+void for_each_stretch(const FoldExtents& dim, Stretch stretch)
 {
   i64 begin = 0;
-  for (i64 i0 = 0; i0 < dim0; ++i0) {
-    for (i64 i1 = 0; i1 < dim1; ++i1) {
-      for (i64 i2 = 0; i2 < dim2; ++i2) {
-        const FoldRow row(begin, i1, dim3 * dim4, dim4);
+  for (i64 i0 = 0; i0 < dim[0]; ++i0) {
+    for (i64 i1 = 0; i1 < dim[1]; ++i1) {
+      for (i64 i2 = 0; i2 < dim[2]; ++i2) {
+        const FoldRow row(begin, i1, dim[3] * dim[4], dim[4]);
         for (const Side side : {front, diagonal, behind}) stretch(row.bound[side], row.bound[side + 1], side);
         begin = row.bound[3];
       }

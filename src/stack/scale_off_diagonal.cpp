@@ -13,13 +13,14 @@ namespace {
 
 // The stretches of all elements, by the pattern in a sparse record.
 template <class Stretch>
-void for_each_stretch(bool hassp, i64 dim0, i64 dim1, i64 dim2, i64 dim3, i64 dim4, Run<i64> sp, i32 nelem,
-                      Stretch stretch)
+void for_each_stretch(const FoldExtents& dim, bool hassp, Run<i64> sp, i32 nelem, Stretch stretch)
 {
   if (hassp) {
-    for_each_stored_stretch(FoldStrides(dim1, dim2, dim3, dim4), sp, nelem, stretch);
+    i64 stride[5] = {0, 0, 0, 0, 1};
+    row_major_strides(&stride[0], dim, 5);
+    for_each_stored_stretch(FoldStrides(stride), sp, nelem, stretch);
   } else {
-    for_each_stretch(dim0, dim1, dim2, dim3, dim4, stretch);
+    for_each_stretch(dim, stretch);
   }
 }
 
@@ -55,7 +56,7 @@ KERNEL((545), (), scale_off_diagonal, i64 dim0, i64 dim1, i64 dim2, i64 dim3, i6
 {
   const Run<i32> ptr{ri32, rptr};
   const Run<f64> cof{rf64, rcof};
-  for_each_stretch(hassp, dim0, dim1, dim2, dim3, dim4, Run<i64>{wi64, sp}, nelem, [&](i64 b, i64 e, Side side) {
+  for_each_stretch({{dim0, dim1, dim2, dim3, dim4}}, hassp, Run<i64>{wi64, sp}, nelem, [&](i64 b, i64 e, Side side) {
     if (side != diagonal && b < e) scale(cof, ptr[b], ptr[e], factor);
   });
 }
@@ -69,7 +70,7 @@ KERNEL((546), (), scale_off_diagonal_with_code, i32 cconst, i32 code, i32 codept
 {
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}, .code{wi32, code}, .cconst{wf64, cconst}};
   Writer result{.cof{rf64, rcof}, .codeptr{ri32, rcodeptr}, .code{ri32, rcode}, .cconst{rf64, rcconst}};
-  for_each_stretch(hassp, dim0, dim1, dim2, dim3, dim4, Run<i64>{wi64, sp}, nelem, [&](i64 b, i64 e, Side side) {
+  for_each_stretch({{dim0, dim1, dim2, dim3, dim4}}, hassp, Run<i64>{wi64, sp}, nelem, [&](i64 b, i64 e, Side side) {
     if (b >= e) return;
     const i32 first = operand.ptr[b], end = operand.ptr[e];
     if (side != diagonal) scale(result.cof, first, end, factor);

@@ -163,18 +163,18 @@ KERNEL((570), (i32, i32), measure_dense_mean, i32 nc, I32 dim, i32 codeptr, i32 
        I32 wi32)
 {
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
-  const auto count_element = [&](i64 e, i32 more_atoms) {
-    const i32 first = operand.ptr[e], end = operand.ptr[e + 1];
-    nnz += end - first;
-    if (ncodeatom > 0) nc += operand.atoms(first, end) + more_atoms * (end - first);
-  };
+  Size mean{.operand = operand, .hascode = ncodeatom > 0, .atoms = nc, .terms = nnz};
   i64 e = 0;
   for_each_mirror(dim, stride, [&](i64 mirror, bool is_on_diagonal) {
-    count_element(e, is_on_diagonal ? 0 : 2);
-    if (!is_on_diagonal) count_element(mirror, 2);
+    if (is_on_diagonal) {
+      mean.append_elements(e, e + 1);
+    } else {
+      mean.append_scaled(e);
+      mean.append_scaled(mirror);
+    }
     ++e;
   });
-  return {nc, nnz};
+  return {mean.atoms, mean.terms};
 }
 
 // Dense: writes the mean. Cursors: `c` atoms, `g` elements, `t` terms of the result, `e` the operand's element, 0 at

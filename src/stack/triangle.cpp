@@ -6,20 +6,10 @@
 
 #include "index/five_axis_fold.h"
 #include "stack/record.h"
+#include "stack/slots.h"
 
 namespace fragments {
 namespace {
-
-// Appends the elements b .. e-1 as they are.
-template <class Flag>
-void append_elements(Writer& result, const Operand& operand, i64 b, i64 e, Flag hascode)
-{
-  const i32 first = operand.ptr[b], shift = result.terms - first;
-  copy_run(result.ptr.from(result.elements + 1), operand.ptr.from(b + 1), e - b,
-           [shift](i32 end) { return end + shift; });
-  result.elements += static_cast<i32>(e - b);
-  result.append(operand, first, operand.ptr[e], hascode);
-}
 
 i32 write_triangle_positions(I32 dim, i32 k, Run<i64> sp, I32 stride, bool upper)
 {
@@ -56,26 +46,22 @@ KERNEL((551), (i32, i32), measure_triangle, i32 codeptr, I32 dim, bool hassp, i3
        i32 nnz, i32 sp, I32 stride, bool upper, I32 wi32, I64 wi64)
 {
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
-  const auto count_elements = [&](i64 b, i64 e) {
-    const i32 first = operand.ptr[b], end = operand.ptr[e];
-    nnz += end - first;
-    if (ncodeatom > 0) nc += operand.atoms(first, end);
-  };
+  Size triangle{.operand = operand, .hascode = ncodeatom > 0, .atoms = nc, .terms = nnz};
   if (!hassp) {
     for_each_run_in_triangle(dim, stride, upper, [&](Positions flat, Positions, i64 n) {
       if (flat.step == 1) {
-        count_elements(flat[0], flat[n]);
+        triangle.append_elements(flat[0], flat[n]);
       } else {
-        for (i64 k = 0; k < n; ++k) count_elements(flat[k], flat[k] + 1);
+        for (i64 k = 0; k < n; ++k) triangle.append_elements(flat[k], flat[k] + 1);
       }
     });
   } else if (nelem > 0) {
     const Side outside = upper ? front : behind;
     for_each_stored_stretch(FoldStrides(stride), Run<i64>{wi64, sp}, nelem, [&](i64 b, i64 e, Side side) {
-      if (side != outside) count_elements(b, e);
+      if (side != outside) triangle.append_elements(b, e);
     });
   }
-  return {nc, nnz};
+  return {triangle.atoms, triangle.terms};
 }
 
 // The flat positions of the lower triangle, ascending, from slot k of `rsp` on; returns the k behind them.
@@ -130,7 +116,7 @@ KERNEL((555), (i32, i32), write_triangle, i32 cconst, i32 code, i32 c, i32 codep
         i64 e = b;
         do ++e, ++i;
         while (i < count && positions[i] == e);
-        append_elements(result, operand, b, e, hascode);
+        result.append_elements(operand, b, e, hascode);
       }
     }
   });
@@ -148,15 +134,15 @@ KERNEL((557), (), copy_record, i32 cconst, i32 code, i32 codeptr, i32 cof, bool 
        i32 nidxs, i32 nnz, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64,
        i32 rnidxs, i32 rptr, i32 rshape, i32 rsp, i32 shape, i32 sp, F64 wf64, I32 wi32, I64 wi64)
 {
-  copy_run(Run<i32>{ri32, rshape}, Run<i32>{wi32, shape}, nd);
-  if (hassp) copy_run(Run<i64>{ri64, rsp}, Run<i64>{wi64, sp}, nelem);
-  copy_run(Run<i32>{ri32, rptr}, Run<i32>{wi32, ptr}, i64{nelem} + 1);
-  copy_run(Run<i64>{ri64, rnidxs}, Run<i64>{wi64, nidxs}, nnz);
-  copy_run(Run<f64>{rf64, rcof}, Run<f64>{wf64, cof}, nnz);
+  copy_slots(Run<i32>{ri32, rshape}, Run<i32>{wi32, shape}, nd);
+  if (hassp) copy_slots(Run<i64>{ri64, rsp}, Run<i64>{wi64, sp}, nelem);
+  copy_slots(Run<i32>{ri32, rptr}, Run<i32>{wi32, ptr}, i64{nelem} + 1);
+  copy_slots(Run<i64>{ri64, rnidxs}, Run<i64>{wi64, nidxs}, nnz);
+  copy_slots(Run<f64>{rf64, rcof}, Run<f64>{wf64, cof}, nnz);
   if (ncodeatom > 0) {
-    copy_run(Run<i32>{ri32, rcodeptr}, Run<i32>{wi32, codeptr}, i64{nnz} + 1);
-    copy_run(Run<i32>{ri32, rcode}, Run<i32>{wi32, code}, ncodeatom);
-    copy_run(Run<f64>{rf64, rcconst}, Run<f64>{wf64, cconst}, ncodeatom);
+    copy_slots(Run<i32>{ri32, rcodeptr}, Run<i32>{wi32, codeptr}, i64{nnz} + 1);
+    copy_slots(Run<i32>{ri32, rcode}, Run<i32>{wi32, code}, ncodeatom);
+    copy_slots(Run<f64>{rf64, rcconst}, Run<f64>{wf64, cconst}, ncodeatom);
   }
 }
 
