@@ -25,7 +25,7 @@ from scipy.sparse import csr_matrix
 
 from . import kernels
 from .operators import SparseMatrix, add, constant, multiply, multiply_variable, variable
-from .stacks import Stacks
+from .stacks import Record, Stacks
 
 Values = Union[float, np.ndarray]
 
@@ -130,19 +130,27 @@ class Model:
 
     def objective(self, sense: str) -> None:
         """Takes the last record, of one element, off the w stack as the objective; sense is "min" or "max"."""
-        shape = self.stacks.w.extents(self.stacks.operands(1)[0])
-        if math.prod(shape) != 1 or sense not in ("min", "max"):
-            raise ValueError(f"an objective has one element and the sense min or max, not shape {shape} and {sense}")
+        self._check_objective(sense)
         _, _, nidxs, cof, fixed = self._linear_rows()
         self.sense, self.constant, self._objective = sense, float(fixed.sum()), (nidxs, cof)
 
+    def _check_objective(self, sense: str) -> None:
+        shape = self.stacks.w.extents(self.stacks.operands(1)[0])
+        if math.prod(shape) != 1 or sense not in ("min", "max"):
+            raise ValueError(f"an objective has one element and the sense min or max, not shape {shape} and {sense}")
+
     def _linear_rows(self) -> Tuple[np.ndarray, np.ndarray, np.ndarray, np.ndarray, np.ndarray]:
         """Takes the last record off w: its elements' flat numbers, ptr, variable numbers, coefficients, constants."""
-        s = self.stacks
-        w, e = s.w, s.operands(1)[0]
+        e = self.stacks.operands(1)[0]
         if e.ncodeatom:
             raise ValueError("a row has coefficients with code, which must be run before the row is made")
-        _, most, _ = kernels.measure_rows_by_term(0, None, 0, e.nelem, e.nidxs, e.ptr, w.i32, w.i64, 0)
+        _, most, _ = kernels.measure_rows_by_term(
+            0, None, 0, e.nelem, e.nidxs, e.ptr, self.stacks.w.i32, self.stacks.w.i64, 0)
+        return self._split_linear_terms(e, most)
+
+    def _split_linear_terms(self, e: Record, most: int) -> Tuple[np.ndarray, ...]:
+        """Takes the record `e`, the last, off w; it has at most `most` linear terms."""
+        s, w = self.stacks, self.stacks.w
         ptr, nidxs = np.zeros(e.nelem + 1, dtype=np.int32), np.zeros(most, dtype=np.int32)
         cof, fixed = np.zeros(most), np.zeros(e.nelem)
         kernels.split_linear_and_constant_terms(

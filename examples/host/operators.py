@@ -44,7 +44,7 @@ Matrix = Union[SparseMatrix, np.ndarray]
 def variable(s: Stacks, shape: Sequence[int], nidxs: np.ndarray, sp: Optional[np.ndarray] = None) -> Record:
     """Pushes an array of variables.
 
-    nidxs: int64, the number of each stored element, 1 or higher; sp: int64, their flat positions, ascending, for an
+    nidxs: int64, the number of each stored element, not 0; sp: int64, their flat positions, ascending, for an
     array that stores some elements only; without it all elements are stored.
     """
     _check_pattern(shape, sp, len(nidxs))
