@@ -31,11 +31,10 @@ namespace {
 template <class Entry, class Element>
 void walk_columns(I32 msubi, I32 msubj, Run<i32> perm, i32 mnnz, i32 d1, Entry entry, Element element)
 {
-  for (i32 b = 0; b < mnnz;) {
-    const i32 e = column_group_end(msubj, perm, b, mnnz);
-    const i32 j = msubj[perm[b]];
+  for (i32 q = 0; q < mnnz;) {
+    const i32 j = msubj[perm[q]];
     const i64 row_start = static_cast<i64>(d1) * j;
-    for (; b < e; ++b) entry(perm[b], row_start + msubi[perm[b]]);
+    for (; q < mnnz && msubj[perm[q]] == j; ++q) entry(perm[q], row_start + msubi[perm[q]]);
     element(j);
   }
 }
@@ -68,9 +67,8 @@ void walk_rows(i32& mi, I32 msubi, I32 msubj, i32 d1, Entry entry, Element eleme
 {
   const i32 mnnz = static_cast<i32>(msubi.count);
   while (mi < mnnz) {
-    const i32 e = group_end(msubi, mi, mnnz);
     const i32 i = msubi[mi];
-    for (; mi < e; ++mi) entry(mi, static_cast<i64>(d1) * msubj[mi] + i);
+    for (; mi < mnnz && msubi[mi] == i; ++mi) entry(mi, static_cast<i64>(d1) * msubj[mi] + i);
     element(i);
   }
 }
