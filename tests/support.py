@@ -1,6 +1,7 @@
 """Shared by the tests: the kernels by number, arrays in several layouts, and random expression records."""
 
 import sys
+from collections import ChainMap
 from pathlib import Path
 
 import numpy as np
@@ -23,11 +24,13 @@ def kernel(number):
     return getattr(fragments, f"_c_closure_{number}")
 
 
-def call(number, **named):
-    """The kernel's result for arguments by name; None for the other arrays and 0 for the other scalars."""
+def call(number, *mappings, **named):
+    """The kernel's result for arguments by name, `named` ones or else from the mappings, which may hold more than the
+    kernel takes; None for the other arrays and 0 for the other scalars."""
     parameters = KERNELS[number].parameters
     assert named.keys() <= {name for name, _ in parameters}
-    return kernel(number)(*(named.get(name, EMPTY.get(kind)) for name, kind in parameters))
+    arguments = ChainMap(named, *mappings)
+    return kernel(number)(*(arguments.get(name, EMPTY.get(kind)) for name, kind in parameters))
 
 
 def layout(array, kind):
