@@ -49,7 +49,7 @@ constexpr auto method_table(std::integer_sequence<int, k...>)
 {
   std::array<PyMethodDef, kernel_count + 1> table{};
   PyMethodDef* end = table.data();
-  (append_method<kernel_count - 1 - k>(end), ...);
+  for (const auto append : {append_method<kernel_count - 1 - k>...}) append(end);
   return table;
 }
 
