@@ -17,9 +17,9 @@
 //
 // Cursors of the result come in and go back: `nzi` terms, `elmi` elements, `codei` atoms.
 
+#include "index/merge.h"
 #include "stack/column_sort.h"
 #include "stack/constant_matrix.h"
-#include "stack/merge.h"
 #include "stack/record.h"
 #include "stack/row_runs.h"
 
@@ -82,7 +82,8 @@ void walk_rows_and_columns(i32& mi, I32 msubi, I32 msubj, i32& q, Run<i32> perm,
 {
   const i32 mnnz = static_cast<i32>(msubi.count);
   if (mi >= mnnz || q >= nelem) return;
-  const auto column_of = [&](i32 place) { return sp[perm[place]] % d1; };
+  const Divisor width(d1);
+  const auto column_of = [&](i32 place) { return width.remainder(sp[perm[place]]); };
   i64 column = column_of(q);
   while (true) {
     while (msubi[mi] < column) {
@@ -219,7 +220,7 @@ KERNEL((457), (i32, i32, i32), measure_sparse_left_diagonal, i32 codeptr, i32 d1
   Size size{.operand = operand, .hascode = ncodeatom > 0, .atoms = rncodeatom, .elements = rnelem, .terms = rnnz};
   const Run<i64> pattern{wi64, sp};
   const Run<i32> perm{xi32, xperm};
-  sort_by_column(Run<i32>{xi32, xcolptr}, d1, perm, nelem, ColumnOf{pattern, d1});
+  sort_by_column(Run<i32>{xi32, xcolptr}, d1, perm, nelem, ColumnOf{pattern, Divisor(d1)});
   i32 mi = 0, q = 0;
   walk_rows_and_columns(
       mi, msubi, msubj, q, perm, nelem, pattern, d1, [&](i32, i32 e) { size.append_scaled(e); },

@@ -19,9 +19,9 @@
 // by column, each column's run starting at `mcolptr[c]` or `colptr[c]`; `rows` and `cols`, row and column of each
 // element of x; and `rowptr`, `mrowptr`, where the elements of x or the entries of M of a row start.
 
+#include "index/merge.h"
 #include "stack/column_sort.h"
 #include "stack/constant_matrix.h"
-#include "stack/merge.h"
 #include "stack/record.h"
 #include "stack/row_runs.h"
 #include "stack/slots.h"

@@ -9,7 +9,7 @@
 // (`rncodeatom` above 0) a term of an operand with code has its atoms and (2, c), (5); a term of an operand without has
 // the one atom (2, 0.0).
 
-#include "stack/merge.h"
+#include "index/merge.h"
 #include "stack/record.h"
 
 namespace fragments {
@@ -117,11 +117,8 @@ KERNEL((506), (i32, i32, i32, i32), write_dense_sparse_sum, i32 cconst1, i32 cco
 KERNEL((508), (i32), count_union, i32 n1, i32 n2, i32 acc, i32 sp1, i32 sp2, I64 wi64)
 {
   const Run<i64> pattern1{wi64, sp1}, pattern2{wi64, sp2};
-  i32 i1 = 0, i2 = 0, common = 0;
-  intersect(
-      i1, n1, i2, n2, [&](i32 k) { return pattern1[k]; }, [&](i32 k) { return pattern2[k]; },
-      [&](i32, i32) { ++common; });
-  return acc + n1 + n2 - common;
+  return acc + union_size(
+                   n1, n2, [&](i32 k) { return pattern1[k]; }, [&](i32 k) { return pattern2[k]; });
 }
 
 // Both sparse: all of the sum, by a merge of the patterns. Cursors start at 0; sets `rptr[0]` and, in a result with
@@ -157,14 +154,13 @@ KERNEL((510), (), write_sparse_sum, i32 cconst1, i32 cconst2, i32 code1, i32 cod
   if (rncodeatom > 0) result.codeptr[0] = 0;
   with_adder(result, a, b, rncodeatom > 0, [&](auto add_element) {
     i32 i1 = 0, i2 = 0;
-    while (i1 < nelem1 || i2 < nelem2) {
-      const bool from_a = i1 < nelem1 && (i2 >= nelem2 || pattern1[i1] <= pattern2[i2]);
-      const bool from_b = i2 < nelem2 && (i1 >= nelem1 || pattern2[i2] <= pattern1[i1]);
-      const i64 flat = from_a ? pattern1[i1] : pattern2[i2];
-      if (from_a) add_element(a, i1++, c1);
-      if (from_b) add_element(b, i2++, c2);
-      result.close_element(flat);
-    }
+    unite(
+        i1, nelem1, i2, nelem2, [&](i32 k) { return pattern1[k]; }, [&](i32 k) { return pattern2[k]; },
+        [&](i64 flat, bool in_a, bool in_b) {
+          if (in_a) add_element(a, i1, c1);
+          if (in_b) add_element(b, i2, c2);
+          result.close_element(flat);
+        });
   });
 }
 
