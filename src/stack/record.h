@@ -111,10 +111,11 @@ struct Writer {
     terms += e - b;
   }
 
-  // Appends the operand's elements b .. e-1 as they are: their terms are neighbours, so they move as one run.
+  // Appends the operand's elements b .. e-1 as they are. Neighbours in both records, they move as one run of terms.
   template <class Flag>
   void append_elements(const Operand& from, i64 b, i64 e, Flag hascode)
   {
+    if (b >= e) return;
     const i32 first = from.ptr[b], last = from.ptr[e], shift = terms - first;
     copy_run(ptr.from(elements + 1), from.ptr.from(b + 1), e - b, [shift](i32 end) { return end + shift; });
     elements += static_cast<i32>(e - b);
@@ -236,6 +237,11 @@ struct Writer {
   void copy_code(const Operand& from, i32 b, i32 e)
   {
     if (b >= e) return;
+    if (e - b == 1) {
+      push_atoms_of(from, b);
+      codeptr[terms + 1] = atoms;
+      return;
+    }
     const i32 first = from.codeptr[b], count = from.codeptr[e] - first, shift = atoms - first;
     copy_run(codeptr.from(terms + 1), from.codeptr.from(b + 1), e - b, [shift](i32 end) { return end + shift; });
     copy_run(code.from(atoms), from.code.from(first), count);
