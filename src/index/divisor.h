@@ -1,0 +1,45 @@
+// Division by a number that stays the same for a whole loop, as a multiplication with its reciprocal: half the time of
+// a division instruction.
+#pragma once
+
+#include <cstdint>
+
+#include "frame/frame.h"
+
+namespace fragments {
+
+// A positive divisor of numbers from 0 on. It may be 0 as long as nothing is divided: extents and strides come in
+// before it is known whether there is anything to divide.
+class Divisor {
+ public:
+  explicit Divisor(i64 value) : value_(static_cast<u64>(value)), reciprocal_(value ? ~u64{0} / value_ : 0) {}
+
+  struct Result {
+    i64 quotient, remainder;
+  };
+  Result divide(i64 n) const
+  {
+    const u64 number = static_cast<u64>(n);
+    // The reciprocal falls short of 2^64 / value by at most 1, so that the product comes out exact or one too small for
+    // every number below 2^63.
+    u64 quotient = static_cast<u64>((static_cast<u128>(reciprocal_) * number) >> 64);
+    u64 remainder = number - quotient * value_;
+    if (remainder >= value_) {
+      ++quotient;
+      remainder -= value_;
+    }
+    return {static_cast<i64>(quotient), static_cast<i64>(remainder)};
+  }
+  i64 quotient(i64 n) const { return divide(n).quotient; }
+  i64 remainder(i64 n) const { return divide(n).remainder; }
+  i64 value() const { return static_cast<i64>(value_); }
+
+ private:
+  using u64 = std::uint64_t;
+  __extension__ using u128 = unsigned __int128;
+
+  u64 value_;
+  u64 reciprocal_;
+};
+
+}  // namespace fragments
