@@ -20,8 +20,7 @@ void gather_box(StridedArray<T> to, StridedArray<T> from, I32 first, I32 last, c
   const i64 step = strides[inner];
   const i64 row_length = inner > 0 ? std::max<i64>(i64{last[inner]} - first[inner], 1) : n;
   // start[d] is the flat position of the coordinates index[0 .. d], with those behind them at their first.
-  const Scratch<i64> start(nd);
-  const Scratch<i32> index(nd);
+  const Scratch<i64> start(nd), index(nd);
   const i64 corner = flat_position(first, strides, nd);
   for (i64 d = 0; d < nd; ++d) {
     start[d] = corner;
@@ -33,12 +32,13 @@ void gather_box(StridedArray<T> to, StridedArray<T> from, I32 first, I32 last, c
     for (i64 flat = start[inner]; e < row_end; ++e, flat += step) to[e] = from[flat];
     if (e == n) return;
 
-    // On to the next row: along the innermost axis outside the row that has not come to its end.
-    i64 d = inner - 1;
-    while (index[d] = wrapping_add(index[d], 1), d > 0 && index[d] >= last[d]) {
+    // The row is at its end: on along the innermost axis that isn't.
+    i64 d = inner;
+    do {
       index[d] = first[d];
       --d;
-    }
+      ++index[d];
+    } while (d > 0 && index[d] >= last[d]);
     start[d] += strides[d];
     for (i64 deeper = d + 1; deeper < nd; ++deeper) start[deeper] = start[d];
   }
