@@ -38,9 +38,9 @@ checked: packages  ## the module with bounds checking, in build/checked
 demo: build  ## solve the transport problem, and MPS=FILE if given
 	PYTHONPATH=build/normal $(PYTHON) examples/solve_mps.py examples/transport.mps $(MPS)
 
-test: build checked  ## all tests on the normal and the checked build
-	PYTHONPATH=build/normal $(PYTEST) tests
+test: build checked  ## all tests, first with bounds checking, which names what would crash the normal build
 	PYTHONPATH=build/checked $(PYTEST) tests
+	PYTHONPATH=build/normal $(PYTEST) tests
 
 build/clang/build.ninja:
 	@CXX=clang++ $(MESON) setup build/clang $(SETUP)

@@ -1,6 +1,7 @@
 """Shared by the tests: the kernels by number, arrays in several layouts, and random expression records."""
 
 import sys
+from collections import ChainMap
 from pathlib import Path
 
 import numpy as np
@@ -15,7 +16,7 @@ from kernels import read_kernels  # noqa: E402
 KERNELS = {number: declared for declared in read_kernels() for number in declared.numbers}
 EMPTY = {"i": 0, "L": 0, "d": 0.0, "p": False}  # of each kind of scalar; an array is empty as None
 
-# Whether this is the build with bounds checking; its folder tells, so that a build without its checks can't pass as one.
+# Whether this is the build with bounds checking. Its folder tells: a build whose checks fail must not pass as normal.
 CHECKED = Path(fragments.__file__).parent.name == "checked"
 
 LAYOUTS = ("contiguous", "strided", "reversed")
@@ -26,11 +27,13 @@ def kernel(number):
     return getattr(fragments, f"_c_closure_{number}")
 
 
-def call(number, **named):
-    """The kernel's result for arguments by name; None for the other arrays and 0 for the other scalars."""
+def call(number, *mappings, **named):
+    """The kernel's result for arguments by name, `named` ones or else from the mappings, which may hold more than the
+    kernel takes; None for the other arrays and 0 for the other scalars."""
     parameters = KERNELS[number].parameters
     assert named.keys() <= {name for name, _ in parameters}
-    return kernel(number)(*(named.get(name, EMPTY.get(kind)) for name, kind in parameters))
+    arguments = ChainMap(named, *mappings)
+    return kernel(number)(*(arguments.get(name, EMPTY.get(kind)) for name, kind in parameters))
 
 
 def layout(array, kind):

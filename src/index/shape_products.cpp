@@ -6,6 +6,7 @@
 // Either wraps around. Kernels that agree in all of this are told apart by a letter. An empty range leaves the start
 // value, `acc` or `init`, as it is, and reads nothing.
 
+#include "index/five_axis_fold.h"
 #include "index/shape.h"
 
 namespace fragments {
@@ -16,12 +17,6 @@ i32 box_size(i32 init, I32 first, I32 last, i32 n)
 {
   for (i64 d = 0; d < n; ++d) init = wrapping_mul(init, wrapping_sub(last[d], first[d]));
   return init;
-}
-
-// Multiplies dim[slot] by the extents lo .. hi-1.
-void fold_axes(I32 dim, i32 slot, I32 shape, i64 lo, i64 hi)
-{
-  if (lo < hi) dim[slot] = product(dim[slot], shape, lo, hi);
 }
 
 }  // namespace

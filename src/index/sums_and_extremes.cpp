@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "frame/frame.h"
+#include "index/shape.h"
 
 namespace fragments {
 namespace {
@@ -11,13 +11,6 @@ namespace {
 i32 sum(i32 start, I32 entries, i64 n)
 {
   for (i64 k = 0; k < n; ++k) start = wrapping_add(start, entries[k]);
-  return start;
-}
-
-// The greatest of `start` and the entries lo .. hi-1.
-i32 greatest(i32 start, I32 entries, i64 lo, i64 hi)
-{
-  for (i64 k = lo; k < hi; ++k) start = std::max(start, entries[k]);
   return start;
 }
 

@@ -1,0 +1,152 @@
+// Compaction: drops the terms whose coefficient is zero, once their code is folded. The folded code lies on the x stack
+// (`code` and `codeptr` on xi32, its constants on xf64); the atom 10 alone is the code of a term whose coefficient is
+// all in `cof`.
+//
+//     is it needed at all?   396 copies a record if every term is alive 395 (and in order, see merge_terms.cpp)
+//     compaction             measure 386, does the result need a pattern 387, write 390
+//     nothing to drop        389 finishes a result that is on r already
+//
+// An element whose terms all drop stays in a dense result, without terms, and leaves a sparse one. A NaN in `cof`
+// counts as zero when terms are dropped, so that it is lost, but as alive when it is asked whether any must be; both
+// are intended.
+
+#include "index/shape.h"
+#include "stack/record.h"
+#include "stack/slots.h"
+
+namespace fragments {
+namespace {
+
+constexpr i32 folded = 10;
+
+// What a term keeps of its folded code.
+enum class Kept { nothing, first_atom, all_atoms };
+
+Kept kept_of(const Operand& operand, i64 t)
+{
+  const f64 c = operand.cof[t];
+  if (c < 0.0 || c > 0.0) return Kept::first_atom;
+  const i32 a = operand.codeptr[t];
+  return operand.codeptr[t + 1] - a == 1 && operand.code[a] == folded ? Kept::nothing : Kept::all_atoms;
+}
+
+}  // namespace
+
+// Whether every term is alive, if `ok` is set. A term without code is dead if its coefficient is zero, one with code if
+// that code is a single zero besides: the constant zero or the mark of folding.
+KERNEL((395), (bool), are_terms_alive, i32 cconst, i32 code, i32 codeptr, i32 cof, bool ok, i32 ncodeatom, i32 nnz,
+       F64 wf64, I32 wi32)
+{
+  const Operand operand{.cof{wf64, cof}, .codeptr{wi32, codeptr}, .code{wi32, code}, .cconst{wf64, cconst}};
+  const auto has_zero_code = [&](i64 t) {
+    const i32 a = operand.codeptr[t];
+    if (operand.codeptr[t + 1] - a != 1) return false;
+    return operand.code[a] == folded || (operand.code[a] == push_constant && operand.cconst[a] == 0.0);
+  };
+  for (i64 t = 0; t < nnz && ok; ++t) ok = operand.cof[t] != 0.0 || (ncodeatom > 0 && !has_zero_code(t));
+  return ok;
+}
+
+// Copies a record field by field from w to r.
+KERNEL((396), (), copy_record, i32 cconst, i32 code, i32 codeptr, i32 cof, bool hassp, i32 ncodeatom, i32 nd, i32 nelem,
+       i32 nidxs, i32 nnz, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64,
+       i32 rnidxs, i32 rptr, i32 rshape, i32 rsp, i32 shape, i32 sp, F64 wf64, I32 wi32, I64 wi64)
+{
+  const auto copy_i32 = [&](i32 to, i32 from, i64 n) { copy_slots(Run<i32>{ri32, to}, Run<i32>{wi32, from}, n); };
+  const auto copy_i64 = [&](i32 to, i32 from, i64 n) { copy_slots(Run<i64>{ri64, to}, Run<i64>{wi64, from}, n); };
+  const auto copy_f64 = [&](i32 to, i32 from, i64 n) { copy_slots(Run<f64>{rf64, to}, Run<f64>{wf64, from}, n); };
+  copy_i32(rshape, shape, nd);
+  if (hassp) copy_i64(rsp, sp, nelem);
+  copy_i32(rptr, ptr, nelem + i64{1});
+  copy_i64(rnidxs, nidxs, nnz);
+  copy_f64(rcof, cof, nnz);
+  if (ncodeatom <= 0) return;
+  copy_i32(rcodeptr, codeptr, nnz + i64{1});
+  copy_i32(rcode, code, ncodeatom);
+  copy_f64(rcconst, cconst, ncodeatom);
+}
+
+// Measures what is kept: `c` atoms, `e` elements with a term, `k` terms.
+KERNEL((386), (i32, i32, i32), measure_kept_terms, i32 cof, i32 nelem, i32 ptr, i32 c, i32 e, i32 k, F64 wf64, I32 wi32,
+       i32 code, i32 codeptr, I32 xi32)
+{
+  const Operand operand{.ptr{wi32, ptr}, .cof{wf64, cof}, .codeptr{xi32, codeptr}, .code{xi32, code}};
+  for (i64 i = 0; i < nelem; ++i) {
+    const i32 terms_before = k, end = operand.ptr[i + 1];
+    for (i32 t = operand.ptr[i]; t < end; ++t) {
+      const Kept kept = kept_of(operand, t);
+      if (kept == Kept::nothing) continue;
+      c += kept == Kept::first_atom ? 1 : operand.atoms(t, t + 1);
+      ++k;
+    }
+    e += k > terms_before;
+  }
+  return {c, e, k};
+}
+
+// Whether `nelem` elements are fewer than the shape has, so that they need a pattern. `flag` is not read.
+KERNEL((387), (bool), needs_pattern, i32 nd, [[maybe_unused]] bool flag, i32 nelem, i32 shape, I32 wi32)
+{
+  return product(i64{1}, Run<i32>{wi32, shape}, 0, nd) > nelem;
+}
+
+// Writes what is kept. A term with a nonzero coefficient keeps that and the first atom of its code, however long it is;
+// any other gets the coefficient 0.0 and its code. With `rhassp` an element without terms is left out and `rsp` is
+// written; without, each keeps its place. `rptr[0]` and `rcodeptr[0]` are the caller's.
+KERNEL((390), (i32, i32, i32), write_kept_terms, i32 c, i32 cof, i32 e, bool hassp, i32 nelem, i32 nidxs, i32 k,
+       i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, bool rhassp, I32 ri32, I64 ri64, i32 rnidxs,
+       i32 rptr, i32 rsp, i32 sp, F64 wf64, I32 wi32, I64 wi64, i32 xcconst, i32 code, i32 codeptr, F64 xf64, I32 xi32)
+{
+  const Operand operand{.ptr{wi32, ptr},
+                        .nidxs{wi64, nidxs},
+                        .cof{wf64, cof},
+                        .codeptr{xi32, codeptr},
+                        .code{xi32, code},
+                        .cconst{xf64, xcconst}};
+  const Run<i64> pattern{wi64, sp};
+  Writer result{.ptr{ri32, rptr},
+                .sp{ri64, rsp},
+                .nidxs{ri64, rnidxs},
+                .cof{rf64, rcof},
+                .codeptr{ri32, rcodeptr},
+                .code{ri32, rcode},
+                .cconst{rf64, rcconst},
+                .elements = e,
+                .terms = k,
+                .atoms = c};
+  for (i64 i = 0; i < nelem; ++i) {
+    const i32 terms_before = result.terms, end = operand.ptr[i + 1];
+    for (i64 t = operand.ptr[i]; t < end; ++t) {
+      const Kept kept = kept_of(operand, t);
+      if (kept == Kept::nothing) continue;
+      result.nidxs[result.terms] = operand.nidxs[t];
+      if (kept == Kept::first_atom) {
+        const i32 a = operand.codeptr[t];
+        result.cof[result.terms] = operand.cof[t];
+        result.push_atom(operand.code[a], operand.cconst[a]);
+      } else {
+        result.cof[result.terms] = 0.0;
+        result.push_atoms_of(operand, t);
+      }
+      result.close_term();
+    }
+    if (!rhassp)
+      result.close_element();
+    else if (result.terms > terms_before)
+      result.close_element(hassp ? pattern[i] : i);
+  }
+  return {result.atoms, result.elements, result.terms};
+}
+
+// Finishes a result of which nothing drops: variables and coefficients from w, `ptr` and, if `hassp`, `sp` from
+// elsewhere on r, in ascending order.
+KERNEL((389), (), move_result, i32 cof, bool hassp, i32 nelem, i32 nidxs, i32 nnz, i32 ptr, i32 rcof, F64 rf64,
+       I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, i32 sp, F64 wf64, I64 wi64)
+{
+  copy_slots(Run<i64>{ri64, rnidxs}, Run<i64>{wi64, nidxs}, nnz);
+  copy_slots(Run<f64>{rf64, rcof}, Run<f64>{wf64, cof}, nnz);
+  copy_slots(Run<i32>{ri32, rptr}, Run<i32>{ri32, ptr}, nelem + i64{1});
+  if (hassp) copy_slots(Run<i64>{ri64, rsp}, Run<i64>{ri64, sp}, nelem);
+}
+
+}  // namespace fragments

@@ -1,0 +1,186 @@
+// Merging: the terms of an element that have one variable become one term, their coefficients added up in the operand's
+// order. The result is sorted by variable inside each element.
+//
+//     is it needed at all?   strictly ascending variables 394, no dead terms 395
+//     sort                   longest element 391, permutation on x 392 (or on w 393)
+//     merge                  measure 397, write 400
+//
+// `perm` holds term numbers of the record, slot for slot behind each other as `ptr` tells; terms of one variable keep
+// their order.
+
+#include "index/counting_sort.h"
+#include "stack/merge_sort.h"
+#include "stack/record.h"
+
+namespace fragments {
+namespace {
+
+constexpr i32 add_up_values = 8;
+
+// Calls run(b, e) for every stretch perm[b] .. perm[e-1] of the sorted terms begin .. end-1 with one variable.
+template <class EachRun>
+void for_each_variable(Run<i64> nidxs, Run<i32> perm, i64 begin, i64 end, EachRun run)
+{
+  for (i64 b = begin; b < end;) {
+    const i64 variable = nidxs[perm[b]];
+    i64 e = b + 1;
+    while (e < end && nidxs[perm[e]] == variable) ++e;
+    run(b, e);
+    b = e;
+  }
+}
+
+// Coefficients of terms with one variable, added up from 0.0 on: a lone -0.0 comes out as 0.0.
+struct Sum {
+  f64 value = 0.0;
+  bool has_nonzero = false;  // NaN is one
+
+  Sum(Run<f64> cof, Run<i32> perm, i64 b, i64 e)
+  {
+    for (i64 i = b; i < e; ++i) {
+      const f64 c = cof[perm[i]];
+      value += c;
+      has_nonzero |= c != 0.0;
+    }
+  }
+};
+
+}  // namespace
+
+// Whether the variables of every element strictly ascend, if `ok` is set.
+KERNEL((394), (bool), are_variables_ascending, bool ok, i32 nelem, i32 nidxs, i32 ptr, I32 wi32, I64 wi64)
+{
+  const Operand operand{.ptr{wi32, ptr}, .nidxs{wi64, nidxs}};
+  for (i64 i = 0; i < nelem && ok; ++i) {
+    const i64 end = operand.ptr[i + 1];
+    for (i64 t = operand.ptr[i] + i64{1}; t < end && ok; ++t) ok = operand.nidxs[t - 1] < operand.nidxs[t];
+  }
+  return ok;
+}
+
+// `init` or the number of terms of the longest of n elements, if that is larger.
+KERNEL((391), (i32), longest_element, i32 init, i32 n, i32 ptr, I32 wi32)
+{
+  const Run<i32> ends{wi32, ptr};
+  for (i64 i = 0; i < n; ++i) {
+    const i32 length = ends[i + 1] - ends[i];
+    if (length > init) init = length;
+  }
+  return init;
+}
+
+// Sorts the terms of each element by variable into `perm` on x: by counting where the variables lie close together, by
+// merging where not. `bucket` needs one slot more than the longest element has terms.
+KERNEL((392), (), sort_terms, i32 nelem, i32 nidxs, i32 perm, i32 ptr, I32 wi32, I64 wi64, i32 bucket, I32 xi32)
+{
+  const Operand operand{.ptr{wi32, ptr}, .nidxs{wi64, nidxs}};
+  const Run<i32> buckets{xi32, bucket};
+  for (i64 i = 0; i < nelem; ++i) {
+    const i32 first = operand.ptr[i];
+    const i64 n = operand.ptr[i + 1] - i64{first};
+    if (n <= 0) continue;
+    const Run<i32> sorted{xi32, static_cast<i64>(perm) + first};
+    const Run<i64> variables = operand.nidxs.from(first);
+    if (n == 1) {
+      sorted[0] = first;
+    } else if (n == 2) {
+      const bool swapped = variables[0] > variables[1];
+      sorted[0] = first + swapped;
+      sorted[1] = first + !swapped;
+    } else {
+      i64 least = variables[0], greatest = least;
+      for (i64 t = 1; t < n; ++t) {
+        least = variables[t] < least ? variables[t] : least;
+        greatest = variables[t] > greatest ? variables[t] : greatest;
+      }
+      const i64 distance = wrapping_sub(greatest, least);
+      if (0 <= distance && distance < n) {
+        const auto bucket_of = [&](i64 t) { return variables[t] - least; };
+        clear_buckets(buckets, distance + 1);
+        count_buckets(buckets, n, bucket_of);
+        add_up(buckets, distance + 1);
+        const auto place = [&](i64 slot, i64 t) { sorted[slot] = static_cast<i32>(first + t); };
+        place_items(
+            buckets, n, [](i64 t) { return t; }, bucket_of, place);
+      } else {
+        merge_sort(sorted, buckets, first, n, [&](i32 t) { return operand.nidxs[t]; });
+      }
+    }
+  }
+}
+
+// The same permutation into `perm` on w, by merging alone; `tmp` needs as many slots as the longest element has terms.
+// It begins with all `nnz` terms in their own order.
+KERNEL((393), (), sort_terms_on_w, i32 nelem, i32 nidxs, i32 nnz, i32 perm, i32 tmp, i32 ptr, I32 wi32, I64 wi64)
+{
+  const Operand operand{.ptr{wi32, ptr}, .nidxs{wi64, nidxs}};
+  const Run<i32> sorted{wi32, perm}, buffer{wi32, tmp};
+  for (i32 t = 0; t < nnz; ++t) sorted[t] = t;
+  for (i64 i = 0; i < nelem; ++i) {
+    const i32 first = operand.ptr[i];
+    const i64 n = operand.ptr[i + 1] - i64{first};
+    if (n > 1) merge_sort(sorted.from(first), buffer, first, n, [&](i32 t) { return operand.nidxs[t]; });
+  }
+}
+
+// Measures merging: `e` and `k` each grow by the number of terms that 400 writes. With code that is every variable of
+// each element, without code those with a nonzero coefficient.
+KERNEL((397), (i32, i32), measure_merged_terms, i32 cof, i32 ncodeatom, i32 nelem, i32 nidxs, i32 perm, i32 ptr, i32 e,
+       i32 k, F64 wf64, I32 wi32, I64 wi64, I32 xi32)
+{
+  const Operand operand{.ptr{wi32, ptr}, .nidxs{wi64, nidxs}, .cof{wf64, cof}};
+  const Run<i32> sorted{xi32, perm};
+  i32 terms = 0;
+  for (i64 i = 0; i < nelem; ++i) {
+    for_each_variable(operand.nidxs, sorted, operand.ptr[i], operand.ptr[i + 1],
+                      [&](i64 b, i64 end) { terms += ncodeatom > 0 || Sum(operand.cof, sorted, b, end).has_nonzero; });
+  }
+  return {e + terms, k + terms};
+}
+
+// Writes the merged record. With code each term gets the atoms of all its parts in their order and, if there are
+// several, the atom (8, their number) that adds up the values. Without code a term whose parts are all zero is left
+// out. Sets `rptr[0]` and, with `rhascode`, `rcodeptr[0]`.
+KERNEL((400), (i32, i32), write_merged_terms, i32 cconst, i32 code, i32 c, i32 codeptr, i32 cof, i32 ncodeatom,
+       i32 nelem, i32 nidxs, i32 k, i32 perm, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64,
+       I32 ri32, I64 ri64, i32 rhascode, i32 rnidxs, i32 rptr, F64 wf64, I32 wi32, I64 wi64, I32 xi32)
+{
+  const Operand operand{.ptr{wi32, ptr},
+                        .nidxs{wi64, nidxs},
+                        .cof{wf64, cof},
+                        .codeptr{wi32, codeptr},
+                        .code{wi32, code},
+                        .cconst{wf64, cconst}};
+  Writer result{.ptr{ri32, rptr},
+                .nidxs{ri64, rnidxs},
+                .cof{rf64, rcof},
+                .codeptr{ri32, rcodeptr},
+                .code{ri32, rcode},
+                .cconst{rf64, rcconst},
+                .terms = k,
+                .atoms = c};
+  const Run<i32> sorted{xi32, perm};
+  result.ptr[0] = 0;
+  if (rhascode > 0) result.codeptr[0] = 0;
+  with_constant(ncodeatom > 0, [&](auto hascode) {
+    for (i64 i = 0; i < nelem; ++i) {
+      for_each_variable(operand.nidxs, sorted, operand.ptr[i], operand.ptr[i + 1], [&](i64 b, i64 e) {
+        const Sum sum(operand.cof, sorted, b, e);
+        if (!hascode && !sum.has_nonzero) return;
+        result.nidxs[result.terms] = operand.nidxs[sorted[b]];
+        result.cof[result.terms] = sum.value;
+        if (hascode) {
+          for (i64 t = b; t < e; ++t) result.push_atoms_of(operand, sorted[t]);
+          if (e - b > 1) result.push_atom(add_up_values, static_cast<f64>(e - b));
+          result.close_term();
+        } else {
+          ++result.terms;
+        }
+      });
+      result.close_element();
+    }
+  });
+  return {result.atoms, result.terms};
+}
+
+}  // namespace fragments

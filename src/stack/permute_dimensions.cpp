@@ -1,0 +1,216 @@
+// Transposition: axis d of the result is axis dperm[d] of the operand. Terms keep their order inside an element.
+//
+//     shape            418
+//     dense operand    write 421, or 423 for two axes
+//     sparse operand   flat positions in the result 419, which the caller sorts into `perm`, write 420; or, for two
+//                      axes, all of it 422
+//
+// Elements that are neighbours in the operand and in the result move as one run of terms.
+
+#include "index/counting_sort.h"
+#include "index/divisor.h"
+#include "stack/record.h"
+#include "stack/slots.h"
+
+namespace fragments {
+namespace {
+
+// Appends n elements of the operand, element(i) being number i, in stretches of neighbours.
+template <class Element, class Flag>
+void append_in_order(Writer& result, const Operand& operand, i64 n, Element element, Flag hascode)
+{
+  for (i64 i = 0; i < n;) {
+    const i64 first = element(i);
+    i64 count = 1;
+    while (i + count < n && element(i + count) == first + count) ++count;
+    result.append_elements(operand, first, first + count, hascode);
+    i += count;
+  }
+}
+
+}  // namespace
+
+// The extents of the result.
+KERNEL((418), (), write_permuted_shape, I32 dperm, i32 nd, I32 ri32, i32 rshape, i32 shape, I32 wi32)
+{
+  const Run<i32> extents{wi32, shape}, rextents{ri32, rshape};
+  for (i64 d = 0; d < nd; ++d) rextents[d] = extents[dperm[d]];
+}
+
+// The flat position in the result of each stored element, from its position on w at `from`; `stride` are the operand's
+// strides. A record without axes has the one position 0. Allocates `nd` coordinates, which are divided anew only where
+// they change.
+KERNEL((419), (), write_permuted_positions, I32 dperm, i32 from, i32 nd, i32 nelem, I32 ri32, i32 rshape, I64 sp,
+       I64 stride, I64 wi64)
+{
+  const Run<i64> pattern{wi64, from};
+  const Run<i32> rextents{ri32, rshape};
+  const Scratch<i64> coordinates{nd};
+  for (i64 i = 0; i < nelem; ++i) {
+    i64 rest = pattern[i];
+    for (i64 d = 0; d < nd; ++d) {
+      const i64 block = stride[d];
+      i64 within = rest - coordinates[d] * block;
+      if (within < 0 || within >= block) {
+        coordinates[d] = block == 1 ? rest : rest / block;
+        within = rest - coordinates[d] * block;
+      }
+      rest = within;
+    }
+    i64 flat = nd > 0 ? coordinates[dperm[0]] : 0;
+    for (i64 d = 1; d < nd; ++d) flat = flat * rextents[d] + coordinates[dperm[d]];
+    sp[i] = flat;
+  }
+}
+
+// Writes the elements in the order of `perm`, with their new flat positions `sp`. `rptr[0]` and `rcodeptr[0]` are the
+// caller's.
+KERNEL((420), (i32, i32, i32), write_permuted, i32 cconst, i32 code, i32 c, i32 codeptr, i32 cof, i32 nidxs, i32 ptr,
+       i32 e, i32 k, i32 ncodeatom, i32 nelem, I64 perm, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64,
+       I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, I64 sp, F64 wf64, I32 wi32, I64 wi64)
+{
+  const Operand operand{.ptr{wi32, ptr},
+                        .nidxs{wi64, nidxs},
+                        .cof{wf64, cof},
+                        .codeptr{wi32, codeptr},
+                        .code{wi32, code},
+                        .cconst{wf64, cconst}};
+  Writer result{.ptr{ri32, rptr},
+                .sp{ri64, rsp},
+                .nidxs{ri64, rnidxs},
+                .cof{rf64, rcof},
+                .codeptr{ri32, rcodeptr},
+                .code{ri32, rcode},
+                .cconst{rf64, rcconst},
+                .elements = e,
+                .terms = k,
+                .atoms = c};
+  for (i64 i = 0; i < nelem; ++i) result.sp[e + i] = sp[perm[i]];
+  with_constant(ncodeatom > 0, [&](auto hascode) {
+    append_in_order(
+        result, operand, nelem, [&](i64 i) { return perm[i]; }, hascode);
+  });
+  return {result.atoms, result.elements, result.terms};
+}
+
+// Transposes a dense record; `stride` and `dstride` are the row-major strides of the operand and of the result. Axes at
+// the end that stay where they are make a block that moves as one run. The two axes before it are walked by steps, and
+// the coordinates on all others divided once for each pair of them. Sets `rptr[0]` and, with code, `rcodeptr[0]`.
+KERNEL((421), (), write_dense_permuted, i32 cconst, i32 code, i32 codeptr, I32 dperm, I64 dstride, i32 cof, i32 nidxs,
+       i32 ptr, i32 ncodeatom, i32 nd, i32 nelem, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32,
+       I64 ri64, i32 rnidxs, i32 rptr, I64 stride, F64 wf64, I32 wi32, I64 wi64)
+{
+  const Operand operand{.ptr{wi32, ptr},
+                        .nidxs{wi64, nidxs},
+                        .cof{wf64, cof},
+                        .codeptr{wi32, codeptr},
+                        .code{wi32, code},
+                        .cconst{wf64, cconst}};
+  Writer result{.ptr{ri32, rptr},
+                .nidxs{ri64, rnidxs},
+                .cof{rf64, rcof},
+                .codeptr{ri32, rcodeptr},
+                .code{ri32, rcode},
+                .cconst{rf64, rcconst}};
+  result.ptr[0] = 0;
+  if (ncodeatom > 0) result.codeptr[0] = 0;
+  if (nelem <= 0) return;
+
+  i64 last = nd - 1;
+  while (last >= 0 && dperm[last] == last) --last;
+  // Elements of the result in one step on the axis d, and the way of that step in the operand.
+  const auto size = [&](i64 d) { return d >= 0 ? dstride[d] : nelem; };
+  const auto step = [&](i64 d) { return d >= 0 ? stride[dperm[d]] : 0; };
+  const i64 block = size(last), row = size(last - 1), plane = size(last - 2);
+  const i64 block_step = step(last), row_step = step(last - 1);
+  with_constant(ncodeatom > 0, [&](auto hascode) {
+    for (i64 f = 0; f < nelem; f += plane) {
+      i64 plane_source = 0, rest = f;
+      for (i64 d = 0; d < last - 1; ++d) {
+        plane_source += rest / dstride[d] * step(d);
+        rest %= dstride[d];
+      }
+      for (i64 r = 0; r < plane; r += row, plane_source += row_step) {
+        i64 source = plane_source;
+        for (i64 b = 0; b < row; b += block, source += block_step) {
+          result.append_elements(operand, source, source + block, hascode);
+        }
+      }
+    }
+  });
+}
+
+// Transposes a sparse matrix of `cols` columns and `rows` rows, its pattern on w at `from`: sorts the elements by
+// column into `perm`, with cols+1 slots of `bucket`, and writes them in that order. Sets `rptr[0]`, but not
+// `rcodeptr[0]`.
+KERNEL((422), (), write_sparse_transpose, i32 cconst, i32 code, i32 codeptr, i32 rows, i32 cols, i32 cof, i32 nidxs,
+       i32 ptr, i32 from, i32 ncodeatom, i32 nelem, i32 perm, i32 bucket, i32 rcconst, i32 rcode, i32 rcodeptr,
+       i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, F64 wf64, I32 wi32, I64 wi64, I32 xi32)
+{
+  const Operand operand{.ptr{wi32, ptr},
+                        .nidxs{wi64, nidxs},
+                        .cof{wf64, cof},
+                        .codeptr{wi32, codeptr},
+                        .code{wi32, code},
+                        .cconst{wf64, cconst}};
+  Writer result{.ptr{ri32, rptr},
+                .sp{ri64, rsp},
+                .nidxs{ri64, rnidxs},
+                .cof{rf64, rcof},
+                .codeptr{ri32, rcodeptr},
+                .code{ri32, rcode},
+                .cconst{rf64, rcconst}};
+  const Run<i64> pattern{wi64, from};
+  const Run<i32> buckets{xi32, bucket}, sorted{xi32, perm};
+  const Divisor columns{cols};
+  const auto column_of = [&](i64 i) { return columns.remainder(pattern[i]); };
+  clear_buckets(buckets, cols);
+  count_buckets(buckets, nelem, column_of);
+  add_up(buckets, cols);
+  place_items(buckets, sorted, nelem, column_of);
+
+  result.ptr[0] = 0;
+  for (i64 i = 0; i < nelem; ++i) {
+    const auto [row, column] = columns.divide(pattern[sorted[i]]);
+    result.sp[i] = rows * column + row;
+  }
+  with_constant(ncodeatom > 0, [&](auto hascode) {
+    append_in_order(
+        result, operand, nelem, [&](i64 i) { return i64{sorted[i]}; }, hascode);
+  });
+}
+
+// Transposes a dense matrix of `cols` columns and `rows` rows. Sets `rptr[0]`, but not `rcodeptr[0]`.
+KERNEL((423), (), write_dense_transpose, i32 cconst, i32 code, i32 codeptr, i32 cols, i32 rows, i32 cof, i32 nidxs,
+       i32 ptr, i32 ncodeatom, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs,
+       i32 rptr, F64 wf64, I32 wi32, I64 wi64)
+{
+  const Operand operand{.ptr{wi32, ptr},
+                        .nidxs{wi64, nidxs},
+                        .cof{wf64, cof},
+                        .codeptr{wi32, codeptr},
+                        .code{wi32, code},
+                        .cconst{wf64, cconst}};
+  Writer result{.ptr{ri32, rptr},
+                .nidxs{ri64, rnidxs},
+                .cof{rf64, rcof},
+                .codeptr{ri32, rcodeptr},
+                .code{ri32, rcode},
+                .cconst{rf64, rcconst}};
+  result.ptr[0] = 0;
+  with_constant(ncodeatom > 0, [&](auto hascode) {
+    if (cols == 1) {  // a column stays as it is, and so does a row, which is copied element after element
+      result.append_elements(operand, 0, rows, hascode);
+      return;
+    }
+    for (i64 a = 0; a < cols; ++a) {
+      for (i64 b = 0; b < rows; ++b) {
+        const i64 source = cols * b + a;
+        result.append(operand, operand.ptr[source], operand.ptr[source + 1], hascode);
+        result.close_element();
+      }
+    }
+  });
+}
+
+}  // namespace fragments

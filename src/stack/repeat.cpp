@@ -1,0 +1,56 @@
+// Repetition: n copies of an operand one behind the other along the axis `dim`, whose extent becomes `rdim`. The shape
+// around `dim` is folded to three extents, d0 before it, d1 of the axis itself and d2 behind it, so that element
+// (a, b, g) has the flat position (a*d1 + b)*d2 + g.
+
+#include "stack/record.h"
+#include "stack/row_runs.h"
+#include "stack/slots.h"
+
+namespace fragments {
+
+// Writes the result as a whole, `rshape`, `rptr[0]` and, with `rhascode`, `rcodeptr[0]` included. All elements of one a
+// repeat together, so that each copy of them moves as one run; sizes are n times the operand's.
+KERNEL((426), (), repeat, i32 cconst, i32 code, i32 codeptr, i32 cof, i32 d0, i32 d1, i32 d2, i32 dim, bool hassp,
+       i32 n, i32 ncodeatom, i32 nd, i32 nelem, i32 nidxs, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof,
+       i32 rdim, F64 rf64, I32 ri32, I64 ri64, i32 rhascode, i32 rnidxs, i32 rptr, i32 rshape, i32 rsp, i32 shape,
+       i32 sp, F64 wf64, I32 wi32, I64 wi64)
+{
+  const Operand operand{.ptr{wi32, ptr},
+                        .nidxs{wi64, nidxs},
+                        .cof{wf64, cof},
+                        .codeptr{wi32, codeptr},
+                        .code{wi32, code},
+                        .cconst{wf64, cconst}};
+  Writer result{.ptr{ri32, rptr},
+                .sp{ri64, rsp},
+                .nidxs{ri64, rnidxs},
+                .cof{rf64, rcof},
+                .codeptr{ri32, rcodeptr},
+                .code{ri32, rcode},
+                .cconst{rf64, rcconst}};
+  const Run<i32> extents{ri32, rshape};
+  copy_slots(extents, Run<i32>{wi32, shape}, nd);
+  extents[dim] = rdim;
+  result.ptr[0] = 0;
+  if (rhascode > 0) result.codeptr[0] = 0;
+
+  const i64 block = static_cast<i64>(d1) * d2;
+  with_constant(ncodeatom > 0, [&](auto hascode) {
+    if (!hassp) {
+      for (i64 a = 0; a < d0; ++a) {
+        for (i32 r = 0; r < n; ++r) result.append_elements(operand, a * block, (a + 1) * block, hascode);
+      }
+      return;
+    }
+    const Run<i64> pattern{wi64, sp};
+    for_each_row_run(pattern, nelem, block, [&](i64 a, i32 b, i32 e) {
+      for (i64 r = 0; r < n; ++r) {
+        const i64 shift = (d1 * r + a * rdim) * d2 - a * block;
+        copy_run(result.sp.from(result.elements), pattern.from(b), e - b, [shift](i64 f) { return shift + f; });
+        result.append_elements(operand, b, e, hascode);
+      }
+    });
+  });
+}
+
+}  // namespace fragments

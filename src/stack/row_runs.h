@@ -1,0 +1,38 @@
+// Row runs of a sparse pattern.
+#pragma once
+
+#include "frame/frame.h"
+
+namespace fragments {
+
+// Walks n flat positions in row runs, the maximal stretches with the same row t = sp / width. run(t, b, e) is called
+// for the positions b .. e-1. One division a run.
+template <class EachRun>
+void for_each_row_run(Run<i64> sp, i32 n, i64 width, EachRun run)
+{
+  for (i32 b = 0; b < n;) {
+    const i64 t = sp[b] / width;
+    const i64 row_end = (t + 1) * width;
+    i32 e = b + 1;
+    while (e < n && sp[e] < row_end) ++e;
+    run(t, b, e);
+    b = e;
+  }
+}
+
+// The column of item k of a pattern, sp[k] % width. It divides only where the row changes, so that it is cheap to call
+// in the order of the items.
+struct ColumnOf {
+  Run<i64> sp;
+  i64 width;
+  i64 row_start = 0;
+
+  i64 operator()(i64 k)
+  {
+    const i64 flat = sp[k];
+    if (flat < row_start || flat - row_start >= width) row_start = flat - flat % width;
+    return flat - row_start;
+  }
+};
+
+}  // namespace fragments

@@ -1,0 +1,239 @@
+"""Random expression records, the stacks that hold them, and what a record means.
+
+    record = random_record(rng, (3, 4), sparse=True, code=True)
+    w = Stack("w", rng, [record], "strided")
+    r = Stack("r", rng, [Room(shape=(2, 3), nelem=6, nnz=14, ncodeatom=40, hassp=False)], "strided")
+    call(472, w.arrays, w.fields(0), r.arrays, r.fields(0, prefix="r"), elmi=0, nzi=0, codei=0, ...)
+    np.array_equal(evaluate(r.read(0)), expected)
+
+All coefficients, constants and parameter values are small integers, so that any order of adding them up is exact.
+"""
+
+from dataclasses import dataclass
+
+import numpy as np
+
+from support import layout
+
+VARIABLES = 12
+PARAMETERS = np.array([3.0, -2.0, 5.0, 7.0])
+SENTINELS = {"i32": np.int32(-77_777), "i64": np.int64(-7_777_777_777), "f64": np.float64(-7.75e77)}
+
+# The array of a stack that holds each field.
+FIELDS = {
+    "shape": "i32", "sp": "i64", "ptr": "i32", "nidxs": "i64",
+    "cof": "f64", "codeptr": "i32", "code": "i32", "cconst": "f64",
+}  # fmt: skip
+
+
+@dataclass
+class Record:
+    """The fields of a record; `sp` is None in a dense one, the code's three fields are None in one without code."""
+
+    shape: tuple
+    sp: np.ndarray | None
+    ptr: np.ndarray
+    nidxs: np.ndarray
+    cof: np.ndarray
+    codeptr: np.ndarray | None = None
+    code: np.ndarray | None = None
+    cconst: np.ndarray | None = None
+
+    @property
+    def nelem(self):
+        return len(self.ptr) - 1
+
+    @property
+    def nnz(self):
+        return len(self.nidxs)
+
+    @property
+    def ncodeatom(self):
+        return 0 if self.code is None else len(self.code)
+
+    @property
+    def hassp(self):
+        return self.sp is not None
+
+
+@dataclass
+class Room:
+    """The sizes of a record that a kernel is going to write. Its `ptr[0]` and `codeptr[0]` are set to 0 by the host
+    layer, that is by Stack, unless `preset` is False."""
+
+    shape: tuple = ()
+    nelem: int = 0
+    nnz: int = 0
+    ncodeatom: int = 0
+    hassp: bool = False
+    preset: bool = True
+
+
+def lengths(sizes):
+    """How many slots each field of a record (or of a room for one) has."""
+    hascode = sizes.ncodeatom > 0
+    return {
+        "shape": len(sizes.shape),
+        "sp": sizes.nelem if sizes.hassp else 0,
+        "ptr": sizes.nelem + 1,
+        "nidxs": sizes.nnz,
+        "cof": sizes.nnz,
+        "codeptr": sizes.nnz + 1 if hascode else 0,
+        "code": sizes.ncodeatom,
+        "cconst": sizes.ncodeatom,
+    }
+
+
+def random_code(rng):
+    """The (opcode, operand) atoms of one coefficient; about half of the terms have no parameter."""
+    unused = SENTINELS["f64"]
+    p, c, d = float(rng.integers(len(PARAMETERS))), float(rng.integers(-4, 5)), float(rng.integers(-4, 5))
+    shapes = [
+        [(2, 0.0)],
+        [(2, 0.0)],
+        [(1, p)],
+        [(1, p), (2, c), (5, unused)],
+        [(2, c), (1, p), (3, unused), (4, unused)],
+        [(1, p), (2, c), (5, unused), (2, d), (1, p), (8, 3.0)],
+    ]
+    return shapes[rng.integers(len(shapes))]
+
+
+def random_record(rng, shape, sparse=False, code=False, density=0.6, terms=3, variables=VARIABLES):
+    """A record of up to `terms` terms an element, some elements being empty. A sparse one stores about `density` of its
+    elements. Variables are 0 (the constant term) to variables-1, unsorted and repeating."""
+    size = int(np.prod(shape))
+    sp = np.flatnonzero(rng.random(size) < density) if sparse else None
+    nelem = len(sp) if sparse else size
+    counts = rng.integers(0, terms + 1, nelem)
+    nnz = int(counts.sum())
+    record = Record(
+        shape=tuple(shape),
+        sp=sp,
+        ptr=np.r_[0, np.cumsum(counts, dtype=int)],
+        nidxs=rng.integers(0, variables, nnz),
+        cof=rng.integers(-5, 6, nnz).astype(float),
+    )
+    if code and nnz:
+        atoms = [random_code(rng) for _ in range(nnz)]
+        record.codeptr = np.r_[0, np.cumsum([len(run) for run in atoms])]
+        record.code, record.cconst = (np.array(column) for column in zip(*(atom for run in atoms for atom in run)))
+    return record
+
+
+def run_code(code, cconst, parameters=PARAMETERS):
+    """The value of one term's atoms."""
+    stack = []
+    for opcode, operand in zip(code, cconst):
+        if opcode == 1:
+            stack.append(parameters[int(operand)])
+        elif opcode == 2:
+            stack.append(operand)
+        elif opcode == 3:
+            stack.append(stack.pop() + stack.pop())
+        elif opcode == 4:
+            stack.append(-stack.pop())
+        elif opcode == 5:
+            stack.append(stack.pop() * stack.pop())
+        elif opcode == 6:
+            stack.append(1.0 / stack.pop())
+        elif opcode == 8:
+            stack.append(sum(stack.pop() for _ in range(int(operand))))
+    return stack[0]
+
+
+def coefficients(record, parameters=PARAMETERS):
+    """The coefficient of every term: its `cof` plus the value of its code."""
+    if record.code is None:
+        return record.cof
+    runs = zip(record.codeptr, record.codeptr[1:])
+    return record.cof + [run_code(record.code[b:e], record.cconst[b:e], parameters) for b, e in runs]
+
+
+def evaluate(record, parameters=PARAMETERS, variables=VARIABLES):
+    """The record's meaning: an array of its shape with one more axis, the coefficient of each variable."""
+    forms = np.zeros((int(np.prod(record.shape)), variables))
+    flat = range(record.nelem) if record.sp is None else record.sp
+    for f, b, e in zip(flat, record.ptr, record.ptr[1:]):
+        np.add.at(forms[f], record.nidxs[b:e], coefficients(record, parameters)[b:e])
+    return forms.reshape(*record.shape, variables)
+
+
+class Stack:
+    """Three arrays, filled with sentinels, with the fields of records (or room for them) at positions of their own.
+
+    The fields stand in random order with random gaps. `arrays` maps the parameters' names ("wi32", ...) to the arrays.
+    """
+
+    def __init__(self, name, rng, contents, kind="contiguous"):
+        self.name = name
+        self.contents = contents
+        self.positions = [{} for _ in contents]
+        tops = dict.fromkeys(SENTINELS, 0)
+        places = [(k, field) for k in range(len(contents)) for field in FIELDS]
+        for at in rng.permutation(len(places)):
+            k, field = places[at]
+            top = tops[FIELDS[field]] + int(rng.integers(0, 4))
+            self.positions[k][field] = top
+            tops[FIELDS[field]] = top + lengths(contents[k])[field]
+        self.arrays = {}
+        for array, sentinel in SENTINELS.items():
+            self.arrays[name + array] = layout(np.full(tops[array] + 3, sentinel), kind)
+        for k, content in enumerate(contents):
+            if isinstance(content, Record):
+                for field, values in vars(content).items():
+                    if values is not None:
+                        self.slots(k, field)[:] = values
+            elif content.preset:
+                self.slots(k, "ptr")[:1] = 0
+                self.slots(k, "codeptr")[:1] = 0
+        self.before = {array: values.copy() for array, values in self.arrays.items()}
+
+    def slots(self, k, field):
+        """The slots of one field of record k, to read or to write."""
+        position = self.positions[k][field]
+        return self.arrays[self.name + FIELDS[field]][position : position + lengths(self.contents[k])[field]]
+
+    def fields(self, k, prefix="", suffix=""):
+        """Positions and scalars of record k by the names of parameters: with prefix "r" `rptr`, `rnelem`, ..., with
+        suffix "1" `ptr1`, `nelem1`, ..."""
+        content = self.contents[k]
+        scalars = {name: getattr(content, name) for name in ("nelem", "nnz", "ncodeatom", "hassp")}
+        return {
+            prefix + name + suffix: value
+            for name, value in {**self.positions[k], **scalars, "nd": len(content.shape)}.items()
+        }
+
+    def tables(self):
+        """The operand tables of operators on many records: one int32 array a field, one entry a record."""
+        names = {field: field if field in ("codeptr", "code", "cconst") else field + "_base" for field in FIELDS}
+        columns = {names.get(name, name): [self.fields(k)[name] for k in range(len(self.contents))] for name in self.fields(0)}
+        return {name: np.array(column, dtype=np.int32) for name, column in columns.items()}
+
+    def read(self, k):
+        """The record that stands in room k, every slot of it written and its pointers in order."""
+        room = self.contents[k]
+        fields = {field: self.slots(k, field).copy() for field in FIELDS}
+        operators = np.isin(fields["code"], (3, 4, 5, 6, 7))
+        for field, values in fields.items():
+            unwritten = values == SENTINELS[FIELDS[field]]
+            assert not np.any(unwritten & ~operators if field == "cconst" else unwritten), field
+        for ptr, end in (("ptr", room.nnz), ("codeptr", room.ncodeatom)):
+            if len(fields[ptr]):
+                assert fields[ptr][0] == 0 and fields[ptr][-1] == end and np.all(np.diff(fields[ptr]) >= 0), ptr
+        assert np.all(np.diff(fields["sp"]) > 0)
+        if not room.hassp:
+            fields["sp"] = None
+        if not room.ncodeatom:
+            fields["codeptr"] = fields["code"] = fields["cconst"] = None
+        return Record(**fields)
+
+    def assert_only_written(self, k=None, fields=FIELDS):
+        """No slot has changed outside the given fields of record k; without k, none at all."""
+        for array, before in self.before.items():
+            changed = self.arrays[array] != before
+            for field in fields if k is not None else ():
+                if self.name + FIELDS[field] == array:
+                    position = self.positions[k][field]
+                    changed[position : position + lengths(self.contents[k])[field]] = False
+            assert not np.any(changed), array
