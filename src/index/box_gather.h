@@ -44,4 +44,15 @@ void gather_box(StridedArray<T> to, StridedArray<T> from, I32 first, I32 last, c
   }
 }
 
+// The same by the shape of the array. Scratch: its strides, too.
+template <class T>
+void gather_box_by_shape(StridedArray<T> to, StridedArray<T> from, I32 first, I32 last, I32 shape, i64 nd, i64 n)
+{
+  if (n < 1) return;
+  const Scratch<i32> strides(nd);
+  strides[nd - 1] = 1;
+  row_major_strides(strides, shape, nd);
+  gather_box(to, from, first, last, strides, nd, n);
+}
+
 }  // namespace fragments

@@ -167,4 +167,20 @@ void for_each_run_in_triangle(I32 dim, StridedArray<T> stride, bool upper, Run r
   }
 }
 
+// Takes the entries of a packed triangle in order, from `packed[k]` on, each to its element of `whole` and to the
+// mirror. Returns the k behind them.
+template <class T, class S>
+i32 scatter_packed_triangle(I32 dim, StridedArray<S> stride, bool upper, i32 k, StridedArray<T> packed,
+                            StridedArray<T> whole)
+{
+  for_each_run_in_triangle(dim, stride, upper, [&](Positions flat, Positions mirror, i64 n) {
+    for (i64 j = 0; j < n; ++j, ++k) {
+      const T entry = packed[k];
+      whole[flat[j]] = entry;
+      whole[mirror[j]] = entry;
+    }
+  });
+  return k;
+}
+
 }  // namespace fragments

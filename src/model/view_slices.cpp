@@ -52,11 +52,7 @@ KERNEL((170), (), slice_view_by_strides, I64 basevar_nativeidxs, I32 first, I32 
 // The same by its shape. Scratch: the row-major strides, too.
 KERNEL((187), (), slice_view_by_shape, I64 basevar_nativeidxs, I32 first, I64 idxs, I32 last, i32 nd, i32 n, I32 shape)
 {
-  if (n < 1) return;
-  const Scratch<i32> strides(nd);
-  strides[i64{nd} - 1] = 1;
-  row_major_strides(strides, shape, nd);
-  gather_box(idxs, basevar_nativeidxs, first, last, strides, nd, n);
+  gather_box_by_shape(idxs, basevar_nativeidxs, first, last, shape, nd, n);
 }
 
 // n numbers of a dense view, `step` apart, from position `first` on.

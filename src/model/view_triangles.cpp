@@ -4,21 +4,6 @@
 #include "index/five_axis_fold.h"
 
 namespace fragments {
-namespace {
-
-i32 mirror_triangle(I64 basevar_nativeidxs, I32 dim, i32 k, I64 residxs, I64 stride, bool upper)
-{
-  for_each_run_in_triangle(dim, stride, upper, [&](Positions flat, Positions mirror, i64 n) {
-    for (i64 j = 0; j < n; ++j, ++k) {
-      const i64 number = basevar_nativeidxs[k];
-      residxs[flat[j]] = number;
-      residxs[mirror[j]] = number;
-    }
-  });
-  return k;
-}
-
-}  // namespace
 
 // Dense: appends the lower triangle, numbers to `idxs` and flat positions to `sp`, from slot c on. Returns the slot
 // behind it.
@@ -55,13 +40,13 @@ KERNEL((159), (i32), lower_triangle_of_sparse_view, I64 basevar_nativeidxs, i32 
 // it.
 KERNEL((163), (i32), mirror_lower_triangle, I64 basevar_nativeidxs, I32 dim, i32 k, I64 residxs, I64 stride)
 {
-  return mirror_triangle(basevar_nativeidxs, dim, k, residxs, stride, false);
+  return scatter_packed_triangle(dim, stride, false, k, basevar_nativeidxs, residxs);
 }
 
 // The same from the packed upper triangle.
 KERNEL((164), (i32), mirror_upper_triangle, I64 basevar_nativeidxs, I32 dim, i32 k, I64 residxs, I64 stride)
 {
-  return mirror_triangle(basevar_nativeidxs, dim, k, residxs, stride, true);
+  return scatter_packed_triangle(dim, stride, true, k, basevar_nativeidxs, residxs);
 }
 
 }  // namespace fragments
