@@ -37,6 +37,9 @@ TOUCHES_AT_ZERO = {
     103: "the first bucket",
     **dict.fromkeys((266, 550), "all five axes"),
     291: "the size of the item",
+    574: "the closing entry of `ptr`",
+    609: "the first entry of `ptr`",
+    646: "the links of slot 0",
 }
 
 

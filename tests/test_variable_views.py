@@ -180,7 +180,7 @@ def test_triangles(kind, dim):
 def test_expand_and_stack(kind):
     sparse = numbers((3, 4), 0.5).ravel()
     sparsity, base = view(sparse, kind)
-    for number, longer in ((194, {"sparsity": np.r_[sparsity, 99]}), (195, {"basevar_nativeidxs": np.r_[base, 99]})):
+    for number, longer in ((194, {"sparsity": np.r_[sparsity, 12]}), (195, {"basevar_nativeidxs": np.r_[base, 99]})):
         idxs = layout(np.r_[np.zeros(12, np.int64), UNTOUCHED], kind)
         call(number, {"basevar_nativeidxs": base, "sparsity": sparsity} | longer, idxs=idxs)
         assert idxs.tolist() == [*sparse, UNTOUCHED]

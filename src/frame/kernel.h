@@ -105,7 +105,7 @@ struct Frame<body> {
   static constexpr std::array<char, sizeof...(P) + 1> format{Parameter<P>::letter..., '\0'};
 
   template <const auto& names>
-  [[gnu::flatten]] static PyObject* call([[maybe_unused]] int number, PyObject* arguments)
+  [[gnu::flatten, gnu::hot]] static PyObject* call([[maybe_unused]] int number, PyObject* arguments)
   {
     return call<names>(number, arguments, std::index_sequence_for<P...>{});
   }

@@ -3,15 +3,14 @@
 // A list of 64-bit numbers `varidxs` becomes one of 32 bits, `varidxs32`, whose slot 0 is the caller's. If it does not
 // ascend, it is sorted through a permutation `perm`; then the repeats go.
 
-#include "frame/frame.h"
+#include "index/order.h"
 
 namespace fragments {
 
 // Whether the first n entries strictly ascend; false if `flag` came in so.
-KERNEL((245), (bool), is_ascending, bool flag, i32 n, I64 varidxs)
+KERNEL((245), (bool), check_variables_ascend, bool flag, i32 n, I64 varidxs)
 {
-  for (i64 k = 0; flag && k < i64{n} - 1; ++k) flag = varidxs[k] < varidxs[k + 1];
-  return flag;
+  return flag && is_ascending(varidxs, n);
 }
 
 // Narrows n entries, one slot up.
@@ -22,10 +21,9 @@ KERNEL((246), (), narrow_behind_first, i32 n, I64 varidxs, I32 varidxs32)
 
 // `count` plus the number of ascents between neighbours in the order of `perm`: in a sorted one, the number of distinct
 // variables less 1.
-KERNEL((247), (i32), count_ascents, i32 n, i32 count, I64 perm, I64 varidxs)
+KERNEL((247), (i32), count_distinct_variables, i32 n, i32 count, I64 perm, I64 varidxs)
 {
-  for (i64 k = 0; k < i64{n} - 1; ++k) count += varidxs[perm[k]] < varidxs[perm[k + 1]];
-  return count;
+  return count + count_ascents(varidxs, n, [&](i64 k) { return perm[k]; });
 }
 
 // Appends the entry behind each ascent to `varidxs32`, from slot `count` on; returns the slot behind them. The ascents

@@ -5,6 +5,7 @@
 // of a row and `varidxs` ascend strictly, so one merge finds all of a row: O(nnz + n * len(varidxs)). A place whose
 // variable the row does not have keeps what it held.
 
+#include "index/order.h"
 #include "model/row_sides.h"
 #include "stack/record.h"
 
@@ -49,15 +50,6 @@ struct SideBlock {
     place += static_cast<i32>(varidxs.count);
   }
 };
-
-// Whether the first n entries ascend strictly.
-bool is_ascending(I64 numbers, i64 n)
-{
-  for (i64 k = 1; k < n; ++k) {
-    if (numbers[k - 1] >= numbers[k]) return false;
-  }
-  return true;
-}
 
 }  // namespace
 

@@ -1,0 +1,105 @@
+// Chains of numbered slots: doubly linked lists in two arrays, from which the host layer hands out runs of numbers.
+//
+//     next[s]   the slot after s, -1 at the end
+//     prev[s]   the slot before s, -1 at the front
+//
+// Two chains, the slots in use and the free ones, share the arrays; the caller keeps the head and the length of each.
+// A run is n slots that follow one another in a chain, given by the first one. It is trusted to be that long.
+
+#include <algorithm>
+
+#include "frame/frame.h"
+
+namespace fragments {
+namespace {
+
+// Links the slots first .. stop-1 in ascending order. The two outer ends stay as they are.
+void link_range(i64 first, i64 stop, I32 next, I32 prev)
+{
+  for (i64 i = first; i < stop - 1; ++i) {
+    next[i] = static_cast<i32>(i + 1);
+    prev[i + 1] = static_cast<i32>(i);
+  }
+}
+
+// Walks n-1 steps from `cur` to the last slot of its run; met(slot) for every slot that a step arrives at.
+template <class Met>
+i32 walk_to_end(i32 cur, I32 next, i64 n, Met met)
+{
+  for (i64 k = 1; k < n; ++k) {
+    cur = next[cur];
+    met(cur);
+  }
+  return cur;
+}
+
+i32 end_of_run(i32 cur, I32 next, i32 n)
+{
+  return walk_to_end(cur, next, n, [](i32) {});
+}
+
+}  // namespace
+
+// Links n fresh slots, 0 to n-1. prev[0] and next[n-1] are the caller's.
+KERNEL((645), (), link_slots, i32 n, I32 next, I32 prev)
+{
+  link_range(0, n, next, prev);
+}
+
+// Links the slots first .. stop-1 of grown arrays. prev[first] and next[stop-1] are the caller's.
+KERNEL((651), (), link_slot_range, i32 first, i32 stop, I32 next, I32 prev)
+{
+  link_range(first, stop, next, prev);
+}
+
+// The last slot of the run of n slots from `cur` on.
+KERNEL((650), (i32), find_end, i32 cur, I32 next, i32 n)
+{
+  return end_of_run(cur, next, n);
+}
+
+// The same and the maximum of `top` and the slots of the run but the first, which doesn't count; this is intended.
+KERNEL((649), (i32, i32), find_end_and_greatest, i32 cur, i32 top, I32 next, i32 n)
+{
+  cur = walk_to_end(cur, next, n, [&](i32 slot) { top = std::max(top, slot); });
+  return {cur, top};
+}
+
+// Lists the run of n slots from `cur` on in `target` from place `base` on; returns the slot behind it.
+KERNEL((647), (i32), list_run, i32 cur, I32 next, i32 n, i32 base, I32 target)
+{
+  const Run<i32> places{target, base};
+  for (i64 k = 0; k < n; ++k) {
+    places[k] = cur;
+    cur = next[cur];
+  }
+  return cur;
+}
+
+// Lists the n slots behind `cur`, without `cur` itself.
+KERNEL((648), (), list_successors, i32 cur, I32 next, i32 n, i32 base, I32 target)
+{
+  const Run<i32> places{target, base};
+  for (i64 k = 0; k < n; ++k) places[k] = cur = next[cur];
+}
+
+// Moves the run of n slots from `first` on, anywhere in the source chain, to the front of the target chain. Returns the
+// new heads of target and source and the new length of the target. Only the ends of the run and its neighbours are
+// written: the cost is the walk to the run's end.
+KERNEL((646), (i32, i32, i32), move_run, i32 thead, i32 shead, i32 first, I32 next, i32 tlen, i32 n, I32 prev)
+{
+  const i32 last = end_of_run(first, next, n);
+  const i32 before = prev[first], after = next[last];
+  if (before >= 0) {
+    next[before] = after;
+  } else {
+    shead = after;
+  }
+  if (after >= 0) prev[after] = before;
+  prev[first] = -1;
+  next[last] = thead;
+  if (thead >= 0) prev[thead] = last;
+  return {first, shead, wrapping_add(tlen, n)};
+}
+
+}  // namespace fragments
