@@ -67,12 +67,12 @@ struct Writer {
   i32 atoms = 0;
 
   // Appends the operand's terms b .. e-1 as they are.
-  template <class Flag>
+  template <Expect expect = Expect::short_run, class Flag>
   void append(const Operand& from, i32 b, i32 e, Flag hascode)
   {
-    if (hascode) copy_code(from, b, e);
-    copy_terms(nidxs.from(terms), from.nidxs.from(b), cof.from(terms), from.cof.from(b), e - b,
-               [](f64 c) { return c; });
+    if (hascode) copy_code<expect>(from, b, e);
+    copy_terms<expect>(nidxs.from(terms), from.nidxs.from(b), cof.from(terms), from.cof.from(b), e - b,
+                       [](f64 c) { return c; });
     terms += e - b;
   }
 
@@ -82,9 +82,10 @@ struct Writer {
   {
     if (b >= e) return;
     const i32 first = from.ptr[b], last = from.ptr[e], shift = terms - first;
-    copy_run(ptr.from(elements + 1), from.ptr.from(b + 1), e - b, [shift](i32 end) { return end + shift; });
+    copy_run<Expect::block>(ptr.from(elements + 1), from.ptr.from(b + 1), e - b,
+                            [shift](i32 end) { return end + shift; });
     elements += static_cast<i32>(e - b);
-    append(from, first, last, hascode);
+    append<Expect::block>(from, first, last, hascode);
   }
 
   // Appends the operand's terms b .. e-1 times `factor`: the coefficient is multiplied, and so is the code, by the
@@ -187,13 +188,20 @@ struct Writer {
 
   // The code of the operand's terms b .. e-1 for the terms appended next. Atoms of neighbouring terms are neighbours,
   // so they move as one run.
+  template <Expect expect>
   void copy_code(const Operand& from, i32 b, i32 e)
   {
     if (b >= e) return;
+    if (e - b == 1) {
+      push_atoms_of(from, b);
+      codeptr[terms + 1] = atoms;
+      return;
+    }
     const i32 first = from.codeptr[b], count = from.codeptr[e] - first, shift = atoms - first;
-    copy_run(codeptr.from(terms + 1), from.codeptr.from(b + 1), e - b, [shift](i32 end) { return end + shift; });
-    copy_run(code.from(atoms), from.code.from(first), count);
-    copy_run(cconst.from(atoms), from.cconst.from(first), count);
+    copy_run<expect>(codeptr.from(terms + 1), from.codeptr.from(b + 1), e - b,
+                     [shift](i32 end) { return end + shift; });
+    copy_run<expect>(code.from(atoms), from.code.from(first), count);
+    copy_run<expect>(cconst.from(atoms), from.cconst.from(first), count);
     atoms += count;
   }
 };
