@@ -17,33 +17,17 @@ namespace {
 
 constexpr i32 add_up_values = 8;
 
-// Calls run(b, e) for every stretch perm[b] .. perm[e-1] of the sorted terms begin .. end-1 with one variable.
-template <class EachRun>
-void for_each_variable(Run<i64> nidxs, Run<i32> perm, i64 begin, i64 end, EachRun run)
+// Walks the sorted terms begin .. end-1: part(t) for each term t, whole(variable, n) after the n parts of one variable.
+template <class Part, class Whole>
+void for_each_variable(Run<i64> nidxs, Run<i32> perm, i64 begin, i64 end, Part part, Whole whole)
 {
-  for (i64 b = begin; b < end;) {
-    const i64 variable = nidxs[perm[b]];
-    i64 e = b + 1;
-    while (e < end && nidxs[perm[e]] == variable) ++e;
-    run(b, e);
-    b = e;
+  for (i64 i = begin; i < end;) {
+    const i64 first = i, variable = nidxs[perm[i]];
+    do part(i64{perm[i]});
+    while (++i < end && nidxs[perm[i]] == variable);
+    whole(variable, i - first);
   }
 }
-
-// Coefficients of terms with one variable, added up from 0.0 on: a lone -0.0 comes out as 0.0.
-struct Sum {
-  f64 value = 0.0;
-  bool has_nonzero = false;  // NaN is one
-
-  Sum(Run<f64> cof, Run<i32> perm, i64 b, i64 e)
-  {
-    for (i64 i = b; i < e; ++i) {
-      const f64 c = cof[perm[i]];
-      value += c;
-      has_nonzero |= c != 0.0;
-    }
-  }
-};
 
 }  // namespace
 
@@ -132,8 +116,14 @@ KERNEL((397), (i32, i32), measure_merged_terms, i32 cof, i32 ncodeatom, i32 nele
   const Run<i32> sorted{xi32, perm};
   i32 terms = 0;
   for (i64 i = 0; i < nelem; ++i) {
-    for_each_variable(operand.nidxs, sorted, operand.ptr[i], operand.ptr[i + 1],
-                      [&](i64 b, i64 end) { terms += ncodeatom > 0 || Sum(operand.cof, sorted, b, end).has_nonzero; });
+    bool is_written = ncodeatom > 0;
+    for_each_variable(
+        operand.nidxs, sorted, operand.ptr[i], operand.ptr[i + 1],
+        [&](i64 t) { is_written = is_written || operand.cof[t] != 0.0; },
+        [&](i64, i64) {
+          terms += is_written;
+          is_written = ncodeatom > 0;
+        });
   }
   return {e + terms, k + terms};
 }
@@ -163,20 +153,31 @@ KERNEL((400), (i32, i32), write_merged_terms, i32 cconst, i32 code, i32 c, i32 c
   result.ptr[0] = 0;
   if (rhascode > 0) result.codeptr[0] = 0;
   with_constant(ncodeatom > 0, [&](auto hascode) {
+    f64 sum = 0.0;
+    bool is_written = hascode;
     for (i64 i = 0; i < nelem; ++i) {
-      for_each_variable(operand.nidxs, sorted, operand.ptr[i], operand.ptr[i + 1], [&](i64 b, i64 e) {
-        const Sum sum(operand.cof, sorted, b, e);
-        if (!hascode && !sum.has_nonzero) return;
-        result.nidxs[result.terms] = operand.nidxs[sorted[b]];
-        result.cof[result.terms] = sum.value;
-        if (hascode) {
-          for (i64 t = b; t < e; ++t) result.push_atoms_of(operand, sorted[t]);
-          if (e - b > 1) result.push_atom(add_up_values, static_cast<f64>(e - b));
-          result.close_term();
-        } else {
-          ++result.terms;
-        }
-      });
+      for_each_variable(
+          operand.nidxs, sorted, operand.ptr[i], operand.ptr[i + 1],
+          [&](i64 t) {
+            const f64 part = operand.cof[t];
+            sum += part;
+            is_written |= part != 0.0;
+            if (hascode) result.push_atoms_of(operand, t);
+          },
+          [&](i64 variable, i64 parts) {
+            if (is_written) {
+              result.nidxs[result.terms] = variable;
+              result.cof[result.terms] = sum;
+              if (hascode) {
+                if (parts > 1) result.push_atom(add_up_values, static_cast<f64>(parts));
+                result.close_term();
+              } else {
+                ++result.terms;
+              }
+            }
+            sum = 0.0;
+            is_written = hascode;
+          });
       result.close_element();
     }
   });
