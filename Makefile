@@ -4,17 +4,20 @@ PYTHON ?= /usr/bin/python3
 MESON = $(PYTHON) /usr/bin/meson
 PYTEST = $(PYTHON) -m pytest -q
 MPS ?=
+# Options of meson for builds that are set up: SETUP=--werror
+SETUP ?=
 
 # All that is needed beyond Debian's base, a C++ compiler and make.
-PACKAGES = python3 python3-dev meson python3-mesonpy ninja-build python3-pip \
-	python3-numpy python3-scipy python3-swiglpk \
+PACKAGES = python3 python3-dev python3-venv meson python3-mesonpy ninja-build python3-pip \
+	clang clang-tidy clang-format \
+	python3-numpy python3-scipy \
 	python3-pytest python3-pytest-xdist python3-hypothesis
 
 .DEFAULT_GOAL = help
-.PHONY: help packages build checked demo test bench table describe reference clean
+.PHONY: help packages build checked demo test clang sanitize tidy install-check pythons bench table describe reference clean
 
 help:  ## list the targets
-	@sed -n 's/^\([a-z-]*\):.*## /\1\t/p' $(MAKEFILE_LIST) | expand -t 12
+	@sed -n 's/^\([a-z-]*\):.*## /\1\t/p' $(MAKEFILE_LIST) | expand -t 16
 
 packages:  ## install what is missing from Debian's packages
 	@missing=$$(for p in $(PACKAGES); do dpkg-query -W -f '$${Status}' $$p 2>/dev/null | grep -q 'ok installed' || echo $$p; done); \
@@ -24,20 +27,45 @@ packages:  ## install what is missing from Debian's packages
 	fi
 
 build: packages  ## the module, in build/normal
-	@test -f build/normal/build.ninja || $(MESON) setup build/normal
+	@test -f build/normal/build.ninja || $(MESON) setup build/normal $(SETUP)
 	@ninja -C build/normal --quiet
 	@ln -sf build/normal/compile_commands.json compile_commands.json
 
 checked: packages  ## the module with bounds checking, in build/checked
-	@test -f build/checked/build.ninja || $(MESON) setup build/checked -Dchecked=true
+	@test -f build/checked/build.ninja || $(MESON) setup build/checked -Dchecked=true $(SETUP)
 	@ninja -C build/checked --quiet
 
 demo: build  ## solve the transport problem, and MPS=FILE if given
 	PYTHONPATH=build/normal $(PYTHON) examples/solve_mps.py examples/transport.mps $(MPS)
 
-test: build checked  ## all tests on the normal and the checked build
-	PYTHONPATH=build/normal $(PYTEST) tests
+test: build checked  ## all tests, first with bounds checking, which names what would crash the normal build
 	PYTHONPATH=build/checked $(PYTEST) tests
+	PYTHONPATH=build/normal $(PYTEST) tests
+
+build/clang/build.ninja:
+	@CXX=clang++ $(MESON) setup build/clang $(SETUP)
+
+clang: packages build/clang/build.ninja  ## all tests on a build by clang
+	@ninja -C build/clang --quiet
+	PYTHONPATH=build/clang $(PYTEST) tests
+
+sanitize: packages  ## all tests under the address and undefined-behaviour sanitizers
+	@test -f build/sanitize/build.ninja || \
+	  CXX=g++ $(MESON) setup build/sanitize -Db_sanitize=address,undefined -Ddebug=true -Doptimization=1
+	@ninja -C build/sanitize --quiet
+	LD_PRELOAD="$$(g++ -print-file-name=libasan.so) $$(g++ -print-file-name=libubsan.so)" \
+	  ASAN_OPTIONS=detect_leaks=0 UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 \
+	  PYTHONPATH=build/sanitize $(PYTEST) tests
+
+tidy: packages build/clang/build.ninja  ## clang-format and clang-tidy over the sources
+	@git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run -Werror
+	@run-clang-tidy -quiet -p build/clang '/src/.*\.cpp$$' 2>/dev/null
+
+install-check: packages  ## pip install into a throw-away environment
+	tools/check_install.sh
+
+pythons: packages  ## build for every other CPython at hand and call kernels there
+	tools/check_pythons.sh
 
 bench: build  ## time kernels against hand-written loops
 	@ninja -C build/normal --quiet libhand_written.so

@@ -43,7 +43,7 @@ def solve_file(path: str) -> bool:
 
 def main(arguments: Optional[List[str]] = None) -> int:
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("files", nargs="+", metavar="FILE", help="an MPS file, fixed or free, plain or compressed by gzip")
+    parser.add_argument("files", nargs="+", metavar="FILE", help="an MPS file, plain or gzip-compressed")
     files = parser.parse_args(arguments).files
     sys.stdout.reconfigure(errors="backslashreplace")  # a model may be named in letters that the terminal does not have
     status = 0

@@ -16,6 +16,9 @@ from kernels import read_kernels  # noqa: E402
 KERNELS = {number: declared for declared in read_kernels() for number in declared.numbers}
 EMPTY = {"i": 0, "L": 0, "d": 0.0, "p": False}  # of each kind of scalar; an array is empty as None
 
+# Whether this is the build with bounds checking. Its folder tells: a build whose checks fail must not pass as normal.
+CHECKED = Path(fragments.__file__).parent.name == "checked"
+
 LAYOUTS = ("contiguous", "strided", "reversed")
 
 
@@ -34,12 +37,16 @@ def call(number, *mappings, **named):
 
 
 def layout(array, kind):
-    """A copy of a one-dimensional array, laid out in memory as `kind` says (one of LAYOUTS)."""
+    """A copy of an array, laid out in memory as `kind` says (one of LAYOUTS) along each of its axes."""
     array = np.asarray(array)
     if kind == "contiguous":
         return array.copy()
-    spread = np.zeros(3 * len(array) + 1, dtype=array.dtype)
-    view = spread[1::3][: len(array)] if kind == "strided" else spread[: 2 * len(array) : 2][::-1]
+    spread = np.zeros([3 * n + 1 for n in array.shape], dtype=array.dtype)
+    if kind == "strided":
+        view = spread[tuple(slice(1, 3 * n + 1, 3) for n in array.shape)]
+    else:
+        view = spread[tuple(slice(0, 2 * n, 2) for n in array.shape)]
+        view = view[(slice(None, None, -1),) * array.ndim]
     view[...] = array
     return view
 
@@ -56,13 +63,9 @@ def f64(values):
     return np.array(values, dtype=np.float64)
 
 
-def is_checked():
-    """Whether the module is built with bounds checking: an index outside an array, inside its memory, is refused."""
-    try:
-        call(454, mnnz=2, msubi=i32([0, 0])[:1], msubj=i32([0, 0]))
-    except IndexError:
-        return True
-    return False
-
-
-CHECKED = is_checked()
+def placed(size, start, values, fill=-7):
+    """What an array of `size` slots is that held `fill` before `values` were written from slot `start` on."""
+    values = np.asarray(values)
+    array = np.full(size, fill, dtype=values.dtype)
+    array[start : start + len(values)] = values
+    return array

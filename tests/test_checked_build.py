@@ -1,7 +1,5 @@
 """The checked build: an index outside an array ends the kernel with an IndexError that names it."""
 
-import re
-
 import numpy as np
 import pytest
 

@@ -1,6 +1,7 @@
 """The example host layer: its operators against NumPy, its models end to end, and its command line."""
 
 import os
+import re
 import subprocess
 import sys
 from pathlib import Path
@@ -10,7 +11,7 @@ import numpy as np
 import pytest
 from scipy.sparse import coo_matrix
 
-from support import ROOT, f64, i32, i64
+from support import ROOT, f64, i32, i64, read_kernels
 
 sys.path.insert(0, str(ROOT / "examples"))
 from host import operators as op  # noqa: E402
@@ -159,6 +160,13 @@ def test_rearrangements(rng, sparse, code):
         e = push_random(s, rng, shape, sparse, code)
         operator(s)
         np.testing.assert_allclose(forms(s), expected(e), atol=1e-12)
+
+
+def test_kernels_bear_the_names_of_their_declarations():
+    declared = {number: kernel.name for kernel in read_kernels() for number in kernel.numbers}
+    source = (ROOT / "examples" / "host" / "kernels.py").read_text()
+    listed = re.findall(r"^(\w+) = _kernel\((\d+)\)", source, re.MULTILINE)
+    assert listed and listed == [(declared[int(number)], number) for _, number in listed]
 
 
 def test_leaves_and_growth_of_the_stacks():

@@ -1,8 +1,8 @@
 """The kernels that this host layer calls, by name.
 
-The module `fragments` offers its kernels by number alone. Arguments are positional: scalars, positions on stack arrays
-and the arrays themselves, in the alphabetical order of the parameters' names; counters that a kernel advances come back
-as its result.
+The module `fragments` offers its kernels by number alone; the names here are those of their declarations in `src/`,
+which tell what each of them does. Arguments are positional: scalars, positions on stack arrays and the arrays
+themselves, in the alphabetical order of the parameters' names; counters that a kernel advances come back as its result.
 """
 
 import sys
@@ -24,14 +24,14 @@ def _kernel(number: int):
 
 # Leaves: variables and constants
 push_variable = _kernel(493)
-count_nonzero_constants = _kernel(401)
-copy_shape = _kernel(402)
-copy_pattern = _kernel(403)
+count_nonzeros = _kernel(401)
+push_extents = _kernel(402)
+push_pattern = _kernel(403)
 write_constants = _kernel(404)
 check_pattern = _kernel(460)
 
 # Product of a constant matrix and an expression
-check_matrix = _kernel(475)
+check_matrix_to_first_fault = _kernel(475)
 measure_product = _kernel(467)
 write_sparse_product = _kernel(472)
 write_sparse_sparse_product = _kernel(473)
@@ -40,61 +40,63 @@ write_dense_product_row = _kernel(468)
 write_dense_product_code = _kernel(469)
 write_dense_sparse_product_row = _kernel(470)
 write_dense_sparse_product_code = _kernel(471)
-repeat_run = _kernel(336)
+repeat_variables = _kernel(336)
 write_matrix_times_element = _kernel(465)
-transpose_dense = _kernel(423)
-transpose_sparse = _kernel(422)
+write_dense_transpose = _kernel(423)
+write_sparse_transpose = _kernel(422)
 
 # Product of a constant matrix and a plain variable
-measure_left_product = _kernel(486)
-write_left_product = _kernel(488)
+measure_left_dense_product = _kernel(486)
+write_sparse_left_product = _kernel(488)
 sort_entries_by_column = _kernel(478)
 count_used_columns = _kernel(479)
-write_right_product = _kernel(480)
+write_sparse_right_product = _kernel(480)
 
 # Weighted sums and block sums
 count_union = _kernel(508)
-add_dense = _kernel(504)
-add_dense_and_sparse = _kernel(506)
-add_sparse = _kernel(510)
-product_of_extents = _kernel(507)
+write_dense_sum = _kernel(504)
+write_dense_sparse_sum = _kernel(506)
+write_sparse_sum = _kernel(510)
+product_of_block_extents = _kernel(497)
 count_blocks = _kernel(496)
-write_block_pattern = _kernel(499)
-copy_extents = _kernel(498)
-copy_i64_run = _kernel(383)
-copy_f64_run = _kernel(384)
+write_blocks = _kernel(499)
+copy_summand_extents = _kernel(498)
+copy_extents = _kernel(361)
+copy_ptr = _kernel(381)
+copy_variables = _kernel(383)
+copy_coefficients = _kernel(384)
 
 # Picks and slices
-check_indices = _kernel(408)
-check_coordinates = _kernel(406)
+has_index_outside = _kernel(408)
+has_coordinate_outside = _kernel(406)
 flatten_coordinates = _kernel(407)
 measure_pick = _kernel(409)
 write_pick = _kernel(410)
-find_picked = _kernel(411)
-write_sparse_pick = _kernel(412)
-strides_of_record = _kernel(413)
+find_pick = _kernel(411)
+write_found_pick = _kernel(412)
+write_operand_strides = _kernel(413)
 measure_slice = _kernel(414)
-write_shape = _kernel(415)
-strides_of_result = _kernel(416)
+push_slice_extents = _kernel(415)
+write_slice_strides = _kernel(416)
 write_slice = _kernel(417)
 
 # Model rows and bounds
 write_bounds = _kernel(82)
-measure_rows = _kernel(75)
-write_rows = _kernel(76)
+measure_rows_by_term = _kernel(75)
+split_linear_and_constant_terms = _kernel(76)
 
 # Triplet assembly
-count_triplets = _kernel(113)
-count_triplet_rows = _kernel(124)
-sum_row_counts = _kernel(114)
-sum_column_counts = _kernel(115)
+count_rows_and_columns = _kernel(113)
+count_rows = _kernel(124)
+add_up_rows = _kernel(114)
+add_up_columns = _kernel(115)
 place_by_column = _kernel(123)
 place_by_row = _kernel(126)
-count_merged_triplets = _kernel(127)
-merge_triplets = _kernel(128)
+count_merged = _kernel(127)
+merge_repeated = _kernel(128)
 
 # Solution
-gather_variables = _kernel(17)
-gather_rows = _kernel(15)
-gather_row_duals = _kernel(16)
-combine_row_duals = _kernel(24)
+gather_scalar_values = _kernel(17)
+gather_constraint_values = _kernel(15)
+gather_constraint_duals = _kernel(16)
+subtract_constraint_duals = _kernel(24)

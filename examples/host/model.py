@@ -51,7 +51,7 @@ class Domain:
         upper = np.array(np.broadcast_to(np.asarray(self.upper, dtype=np.float64), (count,)))
         if self.coordinates is not None and (
                 self.coordinates.shape[1] != len(shape)
-                or kernels.check_coordinates(self.coordinates, count, np.array(shape, dtype=np.int32), False)):
+                or kernels.has_coordinate_outside(self.coordinates, count, np.array(shape, dtype=np.int32), False)):
             raise ValueError(f"a bound lies outside an array of shape {tuple(shape)}")
         lo, hi = np.full(n, -np.inf), np.full(n, np.inf)
         kernels.write_bounds(lo, hi, self.coordinates is None, lower, scalar, self.coordinates, upper,
@@ -142,10 +142,11 @@ class Model:
         w, e = s.w, s.operands(1)[0]
         if e.ncodeatom:
             raise ValueError("a row has coefficients with code, which must be run before the row is made")
-        _, most, _ = kernels.measure_rows(0, None, 0, e.nelem, e.nidxs, e.ptr, w.i32, w.i64, 0)
+        _, most, _ = kernels.measure_rows_by_term(0, None, 0, e.nelem, e.nidxs, e.ptr, w.i32, w.i64, 0)
         ptr, nidxs = np.zeros(e.nelem + 1, dtype=np.int32), np.zeros(most, dtype=np.int32)
         cof, fixed = np.zeros(most), np.zeros(e.nelem)
-        kernels.write_rows(fixed, cof, e.cof, e.nelem, e.nidxs, e.ptr, ptr, w.f64, w.i32, w.i64, nidxs)
+        kernels.split_linear_and_constant_terms(
+            fixed, cof, e.cof, e.nelem, e.nidxs, e.ptr, ptr, w.f64, w.i32, w.i64, nidxs)
         flat, *_ = s.terms(e)
         s.pop()
         return flat, ptr, nidxs[:ptr[-1]], cof[:ptr[-1]], fixed
@@ -173,21 +174,21 @@ def assemble(subi: np.ndarray, subj: np.ndarray, val: np.ndarray, nrows: int, nc
     """
     nnz = len(val)
     by_row, by_column = np.zeros(nrows + 2, dtype=np.int64), np.zeros(ncols + 2, dtype=np.int64)
-    kernels.count_triplets(by_column, nnz, by_row, subi, subj)
-    kernels.sum_row_counts(nrows, by_row)
-    kernels.sum_column_counts(by_column, ncols)
+    kernels.count_rows_and_columns(by_column, nnz, by_row, subi, subj)
+    kernels.add_up_rows(nrows, by_row)
+    kernels.add_up_columns(by_column, ncols)
     columns, order = np.zeros(nnz, dtype=np.int32), np.zeros(nnz, dtype=np.int32)
     kernels.place_by_column(columns, by_column, nnz, subj)
     kernels.place_by_row(columns, by_column, ncols, order, by_row, subi)
 
-    merged = kernels.count_merged_triplets(nnz, min(nnz, 1), order, subi, subj)
+    merged = kernels.count_merged(nnz, min(nnz, 1), order, subi, subj)
     tsubi, tsubj, tval = np.zeros(merged, dtype=np.int32), np.zeros(merged, dtype=np.int32), np.zeros(merged)
     if nnz:
         tsubi[0], tsubj[0], tval[0] = subi[order[0]], subj[order[0]], val[order[0]]
-        kernels.merge_triplets(1, nnz, order, subi, subj, tsubi, tsubj, tval, val)
+        kernels.merge_repeated(1, nnz, order, subi, subj, tsubi, tsubj, tval, val)
     row_ptr = np.zeros(nrows + 2, dtype=np.int64)
-    kernels.count_triplet_rows(merged, row_ptr, tsubi)
-    kernels.sum_row_counts(nrows + 1, row_ptr)
+    kernels.count_rows(merged, row_ptr, tsubi)
+    kernels.add_up_rows(nrows + 1, row_ptr)
     return csr_matrix((tval, tsubj, row_ptr[1:].astype(np.int32)), shape=(nrows, ncols))
 
 

@@ -53,7 +53,7 @@ def variable(s: Stacks, shape: Sequence[int], nidxs: np.ndarray, sp: Optional[np
     kernels.push_variable(record.cof, r.f64, r.i32, len(shape), n, n, record.ptr, record.shape, _i32(shape))
     r.i64[record.nidxs:record.nidxs + n] = nidxs
     if sp is not None:
-        kernels.copy_pattern(True, n, r.i64, record.sp, sp)
+        kernels.push_pattern(True, n, r.i64, record.sp, sp)
     return s.finish(0, record)
 
 
@@ -62,10 +62,10 @@ def constant(s: Stacks, shape: Sequence[int], values: np.ndarray, sp: Optional[n
     values = np.asarray(values, dtype=np.float64)
     _check_pattern(shape, sp, len(values))
     n = len(values)
-    nnz = kernels.count_nonzero_constants(values, 0)
+    nnz = kernels.count_nonzeros(values, 0)
     r, record = s.r, s.r.reserve_record(len(shape), n, nnz, hassp=sp is not None)
-    kernels.copy_shape(len(shape), r.i32, record.shape, _i32(shape))
-    kernels.copy_pattern(record.hassp, n, r.i64, record.sp, sp)
+    kernels.push_extents(len(shape), r.i32, record.shape, _i32(shape))
+    kernels.push_pattern(record.hassp, n, r.i64, record.sp, sp)
     kernels.write_constants(values, n, 0, record.cof, r.f64, r.i32, r.i64, record.nidxs, record.ptr)
     return s.finish(0, record)
 
@@ -99,7 +99,7 @@ def multiply(s: Stacks, matrix: Matrix) -> Record:
         e.codeptr, d0, cols, e.hassp, rows, mnnz, msubi, msubj, e.ncodeatom, e.nelem, e.nnz, e.ptr,
         0, 0, 0, e.sp, w.i32, w.i64)
     result = r.reserve_record(len(extents), nelem, nnz, ncodeatom, hassp=nelem < rows * d0)
-    kernels.copy_shape(len(extents), r.i32, result.shape, _i32((rows, *extents[1:])))
+    kernels.push_extents(len(extents), r.i32, result.shape, _i32((rows, *extents[1:])))
 
     if dense:
         _write_dense_product(s, e, result, rows, cols, d0, mval)
@@ -132,7 +132,7 @@ def _write_dense_product(s: Stacks, e: Record, result: Record, rows: int, cols: 
         else:
             _, elmi, nzi = kernels.write_dense_product_row(
                 e.cof, d0, 0, elmi, i, cols, mval, nzi, e.ptr, result.cof, r.f64, r.i32, result.ptr, w.f64, w.i32)
-    kernels.repeat_run(e.nidxs, e.nnz, r.i64, rows, result.nidxs, w.i64)
+    kernels.repeat_variables(e.nidxs, e.nnz, r.i64, rows, result.nidxs, w.i64)
     if result.ncodeatom and e.hassp:
         kernels.write_dense_sparse_product_code(
             e.cconst, e.code, e.codeptr, cols, cols, rows, mval, e.nelem, e.ptr,
@@ -151,7 +151,7 @@ def scale_matrix(s: Stacks, matrix: SparseMatrix) -> Record:
         raise ValueError(f"only a single expression can scale a matrix, not an array of shape {w.extents(e)}")
     ncodeatom = mnnz * (e.ncodeatom + 2 * e.nnz) if e.ncodeatom else 0
     result = r.reserve_record(2, mnnz, mnnz * e.nnz, ncodeatom, hassp=True)
-    kernels.copy_shape(2, r.i32, result.shape, _i32((rows, cols)))
+    kernels.push_extents(2, r.i32, result.shape, _i32((rows, cols)))
     kernels.write_matrix_times_element(
         e.cconst, e.code, 0, e.codeptr, e.cof, cols, mnnz, msubi, msubj, mval, e.ncodeatom, e.nidxs, e.nnz, 0,
         result.cconst, result.code, result.codeptr, result.cof, r.f64, r.i32, r.i64,
@@ -171,10 +171,10 @@ def multiply_variable(s: Stacks, matrix: SparseMatrix, shape: Sequence[int], nid
     x, r = s.x, s.r
     _, variables, _ = x.reserve(n64=len(nidxs))
     x.i64[variables:variables + len(nidxs)] = nidxs
-    nelem, nnz = kernels.measure_left_product(mnnz, msubi, 0, 0, d1)
+    nelem, nnz = kernels.measure_left_dense_product(mnnz, msubi, 0, 0, d1)
     result = r.reserve_record(len(shape), nelem, nnz, hassp=True)
-    kernels.copy_shape(len(shape), r.i32, result.shape, _i32((rows, *shape[1:])))
-    kernels.write_left_product(
+    kernels.push_extents(len(shape), r.i32, result.shape, _i32((rows, *shape[1:])))
+    kernels.write_sparse_left_product(
         mval, mnnz, msubi, msubj, variables, result.cof, r.f64, r.i32, r.i64,
         result.nidxs, result.ptr, result.sp, d1, x.i64)
     return s.finish(0, result, without_pattern=nelem == rows * d1)
@@ -192,8 +192,8 @@ def multiply_variable_right(s: Stacks, matrix: SparseMatrix, shape: Sequence[int
     kernels.sort_entries_by_column(cols, cols, column_ptr, msubj, mnnz, by_column, w.i32)
     nelem = shape[0] * kernels.count_used_columns(msubj, 0, mnnz, by_column, w.i32)
     result = r.reserve_record(2, nelem, shape[0] * mnnz, hassp=True)
-    kernels.copy_shape(2, r.i32, result.shape, _i32((shape[0], cols)))
-    kernels.write_right_product(
+    kernels.push_extents(2, r.i32, result.shape, _i32((shape[0], cols)))
+    kernels.write_sparse_right_product(
         0, 0, mval, cols, msubi, msubj, variables, mnnz, by_column, result.cof, r.f64, r.i32, r.i64,
         result.nidxs, result.ptr, result.sp, w.i32, w.i64, *shape)
     w.top = mark
@@ -206,7 +206,7 @@ def _matrix(matrix: Matrix) -> Tuple:
         rows, cols = matrix.shape
         return True, rows, cols, 0, None, None, np.ascontiguousarray(matrix, dtype=np.float64).reshape(-1)
     m = matrix
-    badidx, badorder = kernels.check_matrix(False, False, m.rows, m.cols, len(m.val), m.subi, m.subj)
+    badidx, badorder = kernels.check_matrix_to_first_fault(False, False, m.rows, m.cols, len(m.val), m.subi, m.subj)
     if badidx:
         raise ValueError(f"an entry of the matrix lies outside its {m.rows} rows and {m.cols} columns")
     if badorder:
@@ -221,15 +221,15 @@ def transpose(s: Stacks) -> Record:
         raise ValueError(f"only a two-dimensional array can be transposed, not one of shape {w.extents(e)}")
     rows, cols = w.extents(e)
     result = r.reserve_record(2, e.nelem, e.nnz, e.ncodeatom, hassp=e.hassp)
-    kernels.copy_shape(2, r.i32, result.shape, _i32((cols, rows)))
+    kernels.push_extents(2, r.i32, result.shape, _i32((cols, rows)))
     if e.hassp:
         order, _, _ = x.reserve(n32=e.nelem + cols + 1)
-        kernels.transpose_sparse(
+        kernels.write_sparse_transpose(
             e.cconst, e.code, e.codeptr, rows, cols, e.cof, e.nidxs, e.ptr, e.sp, e.ncodeatom, e.nelem,
             order, order + e.nelem, result.cconst, result.code, result.codeptr, result.cof, r.f64, r.i32, r.i64,
             result.nidxs, result.ptr, result.sp, w.f64, w.i32, w.i64, x.i32)
     else:
-        kernels.transpose_dense(
+        kernels.write_dense_transpose(
             e.cconst, e.code, e.codeptr, cols, rows, e.cof, e.nidxs, e.ptr, e.ncodeatom,
             result.cconst, result.code, result.codeptr, result.cof, r.f64, r.i32, r.i64, result.nidxs, result.ptr,
             w.f64, w.i32, w.i64)
@@ -253,21 +253,21 @@ def add(s: Stacks, c1: float = 1.0, c2: float = 1.0) -> Record:
         ncodeatom = sum(e.ncodeatom + 2 * e.nnz if e.ncodeatom else e.nnz for e in (a, b))
     nelem = kernels.count_union(a.nelem, b.nelem, 0, a.sp, b.sp, w.i64) if a.hassp else a.nelem
     result = r.reserve_record(a.nd, nelem, a.nnz + b.nnz, ncodeatom, hassp=a.hassp)
-    kernels.copy_extents(r.i32, a.nd, result.shape, a.shape, w.i32)
+    kernels.copy_summand_extents(r.i32, a.nd, result.shape, a.shape, w.i32)
     if a.hassp:
-        kernels.add_sparse(
+        kernels.write_sparse_sum(
             a.cconst, b.cconst, a.code, b.code, a.codeptr, b.codeptr, a.cof, b.cof, c1, c2,
             a.ncodeatom, b.ncodeatom, a.nelem, b.nelem, a.nidxs, b.nidxs, a.ptr, b.ptr,
             result.cconst, result.code, result.codeptr, result.cof, r.f64, r.i32, r.i64, ncodeatom,
             result.nidxs, result.ptr, result.sp, a.sp, b.sp, w.f64, w.i32, w.i64)
     elif b.hassp:
-        kernels.add_dense_and_sparse(
+        kernels.write_dense_sparse_sum(
             a.cconst, b.cconst, a.code, b.code, 0, a.codeptr, b.codeptr, a.cof, b.cof, 0, 0, c1, c2,
             a.ncodeatom, b.ncodeatom, a.nelem, b.nelem, a.nidxs, b.nidxs, 0, a.ptr, b.ptr,
             result.cconst, result.code, result.codeptr, result.cof, r.f64, r.i32, r.i64, ncodeatom,
             result.nidxs, result.ptr, b.sp, w.f64, w.i32, w.i64)
     else:
-        kernels.add_dense(
+        kernels.write_dense_sum(
             a.cconst, b.cconst, a.code, b.code, 0, a.codeptr, b.codeptr, a.cof, b.cof, 0, c1, c2,
             a.ncodeatom, b.ncodeatom, a.nidxs, b.nidxs, a.ptr, b.ptr,
             result.cconst, result.code, result.codeptr, result.cof, r.f64, r.i32, r.i64, ncodeatom, nelem,
@@ -281,25 +281,25 @@ def sum_blocks(s: Stacks, naxes: int = 1) -> Record:
     if not 0 < naxes <= e.nd:
         raise ValueError(f"an array of shape {w.extents(e)} has no {naxes} last axes to sum over")
     nd = e.nd - naxes
-    block = kernels.product_of_extents(naxes, e.shape + nd, 1, w.i32)
+    block = kernels.product_of_block_extents(e.nd, nd, 1, e.shape + nd, w.i32)
     if block == 0:
         raise ValueError(f"an array of shape {w.extents(e)} has an empty axis among its last {naxes}")
-    groups = kernels.product_of_extents(nd, e.shape, 1, w.i32)
+    groups = kernels.product_of_block_extents(nd, 0, 1, e.shape, w.i32)
     nelem = kernels.count_blocks(block, 0, e.nelem, e.sp, w.i64) if e.hassp else groups
     result = r.reserve_record(nd, nelem, e.nnz, e.ncodeatom, hassp=e.hassp)
-    kernels.copy_extents(r.i32, nd, result.shape, e.shape, w.i32)
+    kernels.copy_extents(nd, r.i32, result.shape, e.shape, w.i32)
     if e.hassp:
-        kernels.write_block_pattern(
+        kernels.write_blocks(
             block, e.nelem, e.ptr, True, r.i32, r.i64, nelem, result.ptr, result.sp, 0, e.sp, w.i32, w.i64)
     else:
         # Every block-th entry of ptr, which a strided view of the stack's array picks out.
-        kernels.copy_extents(r.i32, nelem + 1, result.ptr, 0, w.i32[e.ptr:e.ptr + e.nelem + 1:block])
-    kernels.copy_i64_run(e.nidxs, e.nnz, r.i64, result.nidxs, w.i64)
-    kernels.copy_f64_run(e.cof, e.nnz, result.cof, r.f64, w.f64)
+        kernels.copy_ptr(nelem, 0, r.i32, result.ptr, w.i32[e.ptr:e.ptr + e.nelem + 1:block])
+    kernels.copy_variables(e.nidxs, e.nnz, r.i64, result.nidxs, w.i64)
+    kernels.copy_coefficients(e.cof, e.nnz, result.cof, r.f64, w.f64)
     if e.ncodeatom:
-        # codeptr and code lie side by side in every record
-        kernels.copy_extents(r.i32, e.nnz + 1 + e.ncodeatom, result.codeptr, e.codeptr, w.i32)
-        kernels.copy_f64_run(e.cconst, e.ncodeatom, result.cconst, r.f64, w.f64)
+        kernels.copy_ptr(e.nnz, e.codeptr, r.i32, result.codeptr, w.i32)
+        kernels.copy_extents(e.ncodeatom, r.i32, result.code, e.code, w.i32)
+        kernels.copy_coefficients(e.cconst, e.ncodeatom, result.cconst, r.f64, w.f64)
     return s.finish(1, result)
 
 
@@ -314,27 +314,27 @@ def pick(s: Stacks, indices: np.ndarray) -> Record:
     w, r, x, e = s.w, s.r, s.x, s.operands(1)[0]
     shape = w.extents(e)
     if indices.ndim == 2:
-        if indices.shape[1] != e.nd or kernels.check_coordinates(indices, len(indices), _i32(shape), False):
+        if indices.shape[1] != e.nd or kernels.has_coordinate_outside(indices, len(indices), _i32(shape), False):
             raise ValueError(f"coordinates lie outside an array of shape {shape}")
         coordinates, indices = indices, np.empty(len(indices), dtype=np.int64)
         kernels.flatten_coordinates(coordinates, e.nd, _i32(shape), indices)
-    elif kernels.check_indices(indices, math.prod(shape), False):
+    elif kernels.has_index_outside(indices, math.prod(shape), False):
         raise ValueError(f"flat positions lie outside an array of shape {shape}")
 
     n = len(indices)
     if e.hassp:
         slots, _, _ = x.reserve(n32=n)
-        ncodeatom, nnz = kernels.find_picked(
+        ncodeatom, nnz = kernels.find_pick(
             e.codeptr, indices, e.ncodeatom, e.nelem, e.ptr, 0, 0, e.sp, slots, w.i32, w.i64, x.i32)
     else:
         ncodeatom, nnz = kernels.measure_pick(e.codeptr, indices, e.ncodeatom, e.ptr, 0, 0, w.i32)
     result = r.reserve_record(1, n, nnz, ncodeatom)
-    kernels.copy_shape(1, r.i32, result.shape, _i32((n,)))
+    kernels.push_extents(1, r.i32, result.shape, _i32((n,)))
     common = (e.cconst, e.code, 0, e.codeptr, e.cof, indices, 0, e.nidxs, e.ptr,
               result.cconst, result.code, result.codeptr, result.cof, r.f64, r.i32, r.i64, ncodeatom,
               result.nidxs, result.ptr)
     if e.hassp:
-        kernels.write_sparse_pick(*common, slots, w.f64, w.i32, w.i64, x.i32)
+        kernels.write_found_pick(*common, slots, w.f64, w.i32, w.i64, x.i32)
     else:
         kernels.write_pick(*common, w.f64, w.i32, w.i64)
     return s.finish(1, result)
@@ -348,13 +348,13 @@ def slice_box(s: Stacks, first: Sequence[int], last: Sequence[int]) -> Record:
         raise ValueError(f"the box from {tuple(first)} to {tuple(last)} does not lie in an array of shape {shape}")
     box = _i32([l - f for f, l in zip(first, last)])
     strides, box_strides = np.ones(e.nd, dtype=np.int64), np.ones(e.nd, dtype=np.int64)
-    kernels.strides_of_record(e.nd, e.shape, strides, w.i32)
+    kernels.write_operand_strides(e.nd, e.shape, strides, w.i32)
     ncodeatom, nelem, nnz = kernels.measure_slice(
         e.codeptr, _i32(first), e.hassp, _i32(last), e.ncodeatom, e.nd, e.nelem, e.ptr, 0, 0, 0, e.shape, e.sp, strides,
         w.i32, w.i64)
     result = r.reserve_record(e.nd, nelem, nnz, ncodeatom, hassp=e.hassp)
-    kernels.write_shape(e.nd, r.i32, box, result.shape)
-    kernels.strides_of_result(e.nd, box, box_strides)
+    kernels.push_slice_extents(e.nd, r.i32, box, result.shape)
+    kernels.write_slice_strides(e.nd, box, box_strides)
     kernels.write_slice(
         e.cconst, e.code, 0, e.codeptr, e.cof, _i32(first), e.hassp, 0, 0, _i32(last), e.nd, e.nelem, e.nidxs, e.ptr,
         result.cconst, result.code, result.codeptr, result.cof, r.f64, r.i32, r.i64, ncodeatom,

@@ -34,20 +34,20 @@ class Solution:
     def value(self, x: Variable) -> np.ndarray:
         """Values of an array of variables, in its shape."""
         res = np.zeros(len(x.nidxs))
-        kernels.gather_variables(len(res), x.nidxs, 0, res, self.xx)
+        kernels.gather_scalar_values(len(res), x.nidxs, 0, res, self.xx)
         return res.reshape(x.shape)
 
     def activity(self, constraint: Constraint) -> np.ndarray:
         """Values of an array of constraints, without the constants of their expressions, in its shape."""
         res = np.zeros(len(constraint.rows))
-        kernels.gather_rows(None, None, None, None, None, len(res), constraint.rows, 0, res, self.xc)
+        kernels.gather_constraint_values(None, None, None, None, None, len(res), constraint.rows, 0, res, self.xc)
         return res.reshape(constraint.shape)
 
     def dual(self, constraint: Constraint) -> np.ndarray:
         """Duals of an array of constraints, in its shape."""
         y, res = np.zeros(len(self.slc)), np.zeros(len(constraint.rows))
-        kernels.combine_row_duals(len(y), self.slc, self.suc, y)
-        kernels.gather_row_duals(None, None, None, None, None, len(res), constraint.rows, 0, res, y)
+        kernels.subtract_constraint_duals(len(y), self.slc, self.suc, y)
+        kernels.gather_constraint_duals(None, None, None, None, None, len(res), constraint.rows, 0, res, y)
         return res.reshape(constraint.shape)
 
 

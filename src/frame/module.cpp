@@ -36,12 +36,11 @@ struct ClosureName {
 };
 
 template <int number>
-constexpr PyMethodDef method()
+constexpr void append_method(PyMethodDef*& end)
 {
-  if constexpr (is_missing(number))
-    return {};
-  else
-    return {ClosureName<number>::text.data(), &closure<number>, METH_VARARGS, no_text};
+  if constexpr (!is_missing(number)) {
+    *end++ = {ClosureName<number>::text.data(), &closure<number>, METH_VARARGS, no_text};
+  }
 }
 
 // Descending, closed by an all-zero entry.
@@ -49,10 +48,8 @@ template <int... k>
 constexpr auto method_table(std::integer_sequence<int, k...>)
 {
   std::array<PyMethodDef, kernel_count + 1> table{};
-  std::size_t end = 0;
-  for (const PyMethodDef& entry : {method<kernel_count - 1 - k>()...}) {
-    if (entry.ml_name) table[end++] = entry;
-  }
+  PyMethodDef* end = table.data();
+  for (const auto append : {append_method<kernel_count - 1 - k>...}) append(end);
   return table;
 }
 

@@ -2,7 +2,7 @@
 //
 // Entries that are None are empty. A loop that reads an entry relies on its length unless the kernel says otherwise.
 
-#include "frame/frame.h"
+#include "index/shape.h"
 
 namespace fragments {
 
@@ -26,8 +26,7 @@ KERNEL((445), (), add_extents_of_table, i32 dim, I32 resshape, I32Table shapes)
 // extents resshape[0 .. nd-1]. Fills con_nativeidxs[product * width].
 KERNEL((256), (), interleave_lists, I32 con_nativeidxs, i32 width, i32 nd, I32Table nidxlist, I32 resshape)
 {
-  i64 size = 1;
-  for (i64 i = 0; i < nd; ++i) size = wrapping_mul<i64>(size, resshape[i]);
+  const i64 size = product<i64>(1, resshape, 0, nd);
   i64 pos = 0;
   for (i64 r = 0; r < size; ++r) {
     for (i64 j = 0; j < width; ++j) con_nativeidxs[pos++] = nidxlist[j][r];

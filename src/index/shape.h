@@ -5,6 +5,7 @@
 // an array, or rows of a table. Products and sums wrap around in the width that they are computed in.
 #pragma once
 
+#include <algorithm>
 #include <type_traits>
 
 #include "frame/frame.h"
@@ -32,6 +33,14 @@ template <class T, class Extents>
 T product_between(T init, const Extents& extents, i64 lo, i64 hi)
 {
   return product(init, extents, lo + 1, hi);
+}
+
+// The greatest of `start` and the extents lo .. hi-1.
+template <class Extents>
+i32 greatest(i32 start, const Extents& extents, i64 lo, i64 hi)
+{
+  for (i64 d = lo; d < hi; ++d) start = std::max(start, extents[d]);
+  return start;
 }
 
 // to[d + shift] = extents[d] for d from lo to hi-1, ascending.

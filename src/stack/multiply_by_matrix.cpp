@@ -16,25 +16,12 @@
 // costs its own atoms plus two, (2, factor) and (5); no code is made up for an operand without.
 
 #include "stack/constant_matrix.h"
+#include "stack/merge.h"
 #include "stack/record.h"
+#include "stack/row_runs.h"
 
 namespace fragments {
 namespace {
-
-// Walks the elements of a sparse E (d1 columns) in row runs, the maximal stretches with the same row t = sp / d1.
-// run(t, b, e) is called for the elements b .. e-1.
-template <class EachRun>
-void for_each_row_run(Run<i64> sp, i32 nelem, i32 d1, EachRun run)
-{
-  for (i32 b = 0; b < nelem;) {
-    const i64 t = sp[b] / d1;
-    const i64 row_end = (t + 1) * d1;
-    i32 e = b + 1;
-    while (e < nelem && sp[e] < row_end) ++e;
-    run(t, b, e);
-    b = e;
-  }
-}
 
 // The walk of the sparse product: every row group of M against every row run of E, the two merged by column. match(k,
 // e) is called for entry k and element e of one column; element(i, t) after each pair of group and run with a match,
@@ -46,20 +33,10 @@ void merge_rows(I32 msubi, I32 msubj, i32 mnnz, Run<i64> sp, i32 nelem, i32 d1, 
     const i32 ke = group_end(msubi, kb, mnnz);
     for_each_row_run(sp, nelem, d1, [&](i64 t, i32 e, i32 run_end) {
       const i64 row_start = t * d1;
-      bool met = false;
-      for (i32 k = kb; k < ke && e < run_end;) {
-        const i64 column = sp[e] - row_start;
-        if (column > msubj[k])
-          ++k;
-        else if (column < msubj[k])
-          ++e;
-        else {
-          match(k, e);
-          met = true;
-          ++k;
-          ++e;
-        }
-      }
+      i32 k = kb;
+      const bool met = intersect(
+          k, ke, e, run_end, [&](i32 entry) { return i64{msubj[entry]}; },
+          [&](i32 stored) { return sp[stored] - row_start; }, match);
       if (met) element(msubi[kb], t);
     });
     kb = ke;
@@ -102,36 +79,33 @@ KERNEL((467), (i32, i32, i32), measure_product, i32 codeptr, i32 d0, i32 d1, boo
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
   const Run<i64> pattern{wi64, sp};
   const bool hascode = ncodeatom > 0;
-  const auto count_element = [&](i64 f) {
-    const i32 b = operand.ptr[f], e = operand.ptr[f + 1];
-    rnnz += e - b;
-    if (hascode) rncodeatom += 2 * (e - b) + operand.atoms(b, e);
-  };
+  Size size{.operand = operand, .hascode = hascode, .atoms = rncodeatom, .elements = rnelem, .terms = rnnz};
 
   if (!msubi.data || !msubj.data) {
-    rnnz = mdimi * nnz;
-    rncodeatom = hascode ? (ncodeatom + 2 * nnz) * mdimi : 0;
+    size.terms = mdimi * nnz;
+    size.atoms = hascode ? (ncodeatom + 2 * nnz) * mdimi : 0;
     if (hassp) {
-      for_each_row_run(pattern, nelem, d1, [&](i64, i32, i32) { ++rnelem; });
-      rnelem *= mdimi;
+      for_each_row_run(pattern, nelem, d1, [&](i64, i32, i32) { size.close_element(); });
+      size.elements *= mdimi;
     } else {
-      rnelem = d0 * mdimi;
+      size.elements = d0 * mdimi;
     }
   } else if (hassp) {
     merge_rows(
-        msubi, msubj, mnnz, pattern, nelem, d1, [&](i32, i32 e) { count_element(e); }, [&](i32, i64) { ++rnelem; });
+        msubi, msubj, mnnz, pattern, nelem, d1, [&](i32, i32 e) { size.append_scaled(e); },
+        [&](i32, i64) { size.close_element(); });
   } else {
     for (i32 kb = 0; kb < mnnz;) {
       const i32 ke = group_end(msubi, kb, mnnz);
-      ++rnelem;
+      size.close_element();
       for (i64 t = 0; t < d0; ++t) {
-        for (i32 k = kb; k < ke; ++k) count_element(t * d1 + msubj[k]);
+        for (i32 k = kb; k < ke; ++k) size.append_scaled(t * d1 + msubj[k]);
       }
       kb = ke;
     }
-    rnelem *= d0;
+    size.elements *= d0;
   }
-  return {rncodeatom, rnelem, rnnz};
+  return {size.atoms, size.elements, size.terms};
 }
 
 // Sparse M times an operand of one element: entry k is element k of the result, all `nnz` terms of the operand times

@@ -47,9 +47,37 @@ struct Operand {
   Run<i32> codeptr{};
   Run<i32> code{};
   Run<f64> cconst{};
+  bool hascode = false;  // read by append_weighted() alone
 
   // Atoms of the terms b .. e-1.
   i32 atoms(i32 b, i32 e) const { return codeptr[e] - codeptr[b]; }
+};
+
+// What a Writer's functions of the same names will take up, counted beforehand.
+struct Size {
+  const Operand& operand;
+  bool hascode;
+  i32 atoms = 0;
+  i32 elements = 0;
+  i32 terms = 0;
+
+  // The terms of the operand's elements b .. e-1.
+  void append_elements(i64 b, i64 e)
+  {
+    const i32 first = operand.ptr[b], last = operand.ptr[e];
+    terms += last - first;
+    if (hascode) atoms += operand.atoms(first, last);
+  }
+
+  // The terms of the operand's element f, each with a factor behind its code.
+  void append_scaled(i64 f)
+  {
+    const i32 before = terms;
+    append_elements(f, f + 1);
+    if (hascode) atoms += 2 * (terms - before);
+  }
+
+  void close_element() { ++elements; }
 };
 
 // The fields of a result and how far they are written. Terms, atoms and elements are appended; slot 0 of `ptr` and
@@ -66,13 +94,20 @@ struct Writer {
   i32 terms = 0;
   i32 atoms = 0;
 
+  void append_term(i64 variable, f64 coefficient)
+  {
+    nidxs[terms] = variable;
+    cof[terms] = coefficient;
+    ++terms;
+  }
+
   // Appends the operand's terms b .. e-1 as they are.
-  template <Expect expect = Expect::short_run, class Flag>
+  template <class Flag>
   void append(const Operand& from, i32 b, i32 e, Flag hascode)
   {
-    if (hascode) copy_code<expect>(from, b, e);
-    copy_terms<expect>(nidxs.from(terms), from.nidxs.from(b), cof.from(terms), from.cof.from(b), e - b,
-                       [](f64 c) { return c; });
+    if (hascode) copy_code(from, b, e);
+    copy_terms(nidxs.from(terms), from.nidxs.from(b), cof.from(terms), from.cof.from(b), e - b,
+               [](f64 c) { return c; });
     terms += e - b;
   }
 
@@ -82,10 +117,9 @@ struct Writer {
   {
     if (b >= e) return;
     const i32 first = from.ptr[b], last = from.ptr[e], shift = terms - first;
-    copy_run<Expect::block>(ptr.from(elements + 1), from.ptr.from(b + 1), e - b,
-                            [shift](i32 end) { return end + shift; });
+    copy_run(ptr.from(elements + 1), from.ptr.from(b + 1), e - b, [shift](i32 end) { return end + shift; });
     elements += static_cast<i32>(e - b);
-    append<Expect::block>(from, first, last, hascode);
+    append(from, first, last, hascode);
   }
 
   // Appends the operand's terms b .. e-1 times `factor`: the coefficient is multiplied, and so is the code, by the
@@ -104,6 +138,18 @@ struct Writer {
       copy_terms(nidxs.from(terms), from.nidxs.from(b), cof.from(terms), from.cof.from(b), e - b,
                  [factor](f64 c) { return c * factor; });
       terms += e - b;
+    }
+  }
+
+  // The same to a sum of operands with and without code. A term of an operand without gets the code of
+  // append_zero_code().
+  void append_weighted(const Operand& from, i32 b, i32 e, f64 factor, bool hascode)
+  {
+    if (from.hascode) {
+      append_scaled(from, b, e, factor, std::true_type{});
+    } else {
+      append_scaled(from, b, e, factor, std::false_type{});
+      if (hascode) append_zero_code(e - b);
     }
   }
 
@@ -188,7 +234,6 @@ struct Writer {
 
   // The code of the operand's terms b .. e-1 for the terms appended next. Atoms of neighbouring terms are neighbours,
   // so they move as one run.
-  template <Expect expect>
   void copy_code(const Operand& from, i32 b, i32 e)
   {
     if (b >= e) return;
@@ -198,10 +243,9 @@ struct Writer {
       return;
     }
     const i32 first = from.codeptr[b], count = from.codeptr[e] - first, shift = atoms - first;
-    copy_run<expect>(codeptr.from(terms + 1), from.codeptr.from(b + 1), e - b,
-                     [shift](i32 end) { return end + shift; });
-    copy_run<expect>(code.from(atoms), from.code.from(first), count);
-    copy_run<expect>(cconst.from(atoms), from.cconst.from(first), count);
+    copy_run(codeptr.from(terms + 1), from.codeptr.from(b + 1), e - b, [shift](i32 end) { return end + shift; });
+    copy_run(code.from(atoms), from.code.from(first), count);
+    copy_run(cconst.from(atoms), from.cconst.from(first), count);
     atoms += count;
   }
 };

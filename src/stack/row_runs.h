@@ -20,4 +20,19 @@ void for_each_row_run(Run<i64> sp, i32 n, i64 width, EachRun run)
   }
 }
 
+// The column of item k of a pattern, sp[k] % width. It divides only where the row changes, so that it is cheap to call
+// in the order of the items.
+struct ColumnOf {
+  Run<i64> sp;
+  i64 width;
+  i64 row_start = 0;
+
+  i64 operator()(i64 k)
+  {
+    const i64 flat = sp[k];
+    if (flat < row_start || flat - row_start >= width) row_start = flat - flat % width;
+    return flat - row_start;
+  }
+};
+
 }  // namespace fragments

@@ -1,8 +1,7 @@
 // Copies of runs of terms and atoms.
 //
 // Most elements have 1 to 12 terms, where the prologue of a vectorised loop costs more than the copy itself. Short runs
-// therefore move in pairs by running pointers, and only longer ones go through loops that the compiler vectorises.
-// Blocks of many elements are mostly long, and worth a call.
+// therefore move in pairs by running pointers; only longer ones, which are worth a call, go through a vectorised loop.
 #pragma once
 
 #include "frame/frame.h"
@@ -17,10 +16,8 @@ inline void stay_scalar(i64& k)
   asm("" : "+r"(k));
 }
 
-enum class Expect { short_run, block };
-
-// The loop over a long run of a block. Among the short runs of a kernel such a loop is taken for a cold one and left
-// unaligned, at half its speed.
+// The loop over a long run. It is a function of its own since the compiler takes it for a cold one among the short runs
+// of a kernel, and leaves it unaligned, at half its speed.
 template <class T, class F>
 [[gnu::noinline]] void copy_long_run(Run<T> to, Run<T> from, i64 n, F f)
 {
@@ -32,7 +29,7 @@ template <class T, class F>
 }
 
 // to[k] = f(from[k]) for k below n. Source and target are different arrays.
-template <Expect expect = Expect::short_run, class T, class F>
+template <class T, class F>
 void copy_run(Run<T> to, Run<T> from, i64 n, F f)
 {
   to.bounds.check_run(n);
@@ -40,8 +37,7 @@ void copy_run(Run<T> to, Run<T> from, i64 n, F f)
   T* target = to.data;
   const T* source = from.data;
   if (n >= long_run) [[unlikely]] {
-    if constexpr (expect == Expect::block) return copy_long_run(to, from, n, f);
-    for (i64 k = 0; k < n; ++k) target[k * to.stride] = f(source[k * from.stride]);
+    copy_long_run(to, from, n, f);
     return;
   }
   if (n & 1) {
@@ -57,14 +53,14 @@ void copy_run(Run<T> to, Run<T> from, i64 n, F f)
     source += 2 * from.stride;
   }
 }
-template <Expect expect = Expect::short_run, class T>
+template <class T>
 void copy_run(Run<T> to, Run<T> from, i64 n)
 {
-  copy_run<expect>(to, from, n, [](T value) { return value; });
+  copy_run(to, from, n, [](T value) { return value; });
 }
 
 // The run of variables as it is and the run of coefficients through f, for n terms.
-template <Expect expect = Expect::short_run, class F>
+template <class F>
 void copy_terms(Run<i64> to_nidxs, Run<i64> nidxs, Run<f64> to_cof, Run<f64> cof, i64 n, F f)
 {
   if (n == 1) {
@@ -72,8 +68,8 @@ void copy_terms(Run<i64> to_nidxs, Run<i64> nidxs, Run<f64> to_cof, Run<f64> cof
     to_cof[0] = f(cof[0]);
     return;
   }
-  copy_run<expect>(to_nidxs, nidxs, n);
-  copy_run<expect>(to_cof, cof, n, f);
+  copy_run(to_nidxs, nidxs, n);
+  copy_run(to_cof, cof, n, f);
 }
 
 }  // namespace fragments

@@ -1,0 +1,140 @@
+// Slices of index arrays by a box: from a start, inclusive, to a stop, exclusive, along every axis.
+//
+//     dense source    walk the box 260, or filter 317
+//     sparse source   strides 315, count 318, size 316 and strides 319 of the result, filter 320
+//
+// The walk of a dense source in row-major order takes neither a division nor a multiplication per element. The filters
+// visit every stored element, split its flat position into coordinates and test them; they keep the order, so that a
+// sparse result ascends again.
+
+#include <algorithm>
+
+#include "index/divisor.h"
+#include "index/shape.h"
+
+namespace fragments {
+namespace {
+
+// The coordinates of flat positions by strides that need not be row-major: index[d] = flat / stride[d] % shape[d].
+class Coordinates {
+ public:
+  Coordinates(I32 shape, I64 stride, i32 nd) : shape_(shape), stride_(stride)
+  {
+    for (i64 d = 0; d < nd && d < fast_axes; ++d) axes_[d] = {Divisor(stride[d]), Divisor(shape[d])};
+  }
+
+  i32 operator()(i64 flat, i64 d) const
+  {
+    const i64 coordinate =
+        d < fast_axes ? axes_[d].extent.remainder(axes_[d].stride.quotient(flat)) : flat / stride_[d] % shape_[d];
+    return static_cast<i32>(coordinate);
+  }
+
+ private:
+  // No array of practice has more axes; further ones take divisions.
+  static constexpr i64 fast_axes = 8;
+
+  struct Axis {
+    Divisor stride{1}, extent{1};
+  };
+  I32 shape_;
+  I64 stride_;
+  Axis axes_[fast_axes];
+};
+
+// Calls inside(e) for those of `count` elements whose flat position(e) lies in the box. `index` takes the coordinates
+// of each element, all of them before they are tested, and keeps those of the last one. Without axes every element is
+// inside. O(count * nd).
+template <class Position, class Inside>
+void filter_by_box(I32 astart, I32 astop, i32 nd, I32 index, I32 shape, I64 stride, i64 count, Position position,
+                   Inside inside)
+{
+  if (count <= 0) return;
+  const Coordinates coordinate(shape, stride, nd);
+  for (i64 e = 0; e < count; ++e) {
+    const i64 flat = position(e);
+    bool is_inside = true;
+    for (i64 d = 0; d < nd; ++d) {
+      const i32 k = coordinate(flat, d);
+      index[d] = k;
+      is_inside &= astart[d] <= k && k < astop[d];
+    }
+    if (is_inside) inside(e);
+  }
+}
+
+}  // namespace
+
+// The n native indices of a box of a dense array, in row-major order: sliceidxs[0 .. n-1]. n is trusted: a walk past
+// the box goes on along axis 0. Scratch: 3 * nd integers.
+KERNEL((260), (), slice_by_walk, I32 con_nativeidxs, I32 firsta, I32 lasta, i32 nd, I32 shape, I32 sliceidxs, i32 n)
+{
+  if (nd < 1 || n < 1) return;
+  const i64 last = i64{nd} - 1;
+  const Scratch<i32> stride(nd), start(nd), index(nd);
+  stride[last] = 1;
+  row_major_strides(stride, shape, nd);
+  // start[d] is the flat position where axis d stands, deeper axes being at their first coordinate.
+  const i32 base = static_cast<i32>(flat_position(firsta, stride, nd));
+  for (i64 d = 0; d < nd; ++d) {
+    start[d] = base;
+    index[d] = firsta[d];
+  }
+  for (i64 e = 0; e < n;) {
+    // All of the last axis that is left, at least one element.
+    i64 run = n - e;
+    if (last > 0) run = std::min(run, std::max<i64>(1, i64{lasta[last]} - index[last]));
+    const Run<i32> from{con_nativeidxs, start[last]}, to{sliceidxs, e};
+    for (i64 k = 0; k < run; ++k) to[k] = from[k];
+    e += run;
+
+    i64 d = last;
+    index[d] = wrapping_add(index[d], static_cast<i32>(run));
+    start[d] = wrapping_add(start[d], static_cast<i32>(run));
+    while (d > 0 && index[d] >= lasta[d]) {
+      index[d] = firsta[d];
+      --d;
+      index[d] = wrapping_add(index[d], 1);
+      start[d] = wrapping_add(start[d], stride[d]);
+    }
+    for (i64 j = d + 1; j < nd; ++j) start[j] = start[d];
+  }
+}
+
+// Dense: appends the native indices inside the box to `rnidxs`, from slot `pos` on; returns the slot behind them.
+KERNEL((317), (i32), slice_dense_by_filter, I32 astart, I32 astop, I32 index, i32 nd, i32 pos, I32 nidxs, I32 rnidxs,
+       I32 shape, I64 stride)
+{
+  filter_by_box(
+      astart, astop, nd, index, shape, stride, nidxs.count, [](i64 e) { return e; },
+      [&](i64 e) { rnidxs[pos++] = nidxs[e]; });
+  return pos;
+}
+
+// Sparse: `count` plus the number of elements inside the box.
+KERNEL((318), (i32), count_in_box, I32 astart, I32 astop, i32 nd, I32 index, i32 count, I32 nidxs, I32 shape, I64 sp,
+       I64 stride)
+{
+  filter_by_box(
+      astart, astop, nd, index, shape, stride, nidxs.count, [&](i64 e) { return sp[e]; }, [&](i64) { ++count; });
+  return count;
+}
+
+// Sparse: appends the elements inside the box, the native indices to `rnidxs` and the flat positions in the result, by
+// its strides `rstride`, to `rsp`, from slot `pos` on; returns the slot behind them.
+KERNEL((320), (i32), slice_sparse_by_filter, I32 astart, I32 astop, I32 index, i32 nd, i32 pos, I32 nidxs, I32 rnidxs,
+       I64 rsp, I64 rstride, I32 shape, I64 sp, I64 stride)
+{
+  filter_by_box(
+      astart, astop, nd, index, shape, stride, nidxs.count, [&](i64 e) { return sp[e]; },
+      [&](i64 e) {
+        i64 flat = 0;
+        for (i64 d = 0; d < nd; ++d) flat += (i64{index[d]} - astart[d]) * rstride[d];
+        rsp[pos] = flat;
+        rnidxs[pos] = nidxs[e];
+        ++pos;
+      });
+  return pos;
+}
+
+}  // namespace fragments

@@ -1,0 +1,170 @@
+// The five-axis fold: a shape folded around two of its axes, which are the sides of a square matrix for every
+// combination of the other axes. Loops over it have a depth of five, whatever the rank.
+//
+//     dim[0]  product of the extents before the first of the two axes   coordinate i0
+//     dim[1]  extent of the first axis                                  i1
+//     dim[2]  product of the extents between the two                    i2
+//     dim[3]  extent of the second axis, equal to dim[1]                i3
+//     dim[4]  product of the extents behind it                          i4
+//
+// stride[0..4] are the row-major strides, stride[4] is 1. The mirror of an element has i1 and i3 exchanged; an element
+// is on the diagonal if they are equal. The elements of one i0, i1, i2 are a row: neighbours, and in the midst of them
+// so are the dim[4] elements on the diagonal.
+#pragma once
+
+#include <algorithm>
+
+#include "frame/frame.h"
+#include "index/divisor.h"
+#include "index/shape.h"
+
+namespace fragments {
+
+// Multiplies dim[slot] by the extents lo .. hi-1.
+template <class Extents>
+void fold_axes(I32 dim, i64 slot, const Extents& extents, i64 lo, i64 hi)
+{
+  if (lo < hi) dim[slot] = product(dim[slot], extents, lo, hi);
+}
+
+// The strides of a fold, to divide flat positions by.
+struct FoldStrides {
+  Divisor stride0, stride1, stride2, stride3;
+
+  template <class T>
+  explicit FoldStrides(StridedArray<T> stride)
+      : stride0(stride[0]), stride1(stride[1]), stride2(stride[2]), stride3(stride[3])
+  {
+  }
+  FoldStrides(i64 dim1, i64 dim2, i64 dim3, i64 dim4)
+      : stride0(dim1 * dim2 * dim3 * dim4), stride1(dim2 * dim3 * dim4), stride2(dim3 * dim4), stride3(dim4)
+  {
+  }
+
+  i64 mirror(i64 flat) const
+  {
+    const i64 u = stride0.remainder(flat);
+    const auto [i1, v] = stride1.divide(u);
+    const i64 w = stride2.remainder(v);
+    const auto [i3, i4] = stride3.divide(w);
+    return (flat - u) + (v - w) + stride1.value() * i3 + stride3.value() * i1 + i4;
+  }
+};
+
+// Where an element stands in its row: in front of the diagonal, i3 < i1, on it, or behind it.
+enum Side { front, diagonal, behind };
+
+// The flat positions of a row: bound[side] to, not including, bound[side + 1].
+struct FoldRow {
+  i64 bound[4] = {0, 0, 0, 0};
+
+  FoldRow() = default;
+  FoldRow(i64 begin, i64 i1, i64 stride2, i64 stride3)
+  {
+    const i64 end = begin + stride2, on_diagonal = std::min(begin + i1 * stride3, end);
+    bound[front] = begin;
+    bound[diagonal] = on_diagonal;
+    bound[behind] = std::min(on_diagonal + stride3, end);
+    bound[3] = end;
+  }
+  bool contains(i64 flat) const { return bound[0] <= flat && flat < bound[3]; }
+  Side side(i64 flat) const { return flat < bound[diagonal] ? front : flat < bound[behind] ? diagonal : behind; }
+};
+
+// The row around a flat position. Divides when it moves on to another row only.
+class RowCursor {
+ public:
+  explicit RowCursor(const FoldStrides& strides) : strides_(strides) {}
+
+  const FoldRow& around(i64 flat)
+  {
+    if (!row_.contains(flat)) {
+      const auto& [stride0, stride1, stride2, stride3] = strides_;
+      const i64 i1 = stride1.quotient(stride0.remainder(flat));
+      row_ = FoldRow(flat - stride2.remainder(flat), i1, stride2.value(), stride3.value());
+    }
+    return row_;
+  }
+
+ private:
+  FoldStrides strides_;
+  FoldRow row_;
+};
+
+// Walks the stored elements of a pattern in stretches of neighbours on one side of one row: stretch(b, e, side) for the
+// elements b .. e-1.
+template <class Stretch>
+void for_each_stored_stretch(const FoldStrides& strides, Run<i64> sp, i64 nelem, Stretch stretch)
+{
+  RowCursor cursor(strides);
+  for (i64 b = 0, e; b < nelem; b = e) {
+    const FoldRow& row = cursor.around(sp[b]);
+    const Side side = row.side(sp[b]);
+    e = b + 1;
+    while (e < nelem && row.bound[side] <= sp[e] && sp[e] < row.bound[side + 1]) ++e;
+    stretch(b, e, side);
+  }
+}
+
+// The same for all elements of a dense record.
+template <class Stretch>
+void for_each_stretch(i64 dim0, i64 dim1, i64 dim2, i64 dim3, i64 dim4, Stretch stretch)
+{
+  i64 begin = 0;
+  for (i64 i0 = 0; i0 < dim0; ++i0) {
+    for (i64 i1 = 0; i1 < dim1; ++i1) {
+      for (i64 i2 = 0; i2 < dim2; ++i2) {
+        const FoldRow row(begin, i1, dim3 * dim4, dim4);
+        for (const Side side : {front, diagonal, behind}) stretch(row.bound[side], row.bound[side + 1], side);
+        begin = row.bound[3];
+      }
+    }
+  }
+}
+
+// Walks all elements in ascending order: element(mirror, is_on_diagonal), `mirror` being a flat position.
+template <class Element>
+void for_each_mirror(I32 dim, I64 stride, Element element)
+{
+  for (i64 i0 = 0; i0 < dim[0]; ++i0) {
+    for (i64 i1 = 0; i1 < dim[1]; ++i1) {
+      for (i64 i2 = 0; i2 < dim[2]; ++i2) {
+        const i64 dim3 = dim[3], dim4 = dim[4];
+        for (i64 i3 = 0; i3 < dim3; ++i3) {
+          const i64 mirror = stride[0] * i0 + stride[1] * i3 + stride[2] * i2 + stride[3] * i1;
+          for (i64 i4 = 0; i4 < dim4; ++i4) element(mirror + i4, i1 == i3);
+        }
+      }
+    }
+  }
+}
+
+// Flat positions at equal distances.
+struct Positions {
+  i64 first, step;
+  i64 operator[](i64 k) const { return first + k * step; }
+};
+
+// Walks one triangle, i3 from 0 to i1 or, if `upper`, from i1 to dim[1]-1, in runs of elements and their mirrors:
+// run(flat, mirror, n), both Positions. With dim[4] 1 a run goes along i3, else along i4.
+template <class Run>
+void for_each_run_in_triangle(I32 dim, I32 stride, bool upper, Run run)
+{
+  for (i64 i0 = 0; i0 < dim[0]; ++i0) {
+    for (i64 i1 = 0; i1 < dim[1]; ++i1) {
+      for (i64 i2 = 0; i2 < dim[2]; ++i2) {
+        const i64 begin = upper ? i1 : 0, end = upper ? dim[1] : i1 + 1;
+        const i64 others = i0 * stride[0] + i2 * stride[2];
+        const Positions flat{others + i1 * stride[1], stride[3]}, mirror{others + i1 * stride[3], stride[1]};
+        if (dim[4] == 1) {
+          run(Positions{flat[begin], flat.step}, Positions{mirror[begin], mirror.step}, end - begin);
+        } else {
+          const i64 step = stride[4], n = dim[4];
+          for (i64 i3 = begin; i3 < end; ++i3) run(Positions{flat[i3], step}, Positions{mirror[i3], step}, n);
+        }
+      }
+    }
+  }
+}
+
+}  // namespace fragments

@@ -1,0 +1,51 @@
+// Lists of variable numbers: test for order, narrowing, removal of repeats, concatenation.
+//
+// A list of 64-bit numbers `varidxs` becomes one of 32 bits, `varidxs32`, whose slot 0 is the caller's. If it does not
+// ascend, it is sorted through a permutation `perm`; then the repeats go.
+
+#include "frame/frame.h"
+
+namespace fragments {
+
+// Whether the first n entries strictly ascend; false if `flag` came in so.
+KERNEL((245), (bool), is_ascending, bool flag, i32 n, I64 varidxs)
+{
+  for (i64 k = 0; flag && k < i64{n} - 1; ++k) flag = varidxs[k] < varidxs[k + 1];
+  return flag;
+}
+
+// Narrows n entries, one slot up.
+KERNEL((246), (), narrow_behind_first, i32 n, I64 varidxs, I32 varidxs32)
+{
+  for (i64 k = 0; k < n; ++k) varidxs32[k + 1] = static_cast<i32>(varidxs[k]);
+}
+
+// `count` plus the number of ascents between neighbours in the order of `perm`: in a sorted one, the number of distinct
+// variables less 1.
+KERNEL((247), (i32), count_ascents, i32 n, i32 count, I64 perm, I64 varidxs)
+{
+  for (i64 k = 0; k < i64{n} - 1; ++k) count += varidxs[perm[k]] < varidxs[perm[k + 1]];
+  return count;
+}
+
+// Appends the entry behind each ascent to `varidxs32`, from slot `count` on; returns the slot behind them. The ascents
+// are those of the list as it stands, while the entries are taken in the order of `perm`; this is intended.
+KERNEL((248), (i32), narrow_behind_ascents, i32 count, i32 n, I64 perm, I64 varidxs, I32 varidxs32)
+{
+  for (i64 k = 0; k < i64{n} - 1; ++k) {
+    if (varidxs[k] < varidxs[k + 1]) varidxs32[count++] = static_cast<i32>(varidxs[perm[k + 1]]);
+  }
+  return count;
+}
+
+// Concatenation: the first set, and the second behind it. Nothing is sorted, repeats stay.
+KERNEL((274), (), copy_first_set, I32 r, I32 set1)
+{
+  for (i64 k = 0; k < set1.count; ++k) r[k] = set1[k];
+}
+KERNEL((275), (), append_second_set, I32 r, I32 set1, I32 set2)
+{
+  for (i64 k = 0; k < set2.count; ++k) r[set1.count + k] = set2[k];
+}
+
+}  // namespace fragments

@@ -1,0 +1,182 @@
+// Affine conic constraints: the affine expressions that each binds to its cone, and the tables that tie element numbers
+// to constraints.
+//
+// Element a of the user's constraints is entry `acon_elm_ofs[a]` of the affine conic constraint `acon_elm_accid[a]`,
+// made from the affine expression `acon_elm_afe[a]`; its value is the cone's times `acon_elm_scale[a]`. Variable v
+// that lives in a cone is entry `var_elm_acc_ofs[v]` of constraint `var_elm_acc_idx[v]`, -1 if it lives in none.
+//
+// An array of symmetric matrices of order d has the matrix axes anywhere among its others. Packed, only the lower
+// triangles are kept, by columns or by rows, one behind the other in the order of the other axes.
+
+#include "frame/frame.h"
+
+namespace fragments {
+namespace {
+
+// Places of the entry (i, j), i at or above j, in a packed triangle.
+inline i64 place_by_columns(i64 i, i64 j, i64 d)
+{
+  return j * (2 * d - 1 - j) / 2 + i;
+}
+inline i64 place_by_rows(i64 i, i64 j)
+{
+  return (i + 1) * i / 2 + j;
+}
+
+// Packed triangles of `rowlen` slots each, and the extents of the other axes: their products before the row's axis,
+// between the row's and the column's, and behind the column's.
+struct Triangles {
+  i64 rowlen;
+  i64 nblocks;
+  i64 nmid;
+  i64 ninner;
+
+  // Walks an array in its own order: calls visit(slot) with the packed slot of each entry, place(i, j) in its triangle,
+  // where the first matrix axis has `rows` entries and the second steps(i).
+  template <class Steps, class Place, class Visit>
+  void for_each_slot(i64 rows, Steps steps, Place place, Visit visit) const
+  {
+    for (i64 a = 0; a < nblocks; ++a) {
+      for (i64 i = 0; i < rows; ++i) {
+        for (i64 m = 0; m < nmid; ++m) {
+          const i64 first = (a * nmid + m) * ninner * rowlen;
+          for (i64 j = 0; j < steps(i); ++j) {
+            i64 slot = first + place(i, j);
+            for (i64 e = 0; e < ninner; ++e, slot += rowlen) visit(slot);
+          }
+        }
+      }
+    }
+  }
+};
+
+}  // namespace
+
+// Binds n expressions from `from` on to a constraint with the constants `lb`, and behind them the same expressions once
+// more with the constants `ub`: a ranged constraint uses each expression twice.
+KERNEL((1), (), bind_ranged_expressions, I32 accafeidxs, F64 accb, I32 afeidxs, i32 from, i32 to, F64 lb, i32 n, F64 ub)
+{
+  const Run<i32> source{afeidxs, from};
+  const Run<i32> lower{accafeidxs, to}, upper{accafeidxs, static_cast<i64>(to) + n};
+  const Run<f64> lower_b{accb, to}, upper_b{accb, static_cast<i64>(to) + n};
+  for (i64 k = 0; k < n; ++k) {
+    lower[k] = upper[k] = source[k];
+    lower_b[k] = lb[k];
+    upper_b[k] = ub[k];
+  }
+}
+
+// Binds n expressions from `from` on to a constraint with the constants `b`.
+KERNEL((2), (), bind_expressions, I32 accafeidxs, F64 accb, I32 afeidxs, i32 from, i32 to, F64 b, i32 n)
+{
+  const Run<i32> source{afeidxs, from}, target{accafeidxs, to};
+  const Run<f64> constants{accb, to};
+  for (i64 k = 0; k < n; ++k) {
+    target[k] = source[k];
+    constants[k] = b[k];
+  }
+}
+
+// Enters m constraints of d elements each, the elements' numbers and expressions constraint by constraint.
+KERNEL((4), (), enter_elements, I32 accidxs, I32 acon_elm_accid, I32 acon_elm_afe, I32 acon_elm_ofs, F64 acon_elm_scale,
+       I32 aconidxs, I32 afeidxs, i32 d, i32 m)
+{
+  i64 k = 0;
+  for (i32 i = 0; i < m; ++i) {
+    for (i32 j = 0; j < d; ++j, ++k) {
+      const i32 a = aconidxs[k];
+      acon_elm_accid[a] = accidxs[i];
+      acon_elm_ofs[a] = j;
+      acon_elm_afe[a] = afeidxs[k];
+      acon_elm_scale[a] = 1.0;
+    }
+  }
+}
+
+// Enters n variables in constraints of d entries each; the last constraint may be filled in part.
+KERNEL((9), (), enter_variables, I32 accidxs, i32 d, i32 n, I64 nativeidxs, I32 var_elm_acc_idx, I32 var_elm_acc_ofs)
+{
+  i64 constraint = 0;
+  i32 offset = 0;
+  for (i64 k = 0; k < n; ++k) {
+    const i64 v = nativeidxs[k];
+    var_elm_acc_idx[v] = accidxs[constraint];
+    var_elm_acc_ofs[v] = offset;
+    if (++offset == d) {
+      offset = 0;
+      ++constraint;
+    }
+  }
+}
+
+// Takes n variables out of their constraints.
+KERNEL((10), (), remove_variables, i32 n, I64 nativeidxs, I32 var_elm_acc_idx)
+{
+  for (i64 k = 0; k < n; ++k) var_elm_acc_idx[nativeidxs[k]] = -1;
+}
+
+// Sets the scale of off-diagonal elements to s in q2*q0*q4 triangles of order d that are listed by columns, the first
+// `cols` columns of each. `aconidxs` lists the elements from place c on; those of the diagonal are not read and keep
+// their scale. Returns the place behind the last.
+KERNEL((87), (i32), scale_off_diagonal, F64 acon_elm_scale, I32 aconidxs, i64 q0, i64 cols, i64 q2, i64 d, i64 q4,
+       i32 c, f64 s)
+{
+  const i64 triangles = q2 * q0 * q4;
+  for (i64 t = 0; t < triangles; ++t) {
+    for (i64 j = 0; j < cols; ++j) {
+      ++c;
+      for (i64 i = j + 1; i < d; ++i) acon_elm_scale[aconidxs[c++]] = s;
+    }
+  }
+  return c;
+}
+
+// Packs the expressions of lower triangles, listed from place c on: without `flag` listed by rows and packed by
+// columns, with it listed by columns, each from the diagonal down, and packed by rows. `nrow` is the number of rows or
+// columns that are listed. Returns the place behind the last.
+KERNEL((88), (i32), pack_triangles, I32 afeidxs, I32 afetrilperm, i32 rowlen, i64 nblocks, i64 d, i64 nmid, i64 nrow,
+       i64 ninner, i32 c, bool flag)
+{
+  const Triangles triangles{rowlen, nblocks, nmid, ninner};
+  const auto take = [&](i64 slot) { afetrilperm[slot] = afeidxs[c++]; };
+  if (flag) {
+    triangles.for_each_slot(
+        nrow, [&](i64 j) { return d - j; }, [](i64 j, i64 below) { return place_by_rows(j + below, j); }, take);
+  } else {
+    triangles.for_each_slot(
+        nrow, [](i64 i) { return i + 1; }, [&](i64 i, i64 j) { return place_by_columns(i, j, d); }, take);
+  }
+  return c;
+}
+
+// Spreads triangles packed by columns over the full symmetric matrices: `pafeidxs`, from place 0, gets the expression
+// of (i, j) or, above the diagonal, of (j, i). Both matrix axes have the order d, and `flag` makes no difference; this
+// is intended.
+KERNEL((89), (), unpack_triangles, I32 afeidxs, i32 rowlen, i64 nblocks, i64 d, i64 nmid, i64 d2, i64 ninner,
+       I32 pafeidxs, [[maybe_unused]] bool flag)
+{
+  const Triangles triangles{rowlen, nblocks, nmid, ninner};
+  i64 k = 0;
+  triangles.for_each_slot(
+      d, [&](i64) { return d2; },
+      [&](i64 i, i64 j) { return i < j ? place_by_columns(j, i, d) : place_by_columns(i, j, d); },
+      [&](i64 slot) { pafeidxs[k++] = afeidxs[slot]; });
+}
+
+// Numbers the entries (a, b, e) of an array (q, r, p) from c on and stores the numbers in an array `perm` (q, p, r),
+// its last two axes swapped. If `ofs` is not None, its first n entries go to the entries of `g` with the numbers that
+// begin `perm`. Returns the number behind the last.
+KERNEL((96), (i32), permute_middle_axis, i32 p, i32 q, i32 r, i32 n, F64 g, i32 c, F64 ofs, I32 perm)
+{
+  for (i64 a = 0; a < q; ++a) {
+    for (i64 b = 0; b < r; ++b) {
+      for (i64 e = 0; e < p; ++e) perm[(p * a + e) * r + b] = c++;
+    }
+  }
+  if (ofs.data) {
+    for (i64 k = 0; k < n; ++k) g[perm[k]] = ofs[k];
+  }
+  return c;
+}
+
+}  // namespace fragments

@@ -1,0 +1,71 @@
+// Lists of native numbers, the flat numbers of variables and constraints: the largest, and those that stand for
+// scalars.
+//
+// A selection stores 32-bit numbers from place `c` on and returns the place behind them. Numbers are compared in their
+// full width and lie in the 32-bit range.
+
+#include "frame/frame.h"
+
+namespace fragments {
+namespace {
+
+// The maximum of m and the entries from `first` on.
+template <class T>
+i32 maximum(i32 m, StridedArray<T> numbers, i64 first)
+{
+  for (i64 k = first; k < numbers.count; ++k) {
+    if (numbers[k] > m) m = static_cast<i32>(numbers[k]);
+  }
+  return m;
+}
+
+}  // namespace
+
+// The maximum of m and all entries.
+KERNEL((3), (i32), largest_conic_constraint, I32 accidxs, i32 m)
+{
+  return maximum(m, accidxs, 0);
+}
+
+// The maximum of m and all entries but the first, which is intended: entry 0 is never looked at.
+KERNEL((5, 6), (i32), largest_native_number, i32 m, I64 nativeidxs)
+{
+  return maximum(m, nativeidxs, 1);
+}
+
+// c plus the number of entries above 0.
+KERNEL((11, 13), (i32), count_positive, i32 c, I64 idxs)
+{
+  for (i64 k = 0; k < idxs.count; ++k) c += idxs[k] > 0;
+  return c;
+}
+
+// The entries above 0, in order.
+KERNEL((12, 14), (i32), select_positive, I64 idxs, i32 c, I32 nativeidxs)
+{
+  for (i64 k = 0; k < idxs.count; ++k) {
+    if (idxs[k] > 0) nativeidxs[c++] = static_cast<i32>(idxs[k]);
+  }
+  return c;
+}
+
+// c plus the number of entries at or above 0.
+KERNEL((21), (i32), count_nonnegative, I64 nativeidxs, i32 c)
+{
+  for (i64 k = 0; k < nativeidxs.count; ++k) c += nativeidxs[k] >= 0;
+  return c;
+}
+
+// The entries at or above 0, in order, each with its value.
+KERNEL((22), (i32), select_nonnegative_with_values, i32 c, I64 nativeidxs, I32 subj, F64 val, F64 values)
+{
+  for (i64 k = 0; k < nativeidxs.count; ++k) {
+    if (nativeidxs[k] < 0) continue;
+    subj[c] = static_cast<i32>(nativeidxs[k]);
+    val[c] = values[k];
+    ++c;
+  }
+  return c;
+}
+
+}  // namespace fragments

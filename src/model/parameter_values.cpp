@@ -1,0 +1,19 @@
+// The values of parameters, read and set by their numbers.
+
+#include "frame/frame.h"
+
+namespace fragments {
+
+// res[k] = param_value[idxs[k]] for all of `idxs`.
+KERNEL((101), (), read_parameters, I32 idxs, F64 param_value, F64 res)
+{
+  for (i64 k = 0; k < idxs.count; ++k) res[k] = param_value[idxs[k]];
+}
+
+// param_value[idxs[k]] = vals[k] for all of `idxs`; of a repeated number the last value stays.
+KERNEL((102), (), set_parameters, I32 idxs, F64 param_value, F64 vals)
+{
+  for (i64 k = 0; k < idxs.count; ++k) param_value[idxs[k]] = vals[k];
+}
+
+}  // namespace fragments

@@ -1,0 +1,104 @@
+// The coefficients of picked variables in evaluated rows, as a dense block: row by row one place for every entry of
+// `varidxs`.
+//
+// Rows are a record on the w stack, its `ptr`, `nidxs` and `cof` at the positions `ppos`, `ipos` and `fpos`. The terms
+// of a row and `varidxs` ascend strictly, so one merge finds all of a row: O(nnz + n * len(varidxs)). A place whose
+// variable the row does not have keeps what it held.
+
+#include "model/row_sides.h"
+#include "stack/record.h"
+
+namespace fragments {
+namespace {
+
+// Picks the row of the terms p .. e-1 into `to`.
+void pick_row(const Operand& rows, i32 p, i32 e, I64 varidxs, Run<f64> to)
+{
+  for (i64 j = 0; j < varidxs.count && p < e;) {
+    const i64 w = rows.nidxs[p], t = varidxs[j];
+    if (w > t)
+      ++j;
+    else if (w < t)
+      ++p;
+    else
+      to[j++] = rows.cof[p++];
+  }
+}
+
+// Picks n rows into the block from place c on and returns the place behind it.
+i32 pick_rows(const Operand& rows, i32 n, I64 varidxs, F64 cof, i32 c)
+{
+  for (i64 r = 0; r < n; ++r) {
+    pick_row(rows, rows.ptr[r], rows.ptr[r + 1], varidxs, {cof, c});
+    c += static_cast<i32>(varidxs.count);
+  }
+  return c;
+}
+
+// The block of one side, with the row number of each place.
+struct SideBlock {
+  F64 cof;
+  I32 subi;
+  i32 place;
+
+  void pick(const Operand& rows, i64 r, I64 varidxs, i32 row)
+  {
+    pick_row(rows, rows.ptr[r], rows.ptr[r + 1], varidxs, {cof, place});
+    const Run<i32> run{subi, place};
+    for (i64 j = 0; j < varidxs.count; ++j) run[j] = row;
+    place += static_cast<i32>(varidxs.count);
+  }
+};
+
+// Whether the first n entries ascend strictly.
+bool is_ascending(I64 numbers, i64 n)
+{
+  for (i64 k = 1; k < n; ++k) {
+    if (numbers[k - 1] >= numbers[k]) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+// Picks n rows into `cof` from place c on.
+KERNEL((32), (i32), pick_coefficients, F64 cof, i32 fpos, i32 n, i32 ipos, i32 c, i32 ppos, I64 varidxs, F64 wf64,
+       I32 wi32, I64 wi64)
+{
+  return pick_rows({.ptr{wi32, ppos}, .nidxs{wi64, ipos}, .cof{wf64, fpos}}, n, varidxs, cof, c);
+}
+
+// The same with its scalars in another order.
+KERNEL((41), (i32), pick_coefficients_from_place, F64 cof, i32 fpos, i32 c, i32 n, i32 ipos, i32 ppos, I64 varidxs,
+       F64 wf64, I32 wi32, I64 wi64)
+{
+  return pick_rows({.ptr{wi32, ppos}, .nidxs{wi64, ipos}, .cof{wf64, fpos}}, n, varidxs, cof, c);
+}
+
+// Picks n rows into a block for each side: conic rows into `ccof` from place `cc` on, linear ones into `lcof` from `lc`
+// on. `csubi` and `lsubi` get the row number at every place of a row, also where the row has no such variable.
+KERNEL((33), (i32, i32), pick_coefficients_by_side, F64 ccof, i32 cc, i32 fpos, I32 conidxs, I32 csubi, F64 lcof,
+       i32 lc, I32 lsubi, i32 n, i32 ipos, i32 ppos, I64 varidxs, F64 wf64, I32 wi32, I64 wi64)
+{
+  const Operand rows{.ptr{wi32, ppos}, .nidxs{wi64, ipos}, .cof{wf64, fpos}};
+  SideBlock conic{ccof, csubi, cc};
+  SideBlock linear{lcof, lsubi, lc};
+  for_each_row(
+      conidxs, n, [&](i64 r, i32 row) { conic.pick(rows, r, varidxs, row); },
+      [&](i64 r, i32 row) { linear.pick(rows, r, varidxs, row); });
+  return {conic.place, linear.place};
+}
+
+// `ok`, and the first n of the variables to pick ascend strictly.
+KERNEL((40), (bool), check_picked_variables, i32 n, I64 varidxs_, bool ok)
+{
+  return ok && is_ascending(varidxs_, n);
+}
+
+// `ok`, and the pattern ascends strictly.
+KERNEL((42), (bool), check_pattern_order, bool ok, I64 sp)
+{
+  return ok && is_ascending(sp, sp.count);
+}
+
+}  // namespace fragments

@@ -1,0 +1,250 @@
+// The terms of evaluated rows split by kind: linear terms, the constant term, and terms on elements of semidefinite
+// variables.
+//
+// Rows are a record on the r stack, its `ptr`, `nidxs` and `cof` at the positions `ppos`, `ipos` and `fpos`. A term's
+// number is above 0 for a linear variable, 0 for the constant term, and below 0 the complement of the number of a
+// semidefinite element. Inside a row the negative numbers stand first.
+//
+//     sizes of n rows     75, or 78 where terms without a coefficient are left out
+//     linear terms        76 with the constants apart, 79 with constants among them
+//     semidefinite terms  77, 80
+//     a single row        sizes 46, linear terms 47, semidefinite terms 48
+//
+// All in one pass over the terms.
+
+#include "stack/record.h"
+
+namespace fragments {
+namespace {
+
+// The elements of all semidefinite variables by number: variable, row and column.
+struct SemidefiniteElements {
+  I32 barj;
+  I32 i;
+  I32 j;
+};
+
+// The coefficient of the element (i, j) as an entry of a symmetric matrix given by its lower triangle: an entry off the
+// diagonal counts twice there.
+inline f64 matrix_entry(i32 i, i32 j, f64 coefficient)
+{
+  return i == j ? coefficient : coefficient * 0.5;
+}
+
+// Walks the negative numbers at the head of the terms p .. e-1: calls begin(variable) at each run of elements of one
+// semidefinite variable and term(a, p) for each term on an element a. Returns the first term behind them.
+template <class Begin, class Term>
+i32 for_each_semidefinite_term(Run<i64> nidxs, I32 barj, i32 p, i32 e, Begin begin, Term term)
+{
+  i32 variable = -1;
+  for (; p < e && nidxs[p] < 0; ++p) {
+    const i64 a = ~nidxs[p];
+    if (barj[a] != variable) {
+      variable = barj[a];
+      begin(variable);
+    }
+    term(a, p);
+  }
+  return p;
+}
+
+struct RowSizes {
+  i32 matrices;
+  i32 linear;
+  i32 semidefinite;
+};
+
+// Adds the sizes of n rows; linear_terms(p, e) counts among the terms p .. e-1 behind the negative numbers of a row.
+template <class LinearTerms>
+void measure_rows(const Operand& rows, i32 n, I32 barj, RowSizes& sizes, LinearTerms linear_terms)
+{
+  for (i64 r = 0; r < n; ++r) {
+    const i32 s = rows.ptr[r], e = rows.ptr[r + 1];
+    const i32 p = for_each_semidefinite_term(
+        rows.nidxs, barj, s, e, [&](i32) { ++sizes.matrices; }, [](i64, i32) {});
+    sizes.semidefinite += p - s;
+    sizes.linear += linear_terms(p, e);
+  }
+}
+
+// Appends the terms p among b .. e-1 for which take(p, number) is true to `subj` and `cof` from `place` on, the numbers
+// cut to 32 bits. Returns the place behind them.
+template <class Take>
+i64 append_terms(const Operand& rows, i32 b, i32 e, I32 subj, F64 cof, i64 place, Take take)
+{
+  for (i32 p = b; p < e; ++p) {
+    const i64 v = rows.nidxs[p];
+    if (!take(p, v)) continue;
+    subj[place] = static_cast<i32>(v);
+    cof[place] = rows.cof[p];
+    ++place;
+  }
+  return place;
+}
+
+// Row by row the terms for which take(r, p, number) is true, to the places from `ptrb[r]` on; sets all of `ptrb` but
+// its first slot, the caller's.
+template <class Start, class Take>
+void split_rows(const Operand& rows, i32 n, StridedArray<Start> ptrb, I32 subj, F64 cof, Take take)
+{
+  for (i64 r = 0; r < n; ++r) {
+    const i64 end = append_terms(rows, rows.ptr[r], rows.ptr[r + 1], subj, cof, ptrb[r],
+                                 [&](i32 p, i64 v) { return take(r, p, v); });
+    ptrb[r + 1] = static_cast<Start>(end);
+  }
+}
+
+// A list of sparse symmetric matrices: for each its variable, order and number of entries, and the entries of all.
+struct MatrixList {
+  I32 barsubj;
+  I32 matdim;
+  I32 matnnz;
+  I32 matsubi;
+  I32 matsubj;
+  F64 matcof;
+  i32 entries;
+  i32 matrices;
+
+  void begin_matrix(i32 variable, i32 order)
+  {
+    barsubj[matrices] = variable;
+    matdim[matrices] = order;
+    matnnz[matrices] = 0;
+    ++matrices;
+  }
+  void add_entry(i32 i, i32 j, f64 coefficient)
+  {
+    matsubi[entries] = i;
+    matsubj[entries] = j;
+    matcof[entries] = coefficient;
+    ++entries;
+    ++matnnz[matrices - 1];
+  }
+};
+
+// One matrix for each run of one semidefinite variable in n rows; ptr[r+1] becomes the number of matrices behind row r.
+template <class Start>
+void append_matrices(const Operand& rows, i32 n, const SemidefiniteElements& elements, I32 barvar_dim,
+                     StridedArray<Start> ptr, MatrixList& to)
+{
+  for (i64 r = 0; r < n; ++r) {
+    for_each_semidefinite_term(
+        rows.nidxs, elements.barj, rows.ptr[r], rows.ptr[r + 1],
+        [&](i32 variable) { to.begin_matrix(variable, barvar_dim[variable]); },
+        [&](i64 a, i32 p) {
+          const i32 i = elements.i[a], j = elements.j[a];
+          to.add_entry(i, j, matrix_entry(i, j, rows.cof[p]));
+        });
+    ptr[r + 1] = to.matrices;
+  }
+}
+
+}  // namespace
+
+// Sizes n rows: adds the matrices of 77 to `nblk`, the semidefinite terms to `nbar`, and to `nlin` the terms behind
+// them. Only constant terms that lead those are left out of `nlin`, which is intended: the ones behind a linear term
+// count.
+KERNEL((75), (i32, i32, i32), measure_rows_by_term, i32 nblk, I32 barvar_block_elm_barj, i32 nlin, i32 n, i32 ipos,
+       i32 ppos, I32 ri32, I64 ri64, i32 nbar)
+{
+  const Operand rows{.ptr{ri32, ppos}, .nidxs{ri64, ipos}};
+  RowSizes sizes{nblk, nlin, nbar};
+  measure_rows(rows, n, barvar_block_elm_barj, sizes, [&](i32 p, i32 e) {
+    while (p < e && rows.nidxs[p] == 0) ++p;
+    return e - p;
+  });
+  return {sizes.matrices, sizes.linear, sizes.semidefinite};
+}
+
+// The same, but `nlin` grows by all terms behind the semidefinite ones, constant terms included, whose coefficient
+// differs from 0.0; NaN does.
+KERNEL((78), (i32, i32, i32), measure_rows_by_coefficient, i32 nblk, I32 barvar_block_elm_barj, i32 fpos, i32 nlin,
+       i32 n, i32 ipos, i32 ppos, F64 rf64, I32 ri32, I64 ri64, i32 nbar)
+{
+  const Operand rows{.ptr{ri32, ppos}, .nidxs{ri64, ipos}, .cof{rf64, fpos}};
+  RowSizes sizes{nblk, nlin, nbar};
+  measure_rows(rows, n, barvar_block_elm_barj, sizes, [&](i32 p, i32 e) {
+    i32 count = 0;
+    for (; p < e; ++p) count += rows.cof[p] != 0.0;
+    return count;
+  });
+  return {sizes.matrices, sizes.linear, sizes.semidefinite};
+}
+
+// The linear terms of n rows; constant terms are added to `bfix` in the order of the terms.
+KERNEL((76), (), split_linear_and_constant_terms, F64 bfix, F64 cof, i32 fpos, i32 n, i32 ipos, i32 ppos, I32 ptrb,
+       F64 rf64, I32 ri32, I64 ri64, I32 subj)
+{
+  const Operand rows{.ptr{ri32, ppos}, .nidxs{ri64, ipos}, .cof{rf64, fpos}};
+  split_rows(rows, n, ptrb, subj, cof, [&](i64 r, i32 p, i64 v) {
+    if (v > 0) return true;
+    if (v == 0) bfix[r] += rows.cof[p];
+    return false;
+  });
+}
+
+// The linear and constant terms of n rows whose coefficient differs from 0.0; NaN does.
+KERNEL((79), (), split_nonzero_terms, F64 cof, i32 fpos, i32 n, i32 ipos, i32 ppos, I64 ptrb, F64 rf64, I32 ri32,
+       I64 ri64, I32 subj)
+{
+  const Operand rows{.ptr{ri32, ppos}, .nidxs{ri64, ipos}, .cof{rf64, fpos}};
+  split_rows(rows, n, ptrb, subj, cof, [&](i64, i32 p, i64 v) { return v >= 0 && rows.cof[p] != 0.0; });
+}
+
+// The semidefinite terms of n rows as matrices, one for each run of one variable; `nz` entries and `nm` matrices are
+// there already. The coefficient of an element off the diagonal is halved. `ptr[r+1]` is `nm` behind row r.
+KERNEL((77), (i32, i32), write_row_matrices, i32 nz, i32 nm, I32 barsubj, I32 barvar_block_elm_barj,
+       I32 barvar_block_elm_i, I32 barvar_block_elm_j, I32 barvar_dim, i32 fpos, F64 matcof, I32 matdim, I32 matnnz,
+       I32 matsubi, I32 matsubj, i32 ipos, i32 n, I32 ptr, i32 ppos, F64 rf64, I32 ri32, I64 ri64)
+{
+  MatrixList matrices{barsubj, matdim, matnnz, matsubi, matsubj, matcof, nz, nm};
+  append_matrices({.ptr{ri32, ppos}, .nidxs{ri64, ipos}, .cof{rf64, fpos}}, n,
+                  {barvar_block_elm_barj, barvar_block_elm_i, barvar_block_elm_j}, barvar_dim, ptr, matrices);
+  return {matrices.entries, matrices.matrices};
+}
+
+// The same with a 64-bit `ptr`.
+KERNEL((80), (i32, i32), write_row_matrices_wide, i32 nz, i32 nm, I32 barsubj, I32 barvar_block_elm_barj,
+       I32 barvar_block_elm_i, I32 barvar_block_elm_j, I32 barvar_dim, i32 fpos, F64 matcof, I32 matdim, I32 matnnz,
+       I32 matsubi, I32 matsubj, i32 ipos, i32 n, I64 ptr, i32 ppos, F64 rf64, I32 ri32, I64 ri64)
+{
+  MatrixList matrices{barsubj, matdim, matnnz, matsubi, matsubj, matcof, nz, nm};
+  append_matrices({.ptr{ri32, ppos}, .nidxs{ri64, ipos}, .cof{rf64, fpos}}, n,
+                  {barvar_block_elm_barj, barvar_block_elm_i, barvar_block_elm_j}, barvar_dim, ptr, matrices);
+  return {matrices.entries, matrices.matrices};
+}
+
+// Sizes a single row of n terms, in any order: adds the semidefinite ones to `nbar`, all others to `nlin`.
+KERNEL((46), (i32, i32), measure_row, i32 nlin, i32 pos, i32 n, i32 nbar, I64 ri64)
+{
+  const Run<i64> nidxs{ri64, pos};
+  for (i64 k = 0; k < n; ++k) {
+    nlin += nidxs[k] >= 0;
+    nbar += nidxs[k] < 0;
+  }
+  return {nlin, nbar};
+}
+
+// The linear and constant terms of a single row of n terms, to `subj` and `cof` from place 0.
+KERNEL((47), (), split_row, F64 cof, i32 fpos, i32 ipos, i32 n, F64 rf64, I64 ri64, I32 subj)
+{
+  append_terms({.nidxs{ri64, ipos}, .cof{rf64, fpos}}, 0, n, subj, cof, 0, [](i32, i64 v) { return v >= 0; });
+}
+
+// n terms on semidefinite elements as triplets: variable, row, column and coefficient, halved off the diagonal.
+KERNEL((48), (), write_semidefinite_terms, I32 barvar_block_elm_barj, I32 barvar_block_elm_i, I32 barvar_block_elm_j,
+       i32 fpos, i32 ipos, i32 n, F64 rf64, I64 ri64, I32 subj, I32 subk, I32 subl, F64 val)
+{
+  const Run<i64> nidxs{ri64, ipos};
+  const Run<f64> cof{rf64, fpos};
+  for (i64 t = 0; t < n; ++t) {
+    const i64 a = ~nidxs[t];
+    const i32 i = barvar_block_elm_i[a], j = barvar_block_elm_j[a];
+    subj[t] = barvar_block_elm_barj[a];
+    subk[t] = i;
+    subl[t] = j;
+    val[t] = matrix_entry(i, j, cof[t]);
+  }
+}
+
+}  // namespace fragments

@@ -1,0 +1,41 @@
+// New semidefinite variables and the tables of their elements.
+//
+// The elements of all semidefinite variables are numbered through. They come in blocks of variables of one order d; a
+// variable has the d*(d+1)/2 elements of its lower triangle, column by column, each column from the diagonal down.
+// Block `blk` has its elements from `barvar_block_elm_ptr[blk]` on.
+
+#include "frame/frame.h"
+
+namespace fragments {
+
+// The numbers of n variables from `first` on.
+KERNEL((7), (), number_semidefinite_variables, I32 barvaridxs, i32 first, i32 n)
+{
+  for (i32 k = 0; k < n; ++k) barvaridxs[k] = first + k;
+}
+
+// Fills in block `blk` of n variables of order d from variable `first` on: variable, row and column of each element,
+// the order of each variable, and in `nativeidxs`, from place 0, the numbers of the block's elements themselves, not
+// their complements.
+KERNEL((8), (), fill_semidefinite_block, I32 barvar_block_elm_barj, I32 barvar_block_elm_i, I32 barvar_block_elm_j,
+       I32 barvar_block_elm_ptr, I32 barvar_dim, i32 blk, i32 d, i32 first, I64 nativeidxs, i32 n)
+{
+  if (n <= 0) return;
+  // Variables of order 0 have no elements and no base.
+  const i64 base = d > 0 ? barvar_block_elm_ptr[blk] : 0;
+  const Run<i32> barj{barvar_block_elm_barj, base}, row{barvar_block_elm_i, base}, column{barvar_block_elm_j, base};
+  i64 k = 0;
+  for (i32 b = 0; b < n; ++b) {
+    for (i32 j = 0; j < d; ++j) {
+      for (i32 i = j; i < d; ++i, ++k) {
+        barj[k] = first + b;
+        row[k] = i;
+        column[k] = j;
+        nativeidxs[k] = base + k;
+      }
+    }
+  }
+  for (i32 b = 0; b < n; ++b) barvar_dim[static_cast<i64>(first) + b] = d;
+}
+
+}  // namespace fragments

@@ -1,0 +1,138 @@
+// Solution vectors: gathered into the arrays of the user's variables and constraints, combined after a solve and
+// cleared before one.
+//
+// `nativeidxs` maps the elements of a user's array to flat numbers; element k goes to `res[pos+k]`. The number 0 is no
+// variable and reads as 0.0, but it is an ordinary constraint. Negative numbers are complements: of elements of
+// semidefinite variables in a variable's array, of elements of affine conic constraints in a constraint's.
+
+#include "frame/frame.h"
+
+namespace fragments {
+namespace {
+
+// res[k] = value(nativeidxs[k]) for k below n.
+template <class T, class Value>
+void gather(Run<f64> res, StridedArray<T> nativeidxs, i32 n, Value value)
+{
+  for (i64 k = 0; k < n; ++k) res[k] = value(static_cast<i64>(nativeidxs[k]));
+}
+
+// Where the elements of affine conic constraints stand in a conic solution vector.
+struct ConicElements {
+  I32 accptr;          // the place of each constraint's first entry
+  I32 acon_elm_accid;  // the constraint of each element
+  I32 acon_elm_ofs;    // its offset inside the constraint
+  F64 acon_elm_scale;  // the factor from the cone's entry to the element
+
+  f64 value(F64 vector, i64 a) const
+  {
+    return vector[static_cast<i64>(acon_elm_ofs[a]) + accptr[acon_elm_accid[a]]] * acon_elm_scale[a];
+  }
+};
+
+void gather_constraints(Run<f64> res, I32 nativeidxs, i32 n, const ConicElements& elements, F64 conic, F64 linear)
+{
+  gather(res, nativeidxs, n, [&](i64 v) { return v < 0 ? elements.value(conic, ~v) : linear[v]; });
+}
+
+// to[k] = lower[k] - upper[k] for k below n: the dual value of a pair of bounds.
+void subtract(F64 to, F64 lower, F64 upper, i32 n)
+{
+  for (i64 k = 0; k < n; ++k) to[k] = lower[k] - upper[k];
+}
+
+// Zeroes the elements start .. end-1 of all arrays and returns how far they are set now.
+template <class... Array>
+i32 clear(i32 start, i32 end, Array... arrays)
+{
+  const auto clear_one = [=](F64 array) {
+    for (i64 k = start; k < end; ++k) array[k] = 0.0;
+  };
+  (clear_one(arrays), ...);
+  return start < end ? end : start;
+}
+
+}  // namespace
+
+// The primal values of constraints: `xc` of linear rows, scaled entries of `accx` of conic elements.
+KERNEL((15), (), gather_constraint_values, I32 accptr, F64 accx, I32 acon_elm_accid, I32 acon_elm_ofs,
+       F64 acon_elm_scale, i32 n, I32 nativeidxs, i32 pos, F64 res, F64 xc)
+{
+  gather_constraints({res, pos}, nativeidxs, n, {accptr, acon_elm_accid, acon_elm_ofs, acon_elm_scale}, accx, xc);
+}
+
+// The dual values of constraints: `y` of linear rows, scaled entries of `accy` of conic elements.
+KERNEL((16), (), gather_constraint_duals, I32 accptr, F64 accy, I32 acon_elm_accid, I32 acon_elm_ofs,
+       F64 acon_elm_scale, i32 n, I32 nativeidxs, i32 pos, F64 res, F64 y)
+{
+  gather_constraints({res, pos}, nativeidxs, n, {accptr, acon_elm_accid, acon_elm_ofs, acon_elm_scale}, accy, y);
+}
+
+// The values of a variable without semidefinite elements; 0.0 for numbers at or below 0.
+KERNEL((17), (), gather_scalar_values, i32 n, I64 nativeidxs, i32 pos, F64 res, F64 xx)
+{
+  gather(Run<f64>{res, pos}, nativeidxs, n, [&](i64 v) { return v > 0 ? xx[v] : 0.0; });
+}
+
+// The same with the opposite sign. A value of 0.0 gives -0.0, a number at or below 0 gives 0.0.
+KERNEL((18), (), gather_negated_values, i32 n, I64 nativeidxs, i32 pos, F64 res, F64 xx)
+{
+  gather(Run<f64>{res, pos}, nativeidxs, n, [&](i64 v) { return v > 0 ? -xx[v] : 0.0; });
+}
+
+// The values of a variable: `xx` of scalar elements, `barx` of semidefinite ones.
+KERNEL((19), (), gather_variable_values, F64 barx, i32 n, I64 nativeidxs, i32 pos, F64 res, F64 xx)
+{
+  gather(Run<f64>{res, pos}, nativeidxs, n, [&](i64 v) { return v > 0 ? xx[v] : v < 0 ? barx[~v] : 0.0; });
+}
+
+// The dual values of a variable: `bars` of semidefinite elements, an entry of `accy` of scalar ones that live in the
+// affine conic constraint `var_elm_acc_idx[v]`, `yx` of those that live in none (-1).
+KERNEL((20), (), gather_variable_duals, I32 accptr, F64 accy, F64 bars, i32 n, I64 nativeidxs, i32 pos, F64 res,
+       I32 var_elm_acc_idx, I32 var_elm_acc_ofs, F64 yx)
+{
+  gather(Run<f64>{res, pos}, nativeidxs, n, [&](i64 v) {
+    if (v < 0) return bars[~v];
+    if (v == 0) return 0.0;
+    const i32 a = var_elm_acc_idx[v];
+    return a >= 0 ? accy[static_cast<i64>(var_elm_acc_ofs[v]) + accptr[a]] : yx[v];
+  });
+}
+
+// The duals of n variables from those of their lower and upper bounds.
+KERNEL((23), (), subtract_variable_duals, i32 n, F64 slx, F64 sux, F64 yx)
+{
+  subtract(yx, slx, sux, n);
+}
+
+// The duals of n linear rows from those of their lower and upper bounds.
+KERNEL((24), (), subtract_constraint_duals, i32 n, F64 slc, F64 suc, F64 y)
+{
+  subtract(y, slc, suc, n);
+}
+
+// Clears the solution of the variables start .. end-1 and returns the end of what is set: `start` if there are none.
+KERNEL((130), (i32), clear_variables, i32 end, F64 slx, i32 start, F64 sux, F64 xx, F64 yx)
+{
+  return clear(start, end, slx, sux, xx, yx);
+}
+
+// The same without `yx`.
+KERNEL((131), (), clear_variables_and_bound_duals, i32 end, F64 slx, i32 start, F64 sux, F64 xx)
+{
+  clear(start, end, slx, sux, xx);
+}
+
+// Clears the solution of the linear rows start .. end-1 and returns the end of what is set: `start` if there are none.
+KERNEL((132), (i32), clear_new_constraints, i32 end, F64 slc, i32 start, F64 suc, F64 xc, F64 y)
+{
+  return clear(start, end, slc, suc, xc, y);
+}
+
+// Clears the solution of the linear rows start .. end-1.
+KERNEL((133), (), clear_constraints, i32 end, F64 slc, i32 start, F64 suc, F64 xc, F64 y)
+{
+  clear(start, end, slc, suc, xc, y);
+}
+
+}  // namespace fragments

@@ -1,0 +1,38 @@
+// Block sums: each run of `blk` neighbouring elements of an operand becomes one element, block q having the flat
+// positions q*blk .. q*blk + blk-1. Terms are not merged, so that `nidxs`, `cof` and code of the result are the
+// operand's as they stand and only the pattern is made anew.
+//
+//     dense operand    `rptr` 501, for elements of one size
+//     sparse operand   count the blocks 496, `rptr` and `rsp` 499
+
+#include "stack/record.h"
+#include "stack/row_runs.h"
+
+namespace fragments {
+
+// acc plus the number of blocks that n flat positions lie in.
+KERNEL((496), (i32), count_blocks, i64 blk, i32 acc, i32 n, i32 sp, I64 wi64)
+{
+  for_each_row_run(Run<i64>{wi64, sp}, n, blk, [&](i64, i32, i32) { ++acc; });
+  return acc;
+}
+
+// The pattern of the next `ng` blocks, from element `cur` of the operand's n elements on; returns how far it got.
+// `rsp` is written only with `rhassp`, `rptr[0]` is the caller's.
+KERNEL((499), (i32), write_blocks, i64 blk, i32 n, i32 ptr, bool rhassp, I32 ri32, I64 ri64, i32 ng, i32 rptr, i32 rsp,
+       i32 cur, i32 sp, I32 wi32, I64 wi64)
+{
+  const Operand operand{.ptr{wi32, ptr}};
+  const Run<i64> pattern{wi64, sp}, result_pattern{ri64, rsp};
+  const Run<i32> result_ptr{ri32, rptr};
+  for (i64 g = 0; g < ng; ++g) {
+    const i64 q = pattern[cur] / blk;
+    const i64 block_end = (q + 1) * blk;
+    if (rhassp) result_pattern[g] = q;
+    while (cur < n && pattern[cur] < block_end) ++cur;
+    result_ptr[g + 1] = operand.ptr[cur];
+  }
+  return cur;
+}
+
+}  // namespace fragments

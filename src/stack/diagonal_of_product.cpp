@@ -1,0 +1,264 @@
+// The diagonal of the product of a sparse constant matrix M and an expression E with d1 columns, without the product:
+//
+//     right form   R(j) = sum over i of E(j, i) * M(i, j)
+//     left form    R(i) = sum over j of M(i, j) * E(j, i)
+//
+// R is sparse with one axis; an element's position is the column (right) or row (left) of M. Terms are scaled as in the
+// product itself: neither merged nor dropped, with (2, factor) and (5) behind their code. They stand in the order of
+// the entries of M in a column (right) or row (left).
+//
+//     right, E dense or sparse   check 454, sort M by column 451, measure 452, write 453
+//     left,  E dense             check 454, measure 455, write 456
+//     left,  E sparse            check 454, sort E by column and measure 457, write 458
+//
+// A sort leaves `xcolptr`, where the items of a column start, and `xperm`, the items by column, on the x stack. A
+// column or row of M that meets a dense E makes an element; one that meets a sparse E does so if an entry and a stored
+// element match. An element of E without terms counts like any other. All walks are linear in the entries and elements.
+//
+// Cursors of the result come in and go back: `nzi` terms, `elmi` elements, `codei` atoms.
+
+#include "stack/column_sort.h"
+#include "stack/constant_matrix.h"
+#include "stack/merge.h"
+#include "stack/record.h"
+#include "stack/row_runs.h"
+
+namespace fragments {
+namespace {
+
+// The right form with a dense E: entry(k, f) for each entry k and the element f that it meets, element(j) after each
+// column j of M.
+template <class Entry, class Element>
+void walk_columns(I32 msubi, I32 msubj, Run<i32> perm, i32 mnnz, i32 d1, Entry entry, Element element)
+{
+  for (i32 b = 0; b < mnnz;) {
+    const i32 e = column_group_end(msubj, perm, b, mnnz);
+    const i32 j = msubj[perm[b]];
+    const i64 row_start = static_cast<i64>(d1) * j;
+    for (; b < e; ++b) entry(perm[b], row_start + msubi[perm[b]]);
+    element(j);
+  }
+}
+
+// The right form with a sparse E: column j of M against row j of E, by cursors that only move forward. entry(k, e) for
+// each match of entry k and stored element e, element(j) after each column with a match.
+template <class Entry, class Element>
+void walk_columns_and_rows(I32 msubi, I32 msubj, Run<i32> perm, i32 mnnz, i32 mdimj, Run<i64> sp, i32 nelem, i32 d1,
+                           Entry entry, Element element)
+{
+  i32 e = 0, q = 0;
+  for (i64 j = 0; j < mdimj; ++j) {
+    const i64 row_start = j * d1;
+    i32 row_end = e, column_end = q;
+    while (row_end < nelem && sp[row_end] < row_start + d1) ++row_end;
+    while (column_end < mnnz && msubj[perm[column_end]] == j) ++column_end;
+    const bool met = intersect(
+        e, row_end, q, column_end, [&](i32 stored) { return sp[stored] - row_start; },
+        [&](i32 place) { return i64{msubi[perm[place]]}; }, [&](i32 stored, i32 place) { entry(perm[place], stored); });
+    if (met) element(j);
+    e = row_end;
+    q = column_end;
+  }
+}
+
+// The left form with a dense E, from entry `mi` on: entry(k, f) for each entry k and the element f that it meets,
+// element(i) after each row i of M.
+template <class Entry, class Element>
+void walk_rows(i32& mi, I32 msubi, I32 msubj, i32 d1, Entry entry, Element element)
+{
+  const i32 mnnz = static_cast<i32>(msubi.count);
+  while (mi < mnnz) {
+    const i32 e = group_end(msubi, mi, mnnz);
+    const i32 i = msubi[mi];
+    for (; mi < e; ++mi) entry(mi, static_cast<i64>(d1) * msubj[mi] + i);
+    element(i);
+  }
+}
+
+// The left form with a sparse E, its elements by column: row i of M against column i of E, from `mi` and `q` on until
+// either list is exhausted. entry(k, e) for each match, element(i) after each row with a match. One division an
+// element.
+template <class Entry, class Element>
+void walk_rows_and_columns(i32& mi, I32 msubi, I32 msubj, i32& q, Run<i32> perm, i32 nelem, Run<i64> sp, i32 d1,
+                           Entry entry, Element element)
+{
+  const i32 mnnz = static_cast<i32>(msubi.count);
+  if (mi >= mnnz || q >= nelem) return;
+  const auto column_of = [&](i32 place) { return sp[perm[place]] % d1; };
+  i64 column = column_of(q);
+  while (true) {
+    while (msubi[mi] < column) {
+      if (++mi == mnnz) return;
+    }
+    i32 column_end = q + 1;
+    i64 next_column = column;
+    while (column_end < nelem && (next_column = column_of(column_end)) == column) ++column_end;
+    if (msubi[mi] == column) {
+      const i32 row_end = group_end(msubi, mi, mnnz);
+      // In one column the flat positions compare as the rows do.
+      const bool met = intersect(
+          mi, row_end, q, column_end, [&](i32 k) { return static_cast<i64>(d1) * msubj[k] + column; },
+          [&](i32 place) { return sp[perm[place]]; }, [&](i32 k, i32 place) { entry(k, perm[place]); });
+      if (met) element(column);
+      mi = row_end;
+    }
+    q = column_end;
+    if (mi == mnnz || q == nelem) return;
+    column = next_column;
+  }
+}
+
+}  // namespace
+
+// Right form: sorts the entries of M by column.
+KERNEL((451), (), sort_matrix_by_column, i32 mdimj, i32 mnnz, I32 msubj, I32 xi32, i32 xcolptr, i32 xperm)
+{
+  sort_by_column(Run<i32>{xi32, xcolptr}, mdimj, Run<i32>{xi32, xperm}, mnnz, [&](i64 k) { return msubj[k]; });
+}
+
+// Right form: measures. The sizes grow from what comes in.
+KERNEL((452), (i32, i32, i32), measure_right_diagonal, i32 codeptr, i32 d1, bool hassp, i32 mdimj, i32 mnnz, I32 msubi,
+       I32 msubj, i32 ncodeatom, i32 nelem, i32 ptr, i32 rncodeatom, i32 rnelem, i32 rnnz, i32 sp, I32 wi32, I64 wi64,
+       I32 xi32, i32 xperm)
+{
+  const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
+  Size size{.operand = operand, .hascode = ncodeatom > 0, .atoms = rncodeatom, .elements = rnelem, .terms = rnnz};
+  const Run<i32> perm{xi32, xperm};
+  const auto entry = [&](i32, i64 f) { size.append_scaled(f); };
+  const auto element = [&](i64) { size.close_element(); };
+  if (hassp)
+    walk_columns_and_rows(msubi, msubj, perm, mnnz, mdimj, Run<i64>{wi64, sp}, nelem, d1, entry, element);
+  else
+    walk_columns(msubi, msubj, perm, mnnz, d1, entry, element);
+  return {size.atoms, size.elements, size.terms};
+}
+
+// Right form: writes. `rptr[0]` and `rcodeptr[0]` are the caller's.
+KERNEL((453), (i32, i32, i32), write_right_diagonal, i32 cconst, i32 code, i32 codei, i32 codeptr, i32 cof, i32 d1,
+       i32 elmi, bool hassp, i32 mdimj, i32 mnnz, I32 msubi, I32 msubj, F64 mval, i32 ncodeatom, i32 nelem, i32 nidxs,
+       i32 nzi, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs,
+       i32 rptr, i32 rsp, i32 sp, F64 wf64, I32 wi32, I64 wi64, I32 xi32, i32 xperm)
+{
+  const Operand operand{.ptr{wi32, ptr},
+                        .nidxs{wi64, nidxs},
+                        .cof{wf64, cof},
+                        .codeptr{wi32, codeptr},
+                        .code{wi32, code},
+                        .cconst{wf64, cconst}};
+  Writer result{.ptr{ri32, rptr},
+                .sp{ri64, rsp},
+                .nidxs{ri64, rnidxs},
+                .cof{rf64, rcof},
+                .codeptr{ri32, rcodeptr},
+                .code{ri32, rcode},
+                .cconst{rf64, rcconst},
+                .elements = elmi,
+                .terms = nzi,
+                .atoms = codei};
+  const Run<i32> perm{xi32, xperm};
+  with_constant(ncodeatom > 0, [&](auto hascode) {
+    const auto entry = [&](i32 k, i64 f) {
+      result.append_scaled(operand, operand.ptr[f], operand.ptr[f + 1], mval[k], hascode);
+    };
+    const auto element = [&](i64 j) { result.close_element(j); };
+    if (hassp)
+      walk_columns_and_rows(msubi, msubj, perm, mnnz, mdimj, Run<i64>{wi64, sp}, nelem, d1, entry, element);
+    else
+      walk_columns(msubi, msubj, perm, mnnz, d1, entry, element);
+  });
+  return {result.atoms, result.elements, result.terms};
+}
+
+// Left form, dense E: measures from entry `mi` on, which comes back as the number of entries. The sizes grow from what
+// comes in.
+KERNEL((455), (i32, i32, i32, i32), measure_left_diagonal, i32 codeptr, i32 d1, i32 mi, I32 msubi, I32 msubj,
+       i32 ncodeatom, i32 ptr, i32 rncodeatom, i32 rnelem, i32 rnnz, I32 wi32)
+{
+  const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
+  Size size{.operand = operand, .hascode = ncodeatom > 0, .atoms = rncodeatom, .elements = rnelem, .terms = rnnz};
+  walk_rows(
+      mi, msubi, msubj, d1, [&](i32, i64 f) { size.append_scaled(f); }, [&](i64) { size.close_element(); });
+  return {mi, size.atoms, size.elements, size.terms};
+}
+
+// Left form, dense E: writes all of the record, its one extent `rdim`, `rptr[0]` and, if the operand has code,
+// `rcodeptr[0]` included.
+KERNEL((456), (), write_left_diagonal, i32 cconst, i32 code, i32 codeptr, i32 cof, i32 d1, i32 rdim, I32 msubi,
+       I32 msubj, F64 mval, i32 ncodeatom, i32 nidxs, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64,
+       I32 ri32, I64 ri64, i32 rncodeatom, i32 rnidxs, i32 rptr, i32 rshape, i32 rsp, F64 wf64, I32 wi32, I64 wi64)
+{
+  const Operand operand{.ptr{wi32, ptr},
+                        .nidxs{wi64, nidxs},
+                        .cof{wf64, cof},
+                        .codeptr{wi32, codeptr},
+                        .code{wi32, code},
+                        .cconst{wf64, cconst}};
+  Writer result{.ptr{ri32, rptr},
+                .sp{ri64, rsp},
+                .nidxs{ri64, rnidxs},
+                .cof{rf64, rcof},
+                .codeptr{ri32, rcodeptr},
+                .code{ri32, rcode},
+                .cconst{rf64, rcconst}};
+  result.ptr[0] = 0;
+  if (ncodeatom > 0) result.codeptr[0] = 0;
+  Run<i32>{ri32, rshape}[0] = rdim;
+  with_constant(rncodeatom > 0, [&](auto hascode) {
+    i32 mi = 0;
+    walk_rows(
+        mi, msubi, msubj, d1,
+        [&](i32 k, i64 f) { result.append_scaled(operand, operand.ptr[f], operand.ptr[f + 1], mval[k], hascode); },
+        [&](i64 i) { result.close_element(i); });
+  });
+}
+
+// Left form, sparse E: sorts its elements by column and measures. The sizes grow from what comes in.
+KERNEL((457), (i32, i32, i32), measure_sparse_left_diagonal, i32 codeptr, i32 d1, I32 msubi, I32 msubj, i32 ncodeatom,
+       i32 nelem, i32 ptr, i32 rncodeatom, i32 rnelem, i32 rnnz, i32 sp, I32 wi32, I64 wi64, i32 xcolptr, i32 xperm,
+       I32 xi32)
+{
+  const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
+  Size size{.operand = operand, .hascode = ncodeatom > 0, .atoms = rncodeatom, .elements = rnelem, .terms = rnnz};
+  const Run<i64> pattern{wi64, sp};
+  const Run<i32> perm{xi32, xperm};
+  sort_by_column(Run<i32>{xi32, xcolptr}, d1, perm, nelem, ColumnOf{pattern, d1});
+  i32 mi = 0, q = 0;
+  walk_rows_and_columns(
+      mi, msubi, msubj, q, perm, nelem, pattern, d1, [&](i32, i32 e) { size.append_scaled(e); },
+      [&](i64) { size.close_element(); });
+  return {size.atoms, size.elements, size.terms};
+}
+
+// Left form, sparse E: writes, from entry `mi` and place `q` on; they come back as the walk left them, one of them at
+// the end of its list. `rptr[0]` and `rcodeptr[0]` are the caller's.
+KERNEL((458), (i32, i32, i32, i32, i32), write_sparse_left_diagonal, i32 cconst, i32 code, i32 codei, i32 codeptr,
+       i32 cof, i32 d1, i32 elmi, i32 q, i32 mi, I32 msubi, I32 msubj, F64 mval, i32 ncodeatom, i32 nelem, i32 nidxs,
+       i32 nzi, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs,
+       i32 rptr, i32 rsp, i32 sp, F64 wf64, I32 wi32, I64 wi64, i32 xperm, I32 xi32)
+{
+  const Operand operand{.ptr{wi32, ptr},
+                        .nidxs{wi64, nidxs},
+                        .cof{wf64, cof},
+                        .codeptr{wi32, codeptr},
+                        .code{wi32, code},
+                        .cconst{wf64, cconst}};
+  Writer result{.ptr{ri32, rptr},
+                .sp{ri64, rsp},
+                .nidxs{ri64, rnidxs},
+                .cof{rf64, rcof},
+                .codeptr{ri32, rcodeptr},
+                .code{ri32, rcode},
+                .cconst{rf64, rcconst},
+                .elements = elmi,
+                .terms = nzi,
+                .atoms = codei};
+  with_constant(ncodeatom > 0, [&](auto hascode) {
+    walk_rows_and_columns(
+        mi, msubi, msubj, q, Run<i32>{xi32, xperm}, nelem, Run<i64>{wi64, sp}, d1,
+        [&](i32 k, i32 e) { result.append_scaled(operand, operand.ptr[e], operand.ptr[e + 1], mval[k], hascode); },
+        [&](i64 i) { result.close_element(i); });
+  });
+  return {result.atoms, result.elements, q, mi, result.terms};
+}
+
+}  // namespace fragments

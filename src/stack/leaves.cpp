@@ -1,0 +1,57 @@
+// Leaf expressions, pushed as records: constant arrays, constant matrices and plain variables. Extents and patterns are
+// pushed by the copies of slots.cpp.
+//
+// The constant part of an element is a term on variable 0. A constant array leaves its zeros out: 401 counts its terms,
+// 404 writes them.
+
+#include "stack/constant_matrix.h"
+#include "stack/record.h"
+#include "stack/slots.h"
+
+namespace fragments {
+
+// n plus the number of nonzero entries; NaN is one.
+KERNEL((401), (i32), count_nonzeros, F64 bfix, i32 n)
+{
+  for (i64 k = 0; k < bfix.count; ++k) n += bfix[k] != 0.0;
+  return n;
+}
+
+// The terms and the `ptr` of a constant array of n elements; `k` terms are there already. A zero, of either sign,
+// leaves its element empty; NaN is a term.
+KERNEL((404), (i32), write_constants, F64 bfix, i32 n, i32 k, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs,
+       i32 rptr)
+{
+  Writer result{.ptr{ri32, rptr}, .nidxs{ri64, rnidxs}, .cof{rf64, rcof}, .terms = k};
+  for (i64 i = 0; i < n; ++i) {
+    if (bfix[i] != 0.0) result.append_term(0, bfix[i]);
+    result.close_element();
+  }
+  return result.terms;
+}
+
+// A constant matrix of n values as a record of one term an element, on the variable `cvar`. `ptr` is written for mnnz
+// elements, `sp` only with `hassp`.
+KERNEL((492), (), push_matrix, i32 cof, F64 f64_arg, bool hassp, I32 i32_arg, I64 i64_arg, F64 mcof, i32 mdimj,
+       I32 msubi, I32 msubj, i32 mnnz, i32 nidxs, i32 n, i32 ptr, i32 sp, i64 cvar)
+{
+  copy_slots(Run<f64>{f64_arg, cof}, Run<f64>{mcof, 0}, n);
+  fill_slots(Run<i64>{i64_arg, nidxs}, n, cvar);
+  if (hassp) {
+    const Run<i64> pattern{i64_arg, sp};
+    for (i64 k = 0; k < mnnz; ++k) pattern[k] = msubj[k] + static_cast<i64>(mdimj) * msubi[k];
+  }
+  fill_multiples(Run<i32>{i32_arg, ptr}, 0, mnnz, 1);
+}
+
+// The shape, the `ptr` of n elements of one term and the unit coefficients of a variable; the caller copies its
+// numbers.
+KERNEL((493), (), push_variable, i32 cof, F64 f64_arg, I32 i32_arg, i32 nd, i32 n, i32 nnz, i32 ptr, i32 rshape,
+       I32 shape)
+{
+  copy_slots(Run<i32>{i32_arg, rshape}, Run<i32>{shape, 0}, nd);
+  fill_multiples(Run<i32>{i32_arg, ptr}, 0, n, 1);
+  fill_slots(Run<f64>{f64_arg, cof}, nnz, 1.0);
+}
+
+}  // namespace fragments

@@ -1,0 +1,80 @@
+// Products with constants element by element: R(f) = M(f) * E(f), M being the pattern `msp` with the values `mcof`, and
+// R = c * E. Terms are scaled as in the matrix product: (2, factor) and (5) stand behind their code.
+//
+//     constant array   check 460, measure 461, write 463; the result is sparse, with the elements that M and E store
+//     scalar           write 464; the result has the operand's sizes, and with code two atoms more a term
+
+#include "stack/merge.h"
+#include "stack/record.h"
+#include "stack/slots.h"
+
+namespace fragments {
+
+// Measures the product with a constant array. The sizes grow from what comes in.
+KERNEL((461), (i32, i32, i32), measure_elementwise_product, i32 codeptr, bool hassp, I64 msp, i32 ncodeatom, i32 nelem,
+       i32 ptr, i32 rncodeatom, i32 rnelem, i32 rnnz, i32 sp, I32 wi32, I64 wi64)
+{
+  const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
+  Size size{.operand = operand, .hascode = ncodeatom > 0, .atoms = rncodeatom, .elements = rnelem, .terms = rnnz};
+  find_stored(msp, hassp, Run<i64>{wi64, sp}, nelem, [&](i32, i64 f) {
+    size.append_scaled(f);
+    size.close_element();
+  });
+  return {size.atoms, size.elements, size.terms};
+}
+
+// Writes the product with a constant array: all of the record, with `rnd` extents, `rptr[0]` and, if the operand has
+// code, `rcodeptr[0]`.
+KERNEL((463), (), write_elementwise_product, i32 cconst, i32 code, i32 codeptr, i32 cof, bool hassp, F64 mcof, I64 msp,
+       i32 ncodeatom, i32 nelem, i32 nidxs, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32,
+       I64 ri64, i32 rncodeatom, i32 rnd, i32 rnidxs, i32 rptr, i32 rshape, i32 rsp, i32 shape, i32 sp, F64 wf64,
+       I32 wi32, I64 wi64)
+{
+  const Operand operand{.ptr{wi32, ptr},
+                        .nidxs{wi64, nidxs},
+                        .cof{wf64, cof},
+                        .codeptr{wi32, codeptr},
+                        .code{wi32, code},
+                        .cconst{wf64, cconst}};
+  Writer result{.ptr{ri32, rptr},
+                .sp{ri64, rsp},
+                .nidxs{ri64, rnidxs},
+                .cof{rf64, rcof},
+                .codeptr{ri32, rcodeptr},
+                .code{ri32, rcode},
+                .cconst{rf64, rcconst}};
+  copy_slots(Run<i32>{ri32, rshape}, Run<i32>{wi32, shape}, rnd);
+  if (ncodeatom > 0) result.codeptr[0] = 0;
+  result.ptr[0] = 0;
+  with_constant(rncodeatom > 0, [&](auto hascode) {
+    find_stored(msp, hassp, Run<i64>{wi64, sp}, nelem, [&](i32 k, i64 f) {
+      result.append_scaled(operand, operand.ptr[f], operand.ptr[f + 1], mcof[k], hascode);
+      result.close_element(msp[k]);
+    });
+  });
+}
+
+// Writes the product with a scalar: all of the record but `rcodeptr[0]`.
+KERNEL((464), (), write_scalar_product, f64 c, i32 cconst, i32 code, i32 codeptr, i32 cof, bool hassp, i32 ncodeatom,
+       i32 nd, i32 nelem, i32 nidxs, i32 nnz, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64,
+       I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rshape, i32 rsp, i32 shape, i32 sp, F64 wf64, I32 wi32, I64 wi64)
+{
+  const Operand operand{.ptr{wi32, ptr},
+                        .nidxs{wi64, nidxs},
+                        .cof{wf64, cof},
+                        .codeptr{wi32, codeptr},
+                        .code{wi32, code},
+                        .cconst{wf64, cconst}};
+  Writer result{.ptr{ri32, rptr},
+                .nidxs{ri64, rnidxs},
+                .cof{rf64, rcof},
+                .codeptr{ri32, rcodeptr},
+                .code{ri32, rcode},
+                .cconst{rf64, rcconst}};
+  copy_slots(Run<i32>{ri32, rshape}, Run<i32>{wi32, shape}, nd);
+  if (hassp) copy_slots(Run<i64>{ri64, rsp}, Run<i64>{wi64, sp}, nelem);
+  copy_slots(result.ptr, operand.ptr, static_cast<i64>(nelem) + 1);
+  with_constant(ncodeatom > 0, [&](auto hascode) { result.append_scaled(operand, 0, nnz, c, hascode); });
+}
+
+}  // namespace fragments

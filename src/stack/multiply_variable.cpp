@@ -1,0 +1,312 @@
+// The product of a constant matrix M and a plain variable x, each element of which is one variable with coefficient 1:
+//
+//     right   R(t, c) = sum over j of x(t, j) * M(j, c)     x on the w stack
+//     left    R(i, c) = sum over j of M(i, j) * x(j, c)     x on the x stack
+//
+// x is its variable numbers `nidxs`, with a pattern `sp` if it is sparse; its shape is (xd0, xd1), or it has one axis
+// if `xnd` is 1. A term of the result is a variable of x with a value of M as its coefficient, zeros included; terms
+// are not merged and there is no code. Elements come in row-major order.
+//
+// M has the values `mcof`, dense row-major or of the sparse entries (`msubi`, `msubj`).
+//
+//     right, M dense,  x sparse   measure 476, write 477
+//     right, M sparse, x dense    check, sort M by column 478, measure 479, write 480
+//     right, M sparse, x sparse   check, sort M by column 478, rows of x 481 and 482, measure 483, write 484
+//     left,  M sparse, x dense    check, measure 486, write 488
+//     left,  M sparse, x sparse   check, sort x by column and measure 485, write 487
+//
+// The check is 489, or 490 and 491 one by one. The sorts leave on the i32 stack `perm`, entries of M or elements of x
+// by column, each column's run starting at `mcolptr[c]` or `colptr[c]`; `rows` and `cols`, row and column of each
+// element of x; and `rowptr`, `mrowptr`, where the elements of x or the entries of M of a row start.
+
+#include "stack/column_sort.h"
+#include "stack/constant_matrix.h"
+#include "stack/merge.h"
+#include "stack/record.h"
+#include "stack/row_runs.h"
+#include "stack/slots.h"
+
+namespace fragments {
+namespace {
+
+// Row and column of the n elements of a pattern with `width` columns; row(t, m) for each row t with m elements.
+template <class Row>
+void split_pattern(Run<i64> sp, i32 n, i32 width, Run<i32> rows, Run<i32> cols, Row row)
+{
+  for_each_row_run(sp, n, width, [&](i64 t, i32 b, i32 e) {
+    const i64 row_start = t * width;
+    for (i32 m = b; m < e; ++m) {
+      rows[m] = static_cast<i32>(t);
+      cols[m] = static_cast<i32>(sp[m] - row_start);
+    }
+    row(t, e - b);
+  });
+}
+
+// A list of items in groups that start at ptr[g], each group ascending by key.
+template <class Key>
+struct Groups {
+  Run<i32> ptr;
+  i32 count;
+  Key key;
+};
+template <class Key>
+Groups(Run<i32>, i32, Key) -> Groups<Key>;
+
+// The walk of the sparse products: every group o of the outer list against every group i of the inner one. match(p, q)
+// for items of one key; element(o, i) after each pair of groups with a match.
+template <class Outer, class Inner, class Match, class Element>
+void intersect_groups(const Outer& outer, const Inner& inner, Match match, Element element)
+{
+  for (i32 o = 0; o < outer.count; ++o) {
+    const i32 begin = outer.ptr[o], end = outer.ptr[o + 1];
+    if (begin >= end) continue;
+    for (i32 i = 0; i < inner.count; ++i) {
+      i32 p = begin, q = inner.ptr[i];
+      if (intersect(p, end, q, inner.ptr[i + 1], outer.key, inner.key, match)) element(o, i);
+    }
+  }
+}
+
+// Rows of a sparse x against columns of M.
+template <class Match, class Element>
+void intersect_right(Run<i32> rowptr, i32 xd0, Run<i32> cols, Run<i32> mcolptr, i32 mdimj, I32 msubi, Run<i32> perm,
+                     Match match, Element element)
+{
+  const Groups x_rows{rowptr, xd0, [&](i32 e) { return cols[e]; }};
+  const Groups matrix_columns{mcolptr, mdimj, [&](i32 p) { return msubi[perm[p]]; }};
+  intersect_groups(x_rows, matrix_columns, match, element);
+}
+
+// Rows of M against columns of a sparse x.
+template <class Match, class Element>
+void intersect_left(Run<i32> mrowptr, i32 mdimi, I32 msubj, Run<i32> colptr, i32 xd1, Run<i32> rows, Run<i32> perm,
+                    Match match, Element element)
+{
+  const Groups matrix_rows{mrowptr, mdimi, [&](i32 p) { return msubj[p]; }};
+  const Groups x_columns{colptr, xd1, [&](i32 q) { return rows[perm[q]]; }};
+  intersect_groups(matrix_rows, x_columns, match, element);
+}
+
+}  // namespace
+
+// Clears `ok` if an entry lies outside (mdimi, mdimj) or does not come strictly before the next.
+KERNEL((489), (bool), is_matrix_valid, i32 mdimi, i32 mdimj, I32 msubi, I32 msubj, bool ok)
+{
+  for (i64 k = 0; k < msubi.count; ++k) ok &= !is_outside(msubi, msubj, mdimi, mdimj, k);
+  for (i64 k = 0; k < msubi.count - 1; ++k) ok &= !is_unordered(msubi, msubj, k);
+  return ok;
+}
+
+// Sets `badidx` if an entry lies outside (mdimi, mdimj).
+KERNEL((490), (bool), has_entry_outside, bool badidx, i32 mdimi, i32 mdimj, I32 msubi, I32 msubj)
+{
+  for (i64 k = 0; k < msubi.count; ++k) badidx |= is_outside(msubi, msubj, mdimi, mdimj, k);
+  return badidx;
+}
+
+// Sets `badorder` if an entry does not come strictly before the next.
+KERNEL((491), (bool), has_unordered_entries, bool badorder, I32 msubi, I32 msubj)
+{
+  for (i64 k = 0; k < msubi.count - 1; ++k) badorder |= is_unordered(msubi, msubj, k);
+  return badorder;
+}
+
+// Counts the rows, of d1 elements each, that the n flat positions of a pattern lie in; 1 for a vector. The result
+// replaces `res`, which comes back only for an empty pattern.
+KERNEL((476), (i32), count_stored_rows, i32 n, i32 sp, I64 wi64, i32 res, i32 xnd, i32 d1)
+{
+  if (n < 1) return res;
+  if (xnd < 2) return 1;
+  res = 0;
+  for_each_row_run(Run<i64>{wi64, sp}, n, d1, [&](i64, i32, i32) { ++res; });
+  return res;
+}
+
+// Right product, dense M, sparse x: one element for each stored row of x and each column of M. Sets `rptr[0]`.
+KERNEL((477), (), write_dense_right_product, F64 mcof, i32 mdimj, i32 nidxs, i32 nelem, i32 rcof, F64 rf64, I32 ri32,
+       I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, i32 sp, I64 wi64, i32 xd1)
+{
+  const Run<i64> variables{wi64, nidxs}, pattern{wi64, sp};
+  Writer result{.ptr{ri32, rptr}, .sp{ri64, rsp}, .nidxs{ri64, rnidxs}, .cof{rf64, rcof}};
+  result.ptr[0] = 0;
+  for_each_row_run(pattern, nelem, xd1, [&](i64 t, i32 b, i32 e) {
+    const i64 row_start = t * xd1;
+    for (i64 c = 0; c < mdimj; ++c) {
+      copy_run(result.nidxs.from(result.terms), variables.from(b), e - b);
+      for (i32 m = b; m < e; ++m) result.cof[result.terms++] = mcof[(pattern[m] - row_start) * mdimj + c];
+      result.close_element(t * mdimj + c);
+    }
+  });
+}
+
+// Sorts the entries of M by column. One column needs no sort, and its `msubj` is not read. `nb`, the number of buckets
+// to add up, is mdimj.
+KERNEL((478), (), sort_entries_by_column, i32 mdimj, i32 nb, i32 mcolptr, I32 msubj, i32 mnnz, i32 perm, I32 wi32)
+{
+  const Run<i32> column_ptr{wi32, mcolptr}, permutation{wi32, perm};
+  if (mdimj == 1) {
+    number_items(permutation, mnnz);
+    column_ptr[0] = 0;
+    column_ptr[1] = mnnz;
+    return;
+  }
+  sort_by_column(column_ptr, mdimj, nb, permutation, mnnz, [&](i64 k) { return msubj[k]; });
+}
+
+// acc plus the number of columns with an entry, from the entries sorted by column.
+KERNEL((479), (i32), count_used_columns, I32 msubj, i32 acc, i32 n, i32 perm, I32 wi32)
+{
+  for (i32 q = 0; q < n; ++acc) q = column_group_end(msubj, Run<i32>{wi32, perm}, q, n);
+  return acc;
+}
+
+// Right product, sparse M sorted by column, dense x: one element for each row of x and each column of M with an entry.
+KERNEL((480), (i32, i32), write_sparse_right_product, i32 elmi, i32 nzi, F64 mcof, i32 mdimj, I32 msubi, I32 msubj,
+       i32 nidxs, i32 mnnz, i32 perm, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, I32 wi32,
+       I64 wi64, i32 xd0, i32 xd1)
+{
+  const Run<i32> permutation{wi32, perm};
+  Writer result{
+      .ptr{ri32, rptr}, .sp{ri64, rsp}, .nidxs{ri64, rnidxs}, .cof{rf64, rcof}, .elements = elmi, .terms = nzi};
+  for (i64 t = 0; t < xd0; ++t) {
+    const Run<i64> row{wi64, nidxs + t * xd1};
+    for (i32 b = 0; b < mnnz;) {
+      const i32 e = column_group_end(msubj, permutation, b, mnnz);
+      for (i32 q = b; q < e; ++q) {
+        const i32 k = permutation[q];
+        result.append_term(row[msubi[k]], mcof[k]);
+      }
+      result.close_element(t * mdimj + msubj[permutation[b]]);
+      b = e;
+    }
+  }
+  return {result.elements, result.terms};
+}
+
+// Row and column of each element of a sparse x, and where its rows start: since the pattern ascends, its elements lie
+// in row order and are only counted, into slots that 481 has zeroed. A vector lies in one row. `nb`, the number of rows
+// to add up, is xshape[0].
+KERNEL((482), (), split_pattern_by_row, i32 xnd, i32 nelem, i32 rowptr, i32 sp, I32 wi32, I64 wi64, i32 nb, I32 xshape,
+       i32 rows, i32 cols)
+{
+  const Run<i64> pattern{wi64, sp};
+  const Run<i32> row_ptr{wi32, rowptr}, row{wi32, rows}, column{wi32, cols};
+  row_ptr[0] = 0;
+  if (xnd == 1) {
+    fill_slots(row, nelem, 0);
+    for (i64 m = 0; m < nelem; ++m) column[m] = static_cast<i32>(pattern[m]);
+    row_ptr[1] = nelem;
+    return;
+  }
+  if (nelem > 0) split_pattern(pattern, nelem, xshape[1], row, column, [&](i64 t, i32 n) { row_ptr[t + 1] += n; });
+  add_up(row_ptr, nb);
+}
+
+// Measures the right product of sparse M and sparse x: `rnelem` pairs of a row of x and a column of M that meet, `rnnz`
+// matches.
+KERNEL((483), (i32, i32), measure_right_product, i32 mdimj, i32 mcolptr, I32 msubi, i32 rnelem, i32 rnnz, i32 perm,
+       i32 rowptr, I32 wi32, i32 xd0, i32 cols)
+{
+  intersect_right(
+      Run<i32>{wi32, rowptr}, xd0, Run<i32>{wi32, cols}, Run<i32>{wi32, mcolptr}, mdimj, msubi, Run<i32>{wi32, perm},
+      [&](i32, i32) { ++rnnz; }, [&](i32, i32) { ++rnelem; });
+  return {rnelem, rnnz};
+}
+
+// Writes the right product of sparse M and sparse x. Sets `rptr[0]`; `rsp` only with `rhassp`.
+KERNEL((484), (), write_sparse_sparse_right_product, F64 mcof, i32 mdimj, i32 mcolptr, I32 msubi, i32 nidxs, i32 perm,
+       i32 rowptr, i32 rcof, F64 rf64, bool rhassp, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, I32 wi32,
+       I64 wi64, i32 xd0, i32 cols)
+{
+  const Run<i64> variables{wi64, nidxs};
+  const Run<i32> permutation{wi32, perm};
+  Writer result{.ptr{ri32, rptr}, .sp{ri64, rsp}, .nidxs{ri64, rnidxs}, .cof{rf64, rcof}};
+  result.ptr[0] = 0;
+  intersect_right(
+      Run<i32>{wi32, rowptr}, xd0, Run<i32>{wi32, cols}, Run<i32>{wi32, mcolptr}, mdimj, msubi, permutation,
+      [&](i32 e, i32 p) { result.append_term(variables[e], mcof[permutation[p]]); },
+      [&](i64 t, i32 c) {
+        if (rhassp)
+          result.close_element(t * mdimj + c);
+        else
+          result.close_element();
+      });
+}
+
+// Prepares and measures the left product of sparse M and sparse x: `mrowptr`, row and column of each element of x,
+// the elements sorted by column (a vector is one column); then `rnelem` pairs of a row of M and a column of x that
+// meet, and `rnnz` matches.
+KERNEL((485), (i32, i32), measure_left_product, i32 mdimi, i32 mrowptr, I32 msubi, I32 msubj, i32 xnd, i32 nelem,
+       i32 perm, i32 colptr, i32 rnelem, i32 rnnz, i32 sp, i32 xd1, I32 xi32, I64 xi64, i32 rows, i32 cols)
+{
+  const Run<i32> row_ptr{xi32, mrowptr}, column_ptr{xi32, colptr}, permutation{xi32, perm}, row{xi32, rows},
+      column{xi32, cols};
+  const Run<i64> pattern{xi64, sp};
+
+  clear_buckets(row_ptr, mdimi);
+  count_buckets(row_ptr, msubi.count, [&](i64 k) { return msubi[k]; });
+  add_up(row_ptr, mdimi);
+
+  if (xnd == 1) {
+    for (i64 m = 0; m < nelem; ++m) row[m] = static_cast<i32>(pattern[m]);
+    fill_slots(column, nelem, 0);
+  } else {
+    split_pattern(pattern, nelem, xd1, row, column, [](i64, i32) {});
+  }
+  if (xnd >= 2) {
+    sort_by_column(column_ptr, xd1, permutation, nelem, [&](i64 m) { return column[m]; });
+  } else {
+    number_items(permutation, nelem);
+    column_ptr[0] = 0;
+    column_ptr[1] = nelem;
+  }
+
+  intersect_left(
+      row_ptr, mdimi, msubj, column_ptr, xd1, row, permutation, [&](i32, i32) { ++rnnz; }, [&](i32, i32) { ++rnelem; });
+  return {rnelem, rnnz};
+}
+
+// Measures the left product of sparse M and dense x: an element for each row of M with an entry and each column of x.
+// The incoming `rnelem` is multiplied too, the incoming `rnnz` replaced.
+KERNEL((486), (i32, i32), measure_left_dense_product, i32 mnnz, I32 msubi, i32 rnelem, i32 rnnz, i32 xd1)
+{
+  for (i32 k = 0; k < mnnz; ++rnelem) k = group_end(msubi, k, mnnz);
+  rnnz = xd1 * mnnz;
+  return {rnelem * xd1, rnnz};
+}
+
+// Writes the left product of sparse M and sparse x from what 485 left. Sets `rptr[0]`.
+KERNEL((487), (), write_sparse_sparse_left_product, F64 mcof, i32 mdimi, i32 mrowptr, I32 msubj, i32 nidxs, i32 perm,
+       i32 colptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, i32 xd1, I32 xi32, I64 xi64,
+       i32 rows)
+{
+  const Run<i64> variables{xi64, nidxs};
+  const Run<i32> permutation{xi32, perm};
+  Writer result{.ptr{ri32, rptr}, .sp{ri64, rsp}, .nidxs{ri64, rnidxs}, .cof{rf64, rcof}};
+  result.ptr[0] = 0;
+  intersect_left(
+      Run<i32>{xi32, mrowptr}, mdimi, msubj, Run<i32>{xi32, colptr}, xd1, Run<i32>{xi32, rows}, permutation,
+      [&](i32 p, i32 q) { result.append_term(variables[permutation[q]], mcof[p]); },
+      [&](i64 i, i32 c) { result.close_element(i * xd1 + c); });
+}
+
+// Writes the left product of sparse M and dense x: an element for each row of M with an entry and each column of x.
+// Sets `rptr[0]`.
+KERNEL((488), (), write_sparse_left_product, F64 mcof, i32 mnnz, I32 msubi, I32 msubj, i32 nidxs, i32 rcof, F64 rf64,
+       I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, i32 xd1, I64 xi64)
+{
+  const Run<i64> variables{xi64, nidxs};
+  Writer result{.ptr{ri32, rptr}, .sp{ri64, rsp}, .nidxs{ri64, rnidxs}, .cof{rf64, rcof}};
+  result.ptr[0] = 0;
+  for (i32 b = 0; b < mnnz;) {
+    const i32 e = group_end(msubi, b, mnnz);
+    for (i64 c = 0; c < xd1; ++c) {
+      for (i32 k = b; k < e; ++k) result.append_term(variables[static_cast<i64>(xd1) * msubj[k] + c], mcof[k]);
+      result.close_element(static_cast<i64>(xd1) * msubi[b] + c);
+    }
+    b = e;
+  }
+}
+
+}  // namespace fragments

@@ -1,0 +1,131 @@
+// Picks: a one-dimensional list of elements of an operand, in the order of `idxs`, which may repeat and need not
+// ascend. The result is dense; an element that a sparse operand does not store is there without terms.
+//
+//     dense operand    check 408, measure 409, write 410
+//     sparse operand   check 408, find and measure 411, write 412
+//
+// Rows of coordinates are checked by 406 and turned into flat indices by 407 first. Cursors come in and go back: `c`
+// atoms, `k` terms.
+
+#include "index/shape.h"
+#include "stack/record.h"
+
+namespace fragments {
+namespace {
+
+// The slot of an index that a sparse operand does not store.
+constexpr i32 not_stored = -1;
+
+// The first of n ascending positions that is not below `index`, or n.
+i32 lower_bound(Run<i64> sp, i32 n, i64 index)
+{
+  i32 low = 0, high = n;
+  while (low < high) {
+    const i32 middle = low + (high - low) / 2;
+    if (sp[middle] < index)
+      low = middle + 1;
+    else
+      high = middle;
+  }
+  return low;
+}
+
+}  // namespace
+
+// The row-major flat index of each row of coordinates. It allocates a table of nd strides.
+KERNEL((407), (), flatten_coordinates, I32x2 idxs, i32 nd, I32 shape, I64 this_idxs)
+{
+  const Scratch<i64> strides{nd};
+  if (nd > 0) strides[nd - 1] = 1;
+  row_major_strides(strides, shape, nd);
+  for (i64 i = 0; i < idxs.rows; ++i) this_idxs[i] = flat_position(Row{idxs, i}, strides, nd);
+}
+
+// Measures a pick from a dense operand.
+KERNEL((409), (i32, i32), measure_pick, i32 codeptr, I64 idxs, i32 ncodeatom, i32 ptr, i32 c, i32 k, I32 wi32)
+{
+  const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
+  Size size{.operand = operand, .hascode = ncodeatom > 0, .atoms = c, .terms = k};
+  for (i64 i = 0; i < idxs.count; ++i) size.append_elements(idxs[i], idxs[i] + 1);
+  return {size.atoms, size.terms};
+}
+
+// Writes a pick from a dense operand. `rptr[0]` and `rcodeptr[0]` are the caller's.
+KERNEL((410), (i32, i32), write_pick, i32 cconst, i32 code, i32 c, i32 codeptr, i32 cof, I64 idxs, i32 k, i32 nidxs,
+       i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rhascode, i32 rnidxs,
+       i32 rptr, F64 wf64, I32 wi32, I64 wi64)
+{
+  const Operand operand{.ptr{wi32, ptr},
+                        .nidxs{wi64, nidxs},
+                        .cof{wf64, cof},
+                        .codeptr{wi32, codeptr},
+                        .code{wi32, code},
+                        .cconst{wf64, cconst}};
+  Writer result{.ptr{ri32, rptr},
+                .nidxs{ri64, rnidxs},
+                .cof{rf64, rcof},
+                .codeptr{ri32, rcodeptr},
+                .code{ri32, rcode},
+                .cconst{rf64, rcconst},
+                .terms = k,
+                .atoms = c};
+  with_constant(rhascode > 0, [&](auto hascode) {
+    for (i64 i = 0; i < idxs.count; ++i) {
+      const i64 f = idxs[i];
+      result.append(operand, operand.ptr[f], operand.ptr[f + 1], hascode);
+      result.close_element();
+    }
+  });
+  return {result.atoms, result.terms};
+}
+
+// Finds each index in the pattern of a sparse operand by bisection and measures the pick: xi32[slot + i] is the number
+// of the stored element, or -1.
+KERNEL((411), (i32, i32), find_pick, i32 codeptr, I64 idxs, i32 ncodeatom, i32 nelem, i32 ptr, i32 c, i32 k, i32 sp,
+       i32 slot, I32 wi32, I64 wi64, I32 xi32)
+{
+  const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
+  Size size{.operand = operand, .hascode = ncodeatom > 0, .atoms = c, .terms = k};
+  const Run<i64> pattern{wi64, sp};
+  const Run<i32> slots{xi32, slot};
+  for (i64 i = 0; i < idxs.count; ++i) {
+    const i32 f = lower_bound(pattern, nelem, idxs[i]);
+    const bool stored = f < nelem && pattern[f] == idxs[i];
+    slots[i] = stored ? f : not_stored;
+    if (stored) size.append_elements(f, f + 1);
+  }
+  return {size.atoms, size.terms};
+}
+
+// Writes a pick from a sparse operand, its elements being those that 411 found; `idxs` only gives their count.
+// `rptr[0]` and `rcodeptr[0]` are the caller's.
+KERNEL((412), (i32, i32), write_found_pick, i32 cconst, i32 code, i32 c, i32 codeptr, i32 cof, I64 idxs, i32 k,
+       i32 nidxs, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rhascode,
+       i32 rnidxs, i32 rptr, i32 slot, F64 wf64, I32 wi32, I64 wi64, I32 xi32)
+{
+  const Operand operand{.ptr{wi32, ptr},
+                        .nidxs{wi64, nidxs},
+                        .cof{wf64, cof},
+                        .codeptr{wi32, codeptr},
+                        .code{wi32, code},
+                        .cconst{wf64, cconst}};
+  Writer result{.ptr{ri32, rptr},
+                .nidxs{ri64, rnidxs},
+                .cof{rf64, rcof},
+                .codeptr{ri32, rcodeptr},
+                .code{ri32, rcode},
+                .cconst{rf64, rcconst},
+                .terms = k,
+                .atoms = c};
+  const Run<i32> slots{xi32, slot};
+  with_constant(rhascode > 0, [&](auto hascode) {
+    for (i64 i = 0; i < idxs.count; ++i) {
+      const i64 f = slots[i];
+      if (f != not_stored) result.append(operand, operand.ptr[f], operand.ptr[f + 1], hascode);
+      result.close_element();
+    }
+  });
+  return {result.atoms, result.terms};
+}
+
+}  // namespace fragments

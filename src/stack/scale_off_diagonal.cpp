@@ -1,0 +1,80 @@
+// Scaling of the elements off the diagonal of two axes by a number. The record is copied to r first and then scaled
+// there; its code, if it has any, is written anew with the factor's atoms.
+//
+//     dim0, dim2, dim4   products 542, 543, 544; dim1, dim3 are extents
+//     no code            scale 545
+//     code               scale and write the code 546
+
+#include "index/five_axis_fold.h"
+#include "stack/record.h"
+
+namespace fragments {
+namespace {
+
+// The stretches of all elements, by the pattern in a sparse record.
+template <class Stretch>
+void for_each_stretch(bool hassp, i64 dim0, i64 dim1, i64 dim2, i64 dim3, i64 dim4, Run<i64> sp, i32 nelem,
+                      Stretch stretch)
+{
+  if (hassp) {
+    for_each_stored_stretch(FoldStrides(dim1, dim2, dim3, dim4), sp, nelem, stretch);
+  } else {
+    for_each_stretch(dim0, dim1, dim2, dim3, dim4, stretch);
+  }
+}
+
+void scale(Run<f64> cof, i64 b, i64 e, f64 factor)
+{
+  for (i64 t = b; t < e; ++t) cof[t] *= factor;
+}
+
+}  // namespace
+
+// `acc` times the extents before an axis: the first n.
+KERNEL((542), (i64), size64_before_axis, i64 acc, i32 shape, I32 wi32, i32 n)
+{
+  return product(acc, Run<i32>{wi32, shape}, 0, n);
+}
+
+// `acc` times the extents strictly between the axes `lo` and `hi`.
+KERNEL((543), (i64), size64_between_axes, i64 acc, i32 shape, I32 wi32, i32 lo, i32 hi)
+{
+  return product_between(acc, Run<i32>{wi32, shape}, lo, hi);
+}
+
+// `acc` times the extents behind the axis `lo`, `hi` being the number of axes.
+KERNEL((544), (i64), size64_behind_axis, i64 acc, i32 hi, i32 shape, I32 wi32, i32 lo)
+{
+  return product_between(acc, Run<i32>{wi32, shape}, lo, hi);
+}
+
+// Multiplies the coefficients off the diagonal by `factor`, in place, in a record without code. Terms are found by the
+// result's `rptr`; `nelem` and the operand's `sp` are used only if `hassp`.
+KERNEL((545), (), scale_off_diagonal, i64 dim0, i64 dim1, i64 dim2, i64 dim3, i64 dim4, bool hassp, i32 nelem, i32 rcof,
+       F64 rf64, I32 ri32, i32 rptr, f64 factor, i32 sp, I64 wi64)
+{
+  const Run<i32> ptr{ri32, rptr};
+  const Run<f64> cof{rf64, rcof};
+  for_each_stretch(hassp, dim0, dim1, dim2, dim3, dim4, Run<i64>{wi64, sp}, nelem, [&](i64 b, i64 e, Side side) {
+    if (side != diagonal && b < e) scale(cof, ptr[b], ptr[e], factor);
+  });
+}
+
+// The same in a record with code, terms being found by the operand's `ptr`; also writes the code of all terms, from
+// atom 0 on: their own atoms and (2, factor), (5). On the diagonal a term gets the two atoms (2, 1.0), (5) all the
+// same; this is intended.
+KERNEL((546), (), scale_off_diagonal_with_code, i32 cconst, i32 code, i32 codeptr, i64 dim0, i64 dim1, i64 dim2,
+       i64 dim3, i64 dim4, bool hassp, i32 nelem, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64,
+       I32 ri32, f64 factor, i32 sp, F64 wf64, I32 wi32, I64 wi64)
+{
+  const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}, .code{wi32, code}, .cconst{wf64, cconst}};
+  Writer result{.cof{rf64, rcof}, .codeptr{ri32, rcodeptr}, .code{ri32, rcode}, .cconst{rf64, rcconst}};
+  for_each_stretch(hassp, dim0, dim1, dim2, dim3, dim4, Run<i64>{wi64, sp}, nelem, [&](i64 b, i64 e, Side side) {
+    if (b >= e) return;
+    const i32 first = operand.ptr[b], end = operand.ptr[e];
+    if (side != diagonal) scale(result.cof, first, end, factor);
+    result.append_scaled_code(operand, first, end, side == diagonal ? 1.0 : factor);
+  });
+}
+
+}  // namespace fragments

@@ -1,0 +1,133 @@
+// Slices: the box first[d] <= x[d] < last[d] of an operand's coordinates, in its order. A slice of a dense operand is
+// dense, one of a sparse operand sparse.
+//
+//     strides of the operand 413 and, for a sparse one, of the result 416; measure 414; write 417
+//
+// The operand's extents are on the w stack at `shape`, its row-major strides in `st`. Cursors come in and go back: `c`
+// atoms, `e` elements, `k` terms.
+
+#include <algorithm>
+
+#include "index/shape.h"
+#include "stack/record.h"
+
+namespace fragments {
+namespace {
+
+struct Box {
+  i32 nd;
+  Run<i32> shape;
+  I64 st;
+  I32 first;
+  I32 last;
+};
+
+// Whether the box holds the flat position f. coordinate(d, x) is called for axis after axis, up to the first on which f
+// lies outside.
+template <class Coordinate>
+bool holds(const Box& box, i64 f, Coordinate coordinate)
+{
+  for (i64 d = 0; d < box.nd; ++d) {
+    i64 x = box.st[d] == 1 ? f : f / box.st[d];
+    if (x >= box.shape[d]) x %= box.shape[d];
+    if (x < box.first[d] || x >= box.last[d]) return false;
+    coordinate(d, x);
+  }
+  return true;
+}
+
+// Calls stretch(b, e) for the maximal stretches b .. e-1 of flat positions from `begin` up to `end`, exclusive, that
+// the box holds on the axes from d on, in ascending order: whole blocks of inner axes are skipped or handed on
+// undivided.
+template <class Stretch>
+void for_each_stretch(const Box& box, i32 d, i64 begin, i64 end, const Stretch& stretch)
+{
+  if (begin >= end) return;
+  if (d == box.nd) return stretch(begin, end);
+  const i64 extent = box.shape[d], block = box.st[d], period = block * extent;
+  const i64 box_begin = std::max<i64>(box.first[d], 0) * block, box_end = std::min<i64>(box.last[d], extent) * block;
+  for (i64 start = begin / period * period; start < end; start += period) {
+    for_each_stretch(box, d + 1, std::max(begin, start + box_begin), std::min(end, start + box_end), stretch);
+  }
+}
+
+}  // namespace
+
+// Row-major strides of the operand; `st[nd-1]` is the caller's.
+KERNEL((413), (), write_operand_strides, i32 nd, i32 shape, I64 st, I32 wi32)
+{
+  row_major_strides(st, Run<i32>{wi32, shape}, nd);
+}
+
+// Row-major strides of the result; `rst[nd-1]` is the caller's.
+KERNEL((416), (), write_slice_strides, i32 nd, I32 rshape, I64 rst)
+{
+  row_major_strides(rst, rshape, nd);
+}
+
+// Measures a slice. For a dense operand `e` is replaced by the volume of the box, for a sparse one the stored elements
+// in the box are added to it.
+KERNEL((414), (i32, i32, i32), measure_slice, i32 codeptr, I32 first, bool hassp, I32 last, i32 ncodeatom, i32 nd,
+       i32 nelem, i32 ptr, i32 c, i32 e, i32 k, i32 shape, i32 sp, I64 st, I32 wi32, I64 wi64)
+{
+  const Box box{nd, {wi32, shape}, st, first, last};
+  const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
+  const Run<i64> pattern{wi64, sp};
+  Size size{.operand = operand, .hascode = ncodeatom > 0, .atoms = c, .elements = e, .terms = k};
+
+  if (hassp) {
+    for (i64 i = 0; i < nelem; ++i) {
+      if (!holds(box, pattern[i], [](i64, i64) {})) continue;
+      size.append_elements(i, i + 1);
+      size.close_element();
+    }
+  } else {
+    size.elements = 1;
+    for (i64 d = 0; d < nd; ++d) size.elements = wrapping_mul(size.elements, wrapping_sub(last[d], first[d]));
+    for_each_stretch(box, 0, 0, nelem, [&](i64 begin, i64 end) { size.append_elements(begin, end); });
+  }
+  return {size.atoms, size.elements, size.terms};
+}
+
+// Writes a slice; for a sparse operand with the flat positions in the result. `rptr[0]` and `rcodeptr[0]` are the
+// caller's.
+KERNEL((417), (i32, i32, i32), write_slice, i32 cconst, i32 code, i32 c, i32 codeptr, i32 cof, I32 first, bool hassp,
+       i32 e, i32 k, I32 last, i32 nd, i32 nelem, i32 nidxs, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof,
+       F64 rf64, I32 ri32, I64 ri64, i32 rhascode, i32 rnidxs, i32 rptr, i32 rsp, I64 rst, i32 shape, i32 sp, I64 st,
+       F64 wf64, I32 wi32, I64 wi64)
+{
+  const Box box{nd, {wi32, shape}, st, first, last};
+  const Operand operand{.ptr{wi32, ptr},
+                        .nidxs{wi64, nidxs},
+                        .cof{wf64, cof},
+                        .codeptr{wi32, codeptr},
+                        .code{wi32, code},
+                        .cconst{wf64, cconst}};
+  const Run<i64> pattern{wi64, sp};
+  Writer result{.ptr{ri32, rptr},
+                .sp{ri64, rsp},
+                .nidxs{ri64, rnidxs},
+                .cof{rf64, rcof},
+                .codeptr{ri32, rcodeptr},
+                .code{ri32, rcode},
+                .cconst{rf64, rcconst},
+                .elements = e,
+                .terms = k,
+                .atoms = c};
+  with_constant(rhascode > 0, [&](auto hascode) {
+    if (hassp) {
+      for (i64 i = 0; i < nelem; ++i) {
+        i64 flat = 0;
+        if (!holds(box, pattern[i], [&](i64 d, i64 x) { flat += (x - first[d]) * rst[d]; })) continue;
+        result.append(operand, operand.ptr[i], operand.ptr[i + 1], hascode);
+        result.close_element(flat);
+      }
+    } else {
+      for_each_stretch(box, 0, 0, nelem,
+                       [&](i64 begin, i64 end) { result.append_elements(operand, begin, end, hascode); });
+    }
+  });
+  return {result.atoms, result.elements, result.terms};
+}
+
+}  // namespace fragments

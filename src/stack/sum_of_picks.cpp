@@ -1,0 +1,61 @@
+// The weighted sum of chosen elements of an operand, one element: the sum over k of vcof[k] * E(vsub[k]). `vsub`
+// ascends strictly; elements that a sparse operand does not store add nothing. Terms are scaled as in the matrix
+// product: neither merged nor dropped, with (2, factor) and (5) behind their code.
+//
+//     strides of the operand 449, flat positions from rows of coordinates 450; check 446, measure 447, write 448
+
+#include "index/shape.h"
+#include "stack/merge.h"
+#include "stack/record.h"
+
+namespace fragments {
+
+// Row-major strides; `s[nd-1]` is the caller's.
+KERNEL((449), (), write_strides_of_picks, i32 nd, I64 s, I32 shape)
+{
+  row_major_strides(s, shape, nd);
+}
+
+// Adds the flat position of each row of coordinates to `res`.
+KERNEL((450), (), add_flat_positions, i32 nd, I64 res, I64 s, I32x2 vsub)
+{
+  for (i64 r = 0; r < vsub.rows; ++r) res[r] = flat_position(Row{vsub, r}, s, nd, res[r]);
+}
+
+// `rnnz` plus the number of terms of the result. It has two atoms a term more than the chosen elements have.
+KERNEL((447), (i32), count_terms_of_picks, bool hassp, i32 nelem, i32 ptr, i32 rnnz, i32 sp, I64 vsub, I32 wi32,
+       I64 wi64)
+{
+  const Run<i32> ends{wi32, ptr};
+  find_stored(vsub, hassp, Run<i64>{wi64, sp}, nelem, [&](i32, i64 f) { rnnz += ends[f + 1] - ends[f]; });
+  return rnnz;
+}
+
+// Writes the terms of the one element, from term `nzi` and atom `codei` on; its `ptr` and `rcodeptr[0]` are the
+// caller's.
+KERNEL((448), (i32, i32), write_sum_of_picks, i32 cconst, i32 code, i32 codei, i32 codeptr, i32 cof, bool hassp,
+       i32 nelem, i32 nidxs, i32 nzi, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32,
+       I64 ri64, i32 rncodeatom, i32 rnidxs, i32 sp, F64 vcof, I64 vsub, F64 wf64, I32 wi32, I64 wi64)
+{
+  const Operand operand{.ptr{wi32, ptr},
+                        .nidxs{wi64, nidxs},
+                        .cof{wf64, cof},
+                        .codeptr{wi32, codeptr},
+                        .code{wi32, code},
+                        .cconst{wf64, cconst}};
+  Writer result{.nidxs{ri64, rnidxs},
+                .cof{rf64, rcof},
+                .codeptr{ri32, rcodeptr},
+                .code{ri32, rcode},
+                .cconst{rf64, rcconst},
+                .terms = nzi,
+                .atoms = codei};
+  with_constant(rncodeatom > 0, [&](auto hascode) {
+    find_stored(vsub, hassp, Run<i64>{wi64, sp}, nelem, [&](i32 k, i64 f) {
+      result.append_scaled(operand, operand.ptr[f], operand.ptr[f + 1], vcof[k], hascode);
+    });
+  });
+  return {result.atoms, result.terms};
+}
+
+}  // namespace fragments

@@ -1,0 +1,243 @@
+// The weighted sum of n operands of one shape, R = sum over k of w[k] * operand k. Operands are found through tables:
+// `ptr_base`, `nidxs_base`, ... hold the position of the field for each operand, `nelem`, `ncodeatom`, ... its sizes.
+// Terms are not merged; those of one element stand in the order of the operands.
+//
+// In a result with code (`hascode`) a term of an operand with code has its atoms and (2, w[k]), (5); a term of an
+// operand without has the one atom (2, 0.0).
+//
+//     all operands   check the shapes 511, find out about code 512, copy the shape 515
+//     all sparse     measure 514, write 525
+//     else           measure 513; zero 516 and 517, count by operand 518 or 519, add up 520 and 521: `rptr` and, on the
+//     x
+//                    stack at `xpos`, the atoms of each element; write by operand 522 or 523, which moves them on to
+//                    the ends of the elements; shift `rptr` back 524
+//
+// The result of the second path is dense. Fills, sums and shifts are in slots.cpp.
+
+#include "stack/record.h"
+
+namespace fragments {
+namespace {
+
+// The tables of operands, as far as a kernel reads them.
+struct OperandTables {
+  I32 ptr_base{};
+  I32 nidxs_base{};
+  I32 cof_base{};
+  I32 codeptr{};
+  I32 code{};
+  I32 cconst{};
+  I32 ncodeatom{};
+  I32 wi32{};
+  I64 wi64{};
+  F64 wf64{};
+
+  // Operand k of a sum; code is looked up only in a sum with code.
+  template <class Flag>
+  Operand operator()(i64 k, Flag hascode) const
+  {
+    Operand operand{.ptr{wi32, ptr_base[k]}, .nidxs{wi64, nidxs_base[k]}, .cof{wf64, cof_base[k]}};
+    if (hascode && ncodeatom[k] > 0) {
+      operand.codeptr = {wi32, codeptr[k]};
+      operand.code = {wi32, code[k]};
+      operand.cconst = {wf64, cconst[k]};
+      operand.hascode = true;
+    }
+    return operand;
+  }
+};
+
+// Terms and atoms of a sum, from the sizes of its operands.
+void count_terms(bool hascode, i32 n, I32 ncodeatom, I32 nnz, i32& rncodeatom, i32& rnnz)
+{
+  for (i64 k = 0; k < n; ++k) {
+    rnnz += nnz[k];
+    if (hascode) rncodeatom += ncodeatom[k] < 1 ? nnz[k] : ncodeatom[k] + 2 * nnz[k];
+  }
+}
+
+// Walks the union of the patterns of n sparse operands. For each position, ascending, stored(k, e) is called for the
+// operands that store it, as their element e, and then element(position). It allocates a cursor an operand; each step
+// looks at all operands once, to advance those that it meets and to find the next position.
+template <class Stored, class Element>
+void walk_union(i32 n, I32 nelem, I32 sp_base, I64 wi64, Stored stored, Element element)
+{
+  constexpr i64 none = -1;
+  const Scratch<i32> cursors{n};
+  i64 next = none;
+  const auto look_at = [&](i64 k) {
+    if (cursors[k] >= nelem[k]) return;
+    const i64 position = wi64[i64{sp_base[k]} + cursors[k]];
+    if (next < 0 || position < next) next = position;
+  };
+  for (i64 k = 0; k < n; ++k) look_at(k);
+  while (next >= 0) {
+    const i64 position = next;
+    next = none;
+    for (i64 k = 0; k < n; ++k) {
+      if (cursors[k] < nelem[k] && wi64[i64{sp_base[k]} + cursors[k]] == position) stored(k, cursors[k]++);
+      look_at(k);
+    }
+    element(position);
+  }
+}
+
+// Operand k as far as its terms and atoms are counted.
+Operand counted_operand(I32 ptr_base, I32 codeptr, I32 ncodeatom, I32 wi32, i64 k)
+{
+  Operand operand{.ptr{wi32, ptr_base[k]}, .hascode = ncodeatom[k] > 0};
+  if (operand.hascode) operand.codeptr = {wi32, codeptr[k]};
+  return operand;
+}
+
+// Counts an operand into the `ptr` of a dense result: the terms of each of its elements e, which stands at position(e),
+// and their atoms, which are atoms_without_code(terms) in a result with code for an operand without.
+template <class Position, class Atoms>
+void count_operand(bool hascode, const Operand& operand, i32 nelem, Run<i32> ptr, Run<i32> atom_ptr, Position position,
+                   Atoms atoms_without_code)
+{
+  for (i64 e = 0; e < nelem; ++e) {
+    const i64 f = position(e);
+    const i32 b = operand.ptr[e], end = operand.ptr[e + 1];
+    ptr[f + 1] += end - b;
+    if (operand.hascode)
+      atom_ptr[f + 1] += operand.atoms(b, end) + 2 * (end - b);
+    else if (hascode)
+      atom_ptr[f + 1] += atoms_without_code(end - b);
+  }
+}
+
+// Writes the terms of an operand at the places where `ptr` and, in a result with code, `atom_ptr` have got to for the
+// element at position(e), and moves both on.
+template <class Position>
+void scatter_operand(Writer& result, const Operand& operand, i32 nelem, f64 weight, bool hascode, Run<i32> atom_ptr,
+                     Position position)
+{
+  for (i64 e = 0; e < nelem; ++e) {
+    const i64 f = position(e);
+    result.terms = result.ptr[f];
+    if (hascode) result.atoms = atom_ptr[f];
+    result.append_weighted(operand, operand.ptr[e], operand.ptr[e + 1], weight, hascode);
+    result.ptr[f] = result.terms;
+    if (hascode) atom_ptr[f] = result.atoms;
+  }
+}
+
+}  // namespace
+
+// Clears `ok` if an operand has another number of axes than operand 0, or other extents.
+KERNEL((511), (bool), have_equal_shapes, i32 n, I32 nd, bool ok, I32 shape_base, I32 wi32)
+{
+  for (i64 k = 1; k < n && ok; ++k) {
+    ok = nd[k] == nd[0];
+    for (i64 d = 0; ok && d < nd[0]; ++d) ok = wi32[shape_base[k] + d] == wi32[shape_base[0] + d];
+  }
+  return ok;
+}
+
+// Sets `flag` if one of n operands has code.
+KERNEL((512), (bool), has_code, bool flag, i32 n, I32 ncodeatom)
+{
+  for (i64 k = 0; k < n; ++k) flag |= ncodeatom[k] > 0;
+  return flag;
+}
+
+// Measures a dense sum; its elements are those of its shape.
+KERNEL((513), (i32, i32), measure_dense_sum_of_operands, bool hascode, i32 n, I32 ncodeatom, I32 nnz, i32 rncodeatom,
+       i32 rnnz)
+{
+  count_terms(hascode, n, ncodeatom, nnz, rncodeatom, rnnz);
+  return {rncodeatom, rnnz};
+}
+
+// Measures a sum of sparse operands.
+KERNEL((514), (i32, i32, i32), measure_sparse_sum_of_operands, bool hascode, i32 n, I32 ncodeatom, I32 nelem, I32 nnz,
+       i32 rncodeatom, i32 rnelem, i32 rnnz, I32 sp_base, I64 wi64)
+{
+  count_terms(hascode, n, ncodeatom, nnz, rncodeatom, rnnz);
+  walk_union(
+      n, nelem, sp_base, wi64, [](i64, i32) {}, [&](i64) { ++rnelem; });
+  return {rncodeatom, rnelem, rnnz};
+}
+
+// Counts the terms and atoms of sparse operand k into the slots behind its elements. An operand without code in a
+// result with code counts one atom an element, not one a term; this is intended.
+KERNEL((518), (), count_sparse_operand, bool hascode, I32 codeptr, i32 k, I32 ncodeatom, I32 nelem, I32 ptr_base,
+       I32 ri32, i32 rptr, I32 sp_base, I32 wi32, I64 wi64, i32 xpos, I32 xi32)
+{
+  if (nelem[k] < 1) return;
+  const Operand operand = counted_operand(ptr_base, codeptr, ncodeatom, wi32, k);
+  const Run<i64> pattern{wi64, sp_base[k]};
+  count_operand(
+      hascode, operand, nelem[k], {ri32, rptr}, {xi32, xpos}, [&](i64 e) { return pattern[e]; }, [](i32) { return 1; });
+}
+
+// Counts the terms and atoms of dense operand k into the slots behind its elements.
+KERNEL((519), (), count_dense_operand, bool hascode, I32 codeptr, i32 k, I32 ncodeatom, I32 nelem, I32 ptr_base,
+       I32 ri32, i32 rptr, I32 wi32, i32 xpos, I32 xi32)
+{
+  if (nelem[k] < 1) return;
+  const Operand operand = counted_operand(ptr_base, codeptr, ncodeatom, wi32, k);
+  count_operand(
+      hascode, operand, nelem[k], {ri32, rptr}, {xi32, xpos}, [](i64 e) { return e; }, [](i32 terms) { return terms; });
+}
+
+// Writes sparse operand k into a dense result.
+KERNEL((522), (), write_sparse_operand, bool hascode, I32 cconst, I32 code, I32 codeptr, I32 cof_base, i32 k,
+       I32 ncodeatom, I32 nelem, I32 nidxs_base, I32 ptr_base, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64,
+       I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, I32 sp_base, F64 w, F64 wf64, I32 wi32, I64 wi64, i32 xpos, I32 xi32)
+{
+  if (nelem[k] < 1) return;
+  const OperandTables operands{ptr_base, nidxs_base, cof_base, codeptr, code, cconst, ncodeatom, wi32, wi64, wf64};
+  Writer result{.ptr{ri32, rptr},
+                .nidxs{ri64, rnidxs},
+                .cof{rf64, rcof},
+                .codeptr{ri32, rcodeptr},
+                .code{ri32, rcode},
+                .cconst{rf64, rcconst}};
+  const Run<i64> pattern{wi64, sp_base[k]};
+  scatter_operand(result, operands(k, hascode), nelem[k], w[k], hascode, {xi32, xpos},
+                  [&](i64 e) { return pattern[e]; });
+}
+
+// Writes dense operand k into a dense result.
+KERNEL((523), (), write_dense_operand, bool hascode, I32 cconst, I32 code, I32 codeptr, I32 cof_base, i32 k,
+       I32 ncodeatom, I32 nelem, I32 nidxs_base, I32 ptr_base, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64,
+       I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, F64 w, F64 wf64, I32 wi32, I64 wi64, i32 xpos, I32 xi32)
+{
+  if (nelem[k] < 1) return;
+  const OperandTables operands{ptr_base, nidxs_base, cof_base, codeptr, code, cconst, ncodeatom, wi32, wi64, wf64};
+  Writer result{.ptr{ri32, rptr},
+                .nidxs{ri64, rnidxs},
+                .cof{rf64, rcof},
+                .codeptr{ri32, rcodeptr},
+                .code{ri32, rcode},
+                .cconst{rf64, rcconst}};
+  scatter_operand(result, operands(k, hascode), nelem[k], w[k], hascode, {xi32, xpos}, [](i64 e) { return e; });
+}
+
+// Writes a sum of n sparse operands, by the union of their patterns. `rptr[0]` and `rcodeptr[0]` are the caller's.
+KERNEL((525), (), write_sparse_sum_of_operands, bool hascode, I32 cconst, I32 code, I32 codeptr, I32 cof_base, i32 n,
+       I32 ncodeatom, I32 nelem, I32 nidxs_base, I32 ptr_base, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64,
+       I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, I32 sp_base, F64 w, F64 wf64, I32 wi32, I64 wi64)
+{
+  const OperandTables operands{ptr_base, nidxs_base, cof_base, codeptr, code, cconst, ncodeatom, wi32, wi64, wf64};
+  Writer result{.ptr{ri32, rptr},
+                .sp{ri64, rsp},
+                .nidxs{ri64, rnidxs},
+                .cof{rf64, rcof},
+                .codeptr{ri32, rcodeptr},
+                .code{ri32, rcode},
+                .cconst{rf64, rcconst}};
+  with_constant(hascode, [&](auto with_code) {
+    walk_union(
+        n, nelem, sp_base, wi64,
+        [&](i64 k, i32 e) {
+          const Operand operand = operands(k, with_code);
+          result.append_weighted(operand, operand.ptr[e], operand.ptr[e + 1], w[k], with_code);
+        },
+        [&](i64 position) { result.close_element(position); });
+  });
+}
+
+}  // namespace fragments

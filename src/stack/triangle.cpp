@@ -1,0 +1,163 @@
+// One triangle of two axes of an expression: the elements with i1 >= i3, or with i1 <= i3, for every combination of the
+// other axes. The result has the operand's shape and is sparse, its pattern being all positions of the triangle.
+//
+//     fold 547, 548, 549 and strides 550; measure 551, shape 552
+//     write `rsp` 553 (lower) or 554 (upper), then the terms 555
+
+#include "index/five_axis_fold.h"
+#include "stack/record.h"
+
+namespace fragments {
+namespace {
+
+// Appends the elements b .. e-1 as they are.
+template <class Flag>
+void append_elements(Writer& result, const Operand& operand, i64 b, i64 e, Flag hascode)
+{
+  const i32 first = operand.ptr[b], shift = result.terms - first;
+  copy_run(result.ptr.from(result.elements + 1), operand.ptr.from(b + 1), e - b,
+           [shift](i32 end) { return end + shift; });
+  result.elements += static_cast<i32>(e - b);
+  result.append(operand, first, operand.ptr[e], hascode);
+}
+
+i32 write_triangle_positions(I32 dim, i32 k, Run<i64> sp, I32 stride, bool upper)
+{
+  for_each_run_in_triangle(dim, stride, upper, [&](Positions flat, Positions, i64 n) {
+    const Run<i64> to = sp.from(k);
+    for (i64 j = 0; j < n; ++j) to[j] = flat[j];
+    k += static_cast<i32>(n);
+  });
+  return k;
+}
+
+}  // namespace
+
+// The five-axis fold of the operand's shape: the first n extents into dim[0].
+KERNEL((547), (), fold_triangle_leading_axes, I32 dim, i32 shape, I32 wi32, i32 n)
+{
+  fold_axes(dim, 0, Run<i32>{wi32, shape}, 0, n);
+}
+
+// The extents strictly between the two axes into dim[2].
+KERNEL((548), (), fold_triangle_axes_between, I32 dim, i32 shape, I32 wi32, i32 lo, i32 hi)
+{
+  fold_axes(dim, 2, Run<i32>{wi32, shape}, i64{lo} + 1, hi);
+}
+
+// The extents behind the second axis `lo` into dim[4]; `hi` is the number of axes.
+KERNEL((549), (), fold_triangle_trailing_axes, I32 dim, i32 hi, i32 shape, I32 wi32, i32 lo)
+{
+  fold_axes(dim, 4, Run<i32>{wi32, shape}, i64{lo} + 1, hi);
+}
+
+// Adds the atoms and terms of the triangle to `nc` and `nnz`.
+KERNEL((551), (i32, i32), measure_triangle, i32 codeptr, I32 dim, bool hassp, i32 ncodeatom, i32 nelem, i32 ptr, i32 nc,
+       i32 nnz, i32 sp, I32 stride, bool upper, I32 wi32, I64 wi64)
+{
+  const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
+  const auto count_elements = [&](i64 b, i64 e) {
+    const i32 first = operand.ptr[b], end = operand.ptr[e];
+    nnz += end - first;
+    if (ncodeatom > 0) nc += operand.atoms(first, end);
+  };
+  if (!hassp) {
+    for_each_run_in_triangle(dim, stride, upper, [&](Positions flat, Positions, i64 n) {
+      if (flat.step == 1) {
+        count_elements(flat[0], flat[n]);
+      } else {
+        for (i64 k = 0; k < n; ++k) count_elements(flat[k], flat[k] + 1);
+      }
+    });
+  } else if (nelem > 0) {
+    const Side outside = upper ? front : behind;
+    for_each_stored_stretch(FoldStrides(stride), Run<i64>{wi64, sp}, nelem, [&](i64 b, i64 e, Side side) {
+      if (side != outside) count_elements(b, e);
+    });
+  }
+  return {nc, nnz};
+}
+
+// The flat positions of the lower triangle, ascending, from slot k of `rsp` on; returns the k behind them.
+KERNEL((553), (i32), write_lower_triangle_positions, I32 dim, i32 k, I64 ri64, i32 rsp, I32 stride)
+{
+  return write_triangle_positions(dim, k, Run<i64>{ri64, rsp}, stride, false);
+}
+
+// The same of the upper triangle.
+KERNEL((554), (i32), write_upper_triangle_positions, I32 dim, i32 k, I64 ri64, i32 rsp, I32 stride)
+{
+  return write_triangle_positions(dim, k, Run<i64>{ri64, rsp}, stride, true);
+}
+
+// Writes the elements at the `count` positions in `rsp`, which ascend: the operand's terms there, none where a sparse
+// operand stores nothing. Atoms are copied if `rhascode` is above 0. Cursors of the result: `c` atoms, `k` terms.
+KERNEL((555), (i32, i32), write_triangle, i32 cconst, i32 code, i32 c, i32 codeptr, i32 cof, i32 count, bool hassp,
+       i32 k, i32 nelem, i32 nidxs, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32,
+       I64 ri64, i32 rhascode, i32 rnidxs, i32 rptr, i32 rsp, i32 sp, F64 wf64, I32 wi32, I64 wi64)
+{
+  const Operand operand{.ptr{wi32, ptr},
+                        .nidxs{wi64, nidxs},
+                        .cof{wf64, cof},
+                        .codeptr{wi32, codeptr},
+                        .code{wi32, code},
+                        .cconst{wf64, cconst}};
+  Writer result{.ptr{ri32, rptr},
+                .sp{ri64, rsp},
+                .nidxs{ri64, rnidxs},
+                .cof{rf64, rcof},
+                .codeptr{ri32, rcodeptr},
+                .code{ri32, rcode},
+                .cconst{rf64, rcconst},
+                .terms = k,
+                .atoms = c};
+  const Run<i64> pattern{wi64, sp};
+  const Run<i64> positions = result.sp;
+  with_constant(rhascode > 0, [&](auto hascode) {
+    i64 f = 0;
+    for (i32 i = 0; i < count;) {
+      if (hassp) {
+        const i64 position = positions[i];
+        while (f < nelem && pattern[f] < position) ++f;
+        if (f < nelem && pattern[f] == position) {
+          result.append(operand, operand.ptr[f], operand.ptr[f + 1], hascode);
+        }
+        result.close_element();
+        ++i;
+      } else {
+        // Neighbours in the triangle are neighbours in the operand, and move as one run.
+        const i64 b = positions[i];
+        i64 e = b;
+        do ++e, ++i;
+        while (i < count && positions[i] == e);
+        append_elements(result, operand, b, e, hascode);
+      }
+    }
+  });
+  return {result.atoms, result.terms};
+}
+
+// `acc` times the n extents; `flag` comes back as it was given.
+KERNEL((556), (bool, i32), size_with_flag, i32 n, bool flag, i32 acc, i32 shape, I32 wi32)
+{
+  return {flag, product(acc, Run<i32>{wi32, shape}, 0, n)};
+}
+
+// Copies a whole record: `rsp` only if `hassp`, the code's fields only if `ncodeatom` is above 0.
+KERNEL((557), (), copy_record, i32 cconst, i32 code, i32 codeptr, i32 cof, bool hassp, i32 ncodeatom, i32 nd, i32 nelem,
+       i32 nidxs, i32 nnz, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64,
+       i32 rnidxs, i32 rptr, i32 rshape, i32 rsp, i32 shape, i32 sp, F64 wf64, I32 wi32, I64 wi64)
+{
+  copy_run(Run<i32>{ri32, rshape}, Run<i32>{wi32, shape}, nd);
+  if (hassp) copy_run(Run<i64>{ri64, rsp}, Run<i64>{wi64, sp}, nelem);
+  copy_run(Run<i32>{ri32, rptr}, Run<i32>{wi32, ptr}, i64{nelem} + 1);
+  copy_run(Run<i64>{ri64, rnidxs}, Run<i64>{wi64, nidxs}, nnz);
+  copy_run(Run<f64>{rf64, rcof}, Run<f64>{wf64, cof}, nnz);
+  if (ncodeatom > 0) {
+    copy_run(Run<i32>{ri32, rcodeptr}, Run<i32>{wi32, codeptr}, i64{nnz} + 1);
+    copy_run(Run<i32>{ri32, rcode}, Run<i32>{wi32, code}, ncodeatom);
+    copy_run(Run<f64>{rf64, rcconst}, Run<f64>{wf64, cconst}, ncodeatom);
+  }
+}
+
+}  // namespace fragments

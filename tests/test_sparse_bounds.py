@@ -1,0 +1,88 @@
+"""Bounds of a domain, sparse and dense, and copies of tables."""
+
+import numpy as np
+import pytest
+
+from support import LAYOUTS, call, f64, i32, i64, kernel, layout
+
+kinds = pytest.mark.parametrize("kind", LAYOUTS)
+
+
+@kinds
+def test_union_of_sparse_bounds(kind):
+    """Against dense matrices; equal values in both lists at each place keep the place of the lower value out of it."""
+    rng = np.random.default_rng(3)
+    for density in (0, 0.3, 0.9):
+        stored = [rng.random((5, 4)) < d for d in (density, 0.4)]
+        lists = [[layout(i32(s), kind) for s in np.nonzero(m)] for m in stored]
+        values = [layout(np.full(20, v), kind) for v in (-2.0, 3.0)]
+        union = stored[0] | stored[1]
+        n = np.count_nonzero(union)
+        names = dict(zip(("lsubi", "lsubj", "usubi", "usubj"), lists[0] + lists[1]))
+        assert call(282, names, init=1 << 40) == (1 << 40) + n
+        inst = layout(i32(np.full((n + 1, 2), -1)), kind)
+        lbv, ubv = (layout(np.full(n + 1, -0.5), kind) for _ in range(2))
+        call(283, names, inst=inst, lbv=lbv, ubv=ubv, lval=values[0], uval=values[1])
+        assert np.array_equal(inst, np.r_[np.argwhere(union), [[-1, -1]]])
+        assert np.array_equal(lbv, np.r_[np.where(stored[0], -2, 0)[union], -0.5])
+        assert np.array_equal(ubv, np.r_[np.where(stored[1], 3, 0)[union], -0.5])
+
+
+def test_lower_value_is_read_at_the_place_of_the_upper():
+    inst, lbv, ubv = i32(np.zeros((2, 2))), f64([0, 0]), f64([0, 0])
+    call(283, inst=inst, lbv=lbv, ubv=ubv, lsubi=i32([0, 1]), lsubj=i32([3, 0]), lval=f64([-4, -5]), usubi=i32([1]),
+         usubj=i32([0]), uval=f64([6]))  # fmt: skip
+    assert inst.tolist() == [[0, 3], [1, 0]] and list(lbv) == [-4, -4] and list(ubv) == [0, 6]
+
+
+def test_rows_compare_before_columns():
+    """Also where rows and columns are far apart or negative."""
+    low, high = -(2**31), 2**31 - 1
+    lower, upper = ([0, 1, high], [high, low, 0]), ([-1, 1, high], [high, high, low])
+    names = dict(zip(("lsubi", "lsubj", "usubi", "usubj"), map(i32, lower + upper)))
+    assert call(282, names) == 6
+    inst, values = i32(np.zeros((6, 2))), np.ones(6)
+    call(283, names, inst=inst, lbv=values.copy(), ubv=values.copy(), lval=values, uval=values)
+    assert inst.tolist() == sorted(map(list, [*zip(*lower), *zip(*upper)]))
+
+
+@kinds
+def test_dense_bounds(kind):
+    """A repeated position keeps the last value."""
+    dense, subi, subj = np.zeros((3, 70_000)), [0, 2, 2, 0], [4, 69_999, 1, 4]
+    dense[subi[1:], subj[1:]] = 6, 7, 8
+    v, lb, ub = f64([5, 6, 7, 8]), np.arange(6.0).reshape(2, 3), -np.arange(6.0).reshape(2, 3)
+    for number, name in ((284, "lval"), (285, "uval")):
+        target = layout(np.zeros(dense.size), kind)
+        lists = {"subi": layout(i32(subi), kind), "subj": layout(i32(subj), kind), "v": layout(v, kind)}
+        call(number, lists, {name: target}, ncols=70_000)
+        assert np.array_equal(target, dense.ravel())
+    lval, uval = (layout(np.full(8, 9.0), kind) for _ in range(2))
+    assert call(286, rows=2, cols=3, pos=1, lb=layout(lb, kind), ub=layout(ub, kind), lval=lval, uval=uval) == 7
+    assert np.array_equal(lval, [9, *lb.ravel(), 9]) and np.array_equal(uval, [9, *ub.ravel(), 9])
+
+
+@kinds
+def test_tables(kind):
+    table = layout(np.arange(12.0).reshape(3, 4), kind)
+    shape, flat = layout(i32([3, 4]), kind), layout(np.full(13, -1.0), kind)
+    kernel(327)(shape, flat, table)
+    assert np.array_equal(flat, np.r_[np.arange(12.0), -1])
+    kernel(328)(shape, layout(i64([11, 0, 7]), kind), flat, table)
+    assert list(flat[:4]) == [11, 0, 7, 3]
+    kernel(328)(None, i64([]), None, None)
+
+    subi, subj = layout(i32([5, 6]), kind), layout(i32([8, 9]), kind)
+    pairs = layout(i32(np.zeros((3, 3))), kind)
+    kernel(287)(pairs, subi, subj)
+    assert pairs.tolist() == [[5, 8, 0], [6, 9, 0], [0, 0, 0]]
+    kernel(331)(pairs, subj)
+    kernel(332)(pairs, subi)
+    assert pairs.tolist() == [[5, 6, 0], [9, 9, 0], [0, 0, 0]]
+
+
+def test_flattening_in_place_runs_forward():
+    """A value that is written before it is read goes on with its new value."""
+    memory = np.arange(7.0)
+    kernel(327)(i32([2, 3]), memory[1:], memory[:6].reshape(2, 3))
+    assert list(memory) == [0.0] * 7
