@@ -15,7 +15,7 @@
 namespace fragments {
 namespace {
 
-constexpr i32 add_up_values = 8;
+constexpr i32 add_several = 8;
 
 // Walks the sorted terms begin .. end-1: part(t) for each term t, whole(variable, n) after the n parts of one variable.
 template <class Part, class Whole>
@@ -108,7 +108,7 @@ KERNEL((393), (), sort_terms_on_w, i32 nelem, i32 nidxs, i32 nnz, i32 perm, i32 
 }
 
 // Measures merging: `e` and `k` each grow by the number of terms that 400 writes. With code that is every variable of
-// each element, without code those with a nonzero coefficient.
+// each element, without code those with a part that is not zero; NaN is not.
 KERNEL((397), (i32, i32), measure_merged_terms, i32 cof, i32 ncodeatom, i32 nelem, i32 nidxs, i32 perm, i32 ptr, i32 e,
        i32 k, F64 wf64, I32 wi32, I64 wi64, I32 xi32)
 {
@@ -130,7 +130,7 @@ KERNEL((397), (i32, i32), measure_merged_terms, i32 cof, i32 ncodeatom, i32 nele
 
 // Writes the merged record. With code each term gets the atoms of all its parts in their order and, if there are
 // several, the atom (8, their number) that adds up the values. Without code a term whose parts are all zero is left
-// out. Sets `rptr[0]` and, with `rhascode`, `rcodeptr[0]`.
+// out. Sums begin at 0.0, so that a lone -0.0 comes out as 0.0. Sets `rptr[0]` and, with `rhascode`, `rcodeptr[0]`.
 KERNEL((400), (i32, i32), write_merged_terms, i32 cconst, i32 code, i32 c, i32 codeptr, i32 cof, i32 ncodeatom,
        i32 nelem, i32 nidxs, i32 k, i32 perm, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64,
        I32 ri32, I64 ri64, i32 rhascode, i32 rnidxs, i32 rptr, F64 wf64, I32 wi32, I64 wi64, I32 xi32)
@@ -169,7 +169,7 @@ KERNEL((400), (i32, i32), write_merged_terms, i32 cconst, i32 code, i32 c, i32 c
               result.nidxs[result.terms] = variable;
               result.cof[result.terms] = sum;
               if (hascode) {
-                if (parts > 1) result.push_atom(add_up_values, static_cast<f64>(parts));
+                if (parts > 1) result.push_atom(add_several, static_cast<f64>(parts));
                 result.close_term();
               } else {
                 ++result.terms;
