@@ -37,6 +37,11 @@ TOUCHES_AT_ZERO = {
     103: "the first bucket",
     **dict.fromkeys((266, 550), "all five axes"),
     291: "the size of the item",
+    # Operators that begin their result: `ptr[0]`, or the slots of a sort of nothing.
+    **dict.fromkeys((334, 377, 381, 451, 456, 457, 463, 464, 477, 478, 481, 482, 484, 485, 487, 488), "slot 0"),
+    **dict.fromkeys((492, 493, 510, 516), "slot 0"),
+    515: "the number of axes of operand 0",
+    **dict.fromkeys((518, 519, 522, 523), "the size of operand k"),
 }
 
 
