@@ -1,5 +1,5 @@
-// Products over parts of a shape on the w stack: numbers of elements and block sizes. `acc` or `init` times the product,
-// in its own width with wrap-around; an empty range gives it back.
+// Products over parts of a shape on the w stack: numbers of elements and block sizes. `acc` or `init` times the
+// product, in its own width with wrap-around; an empty range gives it back.
 
 #include "index/shape.h"
 
