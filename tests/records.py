@@ -173,6 +173,22 @@ def evaluate(record, parameters=PARAMETERS, variables=VARIABLES):
     return forms.reshape(*record.shape, variables)
 
 
+def elements(record, zero_code=False):
+    """The record's elements as they stand: an array of its shape whose items are tuples of terms (variable,
+    coefficient, atoms), None where nothing is stored. With `zero_code` terms of a record without code have the code
+    (2, 0.0)."""
+    array = np.full(int(np.prod(record.shape)), None, dtype=object)
+    atoms = [((2, 0.0),) if zero_code else ()] * record.nnz
+    if record.code is not None:
+        run = list(zip(record.code.tolist(), record.cconst.tolist()))
+        atoms = [tuple(run[b:e]) for b, e in zip(record.codeptr, record.codeptr[1:])]
+    terms = list(zip(record.nidxs.tolist(), record.cof.tolist(), atoms))
+    flat = range(record.nelem) if record.sp is None else record.sp
+    for f, b, e in zip(flat, record.ptr, record.ptr[1:]):
+        array[f] = tuple(terms[b:e])
+    return array.reshape(record.shape)
+
+
 class Stack:
     """Three arrays, filled with sentinels, with the fields of records (or room for them) at positions of their own.
 
@@ -246,7 +262,8 @@ class Stack:
     def assert_only_written(self, k=None, fields=FIELDS):
         """No slot has changed outside the given fields of record k; without k, none at all."""
         for array, before in self.before.items():
-            changed = self.arrays[array] != before
+            after = self.arrays[array]
+            changed = (after != before) & ~(np.isnan(after) & np.isnan(before))
             for field in fields if k is not None else ():
                 if self.name + FIELDS[field] == array:
                     position = self.positions[k][field]
