@@ -4,7 +4,7 @@
 //     constant array   check 460, measure 461, write 463; the result is sparse, with the elements that M and E store
 //     scalar           write 464; the result has the operand's sizes, and with code two atoms more a term
 
-#include "stack/merge.h"
+#include "stack/find_stored.h"
 #include "stack/record.h"
 #include "stack/slots.h"
 
