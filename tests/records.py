@@ -1,9 +1,9 @@
-"""Random expression records, the stacks that hold them, and what a record means.
+"""Random expression records, the stacks that hold them, what a record means, and random constant matrices.
 
     record = random_record(rng, (3, 4), sparse=True, code=True)
     w = Stack("w", rng, [record], "strided")
     r = Stack("r", rng, [Room(shape=(2, 3), nelem=6, nnz=14, ncodeatom=40, hassp=False)], "strided")
-    call(472, w.arrays, w.fields(0), r.arrays, r.fields(0, prefix="r"), elmi=0, nzi=0, codei=0, ...)
+    call(472, w.arrays, w.fields(0), r.arrays, r.fields(0, prefix="r"), d0=3, d1=4, ...)
     np.array_equal(evaluate(r.read(0)), expected)
 
 All coefficients, constants and parameter values are small integers, so that any order of adding them up is exact.
@@ -13,7 +13,7 @@ from dataclasses import dataclass
 
 import numpy as np
 
-from support import layout
+from support import i32, layout
 
 VARIABLES = 12
 PARAMETERS = np.array([3.0, -2.0, 5.0, 7.0])
@@ -121,6 +121,21 @@ def random_record(rng, shape, sparse=False, code=False, density=0.6, terms=3, va
     return record
 
 
+def random_matrix(rng, shape, sparse, kind="contiguous"):
+    """A constant matrix for NumPy, and the kernels' arguments for it: dense or with about half of its entries."""
+    dense = rng.integers(-4, 5, shape).astype(float)
+    mdimi, mdimj = shape
+    if not sparse:
+        arguments = {"mval": layout(dense.ravel(), kind), "msubi": None, "msubj": None, "mnnz": 0}
+    else:
+        stored = rng.random(shape) < 0.5
+        dense *= stored
+        msubi, msubj = np.nonzero(stored)
+        arguments = {"mval": layout(dense[stored], kind), "mnnz": len(msubi)}
+        arguments |= {"msubi": layout(i32(msubi), kind), "msubj": layout(i32(msubj), kind)}
+    return dense, {**arguments, "mdimi": mdimi, "mdimj": mdimj}
+
+
 def run_code(code, cconst, parameters=PARAMETERS):
     """The value of one term's atoms."""
     stack = []
@@ -156,6 +171,22 @@ def evaluate(record, parameters=PARAMETERS, variables=VARIABLES):
     flat = np.arange(record.nelem) if record.sp is None else record.sp
     np.add.at(forms, (np.repeat(flat, np.diff(record.ptr)), record.nidxs), coefficients(record, parameters))
     return forms.reshape(*record.shape, variables)
+
+
+def elements(record, zero_code=False):
+    """The record's elements as they stand: an array of its shape whose items are tuples of terms (variable,
+    coefficient, atoms), None where nothing is stored. With `zero_code` terms of a record without code have the code
+    (2, 0.0)."""
+    array = np.full(int(np.prod(record.shape)), None, dtype=object)
+    atoms = [((2, 0.0),) if zero_code else ()] * record.nnz
+    if record.code is not None:
+        run = list(zip(record.code.tolist(), record.cconst.tolist()))
+        atoms = [tuple(run[b:e]) for b, e in zip(record.codeptr, record.codeptr[1:])]
+    terms = list(zip(record.nidxs.tolist(), record.cof.tolist(), atoms))
+    flat = range(record.nelem) if record.sp is None else record.sp
+    for f, b, e in zip(flat, record.ptr, record.ptr[1:]):
+        array[f] = tuple(terms[b:e])
+    return array.reshape(record.shape)
 
 
 class Stack:
@@ -206,17 +237,18 @@ class Stack:
     def tables(self):
         """The operand tables of operators on many records: one int32 array a field, one entry a record."""
         names = {field: field if field in ("codeptr", "code", "cconst") else field + "_base" for field in FIELDS}
-        columns = {names.get(name, name): [self.fields(k)[name] for k in range(len(self.contents))] for name in self.fields(0)}
-        return {name: np.array(column, dtype=np.int32) for name, column in columns.items()}
+        rows = [self.fields(k) for k in range(len(self.contents))]
+        return {names.get(name, name): np.array([row[name] for row in rows], dtype=np.int32) for name in rows[0]}
 
     def read(self, k):
-        """The record that stands in room k, every slot of it written and its pointers in order."""
+        """The record that stands in room k, every slot of it written and its pointers in order. The operands of atoms
+        that take none must not be written (random_code() has the same in their place)."""
         room = self.contents[k]
         fields = {field: self.slots(k, field).copy() for field in FIELDS}
         operators = np.isin(fields["code"], (3, 4, 5, 6, 7))
         for field, values in fields.items():
             unwritten = values == SENTINELS[FIELDS[field]]
-            assert not np.any(unwritten & ~operators if field == "cconst" else unwritten), field
+            assert np.array_equal(unwritten, operators) if field == "cconst" else not np.any(unwritten), field
         for ptr, end in (("ptr", room.nnz), ("codeptr", room.ncodeatom)):
             if len(fields[ptr]):
                 assert fields[ptr][0] == 0 and fields[ptr][-1] == end and np.all(np.diff(fields[ptr]) >= 0), ptr
@@ -230,7 +262,8 @@ class Stack:
     def assert_only_written(self, k=None, fields=FIELDS):
         """No slot has changed outside the given fields of record k; without k, none at all."""
         for array, before in self.before.items():
-            changed = self.arrays[array] != before
+            after = self.arrays[array]
+            changed = (after != before) & ~(np.isnan(after) & np.isnan(before))
             for field in fields if k is not None else ():
                 if self.name + FIELDS[field] == array:
                     position = self.positions[k][field]

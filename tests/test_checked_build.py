@@ -44,9 +44,11 @@ def test_tables_and_their_entries():
     check(256, "nidxlist[0] outside 0..0", con_nativeidxs=i32([0]), width=1, resshape=None)
 
 
-@pytest.mark.skipif(450 not in KERNELS, reason="no kernel with a matrix yet")
 def test_matrices():
-    check(450, "vsub[0, 2] outside 0..3, 0..2", nd=3, res=i64([0] * 3), s=i64([0] * 3), vsub=np.zeros((3, 2), np.int32))
+    rows = dict(nd=2, n=3, sp=i64([0] * 3), strides=i64([1] * 3))
+    check(44, "sparsity[2, 0] outside 0..2, 0..3", **rows, sparsity=np.zeros((2, 3), np.int32))
+    check(44, "sparsity[0, 1] outside 0..3, 0..1", **rows, sparsity=np.zeros((3, 1), np.int32))
+    check(177, "midxs[-1, 0] outside 0..3, 0..1", row=-1, n=1, midxs=np.zeros((3, 1), np.int32), strides=i64([1]))
 
 
 def test_a_fault_ends_the_kernel_there_and_releases_all():

@@ -7,8 +7,7 @@
 // visit every stored element, split its flat position into coordinates and test them; they keep the order, so that a
 // sparse result ascends again.
 
-#include <algorithm>
-
+#include "index/box_gather.h"
 #include "index/divisor.h"
 #include "index/shape.h"
 
@@ -65,40 +64,11 @@ void filter_by_box(I32 astart, I32 astop, i32 nd, I32 index, I32 shape, I64 stri
 
 }  // namespace
 
-// The n native indices of a box of a dense array, in row-major order: sliceidxs[0 .. n-1]. n is trusted: a walk past
-// the box goes on along axis 0. Scratch: 3 * nd integers.
+// The n native indices of a box of a dense array, in row-major order: sliceidxs[0 .. n-1]. At least one axis; n is
+// trusted. Scratch: 3 * nd integers.
 KERNEL((260), (), slice_by_walk, I32 con_nativeidxs, I32 firsta, I32 lasta, i32 nd, I32 shape, I32 sliceidxs, i32 n)
 {
-  if (nd < 1 || n < 1) return;
-  const i64 last = i64{nd} - 1;
-  const Scratch<i32> stride(nd), start(nd), index(nd);
-  stride[last] = 1;
-  row_major_strides(stride, shape, nd);
-  // start[d] is the flat position where axis d stands, deeper axes being at their first coordinate.
-  const i32 base = static_cast<i32>(flat_position(firsta, stride, nd));
-  for (i64 d = 0; d < nd; ++d) {
-    start[d] = base;
-    index[d] = firsta[d];
-  }
-  for (i64 e = 0; e < n;) {
-    // All of the last axis that is left, at least one element.
-    i64 run = n - e;
-    if (last > 0) run = std::min(run, std::max<i64>(1, i64{lasta[last]} - index[last]));
-    const Run<i32> from{con_nativeidxs, start[last]}, to{sliceidxs, e};
-    for (i64 k = 0; k < run; ++k) to[k] = from[k];
-    e += run;
-
-    i64 d = last;
-    index[d] = wrapping_add(index[d], static_cast<i32>(run));
-    start[d] = wrapping_add(start[d], static_cast<i32>(run));
-    while (d > 0 && index[d] >= lasta[d]) {
-      index[d] = firsta[d];
-      --d;
-      index[d] = wrapping_add(index[d], 1);
-      start[d] = wrapping_add(start[d], stride[d]);
-    }
-    for (i64 j = d + 1; j < nd; ++j) start[j] = start[d];
-  }
+  gather_box_by_shape(sliceidxs, con_nativeidxs, firsta, lasta, shape, nd, n);
 }
 
 // Dense: appends the native indices inside the box to `rnidxs`, from slot `pos` on; returns the slot behind them.

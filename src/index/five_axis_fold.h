@@ -149,8 +149,8 @@ struct Positions {
 
 // Walks one triangle, i3 from 0 to i1 or, if `upper`, from i1 to dim[1]-1, in runs of elements and their mirrors:
 // run(flat, mirror, n), both Positions. With dim[4] 1 a run goes along i3, else along i4.
-template <class Run>
-void for_each_run_in_triangle(I32 dim, I32 stride, bool upper, Run run)
+template <class T, class Run>
+void for_each_run_in_triangle(I32 dim, StridedArray<T> stride, bool upper, Run run)
 {
   for (i64 i0 = 0; i0 < dim[0]; ++i0) {
     for (i64 i1 = 0; i1 < dim[1]; ++i1) {
@@ -167,6 +167,22 @@ void for_each_run_in_triangle(I32 dim, I32 stride, bool upper, Run run)
       }
     }
   }
+}
+
+// Takes the entries of a packed triangle in order, from `packed[k]` on, each to its element of `whole` and to the
+// mirror. Returns the k behind them.
+template <class T, class S>
+i32 scatter_packed_triangle(I32 dim, StridedArray<S> stride, bool upper, i32 k, StridedArray<T> packed,
+                            StridedArray<T> whole)
+{
+  for_each_run_in_triangle(dim, stride, upper, [&](Positions flat, Positions mirror, i64 n) {
+    for (i64 j = 0; j < n; ++j, ++k) {
+      const T entry = packed[k];
+      whole[flat[j]] = entry;
+      whole[mirror[j]] = entry;
+    }
+  });
+  return k;
 }
 
 }  // namespace fragments

@@ -1,9 +1,32 @@
-// The union of two ascending lists, by a merge: equal keys advance both.
+// Merges of two strictly ascending lists: their intersection and their union.
 #pragma once
 
 #include "frame/frame.h"
 
 namespace fragments {
+
+// Walks the two in step until one of them is exhausted: match(a, b) for every pair of equal keys. The cursors are left
+// where the walk ended. Returns whether there was a match.
+template <class Cursor, class KeyA, class KeyB, class Match>
+bool intersect(Cursor& a, Cursor a_end, Cursor& b, Cursor b_end, KeyA key_a, KeyB key_b, Match match)
+{
+  bool met = false;
+  while (a < a_end && b < b_end) {
+    const auto x = key_a(a);
+    const auto y = key_b(b);
+    if (x < y) {
+      ++a;
+    } else if (y < x) {
+      ++b;
+    } else {
+      match(a, b);
+      met = true;
+      ++a;
+      ++b;
+    }
+  }
+  return met;
+}
 
 // Walks the union, ascending: element(key, in_a, in_b), the cursors a and b standing at the entries with this key as
 // far as there are any; they advance behind it.
@@ -24,16 +47,7 @@ template <class Cursor, class KeyA, class KeyB>
 Cursor union_size(Cursor a_end, Cursor b_end, KeyA key_a, KeyB key_b)
 {
   Cursor a = 0, b = 0, common = 0;
-  while (a < a_end && b < b_end) {
-    const i64 x = key_a(a), y = key_b(b);
-    if (x < y) {
-      ++a;
-    } else if (y < x) {
-      ++b;
-    } else {
-      ++a, ++b, ++common;
-    }
-  }
+  intersect(a, a_end, b, b_end, key_a, key_b, [&](Cursor, Cursor) { ++common; });
   return a_end + b_end - common;
 }
 

@@ -8,14 +8,7 @@ namespace fragments {
 // mirror. `upper` tells which triangle they are of. Returns the k behind them.
 KERNEL((267), (i32), scatter_triangle, I32 dim, i32 k, I32 nativeidxs, I32 nidxs, I32 stride, bool upper)
 {
-  for_each_run_in_triangle(dim, stride, upper, [&](Positions flat, Positions mirror, i64 n) {
-    for (i64 j = 0; j < n; ++j) {
-      const i32 native = nativeidxs[k++];
-      nidxs[flat[j]] = native;
-      nidxs[mirror[j]] = native;
-    }
-  });
-  return k;
+  return scatter_packed_triangle(dim, stride, upper, k, nativeidxs, nidxs);
 }
 
 }  // namespace fragments

@@ -17,17 +17,19 @@
 namespace fragments {
 namespace {
 
-constexpr i32 folded = 10;
+constexpr i32 moved_to_cof = 10;
 
-// What a term keeps of its folded code.
-enum class Kept { nothing, first_atom, all_atoms };
-
-Kept kept_of(const Operand& operand, i64 t)
+// NaN is zero here.
+bool is_zero(f64 c)
 {
-  const f64 c = operand.cof[t];
-  if (c < 0.0 || c > 0.0) return Kept::first_atom;
+  return !(c < 0.0 || c > 0.0);
+}
+
+// Whether the code of term t is the mark of folding alone.
+bool is_folded(const Operand& operand, i64 t)
+{
   const i32 a = operand.codeptr[t];
-  return operand.codeptr[t + 1] - a == 1 && operand.code[a] == folded ? Kept::nothing : Kept::all_atoms;
+  return operand.codeptr[t + 1] - a == 1 && operand.code[a] == moved_to_cof;
 }
 
 }  // namespace
@@ -40,8 +42,8 @@ KERNEL((395), (bool), are_terms_alive, i32 cconst, i32 code, i32 codeptr, i32 co
   const Operand operand{.cof{wf64, cof}, .codeptr{wi32, codeptr}, .code{wi32, code}, .cconst{wf64, cconst}};
   const auto has_zero_code = [&](i64 t) {
     const i32 a = operand.codeptr[t];
-    if (operand.codeptr[t + 1] - a != 1) return false;
-    return operand.code[a] == folded || (operand.code[a] == push_constant && operand.cconst[a] == 0.0);
+    return is_folded(operand, t) ||
+           (operand.codeptr[t + 1] - a == 1 && operand.code[a] == push_constant && operand.cconst[a] == 0.0);
   };
   for (i64 t = 0; t < nnz && ok; ++t) ok = operand.cof[t] != 0.0 || (ncodeatom > 0 && !has_zero_code(t));
   return ok;
@@ -74,9 +76,9 @@ KERNEL((386), (i32, i32, i32), measure_kept_terms, i32 cof, i32 nelem, i32 ptr, 
   for (i64 i = 0; i < nelem; ++i) {
     const i32 terms_before = k, end = operand.ptr[i + 1];
     for (i32 t = operand.ptr[i]; t < end; ++t) {
-      const Kept kept = kept_of(operand, t);
-      if (kept == Kept::nothing) continue;
-      c += kept == Kept::first_atom ? 1 : operand.atoms(t, t + 1);
+      const bool has_value = !is_zero(operand.cof[t]);
+      if (!has_value && is_folded(operand, t)) continue;
+      c += has_value ? 1 : operand.atoms(t, t + 1);
       ++k;
     }
     e += k > terms_before;
@@ -117,17 +119,17 @@ KERNEL((390), (i32, i32, i32), write_kept_terms, i32 c, i32 cof, i32 e, bool has
   for (i64 i = 0; i < nelem; ++i) {
     const i32 terms_before = result.terms, end = operand.ptr[i + 1];
     for (i64 t = operand.ptr[i]; t < end; ++t) {
-      const Kept kept = kept_of(operand, t);
-      if (kept == Kept::nothing) continue;
-      result.nidxs[result.terms] = operand.nidxs[t];
-      if (kept == Kept::first_atom) {
+      const f64 value = operand.cof[t];
+      if (!is_zero(value)) {
         const i32 a = operand.codeptr[t];
-        result.cof[result.terms] = operand.cof[t];
+        result.cof[result.terms] = value;
         result.push_atom(operand.code[a], operand.cconst[a]);
       } else {
+        if (is_folded(operand, t)) continue;
         result.cof[result.terms] = 0.0;
         result.push_atoms_of(operand, t);
       }
+      result.nidxs[result.terms] = operand.nidxs[t];
       result.close_term();
     }
     if (!rhassp)

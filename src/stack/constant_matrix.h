@@ -15,15 +15,6 @@ inline i32 group_end(I32 msubi, i32 k, i32 count)
   return k;
 }
 
-// The same for a permutation of the entries by column: the end of the column group of position q.
-inline i32 column_group_end(I32 msubj, Run<i32> perm, i32 q, i32 count)
-{
-  const i32 column = msubj[perm[q]];
-  do ++q;
-  while (q < count && msubj[perm[q]] == column);
-  return q;
-}
-
 // Whether entry k lies outside the matrix; without branches, so that loops over entries are vectorised.
 inline bool is_outside(I32 msubi, I32 msubj, i32 mdimi, i32 mdimj, i64 k)
 {

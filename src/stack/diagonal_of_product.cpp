@@ -17,9 +17,9 @@
 //
 // Cursors of the result come in and go back: `nzi` terms, `elmi` elements, `codei` atoms.
 
+#include "index/merge.h"
 #include "stack/column_sort.h"
 #include "stack/constant_matrix.h"
-#include "stack/merge.h"
 #include "stack/record.h"
 #include "stack/row_runs.h"
 
@@ -31,11 +31,10 @@ namespace {
 template <class Entry, class Element>
 void walk_columns(I32 msubi, I32 msubj, Run<i32> perm, i32 mnnz, i32 d1, Entry entry, Element element)
 {
-  for (i32 b = 0; b < mnnz;) {
-    const i32 e = column_group_end(msubj, perm, b, mnnz);
-    const i32 j = msubj[perm[b]];
+  for (i32 q = 0; q < mnnz;) {
+    const i32 j = msubj[perm[q]];
     const i64 row_start = static_cast<i64>(d1) * j;
-    for (; b < e; ++b) entry(perm[b], row_start + msubi[perm[b]]);
+    for (; q < mnnz && msubj[perm[q]] == j; ++q) entry(perm[q], row_start + msubi[perm[q]]);
     element(j);
   }
 }
@@ -68,9 +67,8 @@ void walk_rows(i32& mi, I32 msubi, I32 msubj, i32 d1, Entry entry, Element eleme
 {
   const i32 mnnz = static_cast<i32>(msubi.count);
   while (mi < mnnz) {
-    const i32 e = group_end(msubi, mi, mnnz);
     const i32 i = msubi[mi];
-    for (; mi < e; ++mi) entry(mi, static_cast<i64>(d1) * msubj[mi] + i);
+    for (; mi < mnnz && msubi[mi] == i; ++mi) entry(mi, static_cast<i64>(d1) * msubj[mi] + i);
     element(i);
   }
 }
@@ -84,7 +82,8 @@ void walk_rows_and_columns(i32& mi, I32 msubi, I32 msubj, i32& q, Run<i32> perm,
 {
   const i32 mnnz = static_cast<i32>(msubi.count);
   if (mi >= mnnz || q >= nelem) return;
-  const auto column_of = [&](i32 place) { return sp[perm[place]] % d1; };
+  const Divisor width(d1);
+  const auto column_of = [&](i32 place) { return width.remainder(sp[perm[place]]); };
   i64 column = column_of(q);
   while (true) {
     while (msubi[mi] < column) {
@@ -221,7 +220,7 @@ KERNEL((457), (i32, i32, i32), measure_sparse_left_diagonal, i32 codeptr, i32 d1
   Size size{.operand = operand, .hascode = ncodeatom > 0, .atoms = rncodeatom, .elements = rnelem, .terms = rnnz};
   const Run<i64> pattern{wi64, sp};
   const Run<i32> perm{xi32, xperm};
-  sort_by_column(Run<i32>{xi32, xcolptr}, d1, perm, nelem, ColumnOf{pattern, d1});
+  sort_by_column(Run<i32>{xi32, xcolptr}, d1, perm, nelem, ColumnOf{pattern, Divisor(d1)});
   i32 mi = 0, q = 0;
   walk_rows_and_columns(
       mi, msubi, msubj, q, perm, nelem, pattern, d1, [&](i32, i32 e) { size.append_scaled(e); },

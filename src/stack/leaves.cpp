@@ -1,8 +1,10 @@
-// Leaf expressions, pushed as records: constant arrays, constant matrices and plain variables. Extents and patterns are
-// pushed by the copies of slots.cpp.
+// Leaf expressions, pushed as records: constant arrays, constant matrices, plain variables and arrays of parameters.
+// Extents and patterns are pushed by the copies of slots.cpp.
 //
 // The constant part of an element is a term on variable 0. A constant array leaves its zeros out: 401 counts its terms,
 // 404 writes them.
+
+#include <algorithm>
 
 #include "stack/constant_matrix.h"
 #include "stack/record.h"
@@ -52,6 +54,24 @@ KERNEL((493), (), push_variable, i32 cof, F64 f64_arg, I32 i32_arg, i32 nd, i32 
   copy_slots(Run<i32>{i32_arg, rshape}, Run<i32>{shape, 0}, nd);
   fill_multiples(Run<i32>{i32_arg, ptr}, 0, n, 1);
   fill_slots(Run<f64>{f64_arg, cof}, nnz, 1.0);
+}
+
+// An array of n parameters: one constant term an element, its coefficient 0 plus the value of parameter nidxs[k], by
+// one atom of code. `sp` is copied only with `hassp`. Of a record without elements there is no code: only its shape and
+// rptr[0] are written, not rcodeptr[0].
+KERNEL((313), (), push_parameters, bool hassp, i32 nd, i32 n, I32 nidxs, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof,
+       F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rshape, i32 rsp, I32 shape, I64 sp)
+{
+  copy_slots(Run<i32>{ri32, rshape}, Run<i32>{shape, 0}, nd);
+  fill_multiples(Run<i32>{ri32, rptr}, 0, std::max(n, 0), 1);
+  if (n <= 0) return;
+  if (hassp) copy_slots(Run<i64>{ri64, rsp}, Run<i64>{sp, 0}, n);
+  fill_slots(Run<i64>{ri64, rnidxs}, n, i64{0});
+  fill_slots(Run<f64>{rf64, rcof}, n, 0.0);
+  fill_multiples(Run<i32>{ri32, rcodeptr}, 0, n, 1);
+  fill_slots(Run<i32>{ri32, rcode}, n, push_parameter);
+  const Run<f64> operands{rf64, rcconst};
+  for (i64 k = 0; k < n; ++k) operands[k] = nidxs[k];
 }
 
 }  // namespace fragments

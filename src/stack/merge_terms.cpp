@@ -15,35 +15,19 @@
 namespace fragments {
 namespace {
 
-constexpr i32 add_up_values = 8;
+constexpr i32 add_several = 8;
 
-// Calls run(b, e) for every stretch perm[b] .. perm[e-1] of the sorted terms begin .. end-1 with one variable.
-template <class EachRun>
-void for_each_variable(Run<i64> nidxs, Run<i32> perm, i64 begin, i64 end, EachRun run)
+// Walks the sorted terms begin .. end-1: part(t) for each term t, whole(variable, n) after the n parts of one variable.
+template <class Part, class Whole>
+void for_each_variable(Run<i64> nidxs, Run<i32> perm, i64 begin, i64 end, Part part, Whole whole)
 {
-  for (i64 b = begin; b < end;) {
-    const i64 variable = nidxs[perm[b]];
-    i64 e = b + 1;
-    while (e < end && nidxs[perm[e]] == variable) ++e;
-    run(b, e);
-    b = e;
+  for (i64 i = begin; i < end;) {
+    const i64 first = i, variable = nidxs[perm[i]];
+    do part(i64{perm[i]});
+    while (++i < end && nidxs[perm[i]] == variable);
+    whole(variable, i - first);
   }
 }
-
-// Coefficients of terms with one variable, added up from 0.0 on: a lone -0.0 comes out as 0.0.
-struct Sum {
-  f64 value = 0.0;
-  bool has_nonzero = false;  // NaN is one
-
-  Sum(Run<f64> cof, Run<i32> perm, i64 b, i64 e)
-  {
-    for (i64 i = b; i < e; ++i) {
-      const f64 c = cof[perm[i]];
-      value += c;
-      has_nonzero |= c != 0.0;
-    }
-  }
-};
 
 }  // namespace
 
@@ -124,7 +108,7 @@ KERNEL((393), (), sort_terms_on_w, i32 nelem, i32 nidxs, i32 nnz, i32 perm, i32 
 }
 
 // Measures merging: `e` and `k` each grow by the number of terms that 400 writes. With code that is every variable of
-// each element, without code those with a nonzero coefficient.
+// each element, without code those with a part that is not zero; NaN is not.
 KERNEL((397), (i32, i32), measure_merged_terms, i32 cof, i32 ncodeatom, i32 nelem, i32 nidxs, i32 perm, i32 ptr, i32 e,
        i32 k, F64 wf64, I32 wi32, I64 wi64, I32 xi32)
 {
@@ -132,15 +116,21 @@ KERNEL((397), (i32, i32), measure_merged_terms, i32 cof, i32 ncodeatom, i32 nele
   const Run<i32> sorted{xi32, perm};
   i32 terms = 0;
   for (i64 i = 0; i < nelem; ++i) {
-    for_each_variable(operand.nidxs, sorted, operand.ptr[i], operand.ptr[i + 1],
-                      [&](i64 b, i64 end) { terms += ncodeatom > 0 || Sum(operand.cof, sorted, b, end).has_nonzero; });
+    bool is_written = ncodeatom > 0;
+    for_each_variable(
+        operand.nidxs, sorted, operand.ptr[i], operand.ptr[i + 1],
+        [&](i64 t) { is_written = is_written || operand.cof[t] != 0.0; },
+        [&](i64, i64) {
+          terms += is_written;
+          is_written = ncodeatom > 0;
+        });
   }
   return {e + terms, k + terms};
 }
 
 // Writes the merged record. With code each term gets the atoms of all its parts in their order and, if there are
 // several, the atom (8, their number) that adds up the values. Without code a term whose parts are all zero is left
-// out. Sets `rptr[0]` and, with `rhascode`, `rcodeptr[0]`.
+// out. Sums begin at 0.0, so that a lone -0.0 comes out as 0.0. Sets `rptr[0]` and, with `rhascode`, `rcodeptr[0]`.
 KERNEL((400), (i32, i32), write_merged_terms, i32 cconst, i32 code, i32 c, i32 codeptr, i32 cof, i32 ncodeatom,
        i32 nelem, i32 nidxs, i32 k, i32 perm, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64,
        I32 ri32, I64 ri64, i32 rhascode, i32 rnidxs, i32 rptr, F64 wf64, I32 wi32, I64 wi64, I32 xi32)
@@ -163,20 +153,31 @@ KERNEL((400), (i32, i32), write_merged_terms, i32 cconst, i32 code, i32 c, i32 c
   result.ptr[0] = 0;
   if (rhascode > 0) result.codeptr[0] = 0;
   with_constant(ncodeatom > 0, [&](auto hascode) {
+    f64 sum = 0.0;
+    bool is_written = hascode;
     for (i64 i = 0; i < nelem; ++i) {
-      for_each_variable(operand.nidxs, sorted, operand.ptr[i], operand.ptr[i + 1], [&](i64 b, i64 e) {
-        const Sum sum(operand.cof, sorted, b, e);
-        if (!hascode && !sum.has_nonzero) return;
-        result.nidxs[result.terms] = operand.nidxs[sorted[b]];
-        result.cof[result.terms] = sum.value;
-        if (hascode) {
-          for (i64 t = b; t < e; ++t) result.push_atoms_of(operand, sorted[t]);
-          if (e - b > 1) result.push_atom(add_up_values, static_cast<f64>(e - b));
-          result.close_term();
-        } else {
-          ++result.terms;
-        }
-      });
+      for_each_variable(
+          operand.nidxs, sorted, operand.ptr[i], operand.ptr[i + 1],
+          [&](i64 t) {
+            const f64 part = operand.cof[t];
+            sum += part;
+            is_written |= part != 0.0;
+            if (hascode) result.push_atoms_of(operand, t);
+          },
+          [&](i64 variable, i64 parts) {
+            if (is_written) {
+              result.nidxs[result.terms] = variable;
+              result.cof[result.terms] = sum;
+              if (hascode) {
+                if (parts > 1) result.push_atom(add_several, static_cast<f64>(parts));
+                result.close_term();
+              } else {
+                ++result.terms;
+              }
+            }
+            sum = 0.0;
+            is_written = hascode;
+          });
       result.close_element();
     }
   });

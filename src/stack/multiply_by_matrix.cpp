@@ -15,8 +15,8 @@
 // Cursors of the result come in and go back: `nzi` terms, `elmi` elements, `codei` atoms. A term of a result with code
 // costs its own atoms plus two, (2, factor) and (5); no code is made up for an operand without.
 
+#include "index/merge.h"
 #include "stack/constant_matrix.h"
-#include "stack/merge.h"
 #include "stack/record.h"
 #include "stack/row_runs.h"
 

@@ -4,7 +4,7 @@
 //     constant array   check 460, measure 461, write 463; the result is sparse, with the elements that M and E store
 //     scalar           write 464; the result has the operand's sizes, and with code two atoms more a term
 
-#include "stack/merge.h"
+#include "stack/find_stored.h"
 #include "stack/record.h"
 #include "stack/slots.h"
 
@@ -59,22 +59,16 @@ KERNEL((464), (), write_scalar_product, f64 c, i32 cconst, i32 code, i32 codeptr
        i32 nd, i32 nelem, i32 nidxs, i32 nnz, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64,
        I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rshape, i32 rsp, i32 shape, i32 sp, F64 wf64, I32 wi32, I64 wi64)
 {
-  const Operand operand{.ptr{wi32, ptr},
-                        .nidxs{wi64, nidxs},
-                        .cof{wf64, cof},
-                        .codeptr{wi32, codeptr},
-                        .code{wi32, code},
-                        .cconst{wf64, cconst}};
-  Writer result{.ptr{ri32, rptr},
-                .nidxs{ri64, rnidxs},
-                .cof{rf64, rcof},
-                .codeptr{ri32, rcodeptr},
-                .code{ri32, rcode},
-                .cconst{rf64, rcconst}};
   copy_slots(Run<i32>{ri32, rshape}, Run<i32>{wi32, shape}, nd);
   if (hassp) copy_slots(Run<i64>{ri64, rsp}, Run<i64>{wi64, sp}, nelem);
-  copy_slots(result.ptr, operand.ptr, static_cast<i64>(nelem) + 1);
-  with_constant(ncodeatom > 0, [&](auto hascode) { result.append_scaled(operand, 0, nnz, c, hascode); });
+  copy_slots(Run<i32>{ri32, rptr}, Run<i32>{wi32, ptr}, static_cast<i64>(nelem) + 1);
+  copy_slots(Run<i64>{ri64, rnidxs}, Run<i64>{wi64, nidxs}, nnz);
+  scale_slots(Run<f64>{rf64, rcof}, Run<f64>{wf64, cof}, nnz, c);
+  if (ncodeatom > 0) {
+    const Operand operand{.codeptr{wi32, codeptr}, .code{wi32, code}, .cconst{wf64, cconst}};
+    Writer result{.codeptr{ri32, rcodeptr}, .code{ri32, rcode}, .cconst{rf64, rcconst}};
+    result.append_scaled_code(operand, 0, nnz, c);
+  }
 }
 
 }  // namespace fragments

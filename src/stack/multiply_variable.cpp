@@ -19,9 +19,9 @@
 // by column, each column's run starting at `mcolptr[c]` or `colptr[c]`; `rows` and `cols`, row and column of each
 // element of x; and `rowptr`, `mrowptr`, where the elements of x or the entries of M of a row start.
 
+#include "index/merge.h"
 #include "stack/column_sort.h"
 #include "stack/constant_matrix.h"
-#include "stack/merge.h"
 #include "stack/record.h"
 #include "stack/row_runs.h"
 #include "stack/slots.h"
@@ -157,7 +157,8 @@ KERNEL((478), (), sort_entries_by_column, i32 mdimj, i32 nb, i32 mcolptr, I32 ms
 // acc plus the number of columns with an entry, from the entries sorted by column.
 KERNEL((479), (i32), count_used_columns, I32 msubj, i32 acc, i32 n, i32 perm, I32 wi32)
 {
-  for (i32 q = 0; q < n; ++acc) q = column_group_end(msubj, Run<i32>{wi32, perm}, q, n);
+  const Run<i32> permutation{wi32, perm};
+  for (i64 q = 0; q < n; ++q) acc += q == 0 || msubj[permutation[q]] != msubj[permutation[q - 1]];
   return acc;
 }
 
@@ -171,14 +172,13 @@ KERNEL((480), (i32, i32), write_sparse_right_product, i32 elmi, i32 nzi, F64 mco
       .ptr{ri32, rptr}, .sp{ri64, rsp}, .nidxs{ri64, rnidxs}, .cof{rf64, rcof}, .elements = elmi, .terms = nzi};
   for (i64 t = 0; t < xd0; ++t) {
     const Run<i64> row{wi64, nidxs + t * xd1};
-    for (i32 b = 0; b < mnnz;) {
-      const i32 e = column_group_end(msubj, permutation, b, mnnz);
-      for (i32 q = b; q < e; ++q) {
+    for (i32 q = 0; q < mnnz;) {
+      const i32 c = msubj[permutation[q]];
+      for (; q < mnnz && msubj[permutation[q]] == c; ++q) {
         const i32 k = permutation[q];
         result.append_term(row[msubi[k]], mcof[k]);
       }
-      result.close_element(t * mdimj + msubj[permutation[b]]);
-      b = e;
+      result.close_element(t * mdimj + c);
     }
   }
   return {result.elements, result.terms};

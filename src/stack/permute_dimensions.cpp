@@ -4,8 +4,6 @@
 //     dense operand    write 421, or 423 for two axes
 //     sparse operand   flat positions in the result 419, which the caller sorts into `perm`, write 420; or, for two
 //                      axes, all of it 422
-//
-// Elements that are neighbours in the operand and in the result move as one run of terms.
 
 #include "index/counting_sort.h"
 #include "index/divisor.h"
@@ -13,22 +11,6 @@
 #include "stack/slots.h"
 
 namespace fragments {
-namespace {
-
-// Appends n elements of the operand, element(i) being number i, in stretches of neighbours.
-template <class Element, class Flag>
-void append_in_order(Writer& result, const Operand& operand, i64 n, Element element, Flag hascode)
-{
-  for (i64 i = 0; i < n;) {
-    const i64 first = element(i);
-    i64 count = 1;
-    while (i + count < n && element(i + count) == first + count) ++count;
-    result.append_elements(operand, first, first + count, hascode);
-    i += count;
-  }
-}
-
-}  // namespace
 
 // The extents of the result.
 KERNEL((418), (), write_permuted_shape, I32 dperm, i32 nd, I32 ri32, i32 rshape, i32 shape, I32 wi32)
@@ -63,8 +45,8 @@ KERNEL((419), (), write_permuted_positions, I32 dperm, i32 from, i32 nd, i32 nel
   }
 }
 
-// Writes the elements in the order of `perm`, with their new flat positions `sp`. `rptr[0]` and `rcodeptr[0]` are the
-// caller's.
+// Writes the elements in the order of `perm`, with their new flat positions `sp`; stretches of neighbours move as one
+// run of terms. `rptr[0]` and `rcodeptr[0]` are the caller's.
 KERNEL((420), (i32, i32, i32), write_permuted, i32 cconst, i32 code, i32 c, i32 codeptr, i32 cof, i32 nidxs, i32 ptr,
        i32 e, i32 k, i32 ncodeatom, i32 nelem, I64 perm, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64,
        I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, I64 sp, F64 wf64, I32 wi32, I64 wi64)
@@ -85,10 +67,17 @@ KERNEL((420), (i32, i32, i32), write_permuted, i32 cconst, i32 code, i32 c, i32 
                 .elements = e,
                 .terms = k,
                 .atoms = c};
-  for (i64 i = 0; i < nelem; ++i) result.sp[e + i] = sp[perm[i]];
   with_constant(ncodeatom > 0, [&](auto hascode) {
-    append_in_order(
-        result, operand, nelem, [&](i64 i) { return perm[i]; }, hascode);
+    for (i64 i = 0; i < nelem;) {
+      const i64 source = perm[i];
+      i64 n = 0;
+      do {
+        result.sp[result.elements + n] = sp[source + n];
+        ++n;
+      } while (i + n < nelem && perm[i + n] == source + n);
+      result.append_elements(operand, source, source + n, hascode);
+      i += n;
+    }
   });
   return {result.atoms, result.elements, result.terms};
 }
@@ -170,17 +159,18 @@ KERNEL((422), (), write_sparse_transpose, i32 cconst, i32 code, i32 codeptr, i32
   place_items(buckets, sorted, nelem, column_of);
 
   result.ptr[0] = 0;
-  for (i64 i = 0; i < nelem; ++i) {
-    const auto [row, column] = columns.divide(pattern[sorted[i]]);
-    result.sp[i] = rows * column + row;
-  }
   with_constant(ncodeatom > 0, [&](auto hascode) {
-    append_in_order(
-        result, operand, nelem, [&](i64 i) { return i64{sorted[i]}; }, hascode);
+    for (i64 i = 0; i < nelem; ++i) {
+      const i64 source = sorted[i];
+      const auto [row, column] = columns.divide(pattern[source]);
+      result.append(operand, operand.ptr[source], operand.ptr[source + 1], hascode);
+      result.close_element(rows * column + row);
+    }
   });
 }
 
-// Transposes a dense matrix of `cols` columns and `rows` rows. Sets `rptr[0]`, but not `rcodeptr[0]`.
+// Transposes a dense matrix of `cols` columns and `rows` rows; a single column moves as one run. Sets `rptr[0]`, but
+// not `rcodeptr[0]`.
 KERNEL((423), (), write_dense_transpose, i32 cconst, i32 code, i32 codeptr, i32 cols, i32 rows, i32 cof, i32 nidxs,
        i32 ptr, i32 ncodeatom, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs,
        i32 rptr, F64 wf64, I32 wi32, I64 wi64)
@@ -199,7 +189,7 @@ KERNEL((423), (), write_dense_transpose, i32 cconst, i32 code, i32 codeptr, i32 
                 .cconst{rf64, rcconst}};
   result.ptr[0] = 0;
   with_constant(ncodeatom > 0, [&](auto hascode) {
-    if (cols == 1) {  // a column stays as it is, and so does a row, which is copied element after element
+    if (cols == 1) {
       result.append_elements(operand, 0, rows, hascode);
       return;
     }

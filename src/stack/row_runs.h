@@ -1,17 +1,18 @@
 // Row runs of a sparse pattern.
 #pragma once
 
-#include "frame/frame.h"
+#include "index/divisor.h"
 
 namespace fragments {
 
 // Walks n flat positions in row runs, the maximal stretches with the same row t = sp / width. run(t, b, e) is called
-// for the positions b .. e-1. One division a run.
+// for the positions b .. e-1.
 template <class EachRun>
 void for_each_row_run(Run<i64> sp, i32 n, i64 width, EachRun run)
 {
+  const Divisor divisor(width);
   for (i32 b = 0; b < n;) {
-    const i64 t = sp[b] / width;
+    const i64 t = divisor.quotient(sp[b]);
     const i64 row_end = (t + 1) * width;
     i32 e = b + 1;
     while (e < n && sp[e] < row_end) ++e;
@@ -24,13 +25,13 @@ void for_each_row_run(Run<i64> sp, i32 n, i64 width, EachRun run)
 // in the order of the items.
 struct ColumnOf {
   Run<i64> sp;
-  i64 width;
+  Divisor width;
   i64 row_start = 0;
 
   i64 operator()(i64 k)
   {
     const i64 flat = sp[k];
-    if (flat < row_start || flat - row_start >= width) row_start = flat - flat % width;
+    if (flat < row_start || flat - row_start >= width.value()) row_start = flat - width.remainder(flat);
     return flat - row_start;
   }
 };

@@ -18,6 +18,12 @@ void copy_slots(Run<T> to, Run<T> from, i64 n)
   for (i64 k = 0; k < n; ++k) to[k] = from[k];
 }
 
+template <class T>
+void scale_slots(Run<T> to, Run<T> from, i64 n, T factor)
+{
+  for (i64 k = 0; k < n; ++k) to[k] = from[k] * factor;
+}
+
 // to[m] = step * m for m from `first` to `last`, wrapping around: with first 0 and last n, the `ptr` of n elements of
 // `step` terms each.
 inline void fill_multiples(Run<i32> to, i64 first, i64 last, i32 step)

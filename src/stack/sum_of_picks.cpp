@@ -5,7 +5,7 @@
 //     strides of the operand 449, flat positions from rows of coordinates 450; check 446, measure 447, write 448
 
 #include "index/shape.h"
-#include "stack/merge.h"
+#include "stack/find_stored.h"
 #include "stack/record.h"
 
 namespace fragments {

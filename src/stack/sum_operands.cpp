@@ -107,20 +107,23 @@ void count_operand(bool hascode, const Operand& operand, i32 nelem, Run<i32> ptr
   }
 }
 
-// Writes the terms of an operand at the places where `ptr` and, in a result with code, `atom_ptr` have got to for the
+// Writes the terms of operand k at the places where `ptr` and, in a result with code, `atom_ptr` have got to for the
 // element at position(e), and moves both on.
 template <class Position>
-void scatter_operand(Writer& result, const Operand& operand, i32 nelem, f64 weight, bool hascode, Run<i32> atom_ptr,
-                     Position position)
+void scatter_operand(Writer& result, const OperandTables& operands, i64 k, i32 nelem, f64 weight, bool hascode,
+                     Run<i32> atom_ptr, Position position)
 {
-  for (i64 e = 0; e < nelem; ++e) {
-    const i64 f = position(e);
-    result.terms = result.ptr[f];
-    if (hascode) result.atoms = atom_ptr[f];
-    result.append_weighted(operand, operand.ptr[e], operand.ptr[e + 1], weight, hascode);
-    result.ptr[f] = result.terms;
-    if (hascode) atom_ptr[f] = result.atoms;
-  }
+  with_constant(hascode, [&](auto with_code) {
+    const Operand operand = operands(k, with_code);
+    for (i64 e = 0; e < nelem; ++e) {
+      const i64 f = position(e);
+      result.terms = result.ptr[f];
+      if (with_code) result.atoms = atom_ptr[f];
+      result.append_weighted(operand, operand.ptr[e], operand.ptr[e + 1], weight, with_code);
+      result.ptr[f] = result.terms;
+      if (with_code) atom_ptr[f] = result.atoms;
+    }
+  });
 }
 
 }  // namespace
@@ -196,8 +199,7 @@ KERNEL((522), (), write_sparse_operand, bool hascode, I32 cconst, I32 code, I32 
                 .code{ri32, rcode},
                 .cconst{rf64, rcconst}};
   const Run<i64> pattern{wi64, sp_base[k]};
-  scatter_operand(result, operands(k, hascode), nelem[k], w[k], hascode, {xi32, xpos},
-                  [&](i64 e) { return pattern[e]; });
+  scatter_operand(result, operands, k, nelem[k], w[k], hascode, {xi32, xpos}, [&](i64 e) { return pattern[e]; });
 }
 
 // Writes dense operand k into a dense result.
@@ -213,7 +215,7 @@ KERNEL((523), (), write_dense_operand, bool hascode, I32 cconst, I32 code, I32 c
                 .codeptr{ri32, rcodeptr},
                 .code{ri32, rcode},
                 .cconst{rf64, rcconst}};
-  scatter_operand(result, operands(k, hascode), nelem[k], w[k], hascode, {xi32, xpos}, [](i64 e) { return e; });
+  scatter_operand(result, operands, k, nelem[k], w[k], hascode, {xi32, xpos}, [](i64 e) { return e; });
 }
 
 // Writes a sum of n sparse operands, by the union of their patterns. `rptr[0]` and `rcodeptr[0]` are the caller's.

@@ -9,16 +9,26 @@
 // (`rncodeatom` above 0) a term of an operand with code has its atoms and (2, c), (5); a term of an operand without has
 // the one atom (2, 0.0).
 
-#include "stack/merge.h"
+#include "index/merge.h"
 #include "stack/record.h"
 
 namespace fragments {
 namespace {
 
-// Appends the terms of element f times `weight`.
-void add_element(Writer& result, const Operand& operand, i64 f, f64 weight, bool hascode)
+// Calls body(add_element), where add_element(operand, f, weight) appends the terms of element f times `weight`. In a
+// sum without any code it has no trace of it.
+template <class Body>
+void with_adder(Writer& result, const Operand& a, const Operand& b, bool hascode, Body body)
 {
-  result.append_weighted(operand, operand.ptr[f], operand.ptr[f + 1], weight, hascode);
+  with_constant(hascode || a.hascode || b.hascode, [&](auto anycode) {
+    body([&](const Operand& operand, i64 f, f64 weight) {
+      const i32 begin = operand.ptr[f], end = operand.ptr[f + 1];
+      if (anycode)
+        result.append_weighted(operand, begin, end, weight, hascode);
+      else
+        result.append_scaled(operand, begin, end, weight, anycode);
+    });
+  });
 }
 
 }  // namespace
@@ -51,12 +61,13 @@ KERNEL((504), (i32, i32), write_dense_sum, i32 cconst1, i32 cconst2, i32 code1, 
                 .cconst{rf64, rcconst},
                 .terms = nzi,
                 .atoms = codei};
-  const bool hascode = rncodeatom > 0;
-  for (i64 k = 0; k < rnelem; ++k) {
-    add_element(result, a, k, c1, hascode);
-    add_element(result, b, k, c2, hascode);
-    result.close_element();
-  }
+  with_adder(result, a, b, rncodeatom > 0, [&](auto add_element) {
+    for (i64 k = 0; k < rnelem; ++k) {
+      add_element(a, k, c1);
+      add_element(b, k, c2);
+      result.close_element();
+    }
+  });
   return {result.atoms, result.terms};
 }
 
@@ -92,12 +103,13 @@ KERNEL((506), (i32, i32, i32, i32), write_dense_sparse_sum, i32 cconst1, i32 cco
                 .terms = nzi,
                 .atoms = codei};
   const Run<i64> pattern{wi64, sp2};
-  const bool hascode = rncodeatom > 0;
-  for (i64 f = 0; f < nelem1; ++f) {
-    add_element(result, a, f, c1, hascode);
-    if (i2 < nelem2 && pattern[i2] == f) add_element(result, b, i2++, c2, hascode);
-    result.close_element();
-  }
+  with_adder(result, a, b, rncodeatom > 0, [&](auto add_element) {
+    for (i64 f = 0; f < nelem1; ++f) {
+      add_element(a, f, c1);
+      if (i2 < nelem2 && pattern[i2] == f) add_element(b, i2++, c2);
+      result.close_element();
+    }
+  });
   return {result.atoms, result.elements, i2, result.terms};
 }
 
@@ -105,11 +117,8 @@ KERNEL((506), (i32, i32, i32, i32), write_dense_sparse_sum, i32 cconst1, i32 cco
 KERNEL((508), (i32), count_union, i32 n1, i32 n2, i32 acc, i32 sp1, i32 sp2, I64 wi64)
 {
   const Run<i64> pattern1{wi64, sp1}, pattern2{wi64, sp2};
-  i32 i1 = 0, i2 = 0, common = 0;
-  intersect(
-      i1, n1, i2, n2, [&](i32 k) { return pattern1[k]; }, [&](i32 k) { return pattern2[k]; },
-      [&](i32, i32) { ++common; });
-  return acc + n1 + n2 - common;
+  return acc + union_size(
+                   n1, n2, [&](i32 k) { return pattern1[k]; }, [&](i32 k) { return pattern2[k]; });
 }
 
 // Both sparse: all of the sum, by a merge of the patterns. Cursors start at 0; sets `rptr[0]` and, in a result with
@@ -141,19 +150,18 @@ KERNEL((510), (), write_sparse_sum, i32 cconst1, i32 cconst2, i32 code1, i32 cod
                 .code{ri32, rcode},
                 .cconst{rf64, rcconst}};
   const Run<i64> pattern1{wi64, sp1}, pattern2{wi64, sp2};
-  const bool hascode = rncodeatom > 0;
   result.ptr[0] = 0;
-  if (hascode) result.codeptr[0] = 0;
-
-  i32 i1 = 0, i2 = 0;
-  while (i1 < nelem1 || i2 < nelem2) {
-    const bool from_a = i1 < nelem1 && (i2 >= nelem2 || pattern1[i1] <= pattern2[i2]);
-    const bool from_b = i2 < nelem2 && (i1 >= nelem1 || pattern2[i2] <= pattern1[i1]);
-    const i64 flat = from_a ? pattern1[i1] : pattern2[i2];
-    if (from_a) add_element(result, a, i1++, c1, hascode);
-    if (from_b) add_element(result, b, i2++, c2, hascode);
-    result.close_element(flat);
-  }
+  if (rncodeatom > 0) result.codeptr[0] = 0;
+  with_adder(result, a, b, rncodeatom > 0, [&](auto add_element) {
+    i32 i1 = 0, i2 = 0;
+    unite(
+        i1, nelem1, i2, nelem2, [&](i32 k) { return pattern1[k]; }, [&](i32 k) { return pattern2[k]; },
+        [&](i64 flat, bool in_a, bool in_b) {
+          if (in_a) add_element(a, i1, c1);
+          if (in_b) add_element(b, i2, c2);
+          result.close_element(flat);
+        });
+  });
 }
 
 }  // namespace fragments

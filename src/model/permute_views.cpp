@@ -1,0 +1,80 @@
+// Permutations of views of variables: of the elements by a list of places, of the two axes of a matrix, of any axes.
+
+#include <algorithm>
+
+#include "index/shape.h"
+
+namespace fragments {
+namespace {
+
+// to[k] = from[perm[k]] for k below n.
+void gather(I64 to, I64 from, I64 perm, i32 n)
+{
+  for (i64 k = 0; k < n; ++k) to[k] = from[perm[k]];
+}
+
+// Calls element(k, t) for the elements k below n of a view with nd axes, t being the sum over d of slot[perm[d]] *
+// pstrides[d] in 32 bits.
+//
+// The element's own number, not the axis, selects the extent and the slot: shape[nd-1-k] splits k, and slot[nd-1-k]
+// takes digit nd-1, while the slots of the elements before keep what they took. This is intended; n is at most nd.
+// Digit nd-1 of a number below nd is 0 in every base, so that t comes out as 0. Without axes t is 0, for any n.
+template <class Element>
+void for_each_permuted(i32 nd, i32 n, I32 perm, I64 pstrides, I32 shape, Element element)
+{
+  const Scratch<i32> slot(nd);
+  for (i64 k = 0; k < n; ++k) {
+    i64 t = 0;
+    if (nd > 0) {
+      const i64 selected = i64{nd} - 1 - k;
+      const i64 extent = shape[selected];
+      i64 rest = k;
+      for (i64 d = 0; d < nd; ++d) {
+        slot[selected] = static_cast<i32>(rest % extent);
+        rest /= extent;
+      }
+      for (i64 d = 0; d < nd; ++d) t += slot[perm[d]] * pstrides[d];
+    }
+    element(k, static_cast<i32>(t));
+  }
+}
+
+}  // namespace
+
+// n numbers, number k from place perm[k].
+KERNEL((165), (), permute_numbers, i32 n, I64 nidxs, I64 perm, I64 rnidxs)
+{
+  gather(rnidxs, nidxs, perm, n);
+}
+
+// The same for n flat positions.
+KERNEL((166), (), permute_positions, i32 n, I64 perm, I64 rsp, I64 sp)
+{
+  gather(rsp, sp, perm, n);
+}
+
+// The transpose of a matrix of d1 rows and d2 columns. In strips of 8 rows, so that a cache line of the result is
+// filled at once.
+KERNEL((168, 169), (), transpose_view, i32 d1, i32 d2, I64 nativeidxs, I64 residxs)
+{
+  for (i64 strip = 0; strip < d1; strip += 8) {
+    const i64 end = std::min<i64>(strip + 8, d1);
+    for (i64 j = 0; j < d2; ++j) {
+      for (i64 i = strip; i < end; ++i) residxs[j * d1 + i] = nativeidxs[i * d2 + j];
+    }
+  }
+}
+
+// Dense, by axes: residxs[t] = nativeidxs[k] for the element k at position t.
+KERNEL((208), (), permute_dense_view, I64 nativeidxs, i32 nd, i32 n, I32 perm, I64 pstrides, I64 residxs, I32 shape)
+{
+  for_each_permuted(nd, n, perm, pstrides, shape, [&](i64 k, i32 t) { residxs[t] = nativeidxs[k]; });
+}
+
+// Sparse, by axes: ressp[k] = t.
+KERNEL((209), (), permute_pattern, i32 nd, i32 n, I32 perm, I64 pstrides, I64 ressp, I32 shape)
+{
+  for_each_permuted(nd, n, perm, pstrides, shape, [&](i64 k, i32 t) { ressp[k] = t; });
+}
+
+}  // namespace fragments
