@@ -64,7 +64,7 @@ def main(arguments: Optional[List[str]] = None) -> int:
         least = np.linalg.norm(exact - point)
         print(f"{n:>10}{distance:>16.8f}{least:>16.8f}{np.count_nonzero(exact):>10}")
         # A distance is flat at its least: the point is known to about half the digits.
-        if not abs(distance - least) <= 1e-6 * (1.0 + least) or not np.allclose(x, exact, atol=1e-3):
+        if not abs(distance - least) <= 1e-6 * (1.0 + least) or not np.allclose(x, exact, atol=1e-3 * (1.0 + least)):
             status = 1
     return status
 

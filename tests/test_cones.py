@@ -47,7 +47,7 @@ def test_theta_numbers(graph, value):
 
 
 def test_kneser_graphs():
-    """In K(n, k) every vertex is adjacent to C(n-k, k) others, and the Petersen graph has neither triangle nor square."""
+    """The Petersen graph, K(5, 2), has degree 3, no triangle and no square."""
     size, edges = kneser(5, 2)
     adjacent = np.zeros((size, size), dtype=int)
     adjacent[edges[:, 0], edges[:, 1]] = adjacent[edges[:, 1], edges[:, 0]] = 1
@@ -112,7 +112,7 @@ def test_rows_objective_and_expressions_keep_every_term(rng):
 
 @pytest.mark.parametrize("sense, sign", [("min", 1), ("max", -1)])
 def test_elements_of_semidefinite_variables_come_back(rng, sense, sign):
-    """The extreme value of <C, X> at trace 1 is an eigenvalue of C, X its projector, C less the eigenvalue the slack."""
+    """<C, X> at trace 1 is least at an eigenvector of C; the slack is C less its eigenvalue."""
     model = ConicModel()
     free = model.variable((1,), Domain(-1.0, 1.0))
     X = model.semidefinite(4, 2)
@@ -138,8 +138,8 @@ def test_elements_of_semidefinite_variables_come_back(rng, sense, sign):
 
 @pytest.mark.parametrize("n", [1, 2, 7, 40])
 def test_nearest_point_of_the_simplex(rng, n):
-    for point in (rng.normal(size=n), np.full(n, 1 / n), -np.arange(n)):
-        distance, x = nearest(point.astype(float))
+    for point in (rng.normal(size=n), np.full(n, 1 / n), -np.arange(n) / n):
+        distance, x = nearest(point)
         assert_close(distance, np.linalg.norm(projection(point) - point), 1e-6)
         assert_close(x, projection(point), 1e-3)  # a norm is flat at its least
 
@@ -252,13 +252,28 @@ def test_status_without_a_solution(status, b, sense):
     assert np.isnan([solution.objective, *solution.value(x), *solution.activity(cone), *solution.dual(cone)]).all()
 
 
+def test_dependent_rows_are_a_status():
+    model = ConicModel()
+    X = model.semidefinite(2)
+    for _ in range(2):
+        model.push(X)
+        op.pick(model.stacks, i64([0, 3]))
+        op.sum_blocks(model.stacks)
+        model.constraint(Domain(1.0, 1.0))
+    model.push(X)
+    op.sum_blocks(model.stacks, 2)
+    model.objective("max")
+    assert cone_solver.solve(model.problem()).status == "equations or variables are linearly dependent"
+
+
 def test_wrong_arguments_are_refused():
     model = ConicModel()
     s, X = model.stacks, model.semidefinite(2)
     model.push(X)
     expected = s.terms()
     for call in [lambda: model.conic("round"), lambda: model.objective("min"), lambda: model.between(0.0, INF),
-                 lambda: model.variable((2,), FREE, integer=True), lambda: model.variable_in_cone((3,), "semidefinite")]:
+                 lambda: model.variable((2,), FREE, integer=True),
+                 lambda: model.variable_in_cone((3,), "semidefinite")]:
         with pytest.raises(ValueError):
             call()
     merge_terms(s)  # the terms are those of distinct elements

@@ -111,11 +111,15 @@ def solve(p: ConicProblem, tolerance: float = 1e-8) -> ConicSolution:
     h = np.zeros(G.shape[0])
     first = dims["l"] + sum(dims["q"])
     h[first:first + len(p.barc)] = sign * p.barc
-    found = cvxopt.solvers.conelp(
-        cvxopt.matrix(-right), _sparse(G), cvxopt.matrix(h), dims, _sparse(scalar.T), cvxopt.matrix(sign * linear.c),
-        options={"show_progress": False, "feastol": tolerance, "reltol": tolerance, "abstol": tolerance})
-
-    status, ok = _STATUS[found["status"]], found["status"] == "optimal"
+    try:
+        found = cvxopt.solvers.conelp(
+            cvxopt.matrix(-right), _sparse(G), cvxopt.matrix(h), dims, _sparse(scalar.T),
+            cvxopt.matrix(sign * linear.c), options={
+                "show_progress": False, "feastol": tolerance, "reltol": tolerance, "abstol": tolerance})
+        status = _STATUS[found["status"]]
+    except ValueError:  # the solver refuses matrices without full rank
+        status = "equations or variables are linearly dependent"
+    ok = status == "optimal"
     x, u, z, s = (np.array(found[k]).reshape(-1) if ok else np.full(size, np.nan)
                   for k, size in (("y", n), ("x", rows.count), ("z", len(h)), ("s", len(h))))
     X, slack = z[first:first + len(p.barc)], s[first:first + len(p.barc)]
