@@ -5,25 +5,25 @@
 
 namespace fragments {
 
-// acc times the n extents from `base` on.
+// acc times the n extents from `base` on: elements of a factor.
 KERNEL((462), (i64), product_of_factor_extents, i32 n, i64 acc, i32 base, I32 wi32)
 {
   return product(acc, Run<i32>{wi32, base}, 0, n);
 }
 
-// The same for a summand.
+// acc times the n extents from `base` on: elements of a summand.
 KERNEL((507), (i64), product_of_summand_extents, i32 n, i32 base, i64 acc, I32 wi32)
 {
   return product(acc, Run<i32>{wi32, base}, 0, n);
 }
 
-// acc times the hi-lo extents from `base` on.
+// acc times the hi-lo extents from `base` on: axes lo to hi-1.
 KERNEL((494), (i64), product_of_extent_range, i64 acc, i32 hi, i32 lo, i32 base, I32 wi32)
 {
   return product(acc, Run<i32>{wi32, base}, 0, static_cast<i64>(hi) - lo);
 }
 
-// The same for the size of a block.
+// acc times the hi-lo extents from `base` on: the size of a block.
 KERNEL((497), (i64), product_of_block_extents, i32 hi, i32 lo, i64 acc, i32 base, I32 wi32)
 {
   return product(acc, Run<i32>{wi32, base}, 0, static_cast<i64>(hi) - lo);

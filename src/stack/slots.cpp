@@ -20,7 +20,7 @@ KERNEL((334), (), write_even_ptr, i32 k, I32 ri32, i32 n, i32 top)
   fill_multiples(Run<i32>{ri32, top}, 0, n, k);
 }
 
-// The same for elements of k terms behind a `ptr[0]` that is there already; multiples are cut to 32 bits.
+// The `ptr` of n elements of k terms each but for `ptr[0]`, which is there already; multiples are cut to 32 bits.
 KERNEL((501), (), write_even_ptr_ends, i64 k, I32 ri32, i32 n, i32 top)
 {
   fill_multiples(Run<i32>{ri32, top}, 1, n, static_cast<i32>(k));
@@ -51,13 +51,13 @@ KERNEL((481), (), zero_ptr_on_w, i32 top, I32 wi32, i32 n)
   fill_slots(Run<i32>{wi32, top}, static_cast<i64>(n) + 1, 0);
 }
 
-// The same for the result of a sum.
+// Zeroes the `ptr` of the n elements of a sum, to count in.
 KERNEL((516), (), zero_ptr_on_r, I32 ri32, i32 n, i32 pos)
 {
   fill_slots(Run<i32>{ri32, pos}, static_cast<i64>(n) + 1, 0);
 }
 
-// The same for the atoms of each element of a sum, if `flag` is above 0.
+// Zeroes the n+1 slots in which the atoms of the elements of a sum are counted, if `flag` is above 0.
 KERNEL((517), (), zero_ptr_on_x, i32 flag, i32 n, i32 pos, I32 xi32)
 {
   if (flag > 0) fill_slots(Run<i32>{xi32, pos}, static_cast<i64>(n) + 1, 0);
@@ -120,7 +120,7 @@ KERNEL((402), (), push_extents, i32 n, I32 ri32, i32 rshape, I32 shape)
   copy_slots(Run<i32>{ri32, rshape}, Run<i32>{shape, 0}, n);
 }
 
-// The same for the shape of a slice.
+// Copies n extents from an array of their own: the shape of a slice.
 KERNEL((415), (), push_slice_extents, i32 n, I32 ri32, I32 rshape, i32 top)
 {
   copy_slots(Run<i32>{ri32, top}, Run<i32>{rshape, 0}, n);
@@ -138,7 +138,7 @@ KERNEL((444), (), copy_shape, i32 n, I32 resshape, I32 shape)
   copy_slots(Run<i32>{resshape, 0}, Run<i32>{shape, 0}, n);
 }
 
-// The same for as many extents as `rshape` has room for.
+// Copies as many extents as `rshape` has room for from one array to another.
 KERNEL((502), (), fill_shape, I32 rshape, I32 shape)
 {
   copy_slots(Run<i32>{rshape, 0}, Run<i32>{shape, 0}, rshape.count);
@@ -150,7 +150,7 @@ KERNEL((520), (), add_up_ptr_on_r, I32 ri32, i32 n, i32 pos)
   add_up(Run<i32>{ri32, pos}, n);
 }
 
-// The same for the atoms of each element, if `flag` is above 0.
+// The running sum of the atoms of each element, if `flag` is above 0: slot i+1 grows by slot i, for i below n.
 KERNEL((521), (), add_up_ptr_on_x, i32 flag, i32 n, i32 pos, I32 xi32)
 {
   if (flag > 0) add_up(Run<i32>{xi32, pos}, n);
