@@ -16,16 +16,11 @@
 // the w stack holds operands, the x stack is scratch.
 #pragma once
 
+#include "code/opcodes.h"
 #include "frame/frame.h"
 #include "stack/runs.h"
 
 namespace fragments {
-
-// Opcodes that operators append to a term's code.
-constexpr i32 push_parameter = 1;
-constexpr i32 push_constant = 2;
-constexpr i32 add = 3;
-constexpr i32 multiply = 5;
 
 // Calls body(flag) with the flag as a constant of its type, so that a loop over terms without code keeps no trace of
 // it.
