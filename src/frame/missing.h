@@ -8,7 +8,10 @@ struct NumberRange {
 };
 
 constexpr NumberRange missing[] = {
-    {25, 25}, {134, 144}, {337, 360}, {362, 372}, {374, 376}, {379, 380},
+    {337, 360},
+    {362, 372},
+    {374, 376},
+    {379, 380},
 };
 
 constexpr bool is_missing(int number)
