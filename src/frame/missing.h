@@ -11,7 +11,7 @@ constexpr NumberRange missing[] = {
     {337, 360},
     {362, 372},
     {374, 376},
-    {379, 380},
+    {379, 379},
 };
 
 constexpr bool is_missing(int number)
