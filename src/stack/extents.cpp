@@ -5,6 +5,18 @@
 
 namespace fragments {
 
+// init times the n extents from `top` on: elements of an operand of an inner product.
+KERNEL((356), (i64), product_of_inner_product_extents, i32 n, i64 init, i32 top, I32 wi32)
+{
+  return product(init, Run<i32>{wi32, top}, 0, n);
+}
+
+// init times the n extents from `top` on: elements of an operand of an element-wise product.
+KERNEL((360), (i64), product_of_elementwise_product_extents, i32 n, i64 init, i32 top, I32 wi32)
+{
+  return product(init, Run<i32>{wi32, top}, 0, n);
+}
+
 // acc times the n extents from `base` on: elements of a factor.
 KERNEL((462), (i64), product_of_factor_extents, i32 n, i64 acc, i32 base, I32 wi32)
 {
