@@ -10,7 +10,7 @@ SETUP ?=
 # All that is needed beyond Debian's base, a C++ compiler and make.
 PACKAGES = python3 python3-dev python3-venv meson python3-mesonpy ninja-build python3-pip \
 	clang clang-tidy clang-format \
-	python3-numpy python3-scipy \
+	python3-numpy python3-scipy python3-cvxopt python3-matplotlib \
 	python3-pytest python3-pytest-xdist python3-hypothesis
 
 .DEFAULT_GOAL = help
@@ -35,8 +35,9 @@ checked: packages  ## the module with bounds checking, in build/checked
 	@test -f build/checked/build.ninja || $(MESON) setup build/checked -Dchecked=true $(SETUP)
 	@ninja -C build/checked --quiet
 
-demo: build  ## solve the transport problem, and MPS=FILE if given
+demo: build  ## solve the transport problem, and MPS=FILE if given; draw an efficient frontier
 	PYTHONPATH=build/normal $(PYTHON) examples/solve_mps.py examples/transport.mps $(MPS)
+	PYTHONPATH=build/normal $(PYTHON) examples/efficient_frontier.py
 
 test: build checked  ## all tests, first with bounds checking, which names what would crash the normal build
 	PYTHONPATH=build/checked $(PYTEST) tests
