@@ -10,7 +10,7 @@ SETUP ?=
 # All that is needed beyond Debian's base, a C++ compiler and make.
 PACKAGES = python3 python3-dev python3-venv meson python3-mesonpy ninja-build python3-pip \
 	clang clang-tidy clang-format \
-	python3-numpy python3-scipy python3-cvxopt \
+	python3-numpy python3-scipy python3-cvxopt python3-matplotlib \
 	python3-pytest python3-pytest-xdist python3-hypothesis
 
 .DEFAULT_GOAL = help
@@ -35,8 +35,9 @@ checked: packages  ## the module with bounds checking, in build/checked
 	@test -f build/checked/build.ninja || $(MESON) setup build/checked -Dchecked=true $(SETUP)
 	@ninja -C build/checked --quiet
 
-demo: build  ## solve the transport problem, and MPS=FILE if given; theta numbers; a nearest point
+demo: build  ## solve a linear program (and MPS=FILE), an efficient frontier, theta numbers, a nearest point
 	PYTHONPATH=build/normal $(PYTHON) examples/solve_mps.py examples/transport.mps $(MPS)
+	PYTHONPATH=build/normal $(PYTHON) examples/efficient_frontier.py
 	PYTHONPATH=build/normal $(PYTHON) examples/theta.py
 	PYTHONPATH=build/normal $(PYTHON) examples/nearest_point.py
 

@@ -1,6 +1,6 @@
 """A small host layer over the kernels of `fragments`: linear models, from expressions to a solver and back.
 
 Read it in this order: `stacks` (records and where they lie), `operators` (how kernels make records out of records),
-`model` (from records to rows, bounds and one matrix), `solver`. `cones` adds semidefinite variables and conic
-constraints to the model, `cone_solver` solves it. `kernels` gives the kernels names.
+`model` (from records to rows, bounds and one matrix), `solver`; then `parameters` (coefficients that change while a model
+stays), `cones` (semidefinite variables and conic constraints) and `cone_solver`. `kernels` gives the kernels names.
 """

@@ -4,9 +4,9 @@ All of them work alike. They check their arguments, measure the result with a ke
 let the writing kernels fill it, and move the finished record to w. Terms are never merged: a variable that is met twice
 gives two terms.
 
-Coefficient code passes through every operator, but none here makes it: there are no parameters in this layer. Nor does
-it have stacking, repeating, sums along an inner axis, element-wise products and sums of more than two operands. Shape
-errors are reported as ValueError, with the w stack as it was before the call.
+Coefficient code passes through every operator, but none here makes it: that is what the products in `parameters` do.
+There is no stacking, repeating, sum along an inner axis, element-wise product of constants and sum of more than two
+operands. Shape errors are reported as ValueError, with the w stack as it was before the call.
 """
 
 from __future__ import annotations
@@ -47,7 +47,7 @@ def variable(s: Stacks, shape: Sequence[int], nidxs: np.ndarray, sp: Optional[np
     nidxs: int64, the number of each stored element, not 0; sp: int64, their flat positions, ascending, for an
     array that stores some elements only; without it all elements are stored.
     """
-    _check_pattern(shape, sp, len(nidxs))
+    check_pattern(shape, sp, len(nidxs))
     n = len(nidxs)
     r, record = s.r, s.r.reserve_record(len(shape), n, n, hassp=sp is not None)
     kernels.push_variable(record.cof, r.f64, r.i32, len(shape), n, n, record.ptr, record.shape, _i32(shape))
@@ -60,7 +60,7 @@ def variable(s: Stacks, shape: Sequence[int], nidxs: np.ndarray, sp: Optional[np
 def constant(s: Stacks, shape: Sequence[int], values: np.ndarray, sp: Optional[np.ndarray] = None) -> Record:
     """Pushes an array of constants: float64 `values` of the stored elements, which `sp` names as in `variable`."""
     values = np.asarray(values, dtype=np.float64)
-    _check_pattern(shape, sp, len(values))
+    check_pattern(shape, sp, len(values))
     n = len(values)
     nnz = kernels.count_nonzeros(values, 0)
     r, record = s.r, s.r.reserve_record(len(shape), n, nnz, hassp=sp is not None)
@@ -70,7 +70,7 @@ def constant(s: Stacks, shape: Sequence[int], values: np.ndarray, sp: Optional[n
     return s.finish(0, record)
 
 
-def _check_pattern(shape: Sequence[int], sp: Optional[np.ndarray], count: int) -> None:
+def check_pattern(shape: Sequence[int], sp: Optional[np.ndarray], count: int) -> None:
     size = math.prod(shape)
     if sp is None:
         if count != size:
