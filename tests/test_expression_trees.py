@@ -81,236 +81,124 @@ def leaf(rng, s, shape):
     return forms.reshape(*shape, VARIABLES)
 
 
-# Each way of growing takes (rng, s, shape, grow), evaluates operands by grow(shape) and the operator on s, and returns
-# the expected linear forms; or None at once if it cannot give that shape.
+def ways(rng, shape):
+    """The operators that can give an array of this shape, with arguments drawn at random.
 
+    By name: the shapes of the operands, the call, and the expected linear forms from those of the operands.
+    """
+    nd, size = len(shape), int(np.prod(shape))
+    c, d, weights, values = *integers(rng, 2), integers(rng, extent(rng)), integers(rng, size)
+    sp = np.flatnonzero(rng.random(size) < 0.6)
+    axes = rng.permutation(nd).tolist()
+    other = any_shape(rng)
+    chosen = np.flatnonzero(rng.random(int(np.prod(other))) < 0.6)
+    chosen_weights = integers(rng, len(chosen))
+    upper = rng.random() < 0.5
 
-def add(rng, s, shape, grow):
-    a, b = grow(shape), grow(shape)
-    c1, c2 = integers(rng, 2)
-    operators.add(s, c1, c2)
-    return c1 * a + c2 * b
+    def scaled(factors):
+        return lambda e: e * factors.reshape(*shape, 1)
 
+    def weighted_pick(s):
+        return products.weighted_pick(s, chosen, chosen_weights)
 
-def weighted_sum(rng, s, shape, grow):
-    weights = integers(rng, extent(rng))
-    forms = [grow(shape) for _ in weights]
-    sums.weighted_sum(s, weights)
-    return np.tensordot(weights, forms, 1)
+    def picked(e):
+        return chosen_weights @ e.reshape(-1, VARIABLES)[chosen]
 
+    found = {
+        "add": ([shape] * 2, lambda s: operators.add(s, c, d), lambda a, b: c * a + d * b),
+        "weighted_sum": ([shape] * len(weights), lambda s: sums.weighted_sum(s, weights),
+                         lambda *e: np.tensordot(weights, e, 1)),
+        "merge_terms": ([shape], sums.merge_terms, lambda e: e),
+        "scale": ([shape], lambda s: products.scale(s, c), lambda e: c * e),
+        "scale_elements": ([shape], lambda s: products.scale_elements(s, values), scaled(values)),
+        "scale_elements, sparse": ([shape], lambda s: products.scale_elements(s, values[sp], sp),
+                                   scaled(np.where(np.isin(np.arange(size), sp), values, 0))),
+        "permute": ([tuple(shape[k] for k in np.argsort(axes))], lambda s: structure.permute(s, axes),
+                    lambda e: e.transpose(*axes, nd)),
+    }  # fmt: skip
+    if nd == 0:
+        found["weighted_pick"] = [other], weighted_pick, picked
+    if nd < 3:
+        axis, block = int(rng.integers(nd + 1)), any_shape(rng, 3 - nd)
+        found["sum_axis"] = [(*shape[:axis], extent(rng), *shape[axis:])], lambda s: sums.sum_axis(s, axis), \
+            lambda e: e.sum(axis)
+        found["sum_blocks"] = [shape + block], lambda s: operators.sum_blocks(s, len(block)), \
+            lambda e: e.sum(tuple(range(nd, nd + len(block))))
+    if nd > 0:
+        along, first, behind = int(rng.integers(nd)), *rng.integers(0, 2, (2, nd))
+        last = first + shape
+        cuts = np.sort(rng.integers(0, shape[along] + 1, rng.integers(3)))
+        count = int(rng.choice([n for n in range(1, 5) if shape[along] % n == 0]))
 
-def scale(rng, s, shape, grow):
-    c, forms = integers(rng), grow(shape)
-    products.scale(s, c)
-    return c * forms
+        def resized(n):
+            return (*shape[:along], int(n), *shape[along + 1:])
 
-
-def scale_elements(rng, s, shape, grow):
-    values = integers(rng, shape)
-    forms = grow(shape)
-    sp = np.flatnonzero(rng.random(values.size) < 0.6)
-    if rng.random() < 0.5:
-        products.scale_elements(s, values)
-    else:
-        products.scale_elements(s, values.reshape(-1)[sp], sp)
-        values.reshape(-1)[np.setdiff1d(np.arange(values.size), sp)] = 0
-    return values[..., None] * forms
-
-
-def merge_terms(rng, s, shape, grow):
-    forms = grow(shape)
-    record = read(s)
-    sums.merge_terms(s)
-    ptr, nidxs = (getattr(read(s), field) for field in ("ptr", "nidxs"))
-    assert all(np.all(np.diff(nidxs[b:e]) > 0) for b, e in zip(ptr, ptr[1:])) and len(nidxs) <= record.nnz
-    return forms
-
-
-def stack(rng, s, shape, grow):
-    if not shape:
-        return None
-    axis = int(rng.integers(len(shape)))
-    if axis == len(shape) - 1 and shape[-1] and rng.random() < 0.5:
-        forms = [grow(shape[:-1]) for _ in range(shape[-1])]
-        structure.stack(s, len(forms), axis)
-        return np.stack(forms, axis)
-    cuts = np.sort(rng.integers(0, shape[axis] + 1, rng.integers(3)))
-    forms = [grow((*shape[:axis], int(d), *shape[axis + 1 :])) for d in np.diff(np.r_[0, cuts, shape[axis]])]
-    structure.stack(s, len(forms), axis)
-    return np.concatenate(forms, axis)
-
-
-def repeat(rng, s, shape, grow):
-    if not shape:
-        return None
-    axis = int(rng.integers(len(shape)))
-    count = int(rng.choice([n for n in range(1, 5) if shape[axis] % n == 0]))
-    forms = grow((*shape[:axis], shape[axis] // count, *shape[axis + 1 :]))
-    structure.repeat(s, count, axis)
-    return np.concatenate([forms] * count, axis)
-
-
-def permute(rng, s, shape, grow):
-    axes = rng.permutation(len(shape))
-    forms = grow(tuple(shape[k] for k in np.argsort(axes)))
-    structure.permute(s, axes.tolist())
-    return forms.transpose(*axes, len(shape))
-
-
-def transpose(rng, s, shape, grow):
-    if len(shape) != 2:
-        return None
-    forms = grow(shape[::-1])
-    operators.transpose(s)
-    return forms.swapaxes(0, 1)
-
-
-def sum_axis(rng, s, shape, grow):
-    if len(shape) == 3:
-        return None
-    axis = int(rng.integers(len(shape) + 1))
-    forms = grow((*shape[:axis], extent(rng), *shape[axis:]))
-    sums.sum_axis(s, axis)
-    return forms.sum(axis)
-
-
-def sum_blocks(rng, s, shape, grow):
-    if len(shape) == 3:
-        return None
-    block = any_shape(rng, 3 - len(shape))
-    forms = grow(shape + block)
-    operators.sum_blocks(s, len(block))
-    return forms.sum(tuple(range(len(shape), len(shape) + len(block))))
-
-
-def pick(rng, s, shape, grow):
-    if len(shape) != 1:
-        return None
-    forms = grow(any_shape(rng)).reshape(-1, VARIABLES)
-    indices = rng.integers(0, len(forms), shape)
-    operators.pick(s, indices)
-    return forms[indices]
-
-
-def weighted_pick(rng, s, shape, grow):
-    if shape:
-        return None
-    forms = grow(any_shape(rng)).reshape(-1, VARIABLES)
-    indices = np.flatnonzero(rng.random(len(forms)) < 0.6)
-    weights = integers(rng, len(indices))
-    products.weighted_pick(s, indices, weights)
-    return weights @ forms[indices]
-
-
-def slice_box(rng, s, shape, grow):
-    if not shape:
-        return None
-    first, behind = rng.integers(0, 2, (2, len(shape)))
-    last = first + shape
-    forms = grow(tuple((last + behind).tolist()))
-    operators.slice_box(s, first.tolist(), last.tolist())
-    return forms[tuple(slice(f, l) for f, l in zip(first, last))]
-
-
-def multiply(rng, s, shape, grow):
-    if len(shape) not in (1, 2):
-        return None
-    sparse, dense = random_matrix(rng, shape[0], extent(rng))
-    forms = grow((dense.shape[1], *shape[1:]))
-    operators.multiply(s, sparse if rng.random() < 0.7 else dense)
-    return np.tensordot(dense, forms, 1)
-
-
-def scale_matrix(rng, s, shape, grow):
-    if len(shape) != 2:
-        return None
-    sparse, dense = random_matrix(rng, *shape)
-    form = weighted_pick(rng, s, (), grow)
-    operators.scale_matrix(s, sparse)
-    return dense[..., None] * form
-
-
-def diagonal_right(rng, s, shape, grow):
-    if len(shape) != 1:
-        return None
-    sparse, dense = random_matrix(rng, extent(rng), shape[0])
-    forms = grow(dense.shape[::-1])
-    products.diagonal_right(s, sparse)
-    return np.einsum("jiv,ij->jv", forms, dense)
-
-
-def diagonal_left(rng, s, shape, grow):
-    if len(shape) != 1:
-        return None
-    sparse, dense = random_matrix(rng, shape[0], extent(rng))
-    forms = grow(dense.shape[::-1])
-    products.diagonal_left(s, sparse)
-    return np.einsum("ij,jiv->iv", dense, forms)
-
-
-def sides(rng, shape):
-    """Two axes of one extent, at random, or None."""
-    pairs = [(a, b) for b in range(len(shape)) for a in range(b) if shape[a] == shape[b]]
-    return pairs[rng.integers(len(pairs))] if pairs else None
-
-
-def triangle(rng, s, shape, grow):
-    pair = sides(rng, shape)
-    if pair is None:
-        return None
-    forms, upper = grow(shape), rng.random() < 0.5
-    axis_pairs.triangle(s, *pair, upper)
-    i, j = (np.indices(shape)[axis] for axis in pair)
-    return forms * (i <= j if upper else i >= j)[..., None]
-
-
-def scale_off_diagonal(rng, s, shape, grow):
-    pair = sides(rng, shape)
-    if pair is None:
-        return None
-    forms, factor = grow(shape), integers(rng)
-    axis_pairs.scale_off_diagonal(s, *pair, factor)
-    i, j = (np.indices(shape)[axis] for axis in pair)
-    return forms * np.where(i == j, 1, factor)[..., None]
-
-
-def symmetrise(rng, s, shape, grow):
-    pair = sides(rng, shape)
-    if pair is None:
-        return None
-    forms = grow(shape)
-    axis_pairs.symmetrise(s, *pair)
-    return (forms + forms.swapaxes(*pair)) / 2
-
-
-WAYS = [add, weighted_sum, scale, scale_elements, merge_terms, stack, repeat, permute, transpose, sum_axis, sum_blocks,
-        pick, weighted_pick, slice_box, multiply, scale_matrix, diagonal_right, diagonal_left, triangle,
-        scale_off_diagonal, symmetrise]  # fmt: skip
+        found["stack"] = [resized(n) for n in np.diff([0, *cuts, shape[along]])], \
+            lambda s: structure.stack(s, len(cuts) + 1, along), lambda *e: np.concatenate(e, along)
+        if shape[-1]:
+            found["stack, new axis"] = [shape[:-1]] * shape[-1], lambda s: structure.stack(s, shape[-1], nd - 1), \
+                lambda *e: np.stack(e, nd - 1)
+        found["repeat"] = [resized(shape[along] // count)], lambda s: structure.repeat(s, count, along), \
+            lambda e: np.concatenate([e] * count, along)
+        found["slice_box"] = [tuple((last + behind).tolist())], \
+            lambda s: operators.slice_box(s, first.tolist(), last.tolist()), \
+            lambda e: e[tuple(slice(*ends) for ends in zip(first, last))]
+    if nd == 1:
+        right, right_dense = random_matrix(rng, extent(rng), size)
+        left, left_dense = random_matrix(rng, size, extent(rng))
+        indices = rng.integers(0, np.prod(other), size)
+        found["pick"] = [other], lambda s: operators.pick(s, indices), lambda e: e.reshape(-1, VARIABLES)[indices]
+        found["diagonal_right"] = [right_dense.shape[::-1]], lambda s: products.diagonal_right(s, right), \
+            lambda e: np.einsum("jiv,ij->jv", e, right_dense)
+        found["diagonal_left"] = [left_dense.shape[::-1]], lambda s: products.diagonal_left(s, left), \
+            lambda e: np.einsum("ij,jiv->iv", left_dense, e)
+    if nd in (1, 2):
+        matrix, dense = random_matrix(rng, shape[0], extent(rng))
+        for name, argument in (("multiply", matrix), ("multiply, dense", dense)):
+            found[name] = [(dense.shape[1], *shape[1:])], lambda s, m=argument: operators.multiply(s, m), \
+                lambda e: np.tensordot(dense, e, 1)
+    if nd == 2:
+        factors, factors_dense = random_matrix(rng, *shape)
+        found["transpose"] = [shape[::-1]], operators.transpose, lambda e: e.swapaxes(0, 1)
+        found["scale_matrix"] = [other], lambda s: (weighted_pick(s), operators.scale_matrix(s, factors)), \
+            lambda e: factors_dense[..., None] * picked(e)
+    pairs = [(a, b) for b in range(nd) for a in range(b) if shape[a] == shape[b]]
+    if pairs:
+        a, b = pairs[rng.integers(len(pairs))]
+        i, j = np.indices(shape)[[a, b]]
+        found["triangle"] = [shape], lambda s: axis_pairs.triangle(s, a, b, upper), scaled(i <= j if upper else i >= j)
+        found["scale_off_diagonal"] = [shape], lambda s: axis_pairs.scale_off_diagonal(s, a, b, c), \
+            scaled(np.where(i == j, 1, c))
+        found["symmetrise"] = [shape], lambda s: axis_pairs.symmetrise(s, a, b), lambda e: (e + e.swapaxes(a, b)) / 2
+    return found
 
 
 def grow_tree(rng, s, shape, depth, used):
     """Evaluates a random tree of this shape on s, and compares every element after every operator; the linear forms."""
+    if not depth:
+        return leaf(rng, s, shape)
+    found = ways(rng, shape)
+    name = rng.choice(list(found))
+    shapes, call, expected = found[name]
     count = len(s.records)
-    way, forms = leaf, None
-    while depth and forms is None:
-        way = WAYS[rng.integers(len(WAYS))]
-        forms = way(rng, s, shape, lambda shape: grow_tree(rng, s, shape, depth - 1, used))
-    if way is leaf:
-        forms = leaf(rng, s, shape)
-    e = s.records[-1]
-    used[way, e.hassp, e.ncodeatom > 0] += 1
-    assert s.w.extents(e) == shape and len(s.records) == count + 1, way
-    np.testing.assert_array_equal(evaluate(read(s)), forms, err_msg=f"{way.__name__} of shape {shape}")
+    forms = expected(*(grow_tree(rng, s, operand, depth - 1, used) for operand in shapes))
+    call(s)
+    record = read(s)
+    assert record.shape.tolist() == list(shape) and len(s.records) == count + 1, name
+    np.testing.assert_array_equal(evaluate(record), forms, err_msg=f"{name} of shape {shape}")
+    if name == "merge_terms":
+        assert all(np.all(np.diff(record.nidxs[b:e]) > 0) for b, e in zip(record.ptr, record.ptr[1:]))
+    used[name, record.code is not None] += 1
     return forms
 
 
 def test_random_trees():
     used = Counter()
-    for seed in range(400):
+    for seed in range(300):
         rng = np.random.default_rng(seed)
-        grow_tree(rng, Stacks(), any_shape(rng), 1 + seed % 5, used)
-    for way in WAYS:  # none is left out, for results with and without code
-        assert used[way, True, True] + used[way, False, True] and used[way, True, False] + used[way, False, False], way
+        grow_tree(rng, Stacks(), any_shape(rng)[seed % 2 :], 1 + seed % 5, used)
+    everything = {name for shape in [(), (2,), (2, 2), (2, 2, 2)] for name in ways(rng, shape)}
+    assert used.keys() == {(name, code) for name in everything for code in (False, True)}  # none was left out
 
 
 def test_wrong_arguments_are_refused_and_change_nothing():

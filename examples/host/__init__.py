@@ -1,5 +1,6 @@
 """A small host layer over the kernels of `fragments`: linear models, from expressions to a solver and back.
 
 Read it in this order: `stacks` (records and where they lie), `operators` (how kernels make records out of records),
-`model` (from records to rows, bounds and one matrix), `solver`. `kernels` gives the kernels names.
+`model` (from records to rows, bounds and one matrix), `solver`. `kernels` gives the kernels names. More operators are
+in `structure`, `sums`, `products` and `axis_pairs`.
 """

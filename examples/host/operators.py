@@ -1,15 +1,16 @@
 """Operators on expression records: each takes its operands off the w stack and leaves its result there.
 
 All of them work alike. They check their arguments, measure the result with a kernel, reserve exactly that room on r,
-let the writing kernels fill it, and move the finished record to w. Terms are never merged: a variable that is met twice
-gives two terms.
+let the writing kernels fill it, and move the finished record to w. Terms are merged by `sums.merge_terms` alone: in all
+others a variable that is met twice gives two terms.
 
 Coefficient code passes through every operator, but none here makes it: there are no parameters in this layer. Shape
 errors are reported as ValueError, with the w stack as it was before the call.
 
 Here are the leaves, products with a constant matrix, sums of two operands and of blocks, picks and slices. `structure`
 stacks, repeats and permutes axes, `sums` has the other sums, `products` products with constant arrays and diagonals of
-matrix products, `axis_pairs` what treats two axes as the sides of a matrix.
+matrix products, `axis_pairs` what treats two axes as the sides of a matrix. The kernels of `structure`, `sums` and
+`axis_pairs` multiply extents in 32 bits: they are for arrays of fewer than 2^31 elements.
 """
 
 from __future__ import annotations
@@ -353,13 +354,13 @@ def slice_box(s: Stacks, first: Sequence[int], last: Sequence[int]) -> Record:
     strides, box_strides = np.ones(e.nd, dtype=np.int64), np.ones(e.nd, dtype=np.int64)
     kernels.write_operand_strides(e.nd, e.shape, strides, w.i32)
     ncodeatom, nelem, nnz = kernels.measure_slice(
-        e.codeptr, int32_array(first), e.hassp, int32_array(last), e.ncodeatom, e.nd, e.nelem, e.ptr, 0, 0, 0, e.shape, e.sp, strides,
-        w.i32, w.i64)
+        e.codeptr, int32_array(first), e.hassp, int32_array(last), e.ncodeatom, e.nd, e.nelem, e.ptr,
+        0, 0, 0, e.shape, e.sp, strides, w.i32, w.i64)
     result = r.reserve_record(e.nd, nelem, nnz, ncodeatom, hassp=e.hassp)
     kernels.push_slice_extents(e.nd, r.i32, box, result.shape)
     kernels.write_slice_strides(e.nd, box, box_strides)
     kernels.write_slice(
-        e.cconst, e.code, 0, e.codeptr, e.cof, int32_array(first), e.hassp, 0, 0, int32_array(last), e.nd, e.nelem, e.nidxs, e.ptr,
-        result.cconst, result.code, result.codeptr, result.cof, r.f64, r.i32, r.i64, ncodeatom,
+        e.cconst, e.code, 0, e.codeptr, e.cof, int32_array(first), e.hassp, 0, 0, int32_array(last), e.nd, e.nelem,
+        e.nidxs, e.ptr, result.cconst, result.code, result.codeptr, result.cof, r.f64, r.i32, r.i64, ncodeatom,
         result.nidxs, result.ptr, result.sp, box_strides, e.shape, e.sp, strides, w.f64, w.i32, w.i64)
     return s.finish(1, result)

@@ -1,4 +1,4 @@
-"""Products with constants: element by element, by one number, summed over chosen elements, diagonals of matrix products.
+"""Products with constants: by one number, by element, summed over chosen elements, diagonals of matrix products.
 
 The constants that are applied here are not expressions; a product of two expressions would not be linear.
 """
@@ -57,7 +57,7 @@ def weighted_pick(s: Stacks, indices: np.ndarray, weights: np.ndarray) -> Record
     size = math.prod(w.extents(e))
     # The kernel lets pass a last index that is equal to the size it is told.
     if len(indices) != len(weights) or any(kernels.check_picked_elements(False, False, size - 1, indices)):
-        raise ValueError(f"{len(weights)} weights need as many positions, ascending strictly, from 0 on and below {size}")
+        raise ValueError(f"{len(weights)} weights need as many positions, ascending strictly, from 0 up to {size - 1}")
     nnz = kernels.count_terms_of_picks(e.hassp, e.nelem, e.ptr, 0, e.sp, indices, w.i32, w.i64)
     ncodeatom = 0
     if e.ncodeatom and e.hassp:
@@ -130,7 +130,7 @@ def diagonal_left(s: Stacks, matrix: SparseMatrix) -> Record:
 
 
 def _diagonal_arguments(s: Stacks, e: Record, matrix: SparseMatrix, size: int):
-    """(size, columns of E, entries, msubi, msubj, mval), after checking that both products of E and matrix are square."""
+    """(size, columns of E, entries, msubi, msubj, mval), once the products of E and matrix are known to be square."""
     _, rows, cols, mnnz, msubi, msubj, mval = matrix_arguments(matrix)
     extents = s.w.extents(e)
     if extents != (cols, rows):

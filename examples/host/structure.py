@@ -16,8 +16,8 @@ from .stacks import OperandTables, Record, Stacks, int32_array
 def stack(s: Stacks, count: int, axis: int = 0) -> Record:
     """Replaces the last `count` records by one with their elements side by side along `axis`.
 
-    They agree in all other extents. For arrays of nd axes, `axis` nd puts them side by side along a new last axis. The
-    result is sparse if one of them is.
+    They agree in all other extents. For arrays of nd axes, `axis` nd puts them side by side along a new last axis; a
+    new axis elsewhere takes `permute` after that. The result is sparse if one of them is.
     """
     if count < 1:
         raise ValueError(f"{count} arrays cannot be stacked")
