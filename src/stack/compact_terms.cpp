@@ -17,8 +17,6 @@
 namespace fragments {
 namespace {
 
-constexpr i32 moved_to_cof = 10;
-
 // NaN is zero here.
 bool is_zero(f64 c)
 {

@@ -15,8 +15,6 @@
 namespace fragments {
 namespace {
 
-constexpr i32 add_several = 8;
-
 // Walks the sorted terms begin .. end-1: part(t) for each term t, whole(variable, n) after the n parts of one variable.
 template <class Part, class Whole>
 void for_each_variable(Run<i64> nidxs, Run<i32> perm, i64 begin, i64 end, Part part, Whole whole)

@@ -30,8 +30,8 @@ namespace fragments {
 namespace {
 
 // Row and column of the n elements of a pattern with `width` columns; row(t, m) for each row t with m elements.
-template <class Row>
-void split_pattern(Run<i64> sp, i32 n, i32 width, Run<i32> rows, Run<i32> cols, Row row)
+template <class EachRow>
+void split_pattern(Run<i64> sp, i32 n, i32 width, Run<i32> rows, Run<i32> cols, EachRow row)
 {
   for_each_row_run(sp, n, width, [&](i64 t, i32 b, i32 e) {
     const i64 row_start = t * width;

@@ -28,7 +28,8 @@ void scale_slots(Run<T> to, Run<T> from, i64 n, T factor)
 // `step` terms each.
 inline void fill_multiples(Run<i32> to, i64 first, i64 last, i32 step)
 {
-  for (i64 m = first; m <= last; ++m) to[m] = wrapping_mul(static_cast<i32>(m), step);
+  i32 multiple = wrapping_mul(static_cast<i32>(first), step);
+  for (i64 m = first; m <= last; ++m, multiple = wrapping_add(multiple, step)) to[m] = multiple;
 }
 
 }  // namespace fragments

@@ -1,0 +1,181 @@
+// The table of parametrised rows: filing the parametrised terms of an evaluated expression by constraint row, taking
+// rows out, and the sizes of both.
+//
+//     row_param_ptrb, row_param_ptre  i32[rows]   first term and end of a row; both 0 if it has none
+//     row_code_ptr                    i32[rows]   first atom of a row
+//     param_code_sizes                i32[terms]  atoms of a term
+//     param_varidx                    i64[terms]  variable of a term
+//     code, cconst                    i32[atoms], f64[atoms]
+//
+// Rows are appended behind `k` terms and `c` atoms. A row that is taken out leaves a hole, and the counters then only
+// tell how much is in use. Element i of the expression, whose fields lie on the r stack, is row `nativeidxs[i]`.
+//
+//     file rows      measure 135, grow the arrays, lay out 136, copy 137
+//     replace rows   take out 138 or 144, then file
+//
+// A term is left out if it is trivial: one atom that is a constant, or the mark of a constant that stands in `cof`. A
+// term without atoms isn't trivial and is filed with size 0.
+
+#include "code/opcodes.h"
+
+namespace fragments {
+namespace {
+
+// The terms of a record whose coefficients are code.
+struct ParametrisedTerms {
+  Run<i32> ptr;
+  Run<i32> codeptr;
+  Run<i32> code;
+
+  // term(t, a, b) for each term of element i that isn't trivial; its atoms are a .. b-1.
+  template <class Term>
+  void for_each(i64 i, Term term) const
+  {
+    const i64 e = ptr[i + 1];
+    for (i64 t = ptr[i]; t < e; ++t) {
+      const i32 a = codeptr[t], b = codeptr[t + 1];
+      if (b - a != 1 || (code[a] != push_constant && code[a] != moved_to_cof)) term(t, a, b);
+    }
+  }
+
+  bool has_terms(i64 i) const { return ptr[i] < ptr[i + 1]; }
+};
+
+i32 atoms_of_row(I32 param_code_sizes, i32 begin, i32 end)
+{
+  i32 atoms = 0;
+  for (i64 t = begin; t < end; ++t) atoms += param_code_sizes[t];
+  return atoms;
+}
+
+// Clears a row's entries and returns the number of its terms.
+i32 take_out_row(I32 row_param_ptrb, I32 row_param_ptre, i32 row)
+{
+  const i32 terms = row_param_ptre[row] - row_param_ptrb[row];
+  row_param_ptrb[row] = 0;
+  row_param_ptre[row] = 0;
+  return terms;
+}
+
+// The capacity, doubled until there is room for `need` above `top`. With a capacity of 0 or less it never ends.
+i32 grown(i32 capacity, i32 top, i32 need)
+{
+  while (wrapping_sub(capacity, top) < need) capacity = wrapping_add(capacity, capacity);
+  return capacity;
+}
+
+}  // namespace
+
+// Counts the terms to file and their atoms, on top of `k` and `c`.
+KERNEL((135), (i32, i32), count_parametrised_terms, i32 code, i32 codeptr, i32 nelem, i32 k, i32 c, i32 ptr, I32 ri32)
+{
+  const ParametrisedTerms terms{{ri32, ptr}, {ri32, codeptr}, {ri32, code}};
+  for (i64 i = 0; i < nelem; ++i) {
+    terms.for_each(i, [&](i64, i32 a, i32 b) {
+      ++k;
+      c += b - a;
+    });
+  }
+  return {k, c};
+}
+
+// Gives every row with terms to file its stretch of terms and atoms. The entries of other rows stay as they are.
+KERNEL((136), (i32, i32), lay_out_rows, i32 code, i32 codeptr, i32 c, i32 k, I32 nativeidxs, i32 nelem, i32 ptr,
+       I32 ri32, I32 row_code_ptr, I32 row_param_ptrb, I32 row_param_ptre)
+{
+  const ParametrisedTerms terms{{ri32, ptr}, {ri32, codeptr}, {ri32, code}};
+  for (i64 i = 0; i < nelem; ++i) {
+    i32 n = 0, m = 0;
+    terms.for_each(i, [&](i64, i32 a, i32 b) {
+      ++n;
+      m += b - a;
+    });
+    if (n == 0) continue;
+    const i32 row = nativeidxs[i];
+    row_param_ptrb[row] = k;
+    row_param_ptre[row] = k + n;
+    row_code_ptr[row] = c;
+    k += n;
+    c += m;
+  }
+  return {c, k};
+}
+
+// Copies the terms and atoms of every row into its stretch. Returns whether `allnonneg` came in true and no filed
+// variable is negative, as the placeholder of a missing variable is.
+KERNEL((137), (bool), file_rows, F64 cconst, i32 cconstpos, I32 code, i32 codepos, i32 codeptr, I32 nativeidxs,
+       i32 nelem, i32 nidxs, bool allnonneg, I32 param_code_sizes, I64 param_varidx, i32 ptr, F64 rf64, I32 ri32,
+       I64 ri64, I32 row_code_ptr, I32 row_param_ptrb)
+{
+  const ParametrisedTerms terms{{ri32, ptr}, {ri32, codeptr}, {ri32, codepos}};
+  const Run<f64> operands{rf64, cconstpos};
+  const Run<i64> variables{ri64, nidxs};
+  for (i64 i = 0; i < nelem; ++i) {
+    if (!terms.has_terms(i)) continue;
+    const i32 row = nativeidxs[i];
+    i64 p = row_code_ptr[row], q = row_param_ptrb[row];
+    terms.for_each(i, [&](i64 t, i32 a, i32 b) {
+      for (i64 atom = a; atom < b; ++atom, ++p) {
+        code[p] = terms.code[atom];
+        cconst[p] = operands[atom];
+      }
+      param_code_sizes[q] = b - a;
+      param_varidx[q] = variables[t];
+      allnonneg &= variables[t] >= 0;
+      ++q;
+    });
+  }
+  return allnonneg;
+}
+
+// Takes out as many rows as `nativeidxs` has entries, and their atoms and terms off `c` and `k`. There is no table if
+// `row_param_ptrb` is None.
+KERNEL((138), (i32, i32), take_out_rows, i32 c, I32 nativeidxs, I32 param_code_sizes, I32 row_param_ptrb,
+       I32 row_param_ptre, i32 k)
+{
+  if (!row_param_ptrb.data) return {c, k};
+  for (i64 i = 0; i < nativeidxs.count; ++i) {
+    const i32 row = nativeidxs[i];
+    c -= atoms_of_row(param_code_sizes, row_param_ptrb[row], row_param_ptre[row]);
+    k -= take_out_row(row_param_ptrb, row_param_ptre, row);
+  }
+  return {c, k};
+}
+
+// `c` and the atoms of one row.
+KERNEL((139), (i32), add_atoms_of_row, i32 c, i32 row, I32 param_code_sizes, I32 row_param_ptrb, I32 row_param_ptre)
+{
+  return c + atoms_of_row(param_code_sizes, row_param_ptrb[row], row_param_ptre[row]);
+}
+
+// Takes out rows and their terms off `k`; the count of atoms is the caller's. There is no table if `row_code_ptr` is
+// None, which is all that it is asked for.
+KERNEL((144), (i32), take_out_terms, i32 k, I32 nativeidxs, i32 nelem, I32 row_code_ptr, I32 row_param_ptrb,
+       I32 row_param_ptre)
+{
+  if (!row_code_ptr.data) return k;
+  for (i64 i = 0; i < nelem; ++i) k -= take_out_row(row_param_ptrb, row_param_ptre, nativeidxs[i]);
+  return k;
+}
+
+// The capacity of a growable array, doubled until it is at least `need`.
+KERNEL((140), (i32), grown_capacity, i32 capacity, i32 need)
+{
+  return grown(capacity, 0, need);
+}
+KERNEL((141), (i32), capacity_for_need, i32 need, i32 capacity)
+{
+  return grown(capacity, 0, need);
+}
+
+// The same for an array that is filled up to `top`, doubled until there is room for `need` more.
+KERNEL((142), (i32), grown_capacity_above_top, i32 top, i32 capacity, i32 need)
+{
+  return grown(capacity, top, need);
+}
+KERNEL((143), (i32), capacity_for_need_above_top, i32 need, i32 top, i32 capacity)
+{
+  return grown(capacity, top, need);
+}
+
+}  // namespace fragments
