@@ -156,8 +156,9 @@ def scale_matrix(s: Stacks, matrix: SparseMatrix) -> Record:
     ncodeatom = mnnz * (e.ncodeatom + 2 * e.nnz) if e.ncodeatom else 0
     result = r.reserve_record(2, mnnz, mnnz * e.nnz, ncodeatom, hassp=True)
     kernels.push_extents(2, r.i32, result.shape, int32_array((rows, cols)))
+    # The kernel sets `codeptr[0]` by the operand's atoms; told the result's, it leaves it where no entry is.
     kernels.write_matrix_times_element(
-        e.cconst, e.code, 0, e.codeptr, e.cof, cols, mnnz, msubi, msubj, mval, e.ncodeatom, e.nidxs, e.nnz, 0,
+        e.cconst, e.code, 0, e.codeptr, e.cof, cols, mnnz, msubi, msubj, mval, ncodeatom, e.nidxs, e.nnz, 0,
         result.cconst, result.code, result.codeptr, result.cof, r.f64, r.i32, r.i64,
         result.nidxs, result.ptr, result.sp, w.f64, w.i32, w.i64)
     return s.finish(1, result)

@@ -39,8 +39,7 @@ def scale_elements(s: Stacks, values: np.ndarray, sp: Optional[np.ndarray] = Non
     ncodeatom, nelem, nnz = kernels.measure_elementwise_product(
         e.codeptr, e.hassp, sp, e.ncodeatom, e.nelem, e.ptr, 0, 0, 0, e.sp, w.i32, w.i64)
     result = r.reserve_record(e.nd, nelem, nnz, ncodeatom, hassp=True)
-    # The kernels that set `codeptr[0]` go by the atoms of the operand; told those of the result, they leave it where
-    # no term is left.
+    # The kernel sets `codeptr[0]` by the operand's atoms; told the result's, it leaves it where no term is.
     kernels.write_elementwise_product(
         e.cconst, e.code, e.codeptr, e.cof, e.hassp, values, sp, ncodeatom, e.nelem, e.nidxs, e.ptr,
         result.cconst, result.code, result.codeptr, result.cof, r.f64, r.i32, r.i64, ncodeatom, e.nd,
