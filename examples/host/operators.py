@@ -1,12 +1,16 @@
 """Operators on expression records: each takes its operands off the w stack and leaves its result there.
 
 All of them work alike. They check their arguments, measure the result with a kernel, reserve exactly that room on r,
-let the writing kernels fill it, and move the finished record to w. Terms are never merged: a variable that is met twice
-gives two terms.
+let the writing kernels fill it, and move the finished record to w. Terms are merged by `sums.merge_terms` alone: in all
+others a variable that is met twice gives two terms.
 
-Coefficient code passes through every operator, but none here makes it: that is what the products in `parameters` do.
-There is no stacking, repeating, sum along an inner axis, element-wise product of constants and sum of more than two
-operands. Shape errors are reported as ValueError, with the w stack as it was before the call.
+Coefficient code passes through every operator, but none here makes it: the products in `parameters` do. Shape errors
+are reported as ValueError, with the w stack as it was before the call.
+
+Here are the leaves, products with a constant matrix, sums of two operands and of blocks, picks and slices. `structure`
+stacks, repeats and permutes axes, `sums` has the other sums, `products` products with constant arrays and diagonals of
+matrix products, `axis_pairs` what treats two axes as the sides of a matrix. The kernels of `structure`, `sums` and
+`axis_pairs` multiply extents in 32 bits: they are for arrays of fewer than 2^31 elements.
 """
 
 from __future__ import annotations
@@ -18,7 +22,7 @@ from typing import Optional, Sequence, Tuple, Union
 import numpy as np
 
 from . import kernels
-from .stacks import Record, Stacks
+from .stacks import Record, Stacks, int32_array
 
 
 @dataclass(frozen=True)
@@ -50,7 +54,7 @@ def variable(s: Stacks, shape: Sequence[int], nidxs: np.ndarray, sp: Optional[np
     check_pattern(shape, sp, len(nidxs))
     n = len(nidxs)
     r, record = s.r, s.r.reserve_record(len(shape), n, n, hassp=sp is not None)
-    kernels.push_variable(record.cof, r.f64, r.i32, len(shape), n, n, record.ptr, record.shape, _i32(shape))
+    kernels.push_variable(record.cof, r.f64, r.i32, len(shape), n, n, record.ptr, record.shape, int32_array(shape))
     r.i64[record.nidxs:record.nidxs + n] = nidxs
     if sp is not None:
         kernels.push_pattern(True, n, r.i64, record.sp, sp)
@@ -64,7 +68,7 @@ def constant(s: Stacks, shape: Sequence[int], values: np.ndarray, sp: Optional[n
     n = len(values)
     nnz = kernels.count_nonzeros(values, 0)
     r, record = s.r, s.r.reserve_record(len(shape), n, nnz, hassp=sp is not None)
-    kernels.push_extents(len(shape), r.i32, record.shape, _i32(shape))
+    kernels.push_extents(len(shape), r.i32, record.shape, int32_array(shape))
     kernels.push_pattern(record.hassp, n, r.i64, record.sp, sp)
     kernels.write_constants(values, n, 0, record.cof, r.f64, r.i32, r.i64, record.nidxs, record.ptr)
     return s.finish(0, record)
@@ -86,7 +90,7 @@ def check_pattern(shape: Sequence[int], sp: Optional[np.ndarray], count: int) ->
 
 def multiply(s: Stacks, matrix: Matrix) -> Record:
     """Replaces E by matrix @ E, for E of shape (k,) or (k, t) and a matrix of m x k: shape (m,) or (m, t)."""
-    dense, rows, cols, mnnz, msubi, msubj, mval = _matrix(matrix)
+    dense, rows, cols, mnnz, msubi, msubj, mval = matrix_arguments(matrix)
     extents = s.w.extents(s.operands(1)[0])
     if len(extents) not in (1, 2) or extents[0] != cols:
         raise ValueError(f"a matrix of {rows} x {cols} cannot be applied to an array of shape {extents}")
@@ -99,7 +103,7 @@ def multiply(s: Stacks, matrix: Matrix) -> Record:
         e.codeptr, d0, cols, e.hassp, rows, mnnz, msubi, msubj, e.ncodeatom, e.nelem, e.nnz, e.ptr,
         0, 0, 0, e.sp, w.i32, w.i64)
     result = r.reserve_record(len(extents), nelem, nnz, ncodeatom, hassp=nelem < rows * d0)
-    kernels.push_extents(len(extents), r.i32, result.shape, _i32((rows, *extents[1:])))
+    kernels.push_extents(len(extents), r.i32, result.shape, int32_array((rows, *extents[1:])))
 
     if dense:
         _write_dense_product(s, e, result, rows, cols, d0, mval)
@@ -145,15 +149,16 @@ def _write_dense_product(s: Stacks, e: Record, result: Record, rows: int, cols: 
 
 def scale_matrix(s: Stacks, matrix: SparseMatrix) -> Record:
     """Replaces a record E of one stored element by the matrix with every entry times E, a sparse array."""
-    _, rows, cols, mnnz, msubi, msubj, mval = _matrix(matrix)
+    _, rows, cols, mnnz, msubi, msubj, mval = matrix_arguments(matrix)
     w, r, e = s.w, s.r, s.operands(1)[0]
     if math.prod(w.extents(e)) != 1 or e.nelem != 1:
         raise ValueError(f"only a single expression can scale a matrix, not an array of shape {w.extents(e)}")
     ncodeatom = mnnz * (e.ncodeatom + 2 * e.nnz) if e.ncodeatom else 0
     result = r.reserve_record(2, mnnz, mnnz * e.nnz, ncodeatom, hassp=True)
-    kernels.push_extents(2, r.i32, result.shape, _i32((rows, cols)))
+    kernels.push_extents(2, r.i32, result.shape, int32_array((rows, cols)))
+    # The kernel sets `codeptr[0]` by the operand's atoms; told the result's, it leaves it where no entry is.
     kernels.write_matrix_times_element(
-        e.cconst, e.code, 0, e.codeptr, e.cof, cols, mnnz, msubi, msubj, mval, e.ncodeatom, e.nidxs, e.nnz, 0,
+        e.cconst, e.code, 0, e.codeptr, e.cof, cols, mnnz, msubi, msubj, mval, ncodeatom, e.nidxs, e.nnz, 0,
         result.cconst, result.code, result.codeptr, result.cof, r.f64, r.i32, r.i64,
         result.nidxs, result.ptr, result.sp, w.f64, w.i32, w.i64)
     return s.finish(1, result)
@@ -164,7 +169,7 @@ def multiply_variable(s: Stacks, matrix: SparseMatrix, shape: Sequence[int], nid
 
     shape: (k,) or (k, t) for a matrix of m x k; nidxs: int64, the numbers of all elements of X. The result is sparse.
     """
-    _, rows, cols, mnnz, msubi, msubj, mval = _matrix(matrix)
+    _, rows, cols, mnnz, msubi, msubj, mval = matrix_arguments(matrix)
     d1 = math.prod(shape[1:])
     if len(shape) not in (1, 2) or shape[0] != cols or len(nidxs) != cols * d1:
         raise ValueError(f"a matrix of {rows} x {cols} cannot be applied to {len(nidxs)} variables of {tuple(shape)}")
@@ -173,7 +178,7 @@ def multiply_variable(s: Stacks, matrix: SparseMatrix, shape: Sequence[int], nid
     x.i64[variables:variables + len(nidxs)] = nidxs
     nelem, nnz = kernels.measure_left_dense_product(mnnz, msubi, 0, 0, d1)
     result = r.reserve_record(len(shape), nelem, nnz, hassp=True)
-    kernels.push_extents(len(shape), r.i32, result.shape, _i32((rows, *shape[1:])))
+    kernels.push_extents(len(shape), r.i32, result.shape, int32_array((rows, *shape[1:])))
     kernels.write_sparse_left_product(
         mval, mnnz, msubi, msubj, variables, result.cof, r.f64, r.i32, r.i64,
         result.nidxs, result.ptr, result.sp, d1, x.i64)
@@ -182,7 +187,7 @@ def multiply_variable(s: Stacks, matrix: SparseMatrix, shape: Sequence[int], nid
 
 def multiply_variable_right(s: Stacks, matrix: SparseMatrix, shape: Sequence[int], nidxs: np.ndarray) -> Record:
     """Pushes X @ matrix for a dense array X of variables of shape (t, k) and a matrix of k x c: (t, c), sparse."""
-    _, rows, cols, mnnz, msubi, msubj, mval = _matrix(matrix)
+    _, rows, cols, mnnz, msubi, msubj, mval = matrix_arguments(matrix)
     if len(shape) != 2 or shape[1] != rows or len(nidxs) != shape[0] * rows:
         raise ValueError(f"{len(nidxs)} variables of {tuple(shape)} cannot be multiplied by {rows} x {cols}")
     w, r, mark = s.w, s.r, s.w.top
@@ -192,7 +197,7 @@ def multiply_variable_right(s: Stacks, matrix: SparseMatrix, shape: Sequence[int
     kernels.sort_entries_by_column(cols, cols, column_ptr, msubj, mnnz, by_column, w.i32)
     nelem = shape[0] * kernels.count_used_columns(msubj, 0, mnnz, by_column, w.i32)
     result = r.reserve_record(2, nelem, shape[0] * mnnz, hassp=True)
-    kernels.push_extents(2, r.i32, result.shape, _i32((shape[0], cols)))
+    kernels.push_extents(2, r.i32, result.shape, int32_array((shape[0], cols)))
     kernels.write_sparse_right_product(
         0, 0, mval, cols, msubi, msubj, variables, mnnz, by_column, result.cof, r.f64, r.i32, r.i64,
         result.nidxs, result.ptr, result.sp, w.i32, w.i64, *shape)
@@ -200,7 +205,7 @@ def multiply_variable_right(s: Stacks, matrix: SparseMatrix, shape: Sequence[int
     return s.finish(0, result, without_pattern=nelem == shape[0] * cols)
 
 
-def _matrix(matrix: Matrix) -> Tuple:
+def matrix_arguments(matrix: Matrix) -> Tuple:
     """(dense, rows, cols, entries, msubi, msubj, mval) for the kernels; a dense matrix has None for msubi and msubj."""
     if not isinstance(matrix, SparseMatrix):
         rows, cols = matrix.shape
@@ -221,7 +226,7 @@ def transpose(s: Stacks) -> Record:
         raise ValueError(f"only a two-dimensional array can be transposed, not one of shape {w.extents(e)}")
     rows, cols = w.extents(e)
     result = r.reserve_record(2, e.nelem, e.nnz, e.ncodeatom, hassp=e.hassp)
-    kernels.push_extents(2, r.i32, result.shape, _i32((cols, rows)))
+    kernels.push_extents(2, r.i32, result.shape, int32_array((cols, rows)))
     if e.hassp:
         order, _, _ = x.reserve(n32=e.nelem + cols + 1)
         kernels.write_sparse_transpose(
@@ -314,10 +319,10 @@ def pick(s: Stacks, indices: np.ndarray) -> Record:
     w, r, x, e = s.w, s.r, s.x, s.operands(1)[0]
     shape = w.extents(e)
     if indices.ndim == 2:
-        if indices.shape[1] != e.nd or kernels.has_coordinate_outside(indices, len(indices), _i32(shape), False):
+        if indices.shape[1] != e.nd or kernels.has_coordinate_outside(indices, len(indices), int32_array(shape), False):
             raise ValueError(f"coordinates lie outside an array of shape {shape}")
         coordinates, indices = indices, np.empty(len(indices), dtype=np.int64)
-        kernels.flatten_coordinates(coordinates, e.nd, _i32(shape), indices)
+        kernels.flatten_coordinates(coordinates, e.nd, int32_array(shape), indices)
     elif kernels.has_index_outside(indices, math.prod(shape), False):
         raise ValueError(f"flat positions lie outside an array of shape {shape}")
 
@@ -329,7 +334,7 @@ def pick(s: Stacks, indices: np.ndarray) -> Record:
     else:
         ncodeatom, nnz = kernels.measure_pick(e.codeptr, indices, e.ncodeatom, e.ptr, 0, 0, w.i32)
     result = r.reserve_record(1, n, nnz, ncodeatom)
-    kernels.push_extents(1, r.i32, result.shape, _i32((n,)))
+    kernels.push_extents(1, r.i32, result.shape, int32_array((n,)))
     common = (e.cconst, e.code, 0, e.codeptr, e.cof, indices, 0, e.nidxs, e.ptr,
               result.cconst, result.code, result.codeptr, result.cof, r.f64, r.i32, r.i64, ncodeatom,
               result.nidxs, result.ptr)
@@ -346,21 +351,17 @@ def slice_box(s: Stacks, first: Sequence[int], last: Sequence[int]) -> Record:
     shape = w.extents(e)
     if not len(first) == len(last) == e.nd > 0 or not all(0 <= f <= l <= n for f, l, n in zip(first, last, shape)):
         raise ValueError(f"the box from {tuple(first)} to {tuple(last)} does not lie in an array of shape {shape}")
-    box = _i32([l - f for f, l in zip(first, last)])
+    box = int32_array([l - f for f, l in zip(first, last)])
     strides, box_strides = np.ones(e.nd, dtype=np.int64), np.ones(e.nd, dtype=np.int64)
     kernels.write_operand_strides(e.nd, e.shape, strides, w.i32)
     ncodeatom, nelem, nnz = kernels.measure_slice(
-        e.codeptr, _i32(first), e.hassp, _i32(last), e.ncodeatom, e.nd, e.nelem, e.ptr, 0, 0, 0, e.shape, e.sp, strides,
-        w.i32, w.i64)
+        e.codeptr, int32_array(first), e.hassp, int32_array(last), e.ncodeatom, e.nd, e.nelem, e.ptr,
+        0, 0, 0, e.shape, e.sp, strides, w.i32, w.i64)
     result = r.reserve_record(e.nd, nelem, nnz, ncodeatom, hassp=e.hassp)
     kernels.push_slice_extents(e.nd, r.i32, box, result.shape)
     kernels.write_slice_strides(e.nd, box, box_strides)
     kernels.write_slice(
-        e.cconst, e.code, 0, e.codeptr, e.cof, _i32(first), e.hassp, 0, 0, _i32(last), e.nd, e.nelem, e.nidxs, e.ptr,
-        result.cconst, result.code, result.codeptr, result.cof, r.f64, r.i32, r.i64, ncodeatom,
+        e.cconst, e.code, 0, e.codeptr, e.cof, int32_array(first), e.hassp, 0, 0, int32_array(last), e.nd, e.nelem,
+        e.nidxs, e.ptr, result.cconst, result.code, result.codeptr, result.cof, r.f64, r.i32, r.i64, ncodeatom,
         result.nidxs, result.ptr, result.sp, box_strides, e.shape, e.sp, strides, w.f64, w.i32, w.i64)
     return s.finish(1, result)
-
-
-def _i32(values: Sequence[int]) -> np.ndarray:
-    return np.array(values, dtype=np.int32)

@@ -20,8 +20,8 @@ get the arrays and plain positions in them; finding room and knowing the tops is
 
 from __future__ import annotations
 
-from dataclasses import dataclass, replace
-from typing import List, Optional, Tuple
+from dataclasses import dataclass, fields, replace
+from typing import List, Optional, Sequence, Tuple
 
 import numpy as np
 
@@ -133,6 +133,33 @@ class Stacks:
         flat = w.i64[record.sp:record.sp + n].copy() if record.hassp else np.arange(n, dtype=np.int64)
         return (flat, w.i32[record.ptr:record.ptr + n + 1].copy(), w.i64[record.nidxs:record.nidxs + record.nnz].copy(),
                 w.f64[record.cof:record.cof + record.nnz].copy())
+
+
+@dataclass(frozen=True)
+class OperandTables:
+    """The fields of several records for the kernels that take many operands: int32 arrays, entry k for operand k."""
+
+    nd: np.ndarray
+    nelem: np.ndarray
+    nnz: np.ndarray
+    ncodeatom: np.ndarray
+    hassp: np.ndarray
+    shape: np.ndarray
+    ptr: np.ndarray
+    codeptr: np.ndarray
+    code: np.ndarray
+    sp: np.ndarray
+    nidxs: np.ndarray
+    cof: np.ndarray
+    cconst: np.ndarray
+
+    @classmethod
+    def of(cls, records: Sequence[Record]) -> OperandTables:
+        return cls(**{field.name: int32_array([getattr(e, field.name) for e in records]) for field in fields(cls)})
+
+
+def int32_array(values: Sequence[int]) -> np.ndarray:
+    return np.array(values, dtype=np.int32)
 
 
 def _grown(array: np.ndarray, needed: int) -> np.ndarray:
