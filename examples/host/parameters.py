@@ -137,19 +137,19 @@ def multiply_elementwise(s: Stacks, parameter: Parameter) -> Record:
     w, r, e = s.w, s.r, _operand_like(s, parameter)
     psp, param = _push_parameter(s, parameter)
     x, n = s.x, len(parameter.numbers)
-    ncodeatom, nelem, nnz = kernels.measure_elementwise_product(
+    ncodeatom, nelem, nnz = kernels.measure_elementwise_parameter_product(
         e.codeptr, e.hassp, e.ncodeatom, e.nelem, n, psp, e.ptr, 0, 0, 0, e.sp, w.i32, w.i64, x.i64)
     if not e.hassp:
         nelem = n  # every parameter meets an element
     result = r.reserve_record(e.nd, nelem, nnz, ncodeatom, hassp=True)
     kernels.copy_extents(e.nd, r.i32, result.shape, e.shape, w.i32)
     if e.hassp:
-        kernels.write_elementwise_product(
+        kernels.write_elementwise_parameter_product(
             e.cconst, e.code, 0, e.codeptr, e.cof, 0, 0, e.ncodeatom, e.nelem, e.nidxs, 0, 0, param, n, psp, e.ptr,
             result.cconst, result.code, result.codeptr, result.cof, r.f64, r.i32, r.i64, result.nidxs, result.ptr,
             result.sp, e.sp, w.f64, w.i32, w.i64, x.i32, x.i64)
     else:
-        kernels.write_elementwise_product_of_dense(
+        kernels.write_elementwise_parameter_product_of_dense(
             e.cconst, e.code, 0, e.codeptr, e.cof, e.ncodeatom, e.nidxs, 0, param, n, psp, e.ptr,
             result.cconst, result.code, result.codeptr, result.cof, r.f64, r.i32, r.i64, result.nidxs, result.ptr,
             result.sp, w.f64, w.i32, w.i64, x.i32, x.i64)

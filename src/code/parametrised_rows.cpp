@@ -163,6 +163,8 @@ KERNEL((140), (i32), grown_capacity, i32 capacity, i32 need)
 {
   return grown(capacity, 0, need);
 }
+
+// The same with its arguments swapped.
 KERNEL((141), (i32), capacity_for_need, i32 need, i32 capacity)
 {
   return grown(capacity, 0, need);
@@ -173,6 +175,8 @@ KERNEL((142), (i32), grown_capacity_above_top, i32 top, i32 capacity, i32 need)
 {
   return grown(capacity, top, need);
 }
+
+// The same with its arguments in another order.
 KERNEL((143), (i32), capacity_for_need_above_top, i32 need, i32 top, i32 capacity)
 {
   return grown(capacity, top, need);

@@ -29,8 +29,8 @@ KERNEL((282), (i64), count_bounds, I32 lsubi, I32 lsubj, i64 init, I32 usubi, I3
 
 // Writes the union. Where a position has both bounds, the lower one is read at the place of the upper one, lval[b] with
 // uval[b]; this is intended.
-KERNEL((283), (), write_bounds, I32x2 inst, F64 lbv, I32 lsubi, I32 lsubj, F64 lval, F64 ubv, I32 usubi, I32 usubj,
-       F64 uval)
+KERNEL((283), (), write_united_bounds, I32x2 inst, F64 lbv, I32 lsubi, I32 lsubj, F64 lval, F64 ubv, I32 usubi,
+       I32 usubj, F64 uval)
 {
   i64 a = 0, b = 0, k = 0;
   unite(a, lsubi.count, b, usubi.count, keys(lsubi, lsubj), keys(usubi, usubj), [&](i64, bool in_lower, bool in_upper) {
@@ -42,11 +42,13 @@ KERNEL((283), (), write_bounds, I32x2 inst, F64 lbv, I32 lsubi, I32 lsubj, F64 l
   });
 }
 
-// Scatter a sparse list into dense bounds of `ncols` columns; of a repeated position the last value stays.
+// Scatters a sparse list into dense lower bounds of `ncols` columns; of a repeated position the last value stays.
 KERNEL((284), (), scatter_lower_bounds, i32 ncols, F64 lval, I32 subi, I32 subj, F64 v)
 {
   scatter(lval, ncols, subi, subj, v);
 }
+
+// The same for upper bounds.
 KERNEL((285), (), scatter_upper_bounds, i32 ncols, I32 subi, I32 subj, F64 uval, F64 v)
 {
   scatter(uval, ncols, subi, subj, v);

@@ -24,11 +24,13 @@ KERNEL((328), (), gather_values, I32 shape, I64 sp, F64 vals, F64x2 values2)
   }
 }
 
-// A list as the first column, or the first row, of a table.
+// A list as the first column of a table.
 KERNEL((331), (), write_first_column, I32x2 idxs, I32 indexes)
 {
   for (i64 k = 0; k < indexes.count; ++k) idxs(k, 0) = indexes[k];
 }
+
+// A list as the first row of a table.
 KERNEL((332), (), write_first_row, I32x2 idxs, I32 indexes)
 {
   for (i64 k = 0; k < indexes.count; ++k) idxs(0, k) = indexes[k];

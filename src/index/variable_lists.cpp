@@ -36,11 +36,13 @@ KERNEL((248), (i32), narrow_behind_ascents, i32 count, i32 n, I64 perm, I64 vari
   return count;
 }
 
-// Concatenation: the first set, and the second behind it. Nothing is sorted, repeats stay.
+// Concatenation, first part: the first set as it is. Nothing is sorted, repeats stay.
 KERNEL((274), (), copy_first_set, I32 r, I32 set1)
 {
   for (i64 k = 0; k < set1.count; ++k) r[k] = set1[k];
 }
+
+// The second part: the second set behind the first, of which only the length is used.
 KERNEL((275), (), append_second_set, I32 r, I32 set1, I32 set2)
 {
   for (i64 k = 0; k < set2.count; ++k) r[set1.count + k] = set2[k];

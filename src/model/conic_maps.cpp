@@ -118,7 +118,7 @@ KERNEL((10), (), remove_variables, i32 n, I64 nativeidxs, I32 var_elm_acc_idx)
 // Sets the scale of off-diagonal elements to s in q2*q0*q4 triangles of order d that are listed by columns, the first
 // `cols` columns of each. `aconidxs` lists the elements from place c on; those of the diagonal are not read and keep
 // their scale. Returns the place behind the last.
-KERNEL((87), (i32), scale_off_diagonal, F64 acon_elm_scale, I32 aconidxs, i64 q0, i64 cols, i64 q2, i64 d, i64 q4,
+KERNEL((87), (i32), scale_triangle_elements, F64 acon_elm_scale, I32 aconidxs, i64 q0, i64 cols, i64 q2, i64 d, i64 q4,
        i32 c, f64 s)
 {
   const i64 triangles = q2 * q0 * q4;

@@ -102,7 +102,7 @@ KERNEL((358), (i32, i32), write_inner_product_of_dense, i32 cconst, i32 code, i3
 }
 
 // Measures the element-wise product. For a dense E `e` comes back as it is, since the result has `pnelem` elements.
-KERNEL((359), (i32, i32, i32), measure_elementwise_product, i32 codeptr, bool hassp, i32 ncodeatom, i32 nelem,
+KERNEL((359), (i32, i32, i32), measure_elementwise_parameter_product, i32 codeptr, bool hassp, i32 ncodeatom, i32 nelem,
        i32 pnelem, i32 psp, i32 ptr, i32 c, i32 e, i32 k, i32 sp, I32 wi32, I64 wi64, I64 xi64)
 {
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
@@ -115,10 +115,10 @@ KERNEL((359), (i32, i32, i32), measure_elementwise_product, i32 codeptr, bool ha
 }
 
 // Element-wise product, sparse E. Every match is an element of the result, also one without terms.
-KERNEL((362), (i32, i32, i32, i32, i32), write_elementwise_product, i32 cconst, i32 code, i32 c, i32 codeptr, i32 cof,
-       i32 i, i32 e, i32 ncodeatom, i32 nelem, i32 nidxs, i32 k, i32 j, i32 param, i32 pnelem, i32 psp, i32 ptr,
-       i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp,
-       i32 sp, F64 wf64, I32 wi32, I64 wi64, I32 xi32, I64 xi64)
+KERNEL((362), (i32, i32, i32, i32, i32), write_elementwise_parameter_product, i32 cconst, i32 code, i32 c, i32 codeptr,
+       i32 cof, i32 i, i32 e, i32 ncodeatom, i32 nelem, i32 nidxs, i32 k, i32 j, i32 param, i32 pnelem, i32 psp,
+       i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr,
+       i32 rsp, i32 sp, F64 wf64, I32 wi32, I64 wi64, I32 xi32, I64 xi64)
 {
   const Operand operand{.ptr{wi32, ptr},
                         .nidxs{wi64, nidxs},
@@ -148,10 +148,10 @@ KERNEL((362), (i32, i32, i32, i32, i32), write_elementwise_product, i32 cconst, 
 }
 
 // Element-wise product, dense E: one element for each entry, also one without terms.
-KERNEL((363), (i32, i32), write_elementwise_product_of_dense, i32 cconst, i32 code, i32 c, i32 codeptr, i32 cof,
-       i32 ncodeatom, i32 nidxs, i32 k, i32 param, i32 pnelem, i32 psp, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr,
-       i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, F64 wf64, I32 wi32, I64 wi64, I32 xi32,
-       I64 xi64)
+KERNEL((363), (i32, i32), write_elementwise_parameter_product_of_dense, i32 cconst, i32 code, i32 c, i32 codeptr,
+       i32 cof, i32 ncodeatom, i32 nidxs, i32 k, i32 param, i32 pnelem, i32 psp, i32 ptr, i32 rcconst, i32 rcode,
+       i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, F64 wf64, I32 wi32,
+       I64 wi64, I32 xi32, I64 xi64)
 {
   const Operand operand{.ptr{wi32, ptr},
                         .nidxs{wi64, nidxs},

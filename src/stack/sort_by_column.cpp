@@ -37,16 +37,20 @@ KERNEL((340), (), count_columns_on_w, i32 d, i32 bucket, i32 n, i32 from, I64 wi
 {
   count_columns({xi32, bucket}, d, n, {wi64, from});
 }
+
+// The same for entries on the x stack.
 KERNEL((348, 365), (), count_columns_on_x, i32 bucket, i32 d, i32 from, i32 n, I32 xi32, I64 xi64)
 {
   count_columns({xi32, bucket}, d, n, {xi64, from});
 }
 
-// Adds up the counts to starts: of n slots behind the first, and of n slots altogether.
+// Adds up the counts to starts, in the n slots behind the first.
 KERNEL((341, 366), (), add_up_column_buckets, i32 n, i32 bucket, I32 xi32)
 {
   add_up(Run<i32>{xi32, bucket}, n);
 }
+
+// The same for n slots altogether, one less.
 KERNEL((349), (), add_up_column_slots, i32 n, i32 bucket, I32 xi32)
 {
   add_up(Run<i32>{xi32, bucket}, static_cast<i64>(n) - 1);
@@ -57,10 +61,14 @@ KERNEL((342), (), place_by_column_from_w, i32 d, i32 perm, i32 bucket, i32 n, i3
 {
   place_by_column({xi32, bucket}, {xi32, perm}, d, n, {wi64, from});
 }
+
+// The same for entries on the x stack.
 KERNEL((350), (), place_by_column_from_x, i32 d, i32 n, i32 perm, i32 bucket, i32 from, I32 xi32, I64 xi64)
 {
   place_by_column({xi32, bucket}, {xi32, perm}, d, n, {xi64, from});
 }
+
+// The same once more, for the other operators.
 KERNEL((367), (), place_factor_by_column_from_x, i32 d, i32 n, i32 perm, i32 bucket, i32 from, I32 xi32, I64 xi64)
 {
   place_by_column({xi32, bucket}, {xi32, perm}, d, n, {xi64, from});

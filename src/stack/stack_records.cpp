@@ -55,7 +55,7 @@ void append_elements(Writer& result, const OperandTables& from, i64 k, i64 b, i6
 }  // namespace
 
 // Copies a shape.
-KERNEL((427), (), copy_shape, i32 n, I32 shape, I32 shape_)
+KERNEL((427), (), copy_operand_shape, i32 n, I32 shape, I32 shape_)
 {
   copy_slots(Run<i32>{shape, 0}, Run<i32>{shape_, 0}, n);
 }

@@ -50,12 +50,13 @@ class Groups {
 
 }  // namespace
 
-// The shape of the result on arrays of their own: the first n extents, and those behind the axis `dim`, each one place
-// down.
+// The shape of the result on arrays of their own, first part: the n extents before the axis.
 KERNEL((540), (), copy_extents_before_summed_axis, i32 n, I32 r, I32 shape)
 {
   copy_extents(r, 0, shape, 0, n);
 }
+
+// The second part: the extents behind the axis `dim`, each one place down.
 KERNEL((541), (), copy_extents_behind_summed_axis, i32 dim, I32 r, I32 shape)
 {
   copy_extents(r, -1, shape, i64{dim} + 1, shape.count);

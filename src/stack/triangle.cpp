@@ -130,9 +130,9 @@ KERNEL((556), (bool, i32), size_with_flag, i32 n, bool flag, i32 acc, i32 shape,
 }
 
 // Copies a whole record: `rsp` only if `hassp`, the code's fields only if `ncodeatom` is above 0.
-KERNEL((557), (), copy_record, i32 cconst, i32 code, i32 codeptr, i32 cof, bool hassp, i32 ncodeatom, i32 nd, i32 nelem,
-       i32 nidxs, i32 nnz, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64,
-       i32 rnidxs, i32 rptr, i32 rshape, i32 rsp, i32 shape, i32 sp, F64 wf64, I32 wi32, I64 wi64)
+KERNEL((557), (), copy_record_unchanged, i32 cconst, i32 code, i32 codeptr, i32 cof, bool hassp, i32 ncodeatom, i32 nd,
+       i32 nelem, i32 nidxs, i32 nnz, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32,
+       I64 ri64, i32 rnidxs, i32 rptr, i32 rshape, i32 rsp, i32 shape, i32 sp, F64 wf64, I32 wi32, I64 wi64)
 {
   copy_slots(Run<i32>{ri32, rshape}, Run<i32>{wi32, shape}, nd);
   if (hassp) copy_slots(Run<i64>{ri64, rsp}, Run<i64>{wi64, sp}, nelem);

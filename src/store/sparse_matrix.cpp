@@ -99,7 +99,7 @@ KERNEL((636, 637), (i32, i32), greatest_row_and_column, i32 maxi, i32 maxj, i32 
 }
 
 // `init` plus the number of values that are not zero. A NaN counts as zero, which is intended.
-KERNEL((641), (i32), count_nonzeros, i32 init, F64 val_)
+KERNEL((641), (i32), count_nonzero_values, i32 init, F64 val_)
 {
   for (i64 i = 0; i < val_.count; ++i) {
     if (is_nonzero(val_[i])) ++init;
