@@ -41,7 +41,7 @@ def scale_off_diagonal(s: Stacks, a: int, b: int, factor: float) -> Record:
     dim, _ = _fold(s, e, a, b)
     ncodeatom = e.ncodeatom + 2 * e.nnz if e.ncodeatom else 0
     result = r.reserve_record(e.nd, e.nelem, e.nnz, ncodeatom, hassp=e.hassp)
-    kernels.copy_record(  # without code, which is written anew
+    kernels.copy_record_unchanged(  # without code, which is written anew
         e.cconst, e.code, e.codeptr, e.cof, e.hassp, 0, e.nd, e.nelem, e.nidxs, e.nnz, e.ptr,
         result.cconst, result.code, result.codeptr, result.cof, r.f64, r.i32, r.i64,
         result.nidxs, result.ptr, result.shape, result.sp, e.shape, e.sp, w.f64, w.i32, w.i64)

@@ -205,7 +205,7 @@ class ConicModel(Model):
         column, row = np.triu_indices(d)
         aconidxs = self._enter(afeidxs, b.reshape(count, d, d)[:, row, column].reshape(-1),
                                [("semidefinite", d)] * count, entries)
-        kernels.scale_off_diagonal(self._scale, aconidxs, 1, d, count, d, 1, 0, math.sqrt(0.5))
+        kernels.scale_triangle_elements(self._scale, aconidxs, 1, d, count, d, 1, 0, math.sqrt(0.5))
         return Constraint(shape, _symmetric(~aconidxs, count, d))
 
     def between(self, lower: Values, upper: Values) -> Tuple[Constraint, Constraint]:
