@@ -178,8 +178,6 @@ measure_row = _kernel(46)
 split_row = _kernel(47)
 write_semidefinite_terms = _kernel(48)
 
-# Merging of terms on one variable
-
 # Semidefinite variables and conic constraints
 number_semidefinite_variables = _kernel(7)
 fill_semidefinite_block = _kernel(8)
