@@ -12,8 +12,8 @@ namespace {
 struct StackedArray {
   i64 inner, extent, whole, offset;
 
-  // Moves n positions. All positions that agree in the axes before this one are moved by the same distance, and follow
-  // each other: it takes a division where those axes change only.
+  // Moves n positions. Those that agree in the axes before this one are neighbours and move by the same distance, so
+  // that a division is taken only where these axes change.
   void move_positions(Run<i64> sp, i64 n) const
   {
     const i64 slab = inner * extent;
