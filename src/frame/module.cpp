@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "frame/frame.h"
-#include "frame/missing.h"
 
 namespace fragments {
 
@@ -35,22 +34,12 @@ struct ClosureName {
   }();
 };
 
-template <int number>
-constexpr void append_method(PyMethodDef*& end)
-{
-  if constexpr (!is_missing(number)) {
-    *end++ = {ClosureName<number>::text.data(), &closure<number>, METH_VARARGS, no_text};
-  }
-}
-
-// Descending, closed by an all-zero entry.
+// Descending, closed by an all-zero entry. A kernel that isn't there is a link error.
 template <int... k>
-constexpr auto method_table(std::integer_sequence<int, k...>)
+constexpr std::array<PyMethodDef, kernel_count + 1> method_table(std::integer_sequence<int, k...>)
 {
-  std::array<PyMethodDef, kernel_count + 1> table{};
-  PyMethodDef* end = table.data();
-  for (const auto append : {append_method<kernel_count - 1 - k>...}) append(end);
-  return table;
+  return {
+      {{ClosureName<kernel_count - 1 - k>::text.data(), &closure<kernel_count - 1 - k>, METH_VARARGS, no_text}..., {}}};
 }
 
 constinit auto methods = method_table(std::make_integer_sequence<int, kernel_count>{});

@@ -5,7 +5,15 @@
 
 namespace fragments {
 
-// The n extents from `base` on.
+// The n extents from `top` or `base` on.
+KERNEL((356), (i64), product_of_inner_product_extents, i32 n, i64 init, i32 top, I32 wi32)
+{
+  return product(init, Run<i32>{wi32, top}, 0, n);
+}
+KERNEL((360), (i64), product_of_elementwise_product_extents, i32 n, i64 init, i32 top, I32 wi32)
+{
+  return product(init, Run<i32>{wi32, top}, 0, n);
+}
 KERNEL((462), (i64), product_of_factor_extents, i32 n, i64 acc, i32 base, I32 wi32)
 {
   return product(acc, Run<i32>{wi32, base}, 0, n);

@@ -175,6 +175,35 @@ struct Writer {
     }
   }
 
+  // Appends the terms of the operand's element f times parameter p. A coefficient that depends on a parameter is all
+  // code: `cof` is 0, and the code is (2, cof), the term's own code and (3) if it has any, (1, p), (5). So a term costs
+  // 3 atoms, or 4 and its own. A writer without `cof` is for a result where it is zeroed as a whole.
+  template <class Flag>
+  void append_parametrised(const Operand& from, i64 f, i32 p, Flag hascode)
+  {
+    const i64 e = from.ptr[f + 1];
+    for (i64 t = from.ptr[f]; t < e; ++t) {
+      stay_scalar(t);
+      nidxs[terms] = from.nidxs[t];
+      if (cof.data) cof[terms] = 0.0;
+      append_parametrised_code(from, t, p, hascode);
+    }
+  }
+
+  // Only the code of the operand's term t times parameter p.
+  template <class Flag>
+  void append_parametrised_code(const Operand& from, i64 t, i32 p, Flag hascode)
+  {
+    push_atom(push_constant, from.cof[t]);
+    if (hascode) {
+      push_atoms_of(from, t);
+      push_operator(add);
+    }
+    push_atom(push_parameter, p);
+    push_operator(multiply);
+    close_term();
+  }
+
   void push_atom(i32 opcode, f64 operand)
   {
     code[atoms] = opcode;
@@ -243,6 +272,25 @@ struct Writer {
     copy_run(cconst.from(atoms), from.cconst.from(first), count);
     atoms += count;
   }
+};
+
+// What append_parametrised() of a Writer will take up.
+struct ParametrisedSize {
+  const Operand& operand;
+  bool hascode;
+  i32 atoms = 0;
+  i32 elements = 0;
+  i32 terms = 0;
+
+  // The terms of the operand's elements first .. last-1.
+  void append(i64 first, i64 last)
+  {
+    const i32 b = operand.ptr[first], e = operand.ptr[last];
+    terms += e - b;
+    atoms += hascode ? 4 * (e - b) + operand.atoms(b, e) : 3 * (e - b);
+  }
+  void append(i64 f) { append(f, f + 1); }
+  void close_element() { ++elements; }
 };
 
 }  // namespace fragments

@@ -1,0 +1,227 @@
+// The diagonal of a product of an expression E and a parameter matrix P (psp, param, pcols), in either order:
+//
+//     P*E: R(r) = sum over s of P(r, s) * E(s, r)     E is walked by column
+//     E*P: R(r) = sum over s of E(r, s) * P(s, r)     P is walked by column
+//
+//     P*E   sparse E: sort E by column, measure 343, write 344      dense E: measure 345, write 346
+//     E*P   sort P by column; sparse E: measure 351, write 352      dense E: measure 353, write 354
+//
+// Sparse E: an element for every r with a match, even of an element without terms. Dense E: an element for every row
+// block of P in P*E, for every column block in E*P, also without terms. `perm` is the order by column that the sort
+// made.
+//
+// `c` counts atoms, `e` elements, `k` terms of the result; `i` and `j` are cursors into the patterns of E and P, which
+// move block by block.
+
+#include "stack/parameter_matrix.h"
+#include "stack/record.h"
+
+namespace fragments {
+namespace {
+
+// match(flat position in E, entry of P) for the diagonal of P*E with a dense E, element(r) after each row block.
+template <class Match, class Element>
+void walk_rows(const ByRow& p, i64 ecols, Match match, Element element)
+{
+  for_each_block(p, [&](i64 row, i32 begin, i32 end) {
+    for (i32 entry = begin; entry < end; ++entry) match((p.sp[entry] - row * p.cols) * ecols + row, entry);
+    element(row);
+  });
+}
+
+// The same for E*P, element(r) after each column block.
+template <class Match, class Element>
+void walk_columns(const ByColumn& p, i32& cursor, i64 ecols, Match match, Element element)
+{
+  for_each_entry_by_column(
+      p, cursor, [&](i64 s, i64 column, i32 entry) { match(column * ecols + s, entry); }, element);
+}
+
+}  // namespace
+
+// Measures P*E, sparse E.
+KERNEL((343), (i32, i32, i32), measure_diagonal_of_left_product, i32 codeptr, i32 ecols, i32 ptr, i32 ncodeatom,
+       i32 nelem, i32 pcols, i32 pnelem, i32 perm, i32 psp, i32 c, i32 e, i32 k, i32 sp, I32 wi32, I64 wi64, I32 xi32,
+       I64 xi64)
+{
+  const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
+  const ByRow p{{xi64, psp}, pnelem, pcols};
+  const ByColumn columns{{wi64, sp}, {xi32, perm}, nelem, Divisor(ecols)};
+  ParametrisedSize size{.operand = operand, .hascode = ncodeatom > 0, .atoms = c, .elements = e, .terms = k};
+  i32 i = 0, j = 0;
+  walk_diagonal(
+      p, j, columns, i, [&](i32, i32 f) { size.append(f); }, [&](i64) { size.close_element(); });
+  return {size.atoms, size.elements, size.terms};
+}
+
+// P*E, sparse E. Also sets `rptr[0]`, `rcodeptr[0]` in a result with code, and the extent. Nothing at all is done for
+// an `rnelem` of 0 or less.
+KERNEL((344), (), write_diagonal_of_left_product, i32 cconst, i32 code, i32 codeptr, i32 cof, i32 ecols, i32 perm,
+       i32 ncodeatom, i32 nelem, i32 nidxs, i32 rdim, i32 pcols, i32 param, i32 pnelem, i32 psp, i32 ptr, i32 rcconst,
+       i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnelem, i32 rnidxs, i32 rhascode, i32 rptr,
+       i32 rshape, i32 rsp, i32 sp, F64 wf64, I32 wi32, I64 wi64, I32 xi32, I64 xi64)
+{
+  if (rnelem <= 0) return;
+  const Operand operand{.ptr{wi32, ptr},
+                        .nidxs{wi64, nidxs},
+                        .cof{wf64, cof},
+                        .codeptr{wi32, codeptr},
+                        .code{wi32, code},
+                        .cconst{wf64, cconst}};
+  const ByRow p{{xi64, psp}, pnelem, pcols};
+  const ByColumn columns{{wi64, sp}, {xi32, perm}, nelem, Divisor(ecols)};
+  const Run<i32> numbers{xi32, param};
+  Writer result{.ptr{ri32, rptr},
+                .sp{ri64, rsp},
+                .nidxs{ri64, rnidxs},
+                .cof{rf64, rcof},
+                .codeptr{ri32, rcodeptr},
+                .code{ri32, rcode},
+                .cconst{rf64, rcconst}};
+  result.ptr[0] = 0;
+  if (rhascode > 0) result.codeptr[0] = 0;
+  ri32[rshape] = rdim;
+  with_constant(ncodeatom > 0, [&](auto hascode) {
+    i32 i = 0, j = 0;
+    walk_diagonal(
+        p, j, columns, i, [&](i32 entry, i32 f) { result.append_parametrised(operand, f, numbers[entry], hascode); },
+        [&](i64 r) { result.close_element(r); });
+  });
+}
+
+// Measures P*E, dense E.
+KERNEL((345), (i32, i32, i32), measure_diagonal_of_left_product_with_dense, i32 codeptr, i32 ecols, i32 ncodeatom,
+       i32 pcols, i32 pnelem, i32 psp, i32 ptr, i32 c, i32 e, i32 k, I32 wi32, I64 xi64)
+{
+  const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
+  const ByRow p{{xi64, psp}, pnelem, pcols};
+  ParametrisedSize size{.operand = operand, .hascode = ncodeatom > 0, .atoms = c, .elements = e, .terms = k};
+  walk_rows(
+      p, ecols, [&](i64 f, i32) { size.append(f); }, [&](i64) { size.close_element(); });
+  return {size.atoms, size.elements, size.terms};
+}
+
+// P*E, dense E. Also sets `rptr[0]`, `rcodeptr[0]` in a result with code, and the extent.
+KERNEL((346), (), write_diagonal_of_left_product_with_dense, i32 cconst, i32 code, i32 codeptr, i32 cof, i32 ecols,
+       i32 ncodeatom, i32 nidxs, i32 rdim, i32 pcols, i32 param, i32 pnelem, i32 psp, i32 ptr, i32 rcconst, i32 rcode,
+       i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rhascode, i32 rnidxs, i32 rptr, i32 rshape, i32 rsp,
+       F64 wf64, I32 wi32, I64 wi64, I32 xi32, I64 xi64)
+{
+  const Operand operand{.ptr{wi32, ptr},
+                        .nidxs{wi64, nidxs},
+                        .cof{wf64, cof},
+                        .codeptr{wi32, codeptr},
+                        .code{wi32, code},
+                        .cconst{wf64, cconst}};
+  const ByRow p{{xi64, psp}, pnelem, pcols};
+  const Run<i32> numbers{xi32, param};
+  Writer result{.ptr{ri32, rptr},
+                .sp{ri64, rsp},
+                .nidxs{ri64, rnidxs},
+                .cof{rf64, rcof},
+                .codeptr{ri32, rcodeptr},
+                .code{ri32, rcode},
+                .cconst{rf64, rcconst}};
+  result.ptr[0] = 0;
+  if (rhascode > 0) result.codeptr[0] = 0;
+  ri32[rshape] = rdim;
+  with_constant(ncodeatom > 0, [&](auto hascode) {
+    walk_rows(
+        p, ecols, [&](i64 f, i32 entry) { result.append_parametrised(operand, f, numbers[entry], hascode); },
+        [&](i64 r) { result.close_element(r); });
+  });
+}
+
+// Measures E*P, sparse E.
+KERNEL((351), (i32, i32, i32, i32, i32), measure_diagonal_of_right_product, i32 codeptr, i32 ecols, i32 i, i32 j,
+       i32 ncodeatom, i32 nelem, i32 pcols, i32 pnelem, i32 perm, i32 psp, i32 ptr, i32 c, i32 e, i32 k, i32 sp,
+       I32 wi32, I64 wi64, I32 xi32, I64 xi64)
+{
+  const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
+  const ByRow rows{{wi64, sp}, nelem, ecols};
+  const ByColumn p{{xi64, psp}, {xi32, perm}, pnelem, Divisor(pcols)};
+  ParametrisedSize size{.operand = operand, .hascode = ncodeatom > 0, .atoms = c, .elements = e, .terms = k};
+  walk_diagonal(
+      rows, i, p, j, [&](i32 f, i32) { size.append(f); }, [&](i64) { size.close_element(); });
+  return {i, j, size.atoms, size.elements, size.terms};
+}
+
+// E*P, sparse E.
+KERNEL((352), (i32, i32, i32, i32, i32), write_diagonal_of_right_product, i32 cconst, i32 code, i32 c, i32 codeptr,
+       i32 cof, i32 ecols, i32 e, i32 i, i32 j, i32 ncodeatom, i32 nelem, i32 nidxs, i32 k, i32 pcols, i32 param,
+       i32 pnelem, i32 perm, i32 psp, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32,
+       I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, i32 sp, F64 wf64, I32 wi32, I64 wi64, I32 xi32, I64 xi64)
+{
+  const Operand operand{.ptr{wi32, ptr},
+                        .nidxs{wi64, nidxs},
+                        .cof{wf64, cof},
+                        .codeptr{wi32, codeptr},
+                        .code{wi32, code},
+                        .cconst{wf64, cconst}};
+  const ByRow rows{{wi64, sp}, nelem, ecols};
+  const ByColumn p{{xi64, psp}, {xi32, perm}, pnelem, Divisor(pcols)};
+  const Run<i32> numbers{xi32, param};
+  Writer result{.ptr{ri32, rptr},
+                .sp{ri64, rsp},
+                .nidxs{ri64, rnidxs},
+                .cof{rf64, rcof},
+                .codeptr{ri32, rcodeptr},
+                .code{ri32, rcode},
+                .cconst{rf64, rcconst},
+                .elements = e,
+                .terms = k,
+                .atoms = c};
+  with_constant(ncodeatom > 0, [&](auto hascode) {
+    walk_diagonal(
+        rows, i, p, j, [&](i32 f, i32 entry) { result.append_parametrised(operand, f, numbers[entry], hascode); },
+        [&](i64 r) { result.close_element(r); });
+  });
+  return {result.atoms, result.elements, i, j, result.terms};
+}
+
+// Measures E*P, dense E.
+KERNEL((353), (i32, i32, i32, i32), measure_diagonal_of_right_product_with_dense, i32 codeptr, i32 ecols, i32 j,
+       i32 ncodeatom, i32 pcols, i32 pnelem, i32 perm, i32 psp, i32 ptr, i32 c, i32 e, i32 k, I32 wi32, I32 xi32,
+       I64 xi64)
+{
+  const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
+  const ByColumn p{{xi64, psp}, {xi32, perm}, pnelem, Divisor(pcols)};
+  ParametrisedSize size{.operand = operand, .hascode = ncodeatom > 0, .atoms = c, .elements = e, .terms = k};
+  walk_columns(
+      p, j, ecols, [&](i64 f, i32) { size.append(f); }, [&](i64) { size.close_element(); });
+  return {j, size.atoms, size.elements, size.terms};
+}
+
+// E*P, dense E.
+KERNEL((354), (i32, i32, i32, i32), write_diagonal_of_right_product_with_dense, i32 cconst, i32 code, i32 c,
+       i32 codeptr, i32 cof, i32 ecols, i32 e, i32 j, i32 ncodeatom, i32 nidxs, i32 k, i32 pcols, i32 param, i32 pnelem,
+       i32 perm, i32 psp, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64,
+       i32 rnidxs, i32 rptr, i32 rsp, F64 wf64, I32 wi32, I64 wi64, I32 xi32, I64 xi64)
+{
+  const Operand operand{.ptr{wi32, ptr},
+                        .nidxs{wi64, nidxs},
+                        .cof{wf64, cof},
+                        .codeptr{wi32, codeptr},
+                        .code{wi32, code},
+                        .cconst{wf64, cconst}};
+  const ByColumn p{{xi64, psp}, {xi32, perm}, pnelem, Divisor(pcols)};
+  const Run<i32> numbers{xi32, param};
+  Writer result{.ptr{ri32, rptr},
+                .sp{ri64, rsp},
+                .nidxs{ri64, rnidxs},
+                .cof{rf64, rcof},
+                .codeptr{ri32, rcodeptr},
+                .code{ri32, rcode},
+                .cconst{rf64, rcconst},
+                .elements = e,
+                .terms = k,
+                .atoms = c};
+  with_constant(ncodeatom > 0, [&](auto hascode) {
+    walk_columns(
+        p, j, ecols, [&](i64 f, i32 entry) { result.append_parametrised(operand, f, numbers[entry], hascode); },
+        [&](i64 r) { result.close_element(r); });
+  });
+  return {result.atoms, result.elements, j, result.terms};
+}
+
+}  // namespace fragments

@@ -1,0 +1,228 @@
+// The product of an expression E and a parameter matrix P (psp, param, pcols), in either order: E*P has the shape
+// (erows, pcols), P*E has (prows, ecols).
+//
+//     E*P   sort P by column; measure 368 (dense E) or 369 (sparse E), write 370
+//     P*E   dense E: measure 372, zero `rcof` 373, write 374
+//           sparse E: sort E by column, measure 376, zero `rcof` 378, write 379
+//           dense E and P: mark `rptr` as unset 377, then 371 for every row, column and inner index
+//
+// Sparse E: an element for every pair of a row block and a column block with a match, even of an element without terms.
+// Dense E: an element for every row of E and column block of P, or row block of P and column of E, also without terms.
+// `perm` is the order by column that the sort made, of P in E*P and of E in P*E.
+//
+// `c` counts atoms, `e` elements, `k` terms of the result. `rptr[0]` and `rcodeptr[0]` are the caller's.
+
+#include "stack/parameter_matrix.h"
+#include "stack/record.h"
+
+namespace fragments {
+namespace {
+
+// match(flat position in E, entry of P) for E*P with a dense E, element(flat position in the result) after each row of
+// E and column block of P. O(erows * entries of P).
+template <class Match, class Element>
+void walk_dense_times_columns(i64 erows, i64 ecols, const ByColumn& p, Match match, Element element)
+{
+  for (i64 i = 0; i < erows; ++i) {
+    i32 v = 0;
+    for_each_entry_by_column(
+        p, v, [&](i64 s, i64, i32 entry) { match(i * ecols + s, entry); },
+        [&](i64 column) { element(i * p.cols.value() + column); });
+  }
+}
+
+}  // namespace
+
+// Measures E*P, dense E.
+KERNEL((368), (i32, i32, i32), measure_dense_times_parameters, i32 codeptr, i32 erows, i32 ecols, i32 ncodeatom,
+       i32 pcols, i32 pnelem, i32 perm, i32 psp, i32 ptr, i32 c, i32 e, i32 k, I32 wi32, I32 xi32, I64 xi64)
+{
+  const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
+  const ByColumn p{{xi64, psp}, {xi32, perm}, pnelem, Divisor(pcols)};
+  ParametrisedSize size{.operand = operand, .hascode = ncodeatom > 0, .atoms = c, .elements = e, .terms = k};
+  walk_dense_times_columns(
+      erows, ecols, p, [&](i64 f, i32) { size.append(f); }, [&](i64) { size.close_element(); });
+  return {size.atoms, size.elements, size.terms};
+}
+
+// Measures E*P, sparse E.
+KERNEL((369), (i32, i32, i32), measure_sparse_times_parameters, i32 codeptr, i32 ecols, i32 ncodeatom, i32 nelem,
+       i32 pcols, i32 pnelem, i32 perm, i32 psp, i32 ptr, i32 c, i32 e, i32 k, i32 sp, I32 wi32, I64 wi64, I32 xi32,
+       I64 xi64)
+{
+  const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
+  const ByRow rows{{wi64, sp}, nelem, ecols};
+  const ByColumn p{{xi64, psp}, {xi32, perm}, pnelem, Divisor(pcols)};
+  ParametrisedSize size{.operand = operand, .hascode = ncodeatom > 0, .atoms = c, .elements = e, .terms = k};
+  i32 i = 0;
+  walk_product(
+      rows, i, p, [&](i32 f, i32) { size.append(f); }, [&](i64) { size.close_element(); });
+  return {size.atoms, size.elements, size.terms};
+}
+
+// E*P.
+KERNEL((370), (i32, i32, i32), write_expression_times_parameters, i32 cconst, i32 code, i32 c, i32 codeptr, i32 cof,
+       i32 erows, i32 ecols, i32 e, bool hassp, i32 ncodeatom, i32 nelem, i32 nidxs, i32 k, i32 pcols, i32 param,
+       i32 pnelem, i32 perm, i32 psp, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32,
+       I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, i32 sp, F64 wf64, I32 wi32, I64 wi64, I32 xi32, I64 xi64)
+{
+  const Operand operand{.ptr{wi32, ptr},
+                        .nidxs{wi64, nidxs},
+                        .cof{wf64, cof},
+                        .codeptr{wi32, codeptr},
+                        .code{wi32, code},
+                        .cconst{wf64, cconst}};
+  const ByColumn p{{xi64, psp}, {xi32, perm}, pnelem, Divisor(pcols)};
+  const Run<i32> numbers{xi32, param};
+  Writer result{.ptr{ri32, rptr},
+                .sp{ri64, rsp},
+                .nidxs{ri64, rnidxs},
+                .cof{rf64, rcof},
+                .codeptr{ri32, rcodeptr},
+                .code{ri32, rcode},
+                .cconst{rf64, rcconst},
+                .elements = e,
+                .terms = k,
+                .atoms = c};
+  with_constant(ncodeatom > 0, [&](auto hascode) {
+    const auto match = [&](i64 f, i32 entry) { result.append_parametrised(operand, f, numbers[entry], hascode); };
+    const auto element = [&](i64 flat) { result.close_element(flat); };
+    if (hassp) {
+      i32 i = 0;
+      walk_product({{wi64, sp}, nelem, ecols}, i, p, match, element);
+    } else {
+      walk_dense_times_columns(erows, ecols, p, match, element);
+    }
+  });
+  return {result.atoms, result.elements, result.terms};
+}
+
+// One step of P*E with a dense P and a dense E: the terms of E(inner, col) times parameter (row, inner). The loops over
+// row, column and inner index are the caller's, and so is `rptr`.
+KERNEL((371), (i32, i32), write_product_step, i32 cconst, i32 code, i32 c, i32 codeptr, i32 cof, i32 ecols, i32 pcols,
+       i32 col, i32 inner, i32 ncodeatom, i32 nidxs, i32 k, i32 row, i32 param, i32 ptr, i32 rcconst, i32 rcode,
+       i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, F64 wf64, I32 wi32, I64 wi64, I32 xi32)
+{
+  const Operand operand{.ptr{wi32, ptr},
+                        .nidxs{wi64, nidxs},
+                        .cof{wf64, cof},
+                        .codeptr{wi32, codeptr},
+                        .code{wi32, code},
+                        .cconst{wf64, cconst}};
+  Writer result{.nidxs{ri64, rnidxs},
+                .cof{rf64, rcof},
+                .codeptr{ri32, rcodeptr},
+                .code{ri32, rcode},
+                .cconst{rf64, rcconst},
+                .terms = k,
+                .atoms = c};
+  const i64 f = static_cast<i64>(inner) * ecols + col;
+  const i64 entry = static_cast<i64>(row) * pcols + inner;
+  result.append_parametrised(operand, f, Run<i32>{xi32, param}[entry], ncodeatom > 0);
+  return {result.atoms, result.terms};
+}
+
+// Measures P*E, dense E. An entry (r, s) of P meets all of row s of E, whose terms stand together. O(entries of P).
+KERNEL((372), (i32, i32, i32), measure_parameters_times_dense, i32 codeptr, i32 ecols, i32 ncodeatom, i32 pcols,
+       i32 pnelem, i32 ptr, i32 c, i32 e, i32 k, I32 wi32, I64 xi64, i32 psp)
+{
+  const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
+  const ByRow p{{xi64, psp}, pnelem, pcols};
+  ParametrisedSize size{.operand = operand, .hascode = ncodeatom > 0, .atoms = c, .elements = e, .terms = k};
+  if (ecols > 0) {
+    for_each_block(p, [&](i64 row, i32 begin, i32 end) {
+      for (i32 entry = begin; entry < end; ++entry) {
+        const i64 f = (p.sp[entry] - row * pcols) * ecols;
+        size.append(f, f + ecols);
+      }
+      size.elements += ecols;
+    });
+  }
+  return {size.atoms, size.elements, size.terms};
+}
+
+// P*E, dense E, without `rcof`. `j` is the entry of P to begin with; it comes back as `pnelem`.
+KERNEL((374), (i32, i32, i32, i32), write_parameters_times_dense, i32 cconst, i32 code, i32 c, i32 codeptr, i32 cof,
+       i32 ecols, i32 e, i32 j, i32 ncodeatom, i32 nidxs, i32 k, i32 pcols, i32 param, i32 pnelem, i32 ptr, i32 rcconst,
+       i32 rcode, i32 rcodeptr, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, F64 wf64, I32 wi32,
+       I64 wi64, I32 xi32, I64 xi64, i32 psp)
+{
+  const Operand operand{.ptr{wi32, ptr},
+                        .nidxs{wi64, nidxs},
+                        .cof{wf64, cof},
+                        .codeptr{wi32, codeptr},
+                        .code{wi32, code},
+                        .cconst{wf64, cconst}};
+  const ByRow p{{xi64, psp}, pnelem, pcols};
+  const Run<i32> numbers{xi32, param};
+  Writer result{.ptr{ri32, rptr},
+                .sp{ri64, rsp},
+                .nidxs{ri64, rnidxs},
+                .codeptr{ri32, rcodeptr},
+                .code{ri32, rcode},
+                .cconst{rf64, rcconst},
+                .elements = e,
+                .terms = k,
+                .atoms = c};
+  with_constant(ncodeatom > 0, [&](auto hascode) {
+    for_each_block(p, j, [&](i64 row, i32 begin, i32 end) {
+      for (i64 b = 0; b < ecols; ++b) {
+        for (i32 entry = begin; entry < end; ++entry) {
+          const i64 f = (p.sp[entry] - row * pcols) * ecols + b;
+          result.append_parametrised(operand, f, numbers[entry], hascode);
+        }
+        result.close_element(row * ecols + b);
+      }
+    });
+  });
+  return {result.atoms, result.elements, j, result.terms};
+}
+
+// Measures P*E, sparse E.
+KERNEL((376), (i32, i32, i32), measure_parameters_times_sparse, i32 codeptr, i32 ecols, i32 ncodeatom, i32 nelem,
+       i32 pcols, i32 pnelem, i32 ptr, i32 c, i32 e, i32 k, i32 sp, I32 wi32, I64 wi64, I32 xi32, I64 xi64, i32 perm,
+       i32 psp)
+{
+  const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
+  const ByRow p{{xi64, psp}, pnelem, pcols};
+  const ByColumn columns{{wi64, sp}, {xi32, perm}, nelem, Divisor(ecols)};
+  ParametrisedSize size{.operand = operand, .hascode = ncodeatom > 0, .atoms = c, .elements = e, .terms = k};
+  i32 j = 0;
+  walk_product(
+      p, j, columns, [&](i32, i32 f) { size.append(f); }, [&](i64) { size.close_element(); });
+  return {size.atoms, size.elements, size.terms};
+}
+
+// P*E, sparse E, without `rcof`. `j` is the entry of P to begin with; it comes back as `pnelem`.
+KERNEL((379), (i32, i32, i32, i32), write_parameters_times_sparse, i32 cconst, i32 code, i32 c, i32 codeptr, i32 cof,
+       i32 ecols, i32 e, i32 ncodeatom, i32 nelem, i32 nidxs, i32 k, i32 pcols, i32 param, i32 pnelem, i32 j, i32 ptr,
+       i32 rcconst, i32 rcode, i32 rcodeptr, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, i32 sp,
+       F64 wf64, I32 wi32, I64 wi64, I32 xi32, I64 xi64, i32 perm, i32 psp)
+{
+  const Operand operand{.ptr{wi32, ptr},
+                        .nidxs{wi64, nidxs},
+                        .cof{wf64, cof},
+                        .codeptr{wi32, codeptr},
+                        .code{wi32, code},
+                        .cconst{wf64, cconst}};
+  const ByRow p{{xi64, psp}, pnelem, pcols};
+  const ByColumn columns{{wi64, sp}, {xi32, perm}, nelem, Divisor(ecols)};
+  const Run<i32> numbers{xi32, param};
+  Writer result{.ptr{ri32, rptr},
+                .sp{ri64, rsp},
+                .nidxs{ri64, rnidxs},
+                .codeptr{ri32, rcodeptr},
+                .code{ri32, rcode},
+                .cconst{rf64, rcconst},
+                .elements = e,
+                .terms = k,
+                .atoms = c};
+  with_constant(ncodeatom > 0, [&](auto hascode) {
+    walk_product(
+        p, j, columns, [&](i32 entry, i32 f) { result.append_parametrised(operand, f, numbers[entry], hascode); },
+        [&](i64 flat) { result.close_element(flat); });
+  });
+  return {result.atoms, result.elements, result.terms, j};
+}
+
+}  // namespace fragments

@@ -1,0 +1,182 @@
+// Inner and element-wise product of an expression E and an array of parameters of the same shape. Entry j of the
+// parameters stands at flat position psp[j], ascending, and is parameter param[j]; everywhere else there is a 0.
+//
+//     inner product          measure 355, write 357 (sparse E) or 358 (dense E)
+//     element-wise product   measure 359, write 362 (sparse E) or 363 (dense E)
+//
+// With a sparse E the two patterns are joined, O(nelem + pnelem + terms); the cursors `i` into `sp` and `j` into `psp`
+// come back where the join ended, which it does as soon as one list is exhausted. With a dense E entry j meets element
+// psp[j].
+//
+// `c` counts atoms, `k` terms, `e` elements of the result. `rptr[0]` and `rcodeptr[0]` are the caller's.
+
+#include "index/merge.h"
+#include "stack/record.h"
+
+namespace fragments {
+namespace {
+
+// match(f, j) for every stored element f of E that meets entry j.
+template <class Match>
+void join(Run<i64> sp, i32& i, i32 nelem, Run<i64> psp, i32& j, i32 pnelem, Match match)
+{
+  intersect(
+      i, nelem, j, pnelem, [&](i32 f) { return sp[f]; }, [&](i32 entry) { return psp[entry]; }, match);
+}
+
+// Measures the product: element(f) for every element of E that meets an entry.
+template <class Element>
+void for_each_factor(bool hassp, Run<i64> sp, i32 nelem, Run<i64> psp, i32 pnelem, Element element)
+{
+  if (hassp) {
+    i32 i = 0, j = 0;
+    join(sp, i, nelem, psp, j, pnelem, [&](i32 f, i32) { element(f); });
+  } else {
+    for (i32 j = 0; j < pnelem; ++j) element(psp[j]);
+  }
+}
+
+}  // namespace
+
+// Measures the inner product.
+KERNEL((355), (i32, i32), measure_inner_product, i32 codeptr, bool hassp, i32 ncodeatom, i32 nelem, i32 pnelem, i32 psp,
+       i32 ptr, i32 c, i32 k, i32 sp, I32 wi32, I64 wi64, I64 xi64)
+{
+  const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
+  ParametrisedSize size{.operand = operand, .hascode = ncodeatom > 0, .atoms = c, .terms = k};
+  for_each_factor(hassp, {wi64, sp}, nelem, {xi64, psp}, pnelem, [&](i64 f) { size.append(f); });
+  return {size.atoms, size.terms};
+}
+
+// Inner product, sparse E: the terms of the one element, whose `rptr` is the caller's.
+KERNEL((357), (i32, i32, i32, i32), write_inner_product, i32 cconst, i32 code, i32 c, i32 codeptr, i32 cof, i32 i,
+       i32 ncodeatom, i32 nelem, i32 nidxs, i32 k, i32 j, i32 param, i32 pnelem, i32 psp, i32 ptr, i32 rcconst,
+       i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 sp, F64 wf64, I32 wi32,
+       I64 wi64, I32 xi32, I64 xi64)
+{
+  const Operand operand{.ptr{wi32, ptr},
+                        .nidxs{wi64, nidxs},
+                        .cof{wf64, cof},
+                        .codeptr{wi32, codeptr},
+                        .code{wi32, code},
+                        .cconst{wf64, cconst}};
+  const Run<i32> numbers{xi32, param};
+  Writer result{.nidxs{ri64, rnidxs},
+                .cof{rf64, rcof},
+                .codeptr{ri32, rcodeptr},
+                .code{ri32, rcode},
+                .cconst{rf64, rcconst},
+                .terms = k,
+                .atoms = c};
+  with_constant(ncodeatom > 0, [&](auto hascode) {
+    join({wi64, sp}, i, nelem, {xi64, psp}, j, pnelem,
+         [&](i32 f, i32 entry) { result.append_parametrised(operand, f, numbers[entry], hascode); });
+  });
+  return {result.atoms, i, result.terms, j};
+}
+
+// Inner product, dense E.
+KERNEL((358), (i32, i32), write_inner_product_of_dense, i32 cconst, i32 code, i32 c, i32 codeptr, i32 cof,
+       i32 ncodeatom, i32 nidxs, i32 k, i32 param, i32 pnelem, i32 psp, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr,
+       i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, F64 wf64, I32 wi32, I64 wi64, I32 xi32, I64 xi64)
+{
+  const Operand operand{.ptr{wi32, ptr},
+                        .nidxs{wi64, nidxs},
+                        .cof{wf64, cof},
+                        .codeptr{wi32, codeptr},
+                        .code{wi32, code},
+                        .cconst{wf64, cconst}};
+  const Run<i64> pattern{xi64, psp};
+  const Run<i32> numbers{xi32, param};
+  Writer result{.nidxs{ri64, rnidxs},
+                .cof{rf64, rcof},
+                .codeptr{ri32, rcodeptr},
+                .code{ri32, rcode},
+                .cconst{rf64, rcconst},
+                .terms = k,
+                .atoms = c};
+  with_constant(ncodeatom > 0, [&](auto hascode) {
+    for (i64 j = 0; j < pnelem; ++j) result.append_parametrised(operand, pattern[j], numbers[j], hascode);
+  });
+  return {result.atoms, result.terms};
+}
+
+// Measures the element-wise product. For a dense E `e` comes back as it is, since the result has `pnelem` elements.
+KERNEL((359), (i32, i32, i32), measure_elementwise_product, i32 codeptr, bool hassp, i32 ncodeatom, i32 nelem,
+       i32 pnelem, i32 psp, i32 ptr, i32 c, i32 e, i32 k, i32 sp, I32 wi32, I64 wi64, I64 xi64)
+{
+  const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
+  ParametrisedSize size{.operand = operand, .hascode = ncodeatom > 0, .atoms = c, .elements = e, .terms = k};
+  for_each_factor(hassp, {wi64, sp}, nelem, {xi64, psp}, pnelem, [&](i64 f) {
+    size.append(f);
+    if (hassp) size.close_element();
+  });
+  return {size.atoms, size.elements, size.terms};
+}
+
+// Element-wise product, sparse E. Every match is an element of the result, also one without terms.
+KERNEL((362), (i32, i32, i32, i32, i32), write_elementwise_product, i32 cconst, i32 code, i32 c, i32 codeptr, i32 cof,
+       i32 i, i32 e, i32 ncodeatom, i32 nelem, i32 nidxs, i32 k, i32 j, i32 param, i32 pnelem, i32 psp, i32 ptr,
+       i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp,
+       i32 sp, F64 wf64, I32 wi32, I64 wi64, I32 xi32, I64 xi64)
+{
+  const Operand operand{.ptr{wi32, ptr},
+                        .nidxs{wi64, nidxs},
+                        .cof{wf64, cof},
+                        .codeptr{wi32, codeptr},
+                        .code{wi32, code},
+                        .cconst{wf64, cconst}};
+  const Run<i64> pattern{xi64, psp};
+  const Run<i32> numbers{xi32, param};
+  Writer result{.ptr{ri32, rptr},
+                .sp{ri64, rsp},
+                .nidxs{ri64, rnidxs},
+                .cof{rf64, rcof},
+                .codeptr{ri32, rcodeptr},
+                .code{ri32, rcode},
+                .cconst{rf64, rcconst},
+                .elements = e,
+                .terms = k,
+                .atoms = c};
+  with_constant(ncodeatom > 0, [&](auto hascode) {
+    join({wi64, sp}, i, nelem, pattern, j, pnelem, [&](i32 f, i32 entry) {
+      result.append_parametrised(operand, f, numbers[entry], hascode);
+      result.close_element(pattern[entry]);
+    });
+  });
+  return {result.atoms, i, result.elements, result.terms, j};
+}
+
+// Element-wise product, dense E: one element for each entry, also one without terms.
+KERNEL((363), (i32, i32), write_elementwise_product_of_dense, i32 cconst, i32 code, i32 c, i32 codeptr, i32 cof,
+       i32 ncodeatom, i32 nidxs, i32 k, i32 param, i32 pnelem, i32 psp, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr,
+       i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, F64 wf64, I32 wi32, I64 wi64, I32 xi32,
+       I64 xi64)
+{
+  const Operand operand{.ptr{wi32, ptr},
+                        .nidxs{wi64, nidxs},
+                        .cof{wf64, cof},
+                        .codeptr{wi32, codeptr},
+                        .code{wi32, code},
+                        .cconst{wf64, cconst}};
+  const Run<i64> pattern{xi64, psp};
+  const Run<i32> numbers{xi32, param};
+  Writer result{.ptr{ri32, rptr},
+                .sp{ri64, rsp},
+                .nidxs{ri64, rnidxs},
+                .cof{rf64, rcof},
+                .codeptr{ri32, rcodeptr},
+                .code{ri32, rcode},
+                .cconst{rf64, rcconst},
+                .terms = k,
+                .atoms = c};
+  with_constant(ncodeatom > 0, [&](auto hascode) {
+    for (i64 j = 0; j < pnelem; ++j) {
+      result.append_parametrised(operand, pattern[j], numbers[j], hascode);
+      result.close_element(pattern[j]);
+    }
+  });
+  return {result.atoms, result.terms};
+}
+
+}  // namespace fragments
