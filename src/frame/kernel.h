@@ -29,9 +29,10 @@
 
 namespace fragments {
 
-// The module function _c_closure_N; KERNEL defines one specialisation for each of its numbers.
+// The module function _c_closure_N; KERNEL defines one specialisation for each of its numbers. Hidden in its declaration
+// too, so that a number without a kernel is an error when the module is linked, and not when it is imported.
 template <int N>
-PyObject* closure(PyObject* module, PyObject* arguments);
+[[gnu::visibility("hidden")]] PyObject* closure(PyObject* module, PyObject* arguments);
 
 // The return type of a body: void, a value, or a tuple, from the result list written as a function's parameters.
 template <class Results>
