@@ -54,7 +54,7 @@ clang: packages build/clang/build.ninja  ## all tests on a build by clang
 
 sanitize: packages  ## all tests under the address and undefined-behaviour sanitizers
 	@test -f build/sanitize/build.ninja || \
-	  CXX=g++ $(MESON) setup build/sanitize -Db_sanitize=address,undefined -Ddebug=true -Doptimization=1
+	  CXX=g++ $(MESON) setup build/sanitize -Db_sanitize=address,undefined -Ddebug=true -Doptimization=0
 	@ninja -C build/sanitize --quiet
 	LD_PRELOAD="$$(g++ -print-file-name=libasan.so) $$(g++ -print-file-name=libubsan.so)" \
 	  ASAN_OPTIONS=detect_leaks=0 UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 \
