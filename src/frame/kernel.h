@@ -29,8 +29,9 @@
 
 namespace fragments {
 
-// The module function _c_closure_N; KERNEL defines one specialisation for each of its numbers. Hidden in its declaration
-// too, so that a number without a kernel is an error when the module is linked, and not when it is imported.
+// The module function _c_closure_N; KERNEL defines one specialisation for each of its numbers. Hidden in its
+// declaration too, so that a number without a kernel is an error when the module is linked, and not when it is
+// imported.
 template <int N>
 [[gnu::visibility("hidden")]] PyObject* closure(PyObject* module, PyObject* arguments);
 
