@@ -110,3 +110,45 @@ EXPORT void place_by_column(i64 nnz, const i32* subj, i64* cptrb, i32* cols)
 {
   for (i64 k = 0; k < nnz; ++k) cols[cptrb[subj[k] + 1]++] = static_cast<i32>(k);
 }
+
+// The evaluation of one parametrised row, with the opcodes that the bench uses.
+EXPORT void evaluate_row(i64 nterms, const i32* sizes, const i32* code, const double* cconst, const i64* variables,
+                         const double* param_value, double* stack, i32* subj, double* val)
+{
+  i64 a = 0;
+  for (i64 t = 0; t < nterms; ++t) {
+    i64 top = 0;
+    for (const i64 end = a + sizes[t]; a < end; ++a) {
+      switch (code[a]) {
+        case 1:
+          stack[top++] = param_value[static_cast<i32>(cconst[a])];
+          break;
+        case 2:
+          stack[top++] = cconst[a];
+          break;
+        case 3:
+          --top;
+          stack[top - 1] += stack[top];
+          break;
+        case 4:
+          stack[top - 1] = -stack[top - 1];
+          break;
+        case 5:
+          --top;
+          stack[top - 1] *= stack[top];
+          break;
+        case 6:
+          stack[top - 1] = 1.0 / stack[top - 1];
+          break;
+        case 8: {
+          double sum = 0.0;
+          for (i32 n = static_cast<i32>(cconst[a]); n > 0; --n) sum += stack[--top];
+          stack[top++] = sum;
+          break;
+        }
+      }
+    }
+    subj[t] = static_cast<i32>(variables[t]);
+    val[t] = stack[0];
+  }
+}

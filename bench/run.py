@@ -143,6 +143,27 @@ def place_by_column(n):
     case(f"place {n} triplets by column: item", n, kernel, hand)
 
 
+def code_machine(name, programs, n=20_000):
+    """Terms that take their code from `programs` at random, in which "p" and "c" push and the rest is opcodes."""
+    opcodes = {"p": 1, "c": 2, "+": 3, "-": 4, "*": 5, "/": 6, "s": 8}
+    picked = [programs[k] for k in RNG.integers(0, len(programs), n)]
+    code = np.array([opcodes[atom] for program in picked for atom in program], "i4")
+    cconst = RNG.integers(0, 50, len(code)).astype(float)
+    cconst[code == 8] = [program.count("p") for program in picked if "s" in program]
+    sizes = np.array([len(program) for program in picked], "i4")
+    zero, variables, values, stack = np.zeros(1, "i4"), RNG.integers(0, 10**6, n), RNG.normal(size=50), np.zeros(16)
+    subj, val = np.zeros(n, "i4"), np.zeros(n)
+    ends = np.array([n], "i4")
+    case(
+        f"evaluate {name}: term",
+        n,
+        lambda: f._c_closure_25(
+            cconst, code, variables, zero, sizes, 0, 1, values, zero, ends, 0, 0, subj, val, stack
+        ),
+        by_hand("evaluate_row", n, sizes, code, cconst, variables, values, stack, subj, val),
+    )
+
+
 def calls():
     """The frame: a call of the shortest kernels, with an array and with a memoryview, against a builtin on the same."""
     shape = np.array([2, 3], "i4")
@@ -170,6 +191,11 @@ def main():
     copy(1_000_000)
     copy(2_000)
     place_by_column(20_000)
+    code_machine("a constant", ["c"])
+    code_machine("c*p", ["cp*"])
+    code_machine("(c*p)*c*c", ["cp*c*c*"])
+    code_machine("a sum of 8", ["pppppppps"])
+    code_machine("a mix", ["c", "p", "cp*", "cp*c+", "pc*p-c*+", "pppps"])
     calls()
 
 

@@ -23,24 +23,23 @@ namespace {
 struct Rows {
   I32 begin, end, first_atom, sizes;
   I64 variables;
+  I32 code;
+  F64 cconst;
 };
 
 // entry(row, variable, value) for every term of n rows, in order. O(terms + atoms).
 template <class Entry>
-void evaluate(const Rows& rows, i64 n, Machine& machine, Entry entry)
+void evaluate(const Rows& rows, i64 n, Machine machine, i32& top, Entry entry)
 {
   for (i64 row = 0; row < n; ++row) {
     const i32 begin = rows.begin[row], end = rows.end[row];
     if (begin >= end) continue;
-    i64 atom = rows.first_atom[row];
+    machine.opcode = {rows.code, rows.first_atom[row]};
+    machine.operand = {rows.cconst, rows.first_atom[row]};
     for (i64 t = begin; t < end; ++t) {
-      const i32 size = rows.sizes[t];
-      if (size > 0) {
-        machine.run(atom, atom + size);
-        atom += size;
-      }
+      if (const i32 size = rows.sizes[t]; size > 0) machine.run(size, top);
       entry(row, rows.variables[t], machine.stack[0]);
-      machine.top = 0;
+      top = 0;
     }
   }
 }
@@ -51,13 +50,14 @@ void evaluate(const Rows& rows, i64 n, Machine& machine, Entry entry)
 KERNEL((25), (i32, i32), evaluate_rows, F64 cconst, I32 code, I64 codenidx, I32 codeptr, I32 codesizes, i32 k,
        i32 nrows, F64 param_value, I32 rowptrb, I32 rowptre, i32 xbase, i32 top, I32 subj, F64 val, F64 xf64)
 {
-  Machine machine{code, cconst, param_value, Run<f64>{xf64, xbase}, top};
-  evaluate({rowptrb, rowptre, codeptr, codesizes, codenidx}, nrows, machine, [&](i64, i64 variable, f64 value) {
+  const Machine machine{.param_value = param_value, .stack{xf64, xbase}};
+  const Rows rows{rowptrb, rowptre, codeptr, codesizes, codenidx, code, cconst};
+  evaluate(rows, nrows, machine, top, [&](i64, i64 variable, f64 value) {
     subj[k] = static_cast<i32>(variable);
     val[k] = value;
     ++k;
   });
-  return {k, machine.top};
+  return {k, top};
 }
 
 // Evaluates all rows, as many as `row_param_ptrb` has entries, to rows, columns and values.
@@ -65,15 +65,15 @@ KERNEL((134), (i32, i32), evaluate_all_rows, F64 cconst, I32 code, i32 k, I32 pa
        I64 param_varidx, I32 row_code_ptr, I32 row_param_ptrb, I32 row_param_ptre, i32 xbase, i32 top, I32 subi,
        I32 subj, F64 val, F64 xf64)
 {
-  Machine machine{code, cconst, param_value, Run<f64>{xf64, xbase}, top};
-  evaluate({row_param_ptrb, row_param_ptre, row_code_ptr, param_code_sizes, param_varidx}, row_param_ptrb.count,
-           machine, [&](i64 row, i64 variable, f64 value) {
-             subi[k] = static_cast<i32>(row);
-             subj[k] = static_cast<i32>(variable);
-             val[k] = value;
-             ++k;
-           });
-  return {k, machine.top};
+  const Machine machine{.param_value = param_value, .stack{xf64, xbase}};
+  const Rows rows{row_param_ptrb, row_param_ptre, row_code_ptr, param_code_sizes, param_varidx, code, cconst};
+  evaluate(rows, row_param_ptrb.count, machine, top, [&](i64 row, i64 variable, f64 value) {
+    subi[k] = static_cast<i32>(row);
+    subj[k] = static_cast<i32>(variable);
+    val[k] = value;
+    ++k;
+  });
+  return {k, top};
 }
 
 }  // namespace fragments

@@ -7,54 +7,68 @@
 
 namespace fragments {
 
-// The stack grows from slot 0 of its run; `top` is its depth. Pushing writes the slot at `top`, and no other slot is
-// ever cleared or written, so that slots above the depth keep what was there. Depths are not checked.
+// The stack grows from slot 0 of its run. Pushing writes the slot at the depth, and no other slot is ever cleared or
+// written, so that slots above the depth keep what was there. Depths are not checked.
 struct Machine {
-  I32 code;
-  F64 cconst;
-  F64 param_value;
-  Run<f64> stack;
-  i32 top;
+  Run<i32> opcode{};   // of the next atom
+  Run<f64> operand{};  // of the next atom
+  F64 param_value{};
+  Run<f64> stack{};
 
-  // Runs the atoms first .. end-1, at least one.
-  void run(i64 first, i64 end)
+  // Runs the next n atoms, n above 0, from a depth on. Programs are pushes for the most part, then products and sums of
+  // two: tests in this order are up to 1.6 times as fast as a jump through a table for every atom.
+  void run(i32 n, i64 depth)
   {
-    i64 depth = top;
-    i64 a = first;
-    do {
-      switch (code[a]) {
-        case push_parameter:
-          stack[depth++] = param_value[static_cast<i32>(cconst[a])];
-          break;
-        case push_constant:
-          stack[depth++] = cconst[a];
-          break;
-        case add:
-          --depth;
-          stack[depth - 1] = stack[depth - 1] + stack[depth];
-          break;
-        case negate:
-          stack[depth - 1] = -stack[depth - 1];
-          break;
-        case multiply:
-          --depth;
-          stack[depth - 1] = stack[depth - 1] * stack[depth];
-          break;
-        case invert:
-          stack[depth - 1] = 1.0 / stack[depth - 1];
-          break;
-        case add_several: {
-          f64 sum = 0.0;
-          for (i64 n = as_integer(cconst[a]); n > 0; --n) {
-            stay_scalar(n);
-            sum += stack[--depth];
-          }
-          stack[depth++] = sum;
-          break;
-        }
+    const auto advance = [&] {
+      opcode = opcode.from(1);
+      operand = operand.from(1);
+      return --n > 0;
+    };
+    for (;;) {
+      while (opcode[0] == push_constant) {
+        stack[depth++] = operand[0];
+        if (!advance()) return;
       }
-    } while (++a < end);
-    top = static_cast<i32>(depth);
+      while (opcode[0] == push_parameter) {
+        stack[depth++] = param_value[static_cast<i32>(operand[0])];
+        if (!advance()) return;
+      }
+      if (opcode[0] == push_constant) continue;
+      if (opcode[0] == multiply) [[likely]] {
+        --depth;
+        stack[depth - 1] = stack[depth - 1] * stack[depth];
+      } else if (opcode[0] == add) [[likely]] {
+        --depth;
+        stack[depth - 1] = stack[depth - 1] + stack[depth];
+      } else {
+        depth = run_other(depth);
+      }
+      if (!advance()) return;
+    }
+  }
+
+ private:
+  // Runs an atom of another opcode and returns the new depth.
+  i64 run_other(i64 depth) const
+  {
+    switch (opcode[0]) {
+      case negate:
+        stack[depth - 1] = -stack[depth - 1];
+        break;
+      case invert:
+        stack[depth - 1] = 1.0 / stack[depth - 1];
+        break;
+      case add_several: {
+        f64 sum = 0.0;
+        for (i64 n = as_integer(operand[0]); n > 0; --n) {
+          stay_scalar(n);
+          sum += stack[--depth];
+        }
+        stack[depth++] = sum;
+        break;
+      }
+    }
+    return depth;
   }
 };
 
