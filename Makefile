@@ -62,6 +62,7 @@ sanitize: packages  ## all tests under the address and undefined-behaviour sanit
 
 tidy: packages build/clang/build.ninja  ## clang-format and clang-tidy over the sources
 	@git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run -Werror
+	@ninja -C build/clang --quiet build.ninja
 	@run-clang-tidy -quiet -p build/clang '/src/.*\.cpp$$' 2>/dev/null
 
 install-check: packages  ## pip install into a throw-away environment
