@@ -281,11 +281,11 @@ KERNEL((380), (i32, i32, i32, i32), compact_code, i32 children, i32 childptr, I3
        I32 target_code, i32 tcodepos, F64 target_const, i32 tconstpos, I32 target_ptr, i32 tptrpos, i32 valpos,
        i32 oppos, i32 nodes, F64 xf64, I32 xi32)
 {
-  const Run<i32> source{code, codepos};
-  const Run<f64> operands{code_consts, constpos};
-  const Run<i32> ends{ptr, ptrpos};
-  const Run<f64> cof{fixterm, fixpos};
-  const Run<i32> target_ends{target_ptr, tptrpos};
+  const Run source{code, codepos};
+  const Run operands{code_consts, constpos};
+  const Run ends{ptr, ptrpos};
+  const Run cof{fixterm, fixpos};
+  const Run target_ends{target_ptr, tptrpos};
   Tree tree{.opcode{xi32, oppos},
             .target_opcode{target_code, oppos},
             .value{xf64, valpos},

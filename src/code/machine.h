@@ -2,8 +2,8 @@
 #pragma once
 
 #include "code/opcodes.h"
+#include "frame/copy_run.h"
 #include "frame/frame.h"
-#include "stack/runs.h"
 
 namespace fragments {
 

@@ -108,8 +108,8 @@ KERNEL((137), (bool), file_rows, F64 cconst, i32 cconstpos, I32 code, i32 codepo
        I64 ri64, I32 row_code_ptr, I32 row_param_ptrb)
 {
   const ParametrisedTerms terms{{ri32, ptr}, {ri32, codeptr}, {ri32, codepos}};
-  const Run<f64> operands{rf64, cconstpos};
-  const Run<i64> variables{ri64, nidxs};
+  const Run operands{rf64, cconstpos};
+  const Run variables{ri64, nidxs};
   for (i64 i = 0; i < nelem; ++i) {
     if (!terms.has_terms(i)) continue;
     const i32 row = nativeidxs[i];

@@ -1,6 +1,8 @@
 #include "frame/binding.h"
 
 #include <cstdlib>
+#include <string>
+#include <type_traits>
 
 namespace fragments {
 
@@ -22,16 +24,28 @@ template <class T>
 bool has_form(PyObject* view, int dimensions, const char* name)
 {
   const Py_buffer& buffer = *PyMemoryView_GET_BUFFER(view);
-  if (buffer.ndim == dimensions && Element<T>::accepts(buffer.format[0]) && buffer.itemsize == sizeof(T)) return true;
-  refuse_array(name);
-  return false;
+  if (buffer.ndim != dimensions || !Element<T>::accepts(buffer.format[0]) || buffer.itemsize != sizeof(T)) {
+    refuse_array(name);
+    return false;
+  }
+#ifdef FRAGMENTS_CHECKED
+  if (!std::is_const_v<T> && buffer.readonly) {
+    const std::string message = std::string("Read-only array for argument '") + name + "', which is written";
+    PyErr_SetString(PyExc_ValueError, message.c_str());
+    return false;
+  }
+#endif
+  return true;
 }
 
 template bool has_form<i32>(PyObject*, int, const char*);
 template bool has_form<i64>(PyObject*, int, const char*);
 template bool has_form<f64>(PyObject*, int, const char*);
+template bool has_form<const i32>(PyObject*, int, const char*);
+template bool has_form<const i64>(PyObject*, int, const char*);
+template bool has_form<const f64>(PyObject*, int, const char*);
 
-bool Parameter<I32Table>::Bound::bind(const char* name)
+bool Parameter<CI32Table>::Bound::bind(const char* name)
 {
   table.bounds = Bounds::of(name, 0);
   if (parsed == Py_None) return true;
@@ -46,13 +60,13 @@ bool Parameter<I32Table>::Bound::bind(const char* name)
   if (count < 1) return true;
 
   entry_views = static_cast<PyObject**>(std::calloc(static_cast<std::size_t>(count), sizeof(PyObject*)));
-  table.entries = static_cast<I32*>(std::calloc(static_cast<std::size_t>(count), sizeof(I32)));
+  table.entries = static_cast<CI32*>(std::calloc(static_cast<std::size_t>(count), sizeof(CI32)));
   if (!entry_views || !table.entries) return false;
   table.count = count;
   table.bounds = Bounds::of(name, count);
   for (i64 k = 0; k < count; ++k) {
     PyObject* entry = *reinterpret_cast<PyObject**>(static_cast<char*>(buffer.buf) + k * buffer.strides[0]);
-    Parameter<I32>::Bound bound;
+    Parameter<CI32>::Bound bound;
     bound.parsed = entry ? entry : Py_None;  // a null reference stands for None in object arrays
     const bool ok = bound.bind(name);
     entry_views[k] = bound.view;  // also of an entry that is refused: its turn of release is among the entries
@@ -62,7 +76,7 @@ bool Parameter<I32Table>::Bound::bind(const char* name)
   return true;
 }
 
-void Parameter<I32Table>::Bound::release()
+void Parameter<CI32Table>::Bound::release()
 {
   for (i64 k = 0; k < table.count; ++k) Py_XDECREF(entry_views[k]);
   std::free(entry_views);

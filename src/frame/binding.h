@@ -12,10 +12,13 @@
 
 namespace fragments {
 
-// The element types of arrays. The first character of the buffer's format decides together with the item size, since
-// `l` means 4 or 8 bytes by platform; a format with a byte-order mark is refused.
+// The element types of arrays; const elements bind alike. The first character of the buffer's format decides together
+// with the item size, since `l` means 4 or 8 bytes by platform; a format with a byte-order mark is refused.
 template <class T>
 struct Element;
+template <class T>
+struct Element<const T> : Element<T> {
+};
 template <>
 struct Element<i32> {
   static bool accepts(char format) { return format == 'i' || format == 'l'; }
@@ -35,7 +38,8 @@ struct Element<f64> {
 // Sets the ValueError "Invalid array shape or type for argument 'NAME'".
 [[gnu::cold]] void refuse_array(const char* name);
 
-// Whether a memoryview has `dimensions` axes and elements of type T. Refuses the array by its name if not.
+// Whether a memoryview has `dimensions` axes and elements of type T. Refuses the array by its name if not. In the
+// checked build, one of elements that are not const has to be writable too.
 template <class T>
 bool has_form(PyObject* view, int dimensions, const char* name);
 
@@ -155,22 +159,22 @@ struct Parameter<StridedMatrix<T>> {
   };
 };
 
-// A one-dimensional buffer of object references, each None or a one-dimensional i32 array. All its arrays are bound
-// before the body runs; an entry that can't be bound fails under the table's own name.
+// A one-dimensional buffer of object references, each None or a one-dimensional i32 array to read. All its arrays are
+// bound before the body runs; an entry that can't be bound fails under the table's own name.
 template <>
-struct Parameter<I32Table> {
+struct Parameter<CI32Table> {
   static constexpr char letter = 'O';
   struct Bound {
     PyObject* parsed;
     PyObject* view = nullptr;
     PyObject** entry_views = nullptr;
-    I32Table table;
+    CI32Table table;
 
     bool bind(const char* name);
     void release();  // the entries' views first, in ascending order, then the table's own
     bool has_unit_stride() const { return true; }
-    I32Table as_given() const { return table; }
-    I32Table as_unit() const { return table; }
+    CI32Table as_given() const { return table; }
+    CI32Table as_unit() const { return table; }
   };
 };
 

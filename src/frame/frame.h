@@ -3,3 +3,6 @@
 
 #include "frame/arrays.h"
 #include "frame/kernel.h"
+#include "frame/run.h"
+#include "frame/scratch.h"
+#include "frame/wrapping.h"

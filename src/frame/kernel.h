@@ -6,19 +6,22 @@
 //       for (i32 i = 0; i < n; ++i) rf64[top + i] = 0.0;
 //     }
 //
-// The numbers are the module functions _c_closure_N that run this body; the second list is the result: () for None, one
-// type for a plain value, several for a tuple in that order (the body returns `{a, b}`). The parameters' types give the
-// format string, their names stand in the error messages. A name that C++ or this header has taken is written with the
-// ending `_arg`, which the messages leave out: `I32 i32_arg` is called 'i32'.
+// The numbers, 32 at the most, are the module functions _c_closure_N that run this body; the second list is the result:
+// () for None, `(i32 count)` for a plain value, several for a tuple in that order (the body returns `{a, b}`). A result
+// that is a parameter carried on has the parameter's name. The parameters' types give the format string, their names
+// stand in the error messages. A name that C++ or this header has taken is written with the ending `_arg`, which the
+// messages leave out: `I32 i32_arg` is called 'i32'.
 //
 //     scalars   i32  i64  f64  bool (the truth of any object)
-//     arrays    I32  I64  F64, two-dimensional I32x2  F64x2, array of arrays I32Table
+//     arrays    I32  I64  F64, two-dimensional I32x2  F64x2
+//     to read   CI32  CI64  CF64, CI32x2  CF64x2, array of arrays CI32Table
 //
 // A call parses its arguments, binds every array in order, runs the body, releases all views in reverse order of
 // binding, and builds the result. The body is compiled twice into that call: with every stride a literal 1 for
 // arguments that are all contiguous, so that its loops are pointer loops, and with the strides as they are.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <string_view>
@@ -92,6 +95,12 @@ consteval std::array<ParameterName, n> names_in(std::string_view parameters)
     for (std::size_t k = 0; k < word.size(); ++k) name[k] = word[k];
   }
   return names;
+}
+
+// How many words a list has that stands in the source.
+consteval std::size_t word_count(std::string_view list)
+{
+  return static_cast<std::size_t>(std::count(list.begin(), list.end(), ',')) + 1;
 }
 
 #ifdef FRAGMENTS_CHECKED
@@ -170,6 +179,7 @@ struct Frame<body> {
 #define FRAGMENTS_CLOSURES_OF(...) FRAGMENTS_CLOSURES(__VA_ARGS__)
 
 #define KERNEL(numbers, results, name, ...)                                              \
+  static_assert(word_count(#numbers) <= 32, "KERNEL takes 32 numbers at the most");      \
   [[gnu::always_inline]] static inline ResultOf<void results>::type name(__VA_ARGS__);   \
   namespace name##_frame                                                                 \
   {                                                                                      \

@@ -8,23 +8,23 @@ namespace fragments {
 
 // Adds to rshape[d] the extents along axis d of the first n shapes, for stacking arrays along d. A shape that ends
 // before d, None too, counts as extent 1.
-KERNEL((231), (), add_stacked_extents, i32 d, i32 n, I32 rshape, I32Table shapes)
+KERNEL((231), (), add_stacked_extents, i32 d, i32 n, I32 rshape, CI32Table shapes)
 {
   for (i64 k = 0; k < n; ++k) {
-    const I32& shape = shapes[k];
+    const CI32& shape = shapes[k];
     rshape[d] = wrapping_add(rshape[d], d < shape.count ? shape[d] : 1);
   }
 }
 
 // Adds to resshape[dim] the extents along axis dim of all shapes; each of them has that axis.
-KERNEL((445), (), add_extents_of_table, i32 dim, I32 resshape, I32Table shapes)
+KERNEL((445), (), add_extents_of_table, i32 dim, I32 resshape, CI32Table shapes)
 {
   for (i64 k = 0; k < shapes.count; ++k) resshape[dim] = wrapping_add(resshape[dim], shapes[k][dim]);
 }
 
 // Interleaves `width` lists of native indices: element r of every list in turn, for each r below the product of the
 // extents resshape[0 .. nd-1]. Fills con_nativeidxs[product * width].
-KERNEL((256), (), interleave_lists, I32 con_nativeidxs, i32 width, i32 nd, I32Table nidxlist, I32 resshape)
+KERNEL((256), (), interleave_lists, I32 con_nativeidxs, i32 width, i32 nd, CI32Table nidxlist, I32 resshape)
 {
   const i64 size = product<i64>(1, resshape, 0, nd);
   i64 pos = 0;

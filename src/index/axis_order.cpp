@@ -12,7 +12,7 @@ i32 gather_along_axis(i32 p, i32 q, i32 r, I64 array, i32 c, I64 target)
   i64 place = c;
   for (i64 a = 0; a < q; ++a) {
     for (i64 b = 0; b < r; ++b) {
-      const Run<i64> line{array, p * a * r + b};
+      const Run line{array, p * a * r + b};
       for (i64 e = 0; e < p; ++e) target[place++] = line[e * r];
     }
   }

@@ -68,6 +68,17 @@ void reorder_items(const Buckets& ptr, const From& from, const To& to, i64 n, Ke
       ptr, n, [&](i64 k) { return from[k]; }, key, [&](i64 place, i32 i) { to[place] = i; });
 }
 
+// A whole pass over n items: from their order in `from` to that in `to`, by key(item) below `buckets`. `added` buckets
+// are added up, all of them normally.
+template <class Buckets, class From, class To, class Key>
+void sort_pass(const Buckets& ptr, i64 buckets, i64 added, const From& from, const To& to, i64 n, Key key)
+{
+  clear_buckets(ptr, buckets);
+  count_buckets(ptr, n, [&](i64 k) { return key(from[k]); });
+  add_up(ptr, added);
+  reorder_items(ptr, from, to, n, key);
+}
+
 // ptr[b] = ptr[b-1] for b from n down to 1. After placing into buckets 0 .. n-1 ptr[b] is the start of bucket b again,
 // for b above 0; ptr[0] keeps what it holds, and the caller sets it to 0.
 template <class Buckets>

@@ -1,5 +1,5 @@
 // Division by a number that stays the same for a whole loop, as a multiplication with its reciprocal: half the time of
-// a division instruction.
+// a division instruction. What is divided is a flat position, from 0 on.
 #pragma once
 
 #include <cstdint>
@@ -40,6 +40,13 @@ class Divisor {
 
   u64 value_;
   u64 reciprocal_;
+};
+
+// The coordinate of a flat position along one axis.
+struct Coordinate {
+  Divisor stride, extent;
+  Coordinate(i64 stride, i64 extent) : stride(stride), extent(extent) {}
+  i64 operator()(i64 flat) const { return extent.remainder(stride.quotient(flat)); }
 };
 
 }  // namespace fragments

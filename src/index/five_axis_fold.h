@@ -96,7 +96,7 @@ class RowCursor {
 // Walks the stored elements of a pattern in stretches of neighbours on one side of one row: stretch(b, e, side) for the
 // elements b .. e-1.
 template <class Stretch>
-void for_each_stored_stretch(const FoldStrides& strides, Run<i64> sp, i64 nelem, Stretch stretch)
+void for_each_stored_stretch(const FoldStrides& strides, Run<const i64> sp, i64 nelem, Stretch stretch)
 {
   RowCursor cursor(strides);
   for (i64 b = 0, e; b < nelem; b = e) {
@@ -126,7 +126,7 @@ void for_each_stretch(const FoldExtents& dim, Stretch stretch)
 
 // Walks all elements in ascending order: element(mirror, is_on_diagonal), `mirror` being a flat position.
 template <class Element>
-void for_each_mirror(I32 dim, I64 stride, Element element)
+void for_each_mirror(CI32 dim, CI64 stride, Element element)
 {
   for (i64 i0 = 0; i0 < dim[0]; ++i0) {
     for (i64 i1 = 0; i1 < dim[1]; ++i1) {
@@ -149,8 +149,8 @@ struct Positions {
 
 // Walks one triangle, i3 from 0 to i1 or, if `upper`, from i1 to dim[1]-1, in runs of elements and their mirrors:
 // run(flat, mirror, n), both Positions. With dim[4] 1 a run goes along i3, else along i4.
-template <class T, class Run>
-void for_each_run_in_triangle(I32 dim, StridedArray<T> stride, bool upper, Run run)
+template <class T, class EachRun>
+void for_each_run_in_triangle(CI32 dim, StridedArray<T> stride, bool upper, EachRun run)
 {
   for (i64 i0 = 0; i0 < dim[0]; ++i0) {
     for (i64 i1 = 0; i1 < dim[1]; ++i1) {
@@ -172,7 +172,7 @@ void for_each_run_in_triangle(I32 dim, StridedArray<T> stride, bool upper, Run r
 // Takes the entries of a packed triangle in order, from `packed[k]` on, each to its element of `whole` and to the
 // mirror. Returns the k behind them.
 template <class T, class S>
-i32 scatter_packed_triangle(I32 dim, StridedArray<S> stride, bool upper, i32 k, StridedArray<T> packed,
+i32 scatter_packed_triangle(CI32 dim, StridedArray<S> stride, bool upper, i32 k, StridedArray<const T> packed,
                             StridedArray<T> whole)
 {
   for_each_run_in_triangle(dim, stride, upper, [&](Positions flat, Positions mirror, i64 n) {

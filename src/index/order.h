@@ -6,7 +6,7 @@
 namespace fragments {
 
 // Whether the first n entries ascend strictly.
-inline bool is_ascending(I64 list, i64 n)
+inline bool is_ascending(CI64 list, i64 n)
 {
   for (i64 k = 1; k < n; ++k) {
     if (list[k - 1] >= list[k]) return false;
@@ -15,7 +15,7 @@ inline bool is_ascending(I64 list, i64 n)
 }
 
 // Whether no entry of the first n is below the one before; repeats are in order.
-inline bool is_sorted(I64 list, i64 n)
+inline bool is_sorted(CI64 list, i64 n)
 {
   for (i64 k = 1; k < n; ++k) {
     if (list[k - 1] > list[k]) return false;
@@ -26,7 +26,7 @@ inline bool is_sorted(I64 list, i64 n)
 // The number of strict ascents between neighbours in the order entry(0), entry(1), ... of n entries: in a sorted one,
 // the number of distinct values less 1.
 template <class Entry>
-i32 count_ascents(I64 list, i64 n, Entry entry)
+i32 count_ascents(CI64 list, i64 n, Entry entry)
 {
   i64 ascents = 0;
   for (i64 k = 1; k < n; ++k) ascents += list[entry(k - 1)] < list[entry(k)];

@@ -1,7 +1,7 @@
 // The stored elements of an array: their flat positions, native indices and values. `sp` and `nidxs` run in parallel;
 // a dense array has no `sp`, and its element k stands at position k.
 
-#include "stack/slots.h"
+#include "index/slots.h"
 
 namespace fragments {
 
@@ -25,9 +25,9 @@ KERNEL((325), (i32), restrict_pattern, i32 k, I32 nidxs, I32 rnidxs, I64 rsp, I6
 // array, `sp` None, the numbers of its len(nidxs) elements.
 KERNEL((314), (), append_positions, I64 dest, I32 nidxs, i32 base, I64 sp)
 {
-  const Run<i64> to{dest, base};
+  const Run to{dest, base};
   if (sp.data) {
-    copy_slots(to, Run<i64>{sp, 0}, sp.count);
+    copy_slots(to, Run{sp, 0}, sp.count);
   } else {
     for (i64 k = 0; k < nidxs.count; ++k) to[k] = k;
   }
@@ -36,7 +36,7 @@ KERNEL((314), (), append_positions, I64 dest, I32 nidxs, i32 base, I64 sp)
 // The native indices, from slot `base` on.
 KERNEL((326), (), append_native_indices, I32 dst, I32 nidxs, i32 base)
 {
-  copy_slots(Run<i32>{dst, base}, Run<i32>{nidxs, 0}, nidxs.count);
+  copy_slots(Run{dst, base}, Run{nidxs, 0}, nidxs.count);
 }
 
 // The values of a dense array at the positions of a pattern, which has as many elements as `nidxs` has entries.
@@ -48,7 +48,7 @@ KERNEL((329), (), gather_stored_values, F64 cvals, I32 nidxs, I64 sp, F64 values
 // One value for n elements.
 KERNEL((330), (), fill_values, i64 n, F64 vals, f64 value)
 {
-  fill_slots(Run<f64>{vals, 0}, n, value);
+  fill_slots(Run{vals, 0}, n, value);
 }
 
 }  // namespace fragments

@@ -13,11 +13,13 @@
 namespace fragments {
 
 // Row r of a table of shapes or multi-indices, read and written like an array.
+template <class T>
 struct Row {
-  const I32x2& table;
+  const StridedMatrix<T>& table;
   i64 r;
 
-  i32& operator[](i64 d) const { return table(r, d); }
+  Row(const StridedMatrix<T>& table, i64 r) : table(table), r(r) {}
+  T& operator[](i64 d) const { return table(r, d); }
 };
 
 // `init` times the extents lo .. hi-1.

@@ -204,19 +204,19 @@ KERNEL((293), (i64), leading_size64_n_init_rshape, i32 n, i64 init, I32 rshape)
 // `acc` times the n extents of a record's shape at `pos`.
 KERNEL((81), (i32), stack_size_n_acc_ri32_pos, i32 n, i32 acc, I32 ri32, i32 pos)
 {
-  return product(acc, Run<i32>{ri32, pos}, 0, n);
+  return product(acc, Run{ri32, pos}, 0, n);
 }
 
 // n times the n extents of a record's shape at `pos`: the number of axes is a factor too. This is intended.
 KERNEL((45), (i32), stack_size_n_ri32_pos, i32 n, I32 ri32, i32 pos)
 {
-  return product(n, Run<i32>{ri32, pos}, 0, n);
+  return product(n, Run{ri32, pos}, 0, n);
 }
 
 // `init` times the n extents that end before `top`.
 KERNEL((613), (i64), stack_size64_n_i32_top_init, i32 n, I32 i32_arg, i32 top, i64 init)
 {
-  return product(init, Run<i32>{i32_arg, i64{top} - n}, 0, n);
+  return product(init, Run{i32_arg, i64{top} - n}, 0, n);
 }
 
 // `acc` times the extents of `shape` behind axis d.

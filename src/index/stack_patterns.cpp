@@ -45,7 +45,7 @@ void add_to_positions(Run<i64> sp, i64 n, i64 distance)
 KERNEL((295), (i64), stack_item, i32 axis_inner, i64 inner, i32 total, I32 dimsizes, i32 item, I64 itemsizes, i32 n,
        i32 start, i64 offset, I64 sp)
 {
-  const Run<i64> positions{sp, start};
+  const Run positions{sp, start};
   if (!axis_inner) {
     add_to_positions(positions, n, offset);
     return offset + itemsizes[item];

@@ -56,9 +56,9 @@ struct Triangles {
 // more with the constants `ub`: a ranged constraint uses each expression twice.
 KERNEL((1), (), bind_ranged_expressions, I32 accafeidxs, F64 accb, I32 afeidxs, i32 from, i32 to, F64 lb, i32 n, F64 ub)
 {
-  const Run<i32> source{afeidxs, from};
-  const Run<i32> lower{accafeidxs, to}, upper{accafeidxs, static_cast<i64>(to) + n};
-  const Run<f64> lower_b{accb, to}, upper_b{accb, static_cast<i64>(to) + n};
+  const Run source{afeidxs, from};
+  const Run lower{accafeidxs, to}, upper{accafeidxs, static_cast<i64>(to) + n};
+  const Run lower_b{accb, to}, upper_b{accb, static_cast<i64>(to) + n};
   for (i64 k = 0; k < n; ++k) {
     lower[k] = upper[k] = source[k];
     lower_b[k] = lb[k];
@@ -69,8 +69,8 @@ KERNEL((1), (), bind_ranged_expressions, I32 accafeidxs, F64 accb, I32 afeidxs, 
 // Binds n expressions from `from` on to a constraint with the constants `b`.
 KERNEL((2), (), bind_expressions, I32 accafeidxs, F64 accb, I32 afeidxs, i32 from, i32 to, F64 b, i32 n)
 {
-  const Run<i32> source{afeidxs, from}, target{accafeidxs, to};
-  const Run<f64> constants{accb, to};
+  const Run source{afeidxs, from}, target{accafeidxs, to};
+  const Run constants{accb, to};
   for (i64 k = 0; k < n; ++k) {
     target[k] = source[k];
     constants[k] = b[k];

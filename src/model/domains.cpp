@@ -26,7 +26,7 @@ KERNEL((82), (), write_bounds, F64 bl, F64 bu, bool dense, F64 domlb, bool scala
   } else if (nd > 0) {
     const Scratch<i64> strides(nd);
     strides[i64{nd} - 1] = 1;
-    row_major_strides(strides, Run<i32>{ri32, pos}, nd);
+    row_major_strides(strides, Run{ri32, pos}, nd);
     for (i64 r = 0; r < domsp.rows; ++r) {
       const i64 position = flat_position(Row{domsp, r}, strides, nd);
       bl[position] = domlb[r];

@@ -2,8 +2,8 @@
 // positions `tsp`. The result, `rnativeidxs` and `rsp`, is written from slot `pos` on; kernels return the slot behind
 // it.
 
+#include "frame/copy_run.h"
 #include "index/divisor.h"
-#include "stack/runs.h"
 
 namespace fragments {
 
@@ -13,8 +13,8 @@ KERNEL((214), (i32), repeat_along_leading_axis, i64 step, i32 pos, i32 reps, i32
 {
   for (i64 r = 0; r < reps && n > 0; ++r, pos += n) {
     const i64 distance = step * r;
-    copy_run(Run<i64>{rsp, pos}, Run<i64>{tsp, 0}, n, [distance](i64 flat) { return flat + distance; });
-    copy_run(Run<i64>{rnativeidxs, pos}, Run<i64>{tnativeidxs, 0}, n);
+    copy_run(Run{rsp, pos}, Run{tsp, 0}, n, [distance](i64 flat) { return flat + distance; });
+    copy_run(Run{rnativeidxs, pos}, Run{tnativeidxs, 0}, n);
   }
   return pos;
 }
@@ -56,7 +56,7 @@ KERNEL((224), (i32), repeat_blocks, i32 m, i32 n, i32 pos, i32 reps, I64 rnative
 {
   for (i64 a = 0; a < n; ++a) {
     for (i64 t = 0; t < reps && m > 0; ++t, pos += m) {
-      copy_run(Run<i64>{rnativeidxs, pos}, Run<i64>{tnativeidxs, a * m}, m);
+      copy_run(Run{rnativeidxs, pos}, Run{tnativeidxs, a * m}, m);
     }
   }
   return pos;

@@ -45,7 +45,7 @@ struct SideBlock {
   void pick(const Operand& rows, i64 r, I64 varidxs, i32 row)
   {
     pick_row(rows, rows.ptr[r], rows.ptr[r + 1], varidxs, {cof, place});
-    const Run<i32> run{subi, place};
+    const Run run{subi, place};
     for (i64 j = 0; j < varidxs.count; ++j) run[j] = row;
     place += static_cast<i32>(varidxs.count);
   }
@@ -72,7 +72,8 @@ KERNEL((41), (i32), pick_coefficients_from_place, F64 cof, i32 fpos, i32 c, i32 
 KERNEL((33), (i32, i32), pick_coefficients_by_side, F64 ccof, i32 cc, i32 fpos, I32 conidxs, I32 csubi, F64 lcof,
        i32 lc, I32 lsubi, i32 n, i32 ipos, i32 ppos, I64 varidxs, F64 wf64, I32 wi32, I64 wi64)
 {
-  const Operand rows{.ptr{wi32, ppos}, .nidxs{wi64, ipos}, .cof{wf64, fpos}};
+  const StackArrays w{wi32, wi64, wf64};
+  const Operand rows = w.operand(ppos, ipos, fpos);
   SideBlock conic{ccof, csubi, cc};
   SideBlock linear{lcof, lsubi, lc};
   for_each_row(

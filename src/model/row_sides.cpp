@@ -59,7 +59,7 @@ KERNEL((26, 31), (i32), count_linear_rows, I32 conidxs, i32 n, i32 c)
 // Adds the terms of the first n rows to `ncon` or `nlin` by the side of each.
 KERNEL((27, 34), (i32, i32), count_terms_by_side, i32 ncon, I32 conidxs, i32 nlin, i32 n, i32 base, I32 wi32)
 {
-  const Run<i32> ptr{wi32, base};
+  const Run ptr{wi32, base};
   add_lengths(conidxs, n, ncon, nlin, [&](i64 k) { return ptr[k + 1] - ptr[k]; });
   return {ncon, nlin};
 }
@@ -67,7 +67,7 @@ KERNEL((27, 34), (i32, i32), count_terms_by_side, i32 ncon, I32 conidxs, i32 nli
 // The same for code atoms: the rows' `ptr` stands at `base`, the `codeptr` of their terms at `off`.
 KERNEL((28, 36), (i32, i32), count_atoms_by_side, i32 ncon, i32 off, I32 conidxs, i32 nlin, i32 n, i32 base, I32 wi32)
 {
-  const Run<i32> ptr{wi32, base}, codeptr{wi32, off};
+  const Run ptr{wi32, base}, codeptr{wi32, off};
   add_lengths(conidxs, n, ncon, nlin, [&](i64 k) { return codeptr[ptr[k + 1]] - codeptr[ptr[k]]; });
   return {ncon, nlin};
 }
@@ -95,7 +95,7 @@ KERNEL((30, 38), (i32, i32), append_lengths_of_runs, i32 acc, i32 xbase, i32 c, 
 KERNEL((35), (i32, i32, i32, i32), split_rows_with_lengths, i32 cn, i32 cacc, I32 conidxs, i32 cbase, I32 crowidx,
        i32 ln, i32 lacc, i32 lbase, I32 lrowidx, i32 n, i32 base, I32 wi32, I32 xi32)
 {
-  const Run<i32> ptr{wi32, base};
+  const Run ptr{wi32, base};
   Side conic{cn, cacc, crowidx, {xi32, cbase}};
   Side linear{ln, lacc, lrowidx, {xi32, lbase}};
   for_each_row(

@@ -34,7 +34,7 @@ inline f64 matrix_entry(i32 i, i32 j, f64 coefficient)
 // Walks the negative numbers at the head of the terms p .. e-1: calls begin(variable) at each run of elements of one
 // semidefinite variable and term(a, p) for each term on an element a. Returns the first term behind them.
 template <class Begin, class Term>
-i32 for_each_semidefinite_term(Run<i64> nidxs, I32 barj, i32 p, i32 e, Begin begin, Term term)
+i32 for_each_semidefinite_term(Run<const i64> nidxs, CI32 barj, i32 p, i32 e, Begin begin, Term term)
 {
   i32 variable = -1;
   for (; p < e && nidxs[p] < 0; ++p) {
@@ -161,7 +161,8 @@ KERNEL((75), (i32, i32, i32), measure_rows_by_term, i32 nblk, I32 barvar_block_e
 KERNEL((78), (i32, i32, i32), measure_rows_by_coefficient, i32 nblk, I32 barvar_block_elm_barj, i32 fpos, i32 nlin,
        i32 n, i32 ipos, i32 ppos, F64 rf64, I32 ri32, I64 ri64, i32 nbar)
 {
-  const Operand rows{.ptr{ri32, ppos}, .nidxs{ri64, ipos}, .cof{rf64, fpos}};
+  const StackArrays r{ri32, ri64, rf64};
+  const Operand rows = r.operand(ppos, ipos, fpos);
   RowSizes sizes{nblk, nlin, nbar};
   measure_rows(rows, n, barvar_block_elm_barj, sizes, [&](i32 p, i32 e) {
     i32 count = 0;
@@ -175,7 +176,8 @@ KERNEL((78), (i32, i32, i32), measure_rows_by_coefficient, i32 nblk, I32 barvar_
 KERNEL((76), (), split_linear_and_constant_terms, F64 bfix, F64 cof, i32 fpos, i32 n, i32 ipos, i32 ppos, I32 ptrb,
        F64 rf64, I32 ri32, I64 ri64, I32 subj)
 {
-  const Operand rows{.ptr{ri32, ppos}, .nidxs{ri64, ipos}, .cof{rf64, fpos}};
+  const StackArrays r{ri32, ri64, rf64};
+  const Operand rows = r.operand(ppos, ipos, fpos);
   split_rows(rows, n, ptrb, subj, cof, [&](i64 r, i32 p, i64 v) {
     if (v > 0) return true;
     if (v == 0) bfix[r] += rows.cof[p];
@@ -187,7 +189,8 @@ KERNEL((76), (), split_linear_and_constant_terms, F64 bfix, F64 cof, i32 fpos, i
 KERNEL((79), (), split_nonzero_terms, F64 cof, i32 fpos, i32 n, i32 ipos, i32 ppos, I64 ptrb, F64 rf64, I32 ri32,
        I64 ri64, I32 subj)
 {
-  const Operand rows{.ptr{ri32, ppos}, .nidxs{ri64, ipos}, .cof{rf64, fpos}};
+  const StackArrays r{ri32, ri64, rf64};
+  const Operand rows = r.operand(ppos, ipos, fpos);
   split_rows(rows, n, ptrb, subj, cof, [&](i64, i32 p, i64 v) { return v >= 0 && rows.cof[p] != 0.0; });
 }
 
@@ -217,7 +220,7 @@ KERNEL((80), (i32, i32), write_row_matrices_wide, i32 nz, i32 nm, I32 barsubj, I
 // Sizes a single row of n terms, in any order: adds the semidefinite ones to `nbar`, all others to `nlin`.
 KERNEL((46), (i32, i32), measure_row, i32 nlin, i32 pos, i32 n, i32 nbar, I64 ri64)
 {
-  const Run<i64> nidxs{ri64, pos};
+  const Run nidxs{ri64, pos};
   for (i64 k = 0; k < n; ++k) {
     nlin += nidxs[k] >= 0;
     nbar += nidxs[k] < 0;
@@ -235,8 +238,8 @@ KERNEL((47), (), split_row, F64 cof, i32 fpos, i32 ipos, i32 n, F64 rf64, I64 ri
 KERNEL((48), (), write_semidefinite_terms, I32 barvar_block_elm_barj, I32 barvar_block_elm_i, I32 barvar_block_elm_j,
        i32 fpos, i32 ipos, i32 n, F64 rf64, I64 ri64, I32 subj, I32 subk, I32 subl, F64 val)
 {
-  const Run<i64> nidxs{ri64, ipos};
-  const Run<f64> cof{rf64, fpos};
+  const Run nidxs{ri64, ipos};
+  const Run cof{rf64, fpos};
   for (i64 t = 0; t < n; ++t) {
     const i64 a = ~nidxs[t];
     const i32 i = barvar_block_elm_i[a], j = barvar_block_elm_j[a];

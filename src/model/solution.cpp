@@ -71,19 +71,19 @@ KERNEL((16), (), gather_constraint_duals, I32 accptr, F64 accy, I32 acon_elm_acc
 // The values of a variable without semidefinite elements; 0.0 for numbers at or below 0.
 KERNEL((17), (), gather_scalar_values, i32 n, I64 nativeidxs, i32 pos, F64 res, F64 xx)
 {
-  gather(Run<f64>{res, pos}, nativeidxs, n, [&](i64 v) { return v > 0 ? xx[v] : 0.0; });
+  gather(Run{res, pos}, nativeidxs, n, [&](i64 v) { return v > 0 ? xx[v] : 0.0; });
 }
 
 // The same with the opposite sign. A value of 0.0 gives -0.0, a number at or below 0 gives 0.0.
 KERNEL((18), (), gather_negated_values, i32 n, I64 nativeidxs, i32 pos, F64 res, F64 xx)
 {
-  gather(Run<f64>{res, pos}, nativeidxs, n, [&](i64 v) { return v > 0 ? -xx[v] : 0.0; });
+  gather(Run{res, pos}, nativeidxs, n, [&](i64 v) { return v > 0 ? -xx[v] : 0.0; });
 }
 
 // The values of a variable: `xx` of scalar elements, `barx` of semidefinite ones.
 KERNEL((19), (), gather_variable_values, F64 barx, i32 n, I64 nativeidxs, i32 pos, F64 res, F64 xx)
 {
-  gather(Run<f64>{res, pos}, nativeidxs, n, [&](i64 v) { return v > 0 ? xx[v] : v < 0 ? barx[~v] : 0.0; });
+  gather(Run{res, pos}, nativeidxs, n, [&](i64 v) { return v > 0 ? xx[v] : v < 0 ? barx[~v] : 0.0; });
 }
 
 // The dual values of a variable: `bars` of semidefinite elements, an entry of `accy` of scalar ones that live in the
@@ -91,7 +91,7 @@ KERNEL((19), (), gather_variable_values, F64 barx, i32 n, I64 nativeidxs, i32 po
 KERNEL((20), (), gather_variable_duals, I32 accptr, F64 accy, F64 bars, i32 n, I64 nativeidxs, i32 pos, F64 res,
        I32 var_elm_acc_idx, I32 var_elm_acc_ofs, F64 yx)
 {
-  gather(Run<f64>{res, pos}, nativeidxs, n, [&](i64 v) {
+  gather(Run{res, pos}, nativeidxs, n, [&](i64 v) {
     if (v < 0) return bars[~v];
     if (v == 0) return 0.0;
     const i32 a = var_elm_acc_idx[v];

@@ -98,7 +98,7 @@ KERNEL((126), (), place_by_row, I32 cols, I64 cptrb, i32 n, I32 rows, I64 rptrb,
 {
   for (i64 c = 0; c < n; ++c) {
     const i64 start = cptrb[c];
-    reorder_items(buckets_of(rptrb), Run<i32>{cols, start}, rows, cptrb[c + 1] - start, [&](i32 k) { return subi[k]; });
+    reorder_items(buckets_of(rptrb), Run{cols, start}, rows, cptrb[c + 1] - start, [&](i32 k) { return subi[k]; });
   }
 }
 

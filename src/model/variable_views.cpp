@@ -5,7 +5,7 @@
 //
 // Slices, repetitions, permutations and triangles of views have files of their own.
 
-#include "stack/slots.h"
+#include "index/slots.h"
 
 namespace fragments {
 namespace {
@@ -23,32 +23,32 @@ void scatter(Run<i64> to, I64 at, I64 from, i64 n)
 KERNEL((146), (), push_view, I64 basevar_nativeidxs, i32 cofpos, bool hassp, i32 nidxspos, i32 n, i32 ptrpos, F64 rf64,
        I32 ri32, I64 ri64, i32 sppos, I64 sparsity)
 {
-  fill_multiples(Run<i32>{ri32, ptrpos}, 0, n, 1);
-  copy_slots(Run<i64>{ri64, nidxspos}, Run<i64>{basevar_nativeidxs, 0}, n);
-  if (hassp) copy_slots(Run<i64>{ri64, sppos}, Run<i64>{sparsity, 0}, n);
-  fill_slots(Run<f64>{rf64, cofpos}, n, 1.0);
+  fill_multiples(Run{ri32, ptrpos}, 0, n, 1);
+  copy_slots(Run{ri64, nidxspos}, Run{basevar_nativeidxs, 0}, n);
+  if (hassp) copy_slots(Run{ri64, sppos}, Run{sparsity, 0}, n);
+  fill_slots(Run{rf64, cofpos}, n, 1.0);
 }
 
 // Appends the map of a dense operand of a stack: its numbers from slot `bpos` on, its positions, which are 0, 1, 2 and
 // so on, from `spos` on.
 KERNEL((188), (), append_dense_view, I64 basevar_nativeidxs, i32 bpos, I64 sparsity, i32 spos, I64 thisnidxs)
 {
-  const Run<i64> numbers{basevar_nativeidxs, bpos}, positions{sparsity, spos};
-  copy_slots(numbers, Run<i64>{thisnidxs, 0}, thisnidxs.count);
+  const Run numbers{basevar_nativeidxs, bpos}, positions{sparsity, spos};
+  copy_slots(numbers, Run{thisnidxs, 0}, thisnidxs.count);
   for (i64 k = 0; k < thisnidxs.count; ++k) positions[k] = k;
 }
 
 // Writes all of a map into a list, from slot `pos` on.
 KERNEL((189), (), append_view, I64 basevar_nativeidxs, I64 nindex, i32 pos)
 {
-  copy_slots(Run<i64>{nindex, pos}, Run<i64>{basevar_nativeidxs, 0}, basevar_nativeidxs.count);
+  copy_slots(Run{nindex, pos}, Run{basevar_nativeidxs, 0}, basevar_nativeidxs.count);
 }
 
 // Zeroes n slots of a list from `pos` on. A sparse view is written over them by 192, so that the elements that it
 // doesn't store stand as number 0.
 KERNEL((191), (), append_zeros, i32 n, I64 nindex, i32 pos)
 {
-  fill_slots(Run<i64>{nindex, pos}, n, i64{0});
+  fill_slots(Run{nindex, pos}, n, i64{0});
 }
 
 // Writes each number of a sparse view to its position, counted from slot `pos` on.
@@ -72,7 +72,7 @@ KERNEL((195, 196), (), scatter_view_by_pattern, I64 basevar_nativeidxs, I64 idxs
 // Copies all of a map.
 KERNEL((197, 202, 203), (), copy_view, I64 nativeidxs, I64 r)
 {
-  copy_slots(Run<i64>{r, 0}, Run<i64>{nativeidxs, 0}, nativeidxs.count);
+  copy_slots(Run{r, 0}, Run{nativeidxs, 0}, nativeidxs.count);
 }
 
 }  // namespace fragments

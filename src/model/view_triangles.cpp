@@ -38,13 +38,13 @@ KERNEL((159), (i32), lower_triangle_of_sparse_view, I64 basevar_nativeidxs, i32 
 
 // The packed lower triangle `basevar_nativeidxs`, from entry k on, to both halves of `residxs`. Returns the k behind
 // it.
-KERNEL((163), (i32), mirror_lower_triangle, I64 basevar_nativeidxs, I32 dim, i32 k, I64 residxs, I64 stride)
+KERNEL((163), (i32), mirror_lower_triangle, CI64 basevar_nativeidxs, CI32 dim, i32 k, I64 residxs, CI64 stride)
 {
   return scatter_packed_triangle(dim, stride, false, k, basevar_nativeidxs, residxs);
 }
 
 // The same from the packed upper triangle.
-KERNEL((164), (i32), mirror_upper_triangle, I64 basevar_nativeidxs, I32 dim, i32 k, I64 residxs, I64 stride)
+KERNEL((164), (i32), mirror_upper_triangle, CI64 basevar_nativeidxs, CI32 dim, i32 k, I64 residxs, CI64 stride)
 {
   return scatter_packed_triangle(dim, stride, true, k, basevar_nativeidxs, residxs);
 }

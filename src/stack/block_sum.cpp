@@ -5,15 +5,15 @@
 //     dense operand    `rptr` 501, for elements of one size
 //     sparse operand   count the blocks 496, `rptr` and `rsp` 499
 
+#include "index/pattern_runs.h"
 #include "stack/record.h"
-#include "stack/row_runs.h"
 
 namespace fragments {
 
 // acc plus the number of blocks that n flat positions lie in.
 KERNEL((496), (i32), count_blocks, i64 blk, i32 acc, i32 n, i32 sp, I64 wi64)
 {
-  for_each_row_run(Run<i64>{wi64, sp}, n, blk, [&](i64, i32, i32) { ++acc; });
+  for_each_row_run(Run{wi64, sp}, n, blk, [&](i64, i32, i32) { ++acc; });
   return acc;
 }
 
@@ -23,8 +23,8 @@ KERNEL((499), (i32), write_blocks, i64 blk, i32 n, i32 ptr, bool rhassp, I32 ri3
        i32 cur, i32 sp, I32 wi32, I64 wi64)
 {
   const Operand operand{.ptr{wi32, ptr}};
-  const Run<i64> pattern{wi64, sp}, result_pattern{ri64, rsp};
-  const Run<i32> result_ptr{ri32, rptr};
+  const Run pattern{wi64, sp}, result_pattern{ri64, rsp};
+  const Run result_ptr{ri32, rptr};
   for (i64 g = 0; g < ng; ++g) {
     const i64 q = pattern[cur] / blk;
     const i64 block_end = (q + 1) * blk;

@@ -11,8 +11,8 @@
 // are intended.
 
 #include "index/shape.h"
+#include "index/slots.h"
 #include "stack/record.h"
-#include "stack/slots.h"
 
 namespace fragments {
 namespace {
@@ -37,7 +37,8 @@ bool is_folded(const Operand& operand, i64 t)
 KERNEL((395), (bool), are_terms_alive, i32 cconst, i32 code, i32 codeptr, i32 cof, bool ok, i32 ncodeatom, i32 nnz,
        F64 wf64, I32 wi32)
 {
-  const Operand operand{.cof{wf64, cof}, .codeptr{wi32, codeptr}, .code{wi32, code}, .cconst{wf64, cconst}};
+  const StackArrays w{wi32, {}, wf64};
+  const Operand operand = w.coded_terms(cof, codeptr, code, cconst);
   const auto has_zero_code = [&](i64 t) {
     const i32 a = operand.codeptr[t];
     return is_folded(operand, t) ||
@@ -52,9 +53,9 @@ KERNEL((396), (), copy_record, i32 cconst, i32 code, i32 codeptr, i32 cof, bool 
        i32 nidxs, i32 nnz, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64,
        i32 rnidxs, i32 rptr, i32 rshape, i32 rsp, i32 shape, i32 sp, F64 wf64, I32 wi32, I64 wi64)
 {
-  const auto copy_i32 = [&](i32 to, i32 from, i64 n) { copy_slots(Run<i32>{ri32, to}, Run<i32>{wi32, from}, n); };
-  const auto copy_i64 = [&](i32 to, i32 from, i64 n) { copy_slots(Run<i64>{ri64, to}, Run<i64>{wi64, from}, n); };
-  const auto copy_f64 = [&](i32 to, i32 from, i64 n) { copy_slots(Run<f64>{rf64, to}, Run<f64>{wf64, from}, n); };
+  const auto copy_i32 = [&](i32 to, i32 from, i64 n) { copy_slots(Run{ri32, to}, Run{wi32, from}, n); };
+  const auto copy_i64 = [&](i32 to, i32 from, i64 n) { copy_slots(Run{ri64, to}, Run{wi64, from}, n); };
+  const auto copy_f64 = [&](i32 to, i32 from, i64 n) { copy_slots(Run{rf64, to}, Run{wf64, from}, n); };
   copy_i32(rshape, shape, nd);
   if (hassp) copy_i64(rsp, sp, nelem);
   copy_i32(rptr, ptr, nelem + i64{1});
@@ -76,7 +77,7 @@ KERNEL((386), (i32, i32, i32), measure_kept_terms, i32 cof, i32 nelem, i32 ptr, 
     for (i32 t = operand.ptr[i]; t < end; ++t) {
       const bool has_value = !is_zero(operand.cof[t]);
       if (!has_value && is_folded(operand, t)) continue;
-      c += has_value ? 1 : operand.atoms(t, t + 1);
+      c += has_value ? 1 : operand.atoms({t, t + 1});
       ++k;
     }
     e += k > terms_before;
@@ -87,7 +88,7 @@ KERNEL((386), (i32, i32, i32), measure_kept_terms, i32 cof, i32 nelem, i32 ptr, 
 // Whether `nelem` elements are fewer than the shape has, so that they need a pattern. `flag` is not read.
 KERNEL((387), (bool), needs_pattern, i32 nd, [[maybe_unused]] bool flag, i32 nelem, i32 shape, I32 wi32)
 {
-  return product(i64{1}, Run<i32>{wi32, shape}, 0, nd) > nelem;
+  return product(i64{1}, Run{wi32, shape}, 0, nd) > nelem;
 }
 
 // Writes what is kept. A term with a nonzero coefficient keeps that and the first atom of its code, however long it is;
@@ -103,17 +104,10 @@ KERNEL((390), (i32, i32, i32), write_kept_terms, i32 c, i32 cof, i32 e, bool has
                         .codeptr{xi32, codeptr},
                         .code{xi32, code},
                         .cconst{xf64, xcconst}};
-  const Run<i64> pattern{wi64, sp};
-  Writer result{.ptr{ri32, rptr},
-                .sp{ri64, rsp},
-                .nidxs{ri64, rnidxs},
-                .cof{rf64, rcof},
-                .codeptr{ri32, rcodeptr},
-                .code{ri32, rcode},
-                .cconst{rf64, rcconst},
-                .elements = e,
-                .terms = k,
-                .atoms = c};
+  const Run pattern{wi64, sp};
+  const ResultArrays r{ri32, ri64, rf64};
+  Writer result =
+      r.sparse_writer(rptr, rsp, rnidxs, rcof, rcodeptr, rcode, rcconst, {.elements = e, .terms = k, .atoms = c});
   for (i64 i = 0; i < nelem; ++i) {
     const i32 terms_before = result.terms, end = operand.ptr[i + 1];
     for (i64 t = operand.ptr[i]; t < end; ++t) {
@@ -143,10 +137,10 @@ KERNEL((390), (i32, i32, i32), write_kept_terms, i32 c, i32 cof, i32 e, bool has
 KERNEL((389), (), move_result, i32 cof, bool hassp, i32 nelem, i32 nidxs, i32 nnz, i32 ptr, i32 rcof, F64 rf64,
        I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, i32 sp, F64 wf64, I64 wi64)
 {
-  copy_slots(Run<i64>{ri64, rnidxs}, Run<i64>{wi64, nidxs}, nnz);
-  copy_slots(Run<f64>{rf64, rcof}, Run<f64>{wf64, cof}, nnz);
-  copy_slots(Run<i32>{ri32, rptr}, Run<i32>{ri32, ptr}, nelem + i64{1});
-  if (hassp) copy_slots(Run<i64>{ri64, rsp}, Run<i64>{ri64, sp}, nelem);
+  copy_slots(Run{ri64, rnidxs}, Run{wi64, nidxs}, nnz);
+  copy_slots(Run{rf64, rcof}, Run{wf64, cof}, nnz);
+  copy_slots(Run{ri32, rptr}, Run{ri32, ptr}, nelem + i64{1});
+  if (hassp) copy_slots(Run{ri64, rsp}, Run{ri64, sp}, nelem);
 }
 
 }  // namespace fragments

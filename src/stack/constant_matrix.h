@@ -6,24 +6,33 @@
 
 namespace fragments {
 
-// The end of the row group of entry k: the first entry behind k with another row, or `count`.
-inline i32 group_end(I32 msubi, i32 k, i32 count)
+// Walks the entries begin .. count-1 in row groups, the stretches of entries of one row: group(row, b, e) for the
+// entries b .. e-1.
+template <class Group>
+void for_each_row_group(CI32 msubi, i32 begin, i32 count, Group group)
 {
-  const i32 row = msubi[k];
-  do ++k;
-  while (k < count && msubi[k] == row);
-  return k;
+  for (i32 b = begin, e; b < count; b = e) {
+    const i32 row = msubi[b];
+    e = b + 1;
+    while (e < count && msubi[e] == row) ++e;
+    group(row, b, e);
+  }
+}
+template <class Group>
+void for_each_row_group(CI32 msubi, i32 count, Group group)
+{
+  for_each_row_group(msubi, 0, count, group);
 }
 
 // Whether entry k lies outside the matrix; without branches, so that loops over entries are vectorised.
-inline bool is_outside(I32 msubi, I32 msubj, i32 mdimi, i32 mdimj, i64 k)
+inline bool is_entry_outside(CI32 msubi, CI32 msubj, i32 mdimi, i32 mdimj, i64 k)
 {
   const i32 i = msubi[k], j = msubj[k];
   return (i < 0) | (i >= mdimi) | (j < 0) | (j >= mdimj);
 }
 
 // Whether entry k does not come strictly before entry k+1; a duplicate doesn't.
-inline bool is_unordered(I32 msubi, I32 msubj, i64 k)
+inline bool is_unordered(CI32 msubi, CI32 msubj, i64 k)
 {
   return msubi[k] > msubi[k + 1] || (msubi[k] == msubi[k + 1] && msubj[k] >= msubj[k + 1]);
 }

@@ -47,10 +47,10 @@ KERNEL((343), (i32, i32, i32), measure_diagonal_of_left_product, i32 codeptr, i3
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
   const ByRow p{{xi64, psp}, pnelem, pcols};
   const ByColumn columns{{wi64, sp}, {xi32, perm}, nelem, Divisor(ecols)};
-  ParametrisedSize size{.operand = operand, .hascode = ncodeatom > 0, .atoms = c, .elements = e, .terms = k};
+  Size size(operand, ncodeatom > 0, {.elements = e, .terms = k, .atoms = c});
   i32 i = 0, j = 0;
   walk_diagonal(
-      p, j, columns, i, [&](i32, i32 f) { size.append(f); }, [&](i64) { size.close_element(); });
+      p, j, columns, i, [&](i32, i32 f) { size.append_parametrised(f); }, [&](i64) { size.close_element(); });
   return {size.atoms, size.elements, size.terms};
 }
 
@@ -62,22 +62,13 @@ KERNEL((344), (), write_diagonal_of_left_product, i32 cconst, i32 code, i32 code
        i32 rshape, i32 rsp, i32 sp, F64 wf64, I32 wi32, I64 wi64, I32 xi32, I64 xi64)
 {
   if (rnelem <= 0) return;
-  const Operand operand{.ptr{wi32, ptr},
-                        .nidxs{wi64, nidxs},
-                        .cof{wf64, cof},
-                        .codeptr{wi32, codeptr},
-                        .code{wi32, code},
-                        .cconst{wf64, cconst}};
+  const StackArrays w{wi32, wi64, wf64};
+  const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
   const ByRow p{{xi64, psp}, pnelem, pcols};
   const ByColumn columns{{wi64, sp}, {xi32, perm}, nelem, Divisor(ecols)};
-  const Run<i32> numbers{xi32, param};
-  Writer result{.ptr{ri32, rptr},
-                .sp{ri64, rsp},
-                .nidxs{ri64, rnidxs},
-                .cof{rf64, rcof},
-                .codeptr{ri32, rcodeptr},
-                .code{ri32, rcode},
-                .cconst{rf64, rcconst}};
+  const Run numbers{xi32, param};
+  const ResultArrays r{ri32, ri64, rf64};
+  Writer result = r.sparse_writer(rptr, rsp, rnidxs, rcof, rcodeptr, rcode, rcconst);
   result.ptr[0] = 0;
   if (rhascode > 0) result.codeptr[0] = 0;
   ri32[rshape] = rdim;
@@ -95,9 +86,9 @@ KERNEL((345), (i32, i32, i32), measure_diagonal_of_left_product_with_dense, i32 
 {
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
   const ByRow p{{xi64, psp}, pnelem, pcols};
-  ParametrisedSize size{.operand = operand, .hascode = ncodeatom > 0, .atoms = c, .elements = e, .terms = k};
+  Size size(operand, ncodeatom > 0, {.elements = e, .terms = k, .atoms = c});
   walk_rows(
-      p, ecols, [&](i64 f, i32) { size.append(f); }, [&](i64) { size.close_element(); });
+      p, ecols, [&](i64 f, i32) { size.append_parametrised(f); }, [&](i64) { size.close_element(); });
   return {size.atoms, size.elements, size.terms};
 }
 
@@ -107,21 +98,12 @@ KERNEL((346), (), write_diagonal_of_left_product_with_dense, i32 cconst, i32 cod
        i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rhascode, i32 rnidxs, i32 rptr, i32 rshape, i32 rsp,
        F64 wf64, I32 wi32, I64 wi64, I32 xi32, I64 xi64)
 {
-  const Operand operand{.ptr{wi32, ptr},
-                        .nidxs{wi64, nidxs},
-                        .cof{wf64, cof},
-                        .codeptr{wi32, codeptr},
-                        .code{wi32, code},
-                        .cconst{wf64, cconst}};
+  const StackArrays w{wi32, wi64, wf64};
+  const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
   const ByRow p{{xi64, psp}, pnelem, pcols};
-  const Run<i32> numbers{xi32, param};
-  Writer result{.ptr{ri32, rptr},
-                .sp{ri64, rsp},
-                .nidxs{ri64, rnidxs},
-                .cof{rf64, rcof},
-                .codeptr{ri32, rcodeptr},
-                .code{ri32, rcode},
-                .cconst{rf64, rcconst}};
+  const Run numbers{xi32, param};
+  const ResultArrays r{ri32, ri64, rf64};
+  Writer result = r.sparse_writer(rptr, rsp, rnidxs, rcof, rcodeptr, rcode, rcconst);
   result.ptr[0] = 0;
   if (rhascode > 0) result.codeptr[0] = 0;
   ri32[rshape] = rdim;
@@ -140,9 +122,9 @@ KERNEL((351), (i32, i32, i32, i32, i32), measure_diagonal_of_right_product, i32 
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
   const ByRow rows{{wi64, sp}, nelem, ecols};
   const ByColumn p{{xi64, psp}, {xi32, perm}, pnelem, Divisor(pcols)};
-  ParametrisedSize size{.operand = operand, .hascode = ncodeatom > 0, .atoms = c, .elements = e, .terms = k};
+  Size size(operand, ncodeatom > 0, {.elements = e, .terms = k, .atoms = c});
   walk_diagonal(
-      rows, i, p, j, [&](i32 f, i32) { size.append(f); }, [&](i64) { size.close_element(); });
+      rows, i, p, j, [&](i32 f, i32) { size.append_parametrised(f); }, [&](i64) { size.close_element(); });
   return {i, j, size.atoms, size.elements, size.terms};
 }
 
@@ -152,25 +134,14 @@ KERNEL((352), (i32, i32, i32, i32, i32), write_diagonal_of_right_product, i32 cc
        i32 pnelem, i32 perm, i32 psp, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32,
        I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, i32 sp, F64 wf64, I32 wi32, I64 wi64, I32 xi32, I64 xi64)
 {
-  const Operand operand{.ptr{wi32, ptr},
-                        .nidxs{wi64, nidxs},
-                        .cof{wf64, cof},
-                        .codeptr{wi32, codeptr},
-                        .code{wi32, code},
-                        .cconst{wf64, cconst}};
+  const StackArrays w{wi32, wi64, wf64};
+  const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
   const ByRow rows{{wi64, sp}, nelem, ecols};
   const ByColumn p{{xi64, psp}, {xi32, perm}, pnelem, Divisor(pcols)};
-  const Run<i32> numbers{xi32, param};
-  Writer result{.ptr{ri32, rptr},
-                .sp{ri64, rsp},
-                .nidxs{ri64, rnidxs},
-                .cof{rf64, rcof},
-                .codeptr{ri32, rcodeptr},
-                .code{ri32, rcode},
-                .cconst{rf64, rcconst},
-                .elements = e,
-                .terms = k,
-                .atoms = c};
+  const Run numbers{xi32, param};
+  const ResultArrays r{ri32, ri64, rf64};
+  Writer result =
+      r.sparse_writer(rptr, rsp, rnidxs, rcof, rcodeptr, rcode, rcconst, {.elements = e, .terms = k, .atoms = c});
   with_constant(ncodeatom > 0, [&](auto hascode) {
     walk_diagonal(
         rows, i, p, j, [&](i32 f, i32 entry) { result.append_parametrised(operand, f, numbers[entry], hascode); },
@@ -186,9 +157,9 @@ KERNEL((353), (i32, i32, i32, i32), measure_diagonal_of_right_product_with_dense
 {
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
   const ByColumn p{{xi64, psp}, {xi32, perm}, pnelem, Divisor(pcols)};
-  ParametrisedSize size{.operand = operand, .hascode = ncodeatom > 0, .atoms = c, .elements = e, .terms = k};
+  Size size(operand, ncodeatom > 0, {.elements = e, .terms = k, .atoms = c});
   walk_columns(
-      p, j, ecols, [&](i64 f, i32) { size.append(f); }, [&](i64) { size.close_element(); });
+      p, j, ecols, [&](i64 f, i32) { size.append_parametrised(f); }, [&](i64) { size.close_element(); });
   return {j, size.atoms, size.elements, size.terms};
 }
 
@@ -198,24 +169,13 @@ KERNEL((354), (i32, i32, i32, i32), write_diagonal_of_right_product_with_dense, 
        i32 perm, i32 psp, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64,
        i32 rnidxs, i32 rptr, i32 rsp, F64 wf64, I32 wi32, I64 wi64, I32 xi32, I64 xi64)
 {
-  const Operand operand{.ptr{wi32, ptr},
-                        .nidxs{wi64, nidxs},
-                        .cof{wf64, cof},
-                        .codeptr{wi32, codeptr},
-                        .code{wi32, code},
-                        .cconst{wf64, cconst}};
+  const StackArrays w{wi32, wi64, wf64};
+  const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
   const ByColumn p{{xi64, psp}, {xi32, perm}, pnelem, Divisor(pcols)};
-  const Run<i32> numbers{xi32, param};
-  Writer result{.ptr{ri32, rptr},
-                .sp{ri64, rsp},
-                .nidxs{ri64, rnidxs},
-                .cof{rf64, rcof},
-                .codeptr{ri32, rcodeptr},
-                .code{ri32, rcode},
-                .cconst{rf64, rcconst},
-                .elements = e,
-                .terms = k,
-                .atoms = c};
+  const Run numbers{xi32, param};
+  const ResultArrays r{ri32, ri64, rf64};
+  Writer result =
+      r.sparse_writer(rptr, rsp, rnidxs, rcof, rcodeptr, rcode, rcconst, {.elements = e, .terms = k, .atoms = c});
   with_constant(ncodeatom > 0, [&](auto hascode) {
     walk_columns(
         p, j, ecols, [&](i64 f, i32 entry) { result.append_parametrised(operand, f, numbers[entry], hascode); },

@@ -18,10 +18,10 @@
 // Cursors of the result come in and go back: `nzi` terms, `elmi` elements, `codei` atoms.
 
 #include "index/merge.h"
+#include "index/pattern_runs.h"
 #include "stack/column_sort.h"
 #include "stack/constant_matrix.h"
 #include "stack/record.h"
-#include "stack/row_runs.h"
 
 namespace fragments {
 namespace {
@@ -93,7 +93,8 @@ void walk_rows_and_columns(i32& mi, I32 msubi, I32 msubj, i32& q, Run<i32> perm,
     i64 next_column = column;
     while (column_end < nelem && (next_column = column_of(column_end)) == column) ++column_end;
     if (msubi[mi] == column) {
-      const i32 row_end = group_end(msubi, mi, mnnz);
+      i32 row_end = mi + 1;
+      while (row_end < mnnz && msubi[row_end] == column) ++row_end;
       // In one column the flat positions compare as the rows do.
       const bool met = intersect(
           mi, row_end, q, column_end, [&](i32 k) { return static_cast<i64>(d1) * msubj[k] + column; },
@@ -112,7 +113,7 @@ void walk_rows_and_columns(i32& mi, I32 msubi, I32 msubj, i32& q, Run<i32> perm,
 // Right form: sorts the entries of M by column.
 KERNEL((451), (), sort_matrix_by_column, i32 mdimj, i32 mnnz, I32 msubj, I32 xi32, i32 xcolptr, i32 xperm)
 {
-  sort_by_column(Run<i32>{xi32, xcolptr}, mdimj, Run<i32>{xi32, xperm}, mnnz, [&](i64 k) { return msubj[k]; });
+  sort_by_column(Run{xi32, xcolptr}, mdimj, Run{xi32, xperm}, mnnz, [&](i64 k) { return msubj[k]; });
 }
 
 // Right form: measures. The sizes grow from what comes in.
@@ -121,12 +122,12 @@ KERNEL((452), (i32, i32, i32), measure_right_diagonal, i32 codeptr, i32 d1, bool
        I32 xi32, i32 xperm)
 {
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
-  Size size{.operand = operand, .hascode = ncodeatom > 0, .atoms = rncodeatom, .elements = rnelem, .terms = rnnz};
-  const Run<i32> perm{xi32, xperm};
+  Size size(operand, ncodeatom > 0, {.elements = rnelem, .terms = rnnz, .atoms = rncodeatom});
+  const Run perm{xi32, xperm};
   const auto entry = [&](i32, i64 f) { size.append_scaled(f); };
   const auto element = [&](i64) { size.close_element(); };
   if (hassp)
-    walk_columns_and_rows(msubi, msubj, perm, mnnz, mdimj, Run<i64>{wi64, sp}, nelem, d1, entry, element);
+    walk_columns_and_rows(msubi, msubj, perm, mnnz, mdimj, Run{wi64, sp}, nelem, d1, entry, element);
   else
     walk_columns(msubi, msubj, perm, mnnz, d1, entry, element);
   return {size.atoms, size.elements, size.terms};
@@ -138,30 +139,17 @@ KERNEL((453), (i32, i32, i32), write_right_diagonal, i32 cconst, i32 code, i32 c
        i32 nzi, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs,
        i32 rptr, i32 rsp, i32 sp, F64 wf64, I32 wi32, I64 wi64, I32 xi32, i32 xperm)
 {
-  const Operand operand{.ptr{wi32, ptr},
-                        .nidxs{wi64, nidxs},
-                        .cof{wf64, cof},
-                        .codeptr{wi32, codeptr},
-                        .code{wi32, code},
-                        .cconst{wf64, cconst}};
-  Writer result{.ptr{ri32, rptr},
-                .sp{ri64, rsp},
-                .nidxs{ri64, rnidxs},
-                .cof{rf64, rcof},
-                .codeptr{ri32, rcodeptr},
-                .code{ri32, rcode},
-                .cconst{rf64, rcconst},
-                .elements = elmi,
-                .terms = nzi,
-                .atoms = codei};
-  const Run<i32> perm{xi32, xperm};
+  const StackArrays w{wi32, wi64, wf64};
+  const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
+  const ResultArrays r{ri32, ri64, rf64};
+  Writer result = r.sparse_writer(rptr, rsp, rnidxs, rcof, rcodeptr, rcode, rcconst,
+                                  {.elements = elmi, .terms = nzi, .atoms = codei});
+  const Run perm{xi32, xperm};
   with_constant(ncodeatom > 0, [&](auto hascode) {
-    const auto entry = [&](i32 k, i64 f) {
-      result.append_scaled(operand, operand.ptr[f], operand.ptr[f + 1], mval[k], hascode);
-    };
+    const auto entry = [&](i32 k, i64 f) { result.append_scaled(operand, f, mval[k], hascode); };
     const auto element = [&](i64 j) { result.close_element(j); };
     if (hassp)
-      walk_columns_and_rows(msubi, msubj, perm, mnnz, mdimj, Run<i64>{wi64, sp}, nelem, d1, entry, element);
+      walk_columns_and_rows(msubi, msubj, perm, mnnz, mdimj, Run{wi64, sp}, nelem, d1, entry, element);
     else
       walk_columns(msubi, msubj, perm, mnnz, d1, entry, element);
   });
@@ -174,7 +162,7 @@ KERNEL((455), (i32, i32, i32, i32), measure_left_diagonal, i32 codeptr, i32 d1, 
        i32 ncodeatom, i32 ptr, i32 rncodeatom, i32 rnelem, i32 rnnz, I32 wi32)
 {
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
-  Size size{.operand = operand, .hascode = ncodeatom > 0, .atoms = rncodeatom, .elements = rnelem, .terms = rnnz};
+  Size size(operand, ncodeatom > 0, {.elements = rnelem, .terms = rnnz, .atoms = rncodeatom});
   walk_rows(
       mi, msubi, msubj, d1, [&](i32, i64 f) { size.append_scaled(f); }, [&](i64) { size.close_element(); });
   return {mi, size.atoms, size.elements, size.terms};
@@ -186,27 +174,17 @@ KERNEL((456), (), write_left_diagonal, i32 cconst, i32 code, i32 codeptr, i32 co
        I32 msubj, F64 mval, i32 ncodeatom, i32 nidxs, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64,
        I32 ri32, I64 ri64, i32 rncodeatom, i32 rnidxs, i32 rptr, i32 rshape, i32 rsp, F64 wf64, I32 wi32, I64 wi64)
 {
-  const Operand operand{.ptr{wi32, ptr},
-                        .nidxs{wi64, nidxs},
-                        .cof{wf64, cof},
-                        .codeptr{wi32, codeptr},
-                        .code{wi32, code},
-                        .cconst{wf64, cconst}};
-  Writer result{.ptr{ri32, rptr},
-                .sp{ri64, rsp},
-                .nidxs{ri64, rnidxs},
-                .cof{rf64, rcof},
-                .codeptr{ri32, rcodeptr},
-                .code{ri32, rcode},
-                .cconst{rf64, rcconst}};
+  const StackArrays w{wi32, wi64, wf64};
+  const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
+  const ResultArrays r{ri32, ri64, rf64};
+  Writer result = r.sparse_writer(rptr, rsp, rnidxs, rcof, rcodeptr, rcode, rcconst);
   result.ptr[0] = 0;
   if (ncodeatom > 0) result.codeptr[0] = 0;
-  Run<i32>{ri32, rshape}[0] = rdim;
+  Run{ri32, rshape}[0] = rdim;
   with_constant(rncodeatom > 0, [&](auto hascode) {
     i32 mi = 0;
     walk_rows(
-        mi, msubi, msubj, d1,
-        [&](i32 k, i64 f) { result.append_scaled(operand, operand.ptr[f], operand.ptr[f + 1], mval[k], hascode); },
+        mi, msubi, msubj, d1, [&](i32 k, i64 f) { result.append_scaled(operand, f, mval[k], hascode); },
         [&](i64 i) { result.close_element(i); });
   });
 }
@@ -217,10 +195,10 @@ KERNEL((457), (i32, i32, i32), measure_sparse_left_diagonal, i32 codeptr, i32 d1
        I32 xi32)
 {
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
-  Size size{.operand = operand, .hascode = ncodeatom > 0, .atoms = rncodeatom, .elements = rnelem, .terms = rnnz};
-  const Run<i64> pattern{wi64, sp};
-  const Run<i32> perm{xi32, xperm};
-  sort_by_column(Run<i32>{xi32, xcolptr}, d1, perm, nelem, ColumnOf{pattern, Divisor(d1)});
+  Size size(operand, ncodeatom > 0, {.elements = rnelem, .terms = rnnz, .atoms = rncodeatom});
+  const Run pattern{wi64, sp};
+  const Run perm{xi32, xperm};
+  sort_by_column(Run{xi32, xcolptr}, d1, perm, nelem, ColumnOf{pattern, Divisor(d1)});
   i32 mi = 0, q = 0;
   walk_rows_and_columns(
       mi, msubi, msubj, q, perm, nelem, pattern, d1, [&](i32, i32 e) { size.append_scaled(e); },
@@ -235,26 +213,15 @@ KERNEL((458), (i32, i32, i32, i32, i32), write_sparse_left_diagonal, i32 cconst,
        i32 nzi, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs,
        i32 rptr, i32 rsp, i32 sp, F64 wf64, I32 wi32, I64 wi64, i32 xperm, I32 xi32)
 {
-  const Operand operand{.ptr{wi32, ptr},
-                        .nidxs{wi64, nidxs},
-                        .cof{wf64, cof},
-                        .codeptr{wi32, codeptr},
-                        .code{wi32, code},
-                        .cconst{wf64, cconst}};
-  Writer result{.ptr{ri32, rptr},
-                .sp{ri64, rsp},
-                .nidxs{ri64, rnidxs},
-                .cof{rf64, rcof},
-                .codeptr{ri32, rcodeptr},
-                .code{ri32, rcode},
-                .cconst{rf64, rcconst},
-                .elements = elmi,
-                .terms = nzi,
-                .atoms = codei};
+  const StackArrays w{wi32, wi64, wf64};
+  const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
+  const ResultArrays r{ri32, ri64, rf64};
+  Writer result = r.sparse_writer(rptr, rsp, rnidxs, rcof, rcodeptr, rcode, rcconst,
+                                  {.elements = elmi, .terms = nzi, .atoms = codei});
   with_constant(ncodeatom > 0, [&](auto hascode) {
     walk_rows_and_columns(
-        mi, msubi, msubj, q, Run<i32>{xi32, xperm}, nelem, Run<i64>{wi64, sp}, d1,
-        [&](i32 k, i32 e) { result.append_scaled(operand, operand.ptr[e], operand.ptr[e + 1], mval[k], hascode); },
+        mi, msubi, msubj, q, Run{xi32, xperm}, nelem, Run{wi64, sp}, d1,
+        [&](i32 k, i32 e) { result.append_scaled(operand, e, mval[k], hascode); },
         [&](i64 i) { result.close_element(i); });
   });
   return {result.atoms, result.elements, q, mi, result.terms};

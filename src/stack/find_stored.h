@@ -8,7 +8,7 @@ namespace fragments {
 // The stored elements of an operand among the flat positions wanted[0], wanted[1], ...: found(k, f) if the operand
 // stores position wanted[k] as its element f. A dense operand stores all, a sparse one those of the pattern `sp`.
 template <class Found>
-void find_stored(I64 wanted, bool hassp, Run<i64> sp, i32 nelem, Found found)
+void find_stored(CI64 wanted, bool hassp, Run<const i64> sp, i32 nelem, Found found)
 {
   const i32 count = static_cast<i32>(wanted.count);
   i32 k = 0, f = 0;

@@ -6,9 +6,9 @@
 
 #include <algorithm>
 
+#include "index/slots.h"
 #include "stack/constant_matrix.h"
 #include "stack/record.h"
-#include "stack/slots.h"
 
 namespace fragments {
 
@@ -24,7 +24,8 @@ KERNEL((401), (i32), count_nonzeros, F64 bfix, i32 n)
 KERNEL((404), (i32), write_constants, F64 bfix, i32 n, i32 k, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs,
        i32 rptr)
 {
-  Writer result{.ptr{ri32, rptr}, .nidxs{ri64, rnidxs}, .cof{rf64, rcof}, .terms = k};
+  const ResultArrays r{ri32, ri64, rf64};
+  Writer result = r.writer(rptr, rnidxs, rcof, {.terms = k});
   for (i64 i = 0; i < n; ++i) {
     if (bfix[i] != 0.0) result.append_term(0, bfix[i]);
     result.close_element();
@@ -37,13 +38,13 @@ KERNEL((404), (i32), write_constants, F64 bfix, i32 n, i32 k, i32 rcof, F64 rf64
 KERNEL((492), (), push_matrix, i32 cof, F64 f64_arg, bool hassp, I32 i32_arg, I64 i64_arg, F64 mcof, i32 mdimj,
        I32 msubi, I32 msubj, i32 mnnz, i32 nidxs, i32 n, i32 ptr, i32 sp, i64 cvar)
 {
-  copy_slots(Run<f64>{f64_arg, cof}, Run<f64>{mcof, 0}, n);
-  fill_slots(Run<i64>{i64_arg, nidxs}, n, cvar);
+  copy_slots(Run{f64_arg, cof}, Run{mcof, 0}, n);
+  fill_slots(Run{i64_arg, nidxs}, n, cvar);
   if (hassp) {
-    const Run<i64> pattern{i64_arg, sp};
+    const Run pattern{i64_arg, sp};
     for (i64 k = 0; k < mnnz; ++k) pattern[k] = msubj[k] + static_cast<i64>(mdimj) * msubi[k];
   }
-  fill_multiples(Run<i32>{i32_arg, ptr}, 0, mnnz, 1);
+  fill_multiples(Run{i32_arg, ptr}, 0, mnnz, 1);
 }
 
 // The shape, the `ptr` of n elements of one term and the unit coefficients of a variable; the caller copies its
@@ -51,9 +52,9 @@ KERNEL((492), (), push_matrix, i32 cof, F64 f64_arg, bool hassp, I32 i32_arg, I6
 KERNEL((493), (), push_variable, i32 cof, F64 f64_arg, I32 i32_arg, i32 nd, i32 n, i32 nnz, i32 ptr, i32 rshape,
        I32 shape)
 {
-  copy_slots(Run<i32>{i32_arg, rshape}, Run<i32>{shape, 0}, nd);
-  fill_multiples(Run<i32>{i32_arg, ptr}, 0, n, 1);
-  fill_slots(Run<f64>{f64_arg, cof}, nnz, 1.0);
+  copy_slots(Run{i32_arg, rshape}, Run{shape, 0}, nd);
+  fill_multiples(Run{i32_arg, ptr}, 0, n, 1);
+  fill_slots(Run{f64_arg, cof}, nnz, 1.0);
 }
 
 // An array of n parameters: one constant term an element, its coefficient 0 plus the value of parameter nidxs[k], by
@@ -62,15 +63,15 @@ KERNEL((493), (), push_variable, i32 cof, F64 f64_arg, I32 i32_arg, i32 nd, i32 
 KERNEL((313), (), push_parameters, bool hassp, i32 nd, i32 n, I32 nidxs, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof,
        F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rshape, i32 rsp, I32 shape, I64 sp)
 {
-  copy_slots(Run<i32>{ri32, rshape}, Run<i32>{shape, 0}, nd);
-  fill_multiples(Run<i32>{ri32, rptr}, 0, std::max(n, 0), 1);
+  copy_slots(Run{ri32, rshape}, Run{shape, 0}, nd);
+  fill_multiples(Run{ri32, rptr}, 0, std::max(n, 0), 1);
   if (n <= 0) return;
-  if (hassp) copy_slots(Run<i64>{ri64, rsp}, Run<i64>{sp, 0}, n);
-  fill_slots(Run<i64>{ri64, rnidxs}, n, i64{0});
-  fill_slots(Run<f64>{rf64, rcof}, n, 0.0);
-  fill_multiples(Run<i32>{ri32, rcodeptr}, 0, n, 1);
-  fill_slots(Run<i32>{ri32, rcode}, n, push_parameter);
-  const Run<f64> operands{rf64, rcconst};
+  if (hassp) copy_slots(Run{ri64, rsp}, Run{sp, 0}, n);
+  fill_slots(Run{ri64, rnidxs}, n, i64{0});
+  fill_slots(Run{rf64, rcof}, n, 0.0);
+  fill_multiples(Run{ri32, rcodeptr}, 0, n, 1);
+  fill_slots(Run{ri32, rcode}, n, push_parameter);
+  const Run operands{rf64, rcconst};
   for (i64 k = 0; k < n; ++k) operands[k] = nidxs[k];
 }
 

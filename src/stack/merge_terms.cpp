@@ -17,7 +17,7 @@ namespace {
 
 // Walks the sorted terms begin .. end-1: part(t) for each term t, whole(variable, n) after the n parts of one variable.
 template <class Part, class Whole>
-void for_each_variable(Run<i64> nidxs, Run<i32> perm, i64 begin, i64 end, Part part, Whole whole)
+void for_each_variable(Run<const i64> nidxs, Run<const i32> perm, i64 begin, i64 end, Part part, Whole whole)
 {
   for (i64 i = begin; i < end;) {
     const i64 first = i, variable = nidxs[perm[i]];
@@ -43,7 +43,7 @@ KERNEL((394), (bool), are_variables_ascending, bool ok, i32 nelem, i32 nidxs, i3
 // `init` or the number of terms of the longest of n elements, if that is larger.
 KERNEL((391), (i32), longest_element, i32 init, i32 n, i32 ptr, I32 wi32)
 {
-  const Run<i32> ends{wi32, ptr};
+  const Run ends{wi32, ptr};
   for (i64 i = 0; i < n; ++i) {
     const i32 length = ends[i + 1] - ends[i];
     if (length > init) init = length;
@@ -56,13 +56,13 @@ KERNEL((391), (i32), longest_element, i32 init, i32 n, i32 ptr, I32 wi32)
 KERNEL((392), (), sort_terms, i32 nelem, i32 nidxs, i32 perm, i32 ptr, I32 wi32, I64 wi64, i32 bucket, I32 xi32)
 {
   const Operand operand{.ptr{wi32, ptr}, .nidxs{wi64, nidxs}};
-  const Run<i32> buckets{xi32, bucket};
+  const Run buckets{xi32, bucket};
   for (i64 i = 0; i < nelem; ++i) {
     const i32 first = operand.ptr[i];
     const i64 n = operand.ptr[i + 1] - i64{first};
     if (n <= 0) continue;
-    const Run<i32> sorted{xi32, static_cast<i64>(perm) + first};
-    const Run<i64> variables = operand.nidxs.from(first);
+    const Run sorted{xi32, static_cast<i64>(perm) + first};
+    const Run variables = operand.nidxs.from(first);
     if (n == 1) {
       sorted[0] = first;
     } else if (n == 2) {
@@ -96,7 +96,7 @@ KERNEL((392), (), sort_terms, i32 nelem, i32 nidxs, i32 perm, i32 ptr, I32 wi32,
 KERNEL((393), (), sort_terms_on_w, i32 nelem, i32 nidxs, i32 nnz, i32 perm, i32 tmp, i32 ptr, I32 wi32, I64 wi64)
 {
   const Operand operand{.ptr{wi32, ptr}, .nidxs{wi64, nidxs}};
-  const Run<i32> sorted{wi32, perm}, buffer{wi32, tmp};
+  const Run sorted{wi32, perm}, buffer{wi32, tmp};
   for (i32 t = 0; t < nnz; ++t) sorted[t] = t;
   for (i64 i = 0; i < nelem; ++i) {
     const i32 first = operand.ptr[i];
@@ -110,14 +110,14 @@ KERNEL((393), (), sort_terms_on_w, i32 nelem, i32 nidxs, i32 nnz, i32 perm, i32 
 KERNEL((397), (i32, i32), measure_merged_terms, i32 cof, i32 ncodeatom, i32 nelem, i32 nidxs, i32 perm, i32 ptr, i32 e,
        i32 k, F64 wf64, I32 wi32, I64 wi64, I32 xi32)
 {
-  const Operand operand{.ptr{wi32, ptr}, .nidxs{wi64, nidxs}, .cof{wf64, cof}};
-  const Run<i32> sorted{xi32, perm};
+  const StackArrays w{wi32, wi64, wf64};
+  const Operand operand = w.operand(ptr, nidxs, cof);
+  const Run sorted{xi32, perm};
   i32 terms = 0;
   for (i64 i = 0; i < nelem; ++i) {
     bool is_written = ncodeatom > 0;
     for_each_variable(
-        operand.nidxs, sorted, operand.ptr[i], operand.ptr[i + 1],
-        [&](i64 t) { is_written = is_written || operand.cof[t] != 0.0; },
+        operand.nidxs, sorted, operand.ptr[i], operand.ptr[i + 1], [&](i64 t) { is_written = is_written || operand.cof[t] != 0.0; },
         [&](i64, i64) {
           terms += is_written;
           is_written = ncodeatom > 0;
@@ -133,21 +133,11 @@ KERNEL((400), (i32, i32), write_merged_terms, i32 cconst, i32 code, i32 c, i32 c
        i32 nelem, i32 nidxs, i32 k, i32 perm, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64,
        I32 ri32, I64 ri64, i32 rhascode, i32 rnidxs, i32 rptr, F64 wf64, I32 wi32, I64 wi64, I32 xi32)
 {
-  const Operand operand{.ptr{wi32, ptr},
-                        .nidxs{wi64, nidxs},
-                        .cof{wf64, cof},
-                        .codeptr{wi32, codeptr},
-                        .code{wi32, code},
-                        .cconst{wf64, cconst}};
-  Writer result{.ptr{ri32, rptr},
-                .nidxs{ri64, rnidxs},
-                .cof{rf64, rcof},
-                .codeptr{ri32, rcodeptr},
-                .code{ri32, rcode},
-                .cconst{rf64, rcconst},
-                .terms = k,
-                .atoms = c};
-  const Run<i32> sorted{xi32, perm};
+  const StackArrays w{wi32, wi64, wf64};
+  const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
+  const ResultArrays r{ri32, ri64, rf64};
+  Writer result = r.writer(rptr, rnidxs, rcof, rcodeptr, rcode, rcconst, {.terms = k, .atoms = c});
+  const Run sorted{xi32, perm};
   result.ptr[0] = 0;
   if (rhascode > 0) result.codeptr[0] = 0;
   with_constant(ncodeatom > 0, [&](auto hascode) {

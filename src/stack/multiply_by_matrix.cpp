@@ -16,9 +16,9 @@
 // costs its own atoms plus two, (2, factor) and (5); no code is made up for an operand without.
 
 #include "index/merge.h"
+#include "index/pattern_runs.h"
 #include "stack/constant_matrix.h"
 #include "stack/record.h"
-#include "stack/row_runs.h"
 
 namespace fragments {
 namespace {
@@ -27,20 +27,18 @@ namespace {
 // e) is called for entry k and element e of one column; element(i, t) after each pair of group and run with a match,
 // also if all matched elements are empty. O(row groups * nelem + mnnz * row runs), no search and no memory.
 template <class Match, class Element>
-void merge_rows(I32 msubi, I32 msubj, i32 mnnz, Run<i64> sp, i32 nelem, i32 d1, Match match, Element element)
+void merge_rows(CI32 msubi, CI32 msubj, i32 mnnz, Run<const i64> sp, i32 nelem, i32 d1, Match match, Element element)
 {
-  for (i32 kb = 0; kb < mnnz;) {
-    const i32 ke = group_end(msubi, kb, mnnz);
+  for_each_row_group(msubi, mnnz, [&](i32 i, i32 kb, i32 ke) {
     for_each_row_run(sp, nelem, d1, [&](i64 t, i32 e, i32 run_end) {
       const i64 row_start = t * d1;
       i32 k = kb;
       const bool met = intersect(
           k, ke, e, run_end, [&](i32 entry) { return i64{msubj[entry]}; },
           [&](i32 stored) { return sp[stored] - row_start; }, match);
-      if (met) element(msubi[kb], t);
+      if (met) element(i, t);
     });
-    kb = ke;
-  }
+  });
 }
 
 }  // namespace
@@ -50,7 +48,7 @@ void merge_rows(I32 msubi, I32 msubj, i32 mnnz, Run<i64> sp, i32 nelem, i32 d1, 
 KERNEL((454, 459, 466), (bool, bool), check_matrix, bool badidx, bool badorder, i32 mdimi, i32 mdimj, i32 mnnz,
        I32 msubi, I32 msubj)
 {
-  for (i32 k = 0; k < mnnz; ++k) badidx |= is_outside(msubi, msubj, mdimi, mdimj, k);
+  for (i32 k = 0; k < mnnz; ++k) badidx |= is_entry_outside(msubi, msubj, mdimi, mdimj, k);
   for (i32 k = 0; k < mnnz - 1; ++k) badorder |= is_unordered(msubi, msubj, k);
   return {badidx, badorder};
 }
@@ -61,7 +59,7 @@ KERNEL((475), (bool, bool), check_matrix_to_first_fault, bool badidx, bool bador
        I32 msubi, I32 msubj)
 {
   if (!msubi.data || !msubj.data) return {badidx, badorder};
-  for (i32 k = 0; k < mnnz && !badidx; ++k) badidx = is_outside(msubi, msubj, mdimi, mdimj, k);
+  for (i32 k = 0; k < mnnz && !badidx; ++k) badidx = is_entry_outside(msubi, msubj, mdimi, mdimj, k);
   if (badidx) return {badidx, badorder};
   for (i32 k = 0; k < mnnz - 1 && !badorder; ++k) badorder = is_unordered(msubi, msubj, k);
   return {badidx, badorder};
@@ -77,9 +75,9 @@ KERNEL((467), (i32, i32, i32), measure_product, i32 codeptr, i32 d0, i32 d1, boo
        I64 wi64)
 {
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
-  const Run<i64> pattern{wi64, sp};
+  const Run pattern{wi64, sp};
   const bool hascode = ncodeatom > 0;
-  Size size{.operand = operand, .hascode = hascode, .atoms = rncodeatom, .elements = rnelem, .terms = rnnz};
+  Size size(operand, hascode, {.elements = rnelem, .terms = rnnz, .atoms = rncodeatom});
 
   if (!msubi.data || !msubj.data) {
     size.terms = mdimi * nnz;
@@ -95,14 +93,12 @@ KERNEL((467), (i32, i32, i32), measure_product, i32 codeptr, i32 d0, i32 d1, boo
         msubi, msubj, mnnz, pattern, nelem, d1, [&](i32, i32 e) { size.append_scaled(e); },
         [&](i32, i64) { size.close_element(); });
   } else {
-    for (i32 kb = 0; kb < mnnz;) {
-      const i32 ke = group_end(msubi, kb, mnnz);
+    for_each_row_group(msubi, mnnz, [&](i32, i32 kb, i32 ke) {
       size.close_element();
       for (i64 t = 0; t < d0; ++t) {
         for (i32 k = kb; k < ke; ++k) size.append_scaled(t * d1 + msubj[k]);
       }
-      kb = ke;
-    }
+    });
     size.elements *= d0;
   }
   return {size.atoms, size.elements, size.terms};
@@ -116,21 +112,14 @@ KERNEL((465), (i32, i32), write_matrix_times_element, i32 cconst, i32 code, i32 
        i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, F64 wf64, I32 wi32,
        I64 wi64)
 {
-  const Operand operand{
-      .nidxs{wi64, nidxs}, .cof{wf64, cof}, .codeptr{wi32, codeptr}, .code{wi32, code}, .cconst{wf64, cconst}};
-  Writer result{.ptr{ri32, rptr},
-                .sp{ri64, rsp},
-                .nidxs{ri64, rnidxs},
-                .cof{rf64, rcof},
-                .codeptr{ri32, rcodeptr},
-                .code{ri32, rcode},
-                .cconst{rf64, rcconst},
-                .terms = nzi,
-                .atoms = codei};
+  const StackArrays w{wi32, wi64, wf64};
+  const Operand operand = w.terms(nidxs, cof, codeptr, code, cconst);
+  const ResultArrays r{ri32, ri64, rf64};
+  Writer result = r.sparse_writer(rptr, rsp, rnidxs, rcof, rcodeptr, rcode, rcconst, {.terms = nzi, .atoms = codei});
   const bool hascode = ncodeatom > 0;
   if (hascode) result.codeptr[0] = 0;
   for (i32 k = 0; k < mnnz; ++k) {
-    result.append_scaled(operand, 0, nnz, mval[k], hascode);
+    result.append_scaled(operand, Terms{0, nnz}, mval[k], hascode);
     result.close_element(static_cast<i64>(d1) * msubi[k] + msubj[k]);
   }
   return {result.atoms, result.terms};
@@ -141,12 +130,14 @@ KERNEL((465), (i32, i32), write_matrix_times_element, i32 cconst, i32 code, i32 
 KERNEL((468), (i32, i32, i32), write_dense_product_row, i32 cof, i32 d0, i32 ei, i32 elmi, i32 i, i32 d1, F64 mval,
        i32 nzi, i32 ptr, i32 rcof, F64 rf64, I32 ri32, i32 rptr, F64 wf64, I32 wi32)
 {
-  const Operand operand{.ptr{wi32, ptr}, .cof{wf64, cof}};
-  Writer result{.ptr{ri32, rptr}, .cof{rf64, rcof}, .elements = elmi, .terms = nzi};
-  const Run<f64> row{mval, static_cast<i64>(i) * d1};
+  const StackArrays w{wi32, {}, wf64};
+  const Operand operand = w.coefficients(ptr, cof);
+  const ResultArrays r{ri32, {}, rf64};
+  Writer result = r.coefficient_writer(rptr, rcof, {.elements = elmi, .terms = nzi});
+  const Run row{mval, static_cast<i64>(i) * d1};
   for (i32 t = 0; t < d0; ++t) {
     for (i32 s = 0; s < d1; ++s, ++ei) {
-      result.append_scaled_coefficients(operand, operand.ptr[ei], operand.ptr[ei + 1], row[s]);
+      result.append_scaled_coefficients(operand, ei, row[s]);
     }
     result.close_element();
   }
@@ -159,14 +150,16 @@ KERNEL((469), (), write_dense_product_code, i32 cconst, i32 code, i32 codeptr, i
        i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, F64 rf64, I32 ri32, i32 rncodeatom, F64 wf64, I32 wi32)
 {
   if (rncodeatom <= 0) return;
-  const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}, .code{wi32, code}, .cconst{wf64, cconst}};
-  Writer result{.codeptr{ri32, rcodeptr}, .code{ri32, rcode}, .cconst{rf64, rcconst}};
+  const StackArrays w{wi32, {}, wf64};
+  const Operand operand = w.coded(ptr, codeptr, code, cconst);
+  const ResultArrays r{ri32, {}, rf64};
+  Writer result = r.code_writer(rcodeptr, rcode, rcconst);
   for (i64 i = 0; i < mdimi; ++i) {
-    const Run<f64> row{mval, i * d1};
+    const Run row{mval, i * d1};
     i64 f = 0;
     for (i32 t = 0; t < d0; ++t) {
       for (i32 s = 0; s < d1; ++s, ++f) {
-        result.append_scaled_code(operand, operand.ptr[f], operand.ptr[f + 1], row[s]);
+        result.append_scaled_code(operand, f, row[s]);
       }
     }
   }
@@ -178,13 +171,16 @@ KERNEL((470), (i32, i32), write_dense_sparse_product_row, i32 cof, i32 d0, i32 d
        i32 nelem, i32 nzi, i32 ptr, i32 rcof, F64 rf64, bool rhassp, I32 ri32, I64 ri64, i32 rptr, i32 rsp, i32 sp,
        F64 wf64, I32 wi32, I64 wi64)
 {
-  const Operand operand{.ptr{wi32, ptr}, .cof{wf64, cof}};
-  const Run<i64> pattern{wi64, sp};
-  Writer result{.ptr{ri32, rptr}, .sp{ri64, rsp}, .cof{rf64, rcof}, .elements = elmi, .terms = nzi};
-  const Run<f64> row{mval, static_cast<i64>(mdimj) * i};
+  const StackArrays w{wi32, {}, wf64};
+  const Operand operand = w.coefficients(ptr, cof);
+  const Run pattern{wi64, sp};
+  const ResultArrays r{ri32, ri64, rf64};
+  Writer result = r.coefficient_writer(rptr, rcof, {.elements = elmi, .terms = nzi});
+  result.sp = {ri64, rsp};
+  const Run row{mval, static_cast<i64>(mdimj) * i};
   for_each_row_run(pattern, nelem, d1, [&](i64 t, i32 b, i32 e) {
     for (i32 f = b; f < e; ++f) {
-      result.append_scaled_coefficients(operand, operand.ptr[f], operand.ptr[f + 1], row[pattern[f] - t * d1]);
+      result.append_scaled_coefficients(operand, f, row[pattern[f] - t * d1]);
     }
     if (rhassp) result.sp[result.elements] = t + static_cast<i64>(d0) * i;
     result.close_element();
@@ -199,14 +195,16 @@ KERNEL((471), (), write_dense_sparse_product_code, i32 cconst, i32 code, i32 cod
        F64 wf64, I32 wi32, I64 wi64)
 {
   if (rncodeatom <= 0) return;
-  const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}, .code{wi32, code}, .cconst{wf64, cconst}};
-  const Run<i64> pattern{wi64, sp};
-  Writer result{.codeptr{ri32, rcodeptr}, .code{ri32, rcode}, .cconst{rf64, rcconst}};
+  const StackArrays w{wi32, {}, wf64};
+  const Operand operand = w.coded(ptr, codeptr, code, cconst);
+  const Run pattern{wi64, sp};
+  const ResultArrays r{ri32, {}, rf64};
+  Writer result = r.code_writer(rcodeptr, rcode, rcconst);
   for (i64 i = 0; i < mdimi; ++i) {
-    const Run<f64> row{mval, mdimj * i};
+    const Run row{mval, mdimj * i};
     for_each_row_run(pattern, nelem, d1, [&](i64 t, i32 b, i32 e) {
       for (i32 f = b; f < e; ++f) {
-        result.append_scaled_code(operand, operand.ptr[f], operand.ptr[f + 1], row[pattern[f] - t * d1]);
+        result.append_scaled_code(operand, f, row[pattern[f] - t * d1]);
       }
     });
   }
@@ -219,35 +217,19 @@ KERNEL((472), (i32, i32, i32), write_sparse_product, i32 cconst, i32 code, i32 c
        i32 rcodeptr, i32 rcof, F64 rf64, bool rhassp, I32 ri32, I64 ri64, i32 rncodeatom, i32 rnidxs, i32 rptr, i32 rsp,
        F64 wf64, I32 wi32, I64 wi64)
 {
-  const Operand operand{.ptr{wi32, ptr},
-                        .nidxs{wi64, nidxs},
-                        .cof{wf64, cof},
-                        .codeptr{wi32, codeptr},
-                        .code{wi32, code},
-                        .cconst{wf64, cconst}};
-  Writer result{.ptr{ri32, rptr},
-                .sp{ri64, rsp},
-                .nidxs{ri64, rnidxs},
-                .cof{rf64, rcof},
-                .codeptr{ri32, rcodeptr},
-                .code{ri32, rcode},
-                .cconst{rf64, rcconst},
-                .elements = elmi,
-                .terms = nzi,
-                .atoms = codei};
+  const StackArrays w{wi32, wi64, wf64};
+  const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
+  const ResultArrays r{ri32, ri64, rf64};
+  Writer result = r.sparse_writer(rptr, rsp, rnidxs, rcof, rcodeptr, rcode, rcconst,
+                                  {.elements = elmi, .terms = nzi, .atoms = codei});
   with_constant(rncodeatom > 0, [&](auto hascode) {
-    for (i32 kb = 0; kb < mnnz;) {
-      const i32 ke = group_end(msubi, kb, mnnz);
+    for_each_row_group(msubi, mnnz, [&](i64 i, i32 kb, i32 ke) {
       for (i64 t = 0; t < d0; ++t) {
-        for (i32 k = kb; k < ke; ++k) {
-          const i64 f = t * d1 + msubj[k];
-          result.append_scaled(operand, operand.ptr[f], operand.ptr[f + 1], mval[k], hascode);
-        }
-        if (rhassp) result.sp[result.elements] = static_cast<i64>(d0) * msubi[kb] + t;
+        for (i32 k = kb; k < ke; ++k) result.append_scaled(operand, t * d1 + msubj[k], mval[k], hascode);
+        if (rhassp) result.sp[result.elements] = i * d0 + t;
         result.close_element();
       }
-      kb = ke;
-    }
+    });
   });
   return {result.atoms, result.elements, result.terms};
 }
@@ -258,12 +240,13 @@ KERNEL((473), (i32, i32), write_sparse_sparse_product, i32 cof, i32 d0, i32 d1, 
        I32 msubj, F64 mval, i32 nelem, i32 nidxs, i32 nzi, i32 ptr, i32 rcof, F64 rf64, bool rhassp, I32 ri32, I64 ri64,
        i32 rnidxs, i32 rptr, i32 rsp, i32 sp, F64 wf64, I32 wi32, I64 wi64)
 {
-  const Operand operand{.ptr{wi32, ptr}, .nidxs{wi64, nidxs}, .cof{wf64, cof}};
-  Writer result{
-      .ptr{ri32, rptr}, .sp{ri64, rsp}, .nidxs{ri64, rnidxs}, .cof{rf64, rcof}, .elements = elmi, .terms = nzi};
+  const StackArrays w{wi32, wi64, wf64};
+  const Operand operand = w.operand(ptr, nidxs, cof);
+  const ResultArrays r{ri32, ri64, rf64};
+  Writer result = r.sparse_writer(rptr, rsp, rnidxs, rcof, {.elements = elmi, .terms = nzi});
   merge_rows(
-      msubi, msubj, mnnz, Run<i64>{wi64, sp}, nelem, d1,
-      [&](i32 k, i32 e) { result.append_scaled(operand, operand.ptr[e], operand.ptr[e + 1], mval[k], false); },
+      msubi, msubj, mnnz, Run{wi64, sp}, nelem, d1,
+      [&](i32 k, i32 e) { result.append_scaled(operand, e, mval[k], false); },
       [&](i32 i, i64 t) {
         if (rhassp) result.sp[result.elements] = t + static_cast<i64>(d0) * i;
         result.close_element();
@@ -277,12 +260,13 @@ KERNEL((474), (i32, i32), write_sparse_sparse_product_code, i32 cconst, i32 code
        i32 mnnz, I32 msubi, I32 msubj, F64 mval, i32 nelem, i32 nzi, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr,
        F64 rf64, I32 ri32, i32 sp, F64 wf64, I32 wi32, I64 wi64)
 {
-  const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}, .code{wi32, code}, .cconst{wf64, cconst}};
-  Writer result{.codeptr{ri32, rcodeptr}, .code{ri32, rcode}, .cconst{rf64, rcconst}, .terms = nzi, .atoms = codei};
+  const StackArrays w{wi32, {}, wf64};
+  const Operand operand = w.coded(ptr, codeptr, code, cconst);
+  const ResultArrays r{ri32, {}, rf64};
+  Writer result = r.code_writer(rcodeptr, rcode, rcconst, {.terms = nzi, .atoms = codei});
   merge_rows(
-      msubi, msubj, mnnz, Run<i64>{wi64, sp}, nelem, d1,
-      [&](i32 k, i32 e) { result.append_scaled_code(operand, operand.ptr[e], operand.ptr[e + 1], mval[k]); },
-      [](i32, i64) {});
+      msubi, msubj, mnnz, Run{wi64, sp}, nelem, d1,
+      [&](i32 k, i32 e) { result.append_scaled_code(operand, e, mval[k]); }, [](i32, i64) {});
   return {result.atoms, result.terms};
 }
 

@@ -39,9 +39,9 @@ KERNEL((368), (i32, i32, i32), measure_dense_times_parameters, i32 codeptr, i32 
 {
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
   const ByColumn p{{xi64, psp}, {xi32, perm}, pnelem, Divisor(pcols)};
-  ParametrisedSize size{.operand = operand, .hascode = ncodeatom > 0, .atoms = c, .elements = e, .terms = k};
+  Size size(operand, ncodeatom > 0, {.elements = e, .terms = k, .atoms = c});
   walk_dense_times_columns(
-      erows, ecols, p, [&](i64 f, i32) { size.append(f); }, [&](i64) { size.close_element(); });
+      erows, ecols, p, [&](i64 f, i32) { size.append_parametrised(f); }, [&](i64) { size.close_element(); });
   return {size.atoms, size.elements, size.terms};
 }
 
@@ -53,10 +53,10 @@ KERNEL((369), (i32, i32, i32), measure_sparse_times_parameters, i32 codeptr, i32
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
   const ByRow rows{{wi64, sp}, nelem, ecols};
   const ByColumn p{{xi64, psp}, {xi32, perm}, pnelem, Divisor(pcols)};
-  ParametrisedSize size{.operand = operand, .hascode = ncodeatom > 0, .atoms = c, .elements = e, .terms = k};
+  Size size(operand, ncodeatom > 0, {.elements = e, .terms = k, .atoms = c});
   i32 i = 0;
   walk_product(
-      rows, i, p, [&](i32 f, i32) { size.append(f); }, [&](i64) { size.close_element(); });
+      rows, i, p, [&](i32 f, i32) { size.append_parametrised(f); }, [&](i64) { size.close_element(); });
   return {size.atoms, size.elements, size.terms};
 }
 
@@ -66,24 +66,13 @@ KERNEL((370), (i32, i32, i32), write_expression_times_parameters, i32 cconst, i3
        i32 pnelem, i32 perm, i32 psp, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32,
        I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, i32 sp, F64 wf64, I32 wi32, I64 wi64, I32 xi32, I64 xi64)
 {
-  const Operand operand{.ptr{wi32, ptr},
-                        .nidxs{wi64, nidxs},
-                        .cof{wf64, cof},
-                        .codeptr{wi32, codeptr},
-                        .code{wi32, code},
-                        .cconst{wf64, cconst}};
+  const StackArrays w{wi32, wi64, wf64};
+  const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
   const ByColumn p{{xi64, psp}, {xi32, perm}, pnelem, Divisor(pcols)};
-  const Run<i32> numbers{xi32, param};
-  Writer result{.ptr{ri32, rptr},
-                .sp{ri64, rsp},
-                .nidxs{ri64, rnidxs},
-                .cof{rf64, rcof},
-                .codeptr{ri32, rcodeptr},
-                .code{ri32, rcode},
-                .cconst{rf64, rcconst},
-                .elements = e,
-                .terms = k,
-                .atoms = c};
+  const Run numbers{xi32, param};
+  const ResultArrays r{ri32, ri64, rf64};
+  Writer result =
+      r.sparse_writer(rptr, rsp, rnidxs, rcof, rcodeptr, rcode, rcconst, {.elements = e, .terms = k, .atoms = c});
   with_constant(ncodeatom > 0, [&](auto hascode) {
     const auto match = [&](i64 f, i32 entry) { result.append_parametrised(operand, f, numbers[entry], hascode); };
     const auto element = [&](i64 flat) { result.close_element(flat); };
@@ -103,22 +92,13 @@ KERNEL((371), (i32, i32), write_product_step, i32 cconst, i32 code, i32 c, i32 c
        i32 col, i32 inner, i32 ncodeatom, i32 nidxs, i32 k, i32 row, i32 param, i32 ptr, i32 rcconst, i32 rcode,
        i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, F64 wf64, I32 wi32, I64 wi64, I32 xi32)
 {
-  const Operand operand{.ptr{wi32, ptr},
-                        .nidxs{wi64, nidxs},
-                        .cof{wf64, cof},
-                        .codeptr{wi32, codeptr},
-                        .code{wi32, code},
-                        .cconst{wf64, cconst}};
-  Writer result{.nidxs{ri64, rnidxs},
-                .cof{rf64, rcof},
-                .codeptr{ri32, rcodeptr},
-                .code{ri32, rcode},
-                .cconst{rf64, rcconst},
-                .terms = k,
-                .atoms = c};
+  const StackArrays w{wi32, wi64, wf64};
+  const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
+  const ResultArrays r{ri32, ri64, rf64};
+  Writer result = r.term_writer(rnidxs, rcof, rcodeptr, rcode, rcconst, {.terms = k, .atoms = c});
   const i64 f = static_cast<i64>(inner) * ecols + col;
   const i64 entry = static_cast<i64>(row) * pcols + inner;
-  result.append_parametrised(operand, f, Run<i32>{xi32, param}[entry], ncodeatom > 0);
+  result.append_parametrised(operand, f, Run{xi32, param}[entry], ncodeatom > 0);
   return {result.atoms, result.terms};
 }
 
@@ -128,12 +108,12 @@ KERNEL((372), (i32, i32, i32), measure_parameters_times_dense, i32 codeptr, i32 
 {
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
   const ByRow p{{xi64, psp}, pnelem, pcols};
-  ParametrisedSize size{.operand = operand, .hascode = ncodeatom > 0, .atoms = c, .elements = e, .terms = k};
+  Size size(operand, ncodeatom > 0, {.elements = e, .terms = k, .atoms = c});
   if (ecols > 0) {
     for_each_block(p, [&](i64 row, i32 begin, i32 end) {
       for (i32 entry = begin; entry < end; ++entry) {
         const i64 f = (p.sp[entry] - row * pcols) * ecols;
-        size.append(f, f + ecols);
+        size.append_parametrised(operand.terms(f, f + ecols));
       }
       size.elements += ecols;
     });
@@ -147,29 +127,19 @@ KERNEL((374), (i32, i32, i32, i32), write_parameters_times_dense, i32 cconst, i3
        i32 rcode, i32 rcodeptr, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, F64 wf64, I32 wi32,
        I64 wi64, I32 xi32, I64 xi64, i32 psp)
 {
-  const Operand operand{.ptr{wi32, ptr},
-                        .nidxs{wi64, nidxs},
-                        .cof{wf64, cof},
-                        .codeptr{wi32, codeptr},
-                        .code{wi32, code},
-                        .cconst{wf64, cconst}};
+  const StackArrays w{wi32, wi64, wf64};
+  const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
   const ByRow p{{xi64, psp}, pnelem, pcols};
-  const Run<i32> numbers{xi32, param};
-  Writer result{.ptr{ri32, rptr},
-                .sp{ri64, rsp},
-                .nidxs{ri64, rnidxs},
-                .codeptr{ri32, rcodeptr},
-                .code{ri32, rcode},
-                .cconst{rf64, rcconst},
-                .elements = e,
-                .terms = k,
-                .atoms = c};
+  const Run numbers{xi32, param};
+  const ResultArrays r{ri32, ri64, rf64};
+  Writer result = r.sparse_writer_without_cof(rptr, rsp, rnidxs, rcodeptr, rcode, rcconst,
+                                              {.elements = e, .terms = k, .atoms = c});
   with_constant(ncodeatom > 0, [&](auto hascode) {
     for_each_block(p, j, [&](i64 row, i32 begin, i32 end) {
       for (i64 b = 0; b < ecols; ++b) {
         for (i32 entry = begin; entry < end; ++entry) {
           const i64 f = (p.sp[entry] - row * pcols) * ecols + b;
-          result.append_parametrised(operand, f, numbers[entry], hascode);
+          result.append_parametrised(operand, f, numbers[entry], hascode, ZeroCof::elsewhere);
         }
         result.close_element(row * ecols + b);
       }
@@ -186,10 +156,10 @@ KERNEL((376), (i32, i32, i32), measure_parameters_times_sparse, i32 codeptr, i32
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
   const ByRow p{{xi64, psp}, pnelem, pcols};
   const ByColumn columns{{wi64, sp}, {xi32, perm}, nelem, Divisor(ecols)};
-  ParametrisedSize size{.operand = operand, .hascode = ncodeatom > 0, .atoms = c, .elements = e, .terms = k};
+  Size size(operand, ncodeatom > 0, {.elements = e, .terms = k, .atoms = c});
   i32 j = 0;
   walk_product(
-      p, j, columns, [&](i32, i32 f) { size.append(f); }, [&](i64) { size.close_element(); });
+      p, j, columns, [&](i32, i32 f) { size.append_parametrised(f); }, [&](i64) { size.close_element(); });
   return {size.atoms, size.elements, size.terms};
 }
 
@@ -199,27 +169,17 @@ KERNEL((379), (i32, i32, i32, i32), write_parameters_times_sparse, i32 cconst, i
        i32 rcconst, i32 rcode, i32 rcodeptr, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, i32 sp,
        F64 wf64, I32 wi32, I64 wi64, I32 xi32, I64 xi64, i32 perm, i32 psp)
 {
-  const Operand operand{.ptr{wi32, ptr},
-                        .nidxs{wi64, nidxs},
-                        .cof{wf64, cof},
-                        .codeptr{wi32, codeptr},
-                        .code{wi32, code},
-                        .cconst{wf64, cconst}};
+  const StackArrays w{wi32, wi64, wf64};
+  const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
   const ByRow p{{xi64, psp}, pnelem, pcols};
   const ByColumn columns{{wi64, sp}, {xi32, perm}, nelem, Divisor(ecols)};
-  const Run<i32> numbers{xi32, param};
-  Writer result{.ptr{ri32, rptr},
-                .sp{ri64, rsp},
-                .nidxs{ri64, rnidxs},
-                .codeptr{ri32, rcodeptr},
-                .code{ri32, rcode},
-                .cconst{rf64, rcconst},
-                .elements = e,
-                .terms = k,
-                .atoms = c};
+  const Run numbers{xi32, param};
+  const ResultArrays r{ri32, ri64, rf64};
+  Writer result = r.sparse_writer_without_cof(rptr, rsp, rnidxs, rcodeptr, rcode, rcconst,
+                                              {.elements = e, .terms = k, .atoms = c});
   with_constant(ncodeatom > 0, [&](auto hascode) {
     walk_product(
-        p, j, columns, [&](i32 entry, i32 f) { result.append_parametrised(operand, f, numbers[entry], hascode); },
+        p, j, columns, [&](i32 entry, i32 f) { result.append_parametrised(operand, f, numbers[entry], hascode, ZeroCof::elsewhere); },
         [&](i64 flat) { result.close_element(flat); });
   });
   return {result.atoms, result.elements, result.terms, j};

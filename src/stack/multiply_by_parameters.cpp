@@ -43,8 +43,8 @@ KERNEL((355), (i32, i32), measure_inner_product, i32 codeptr, bool hassp, i32 nc
        i32 ptr, i32 c, i32 k, i32 sp, I32 wi32, I64 wi64, I64 xi64)
 {
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
-  ParametrisedSize size{.operand = operand, .hascode = ncodeatom > 0, .atoms = c, .terms = k};
-  for_each_factor(hassp, {wi64, sp}, nelem, {xi64, psp}, pnelem, [&](i64 f) { size.append(f); });
+  Size size(operand, ncodeatom > 0, {.terms = k, .atoms = c});
+  for_each_factor(hassp, {wi64, sp}, nelem, {xi64, psp}, pnelem, [&](i64 f) { size.append_parametrised(f); });
   return {size.atoms, size.terms};
 }
 
@@ -54,20 +54,11 @@ KERNEL((357), (i32, i32, i32, i32), write_inner_product, i32 cconst, i32 code, i
        i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 sp, F64 wf64, I32 wi32,
        I64 wi64, I32 xi32, I64 xi64)
 {
-  const Operand operand{.ptr{wi32, ptr},
-                        .nidxs{wi64, nidxs},
-                        .cof{wf64, cof},
-                        .codeptr{wi32, codeptr},
-                        .code{wi32, code},
-                        .cconst{wf64, cconst}};
-  const Run<i32> numbers{xi32, param};
-  Writer result{.nidxs{ri64, rnidxs},
-                .cof{rf64, rcof},
-                .codeptr{ri32, rcodeptr},
-                .code{ri32, rcode},
-                .cconst{rf64, rcconst},
-                .terms = k,
-                .atoms = c};
+  const StackArrays w{wi32, wi64, wf64};
+  const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
+  const Run numbers{xi32, param};
+  const ResultArrays r{ri32, ri64, rf64};
+  Writer result = r.term_writer(rnidxs, rcof, rcodeptr, rcode, rcconst, {.terms = k, .atoms = c});
   with_constant(ncodeatom > 0, [&](auto hascode) {
     join({wi64, sp}, i, nelem, {xi64, psp}, j, pnelem,
          [&](i32 f, i32 entry) { result.append_parametrised(operand, f, numbers[entry], hascode); });
@@ -80,21 +71,12 @@ KERNEL((358), (i32, i32), write_inner_product_of_dense, i32 cconst, i32 code, i3
        i32 ncodeatom, i32 nidxs, i32 k, i32 param, i32 pnelem, i32 psp, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr,
        i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, F64 wf64, I32 wi32, I64 wi64, I32 xi32, I64 xi64)
 {
-  const Operand operand{.ptr{wi32, ptr},
-                        .nidxs{wi64, nidxs},
-                        .cof{wf64, cof},
-                        .codeptr{wi32, codeptr},
-                        .code{wi32, code},
-                        .cconst{wf64, cconst}};
-  const Run<i64> pattern{xi64, psp};
-  const Run<i32> numbers{xi32, param};
-  Writer result{.nidxs{ri64, rnidxs},
-                .cof{rf64, rcof},
-                .codeptr{ri32, rcodeptr},
-                .code{ri32, rcode},
-                .cconst{rf64, rcconst},
-                .terms = k,
-                .atoms = c};
+  const StackArrays w{wi32, wi64, wf64};
+  const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
+  const Run pattern{xi64, psp};
+  const Run numbers{xi32, param};
+  const ResultArrays r{ri32, ri64, rf64};
+  Writer result = r.term_writer(rnidxs, rcof, rcodeptr, rcode, rcconst, {.terms = k, .atoms = c});
   with_constant(ncodeatom > 0, [&](auto hascode) {
     for (i64 j = 0; j < pnelem; ++j) result.append_parametrised(operand, pattern[j], numbers[j], hascode);
   });
@@ -106,9 +88,9 @@ KERNEL((359), (i32, i32, i32), measure_elementwise_parameter_product, i32 codept
        i32 pnelem, i32 psp, i32 ptr, i32 c, i32 e, i32 k, i32 sp, I32 wi32, I64 wi64, I64 xi64)
 {
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
-  ParametrisedSize size{.operand = operand, .hascode = ncodeatom > 0, .atoms = c, .elements = e, .terms = k};
+  Size size(operand, ncodeatom > 0, {.elements = e, .terms = k, .atoms = c});
   for_each_factor(hassp, {wi64, sp}, nelem, {xi64, psp}, pnelem, [&](i64 f) {
-    size.append(f);
+    size.append_parametrised(f);
     if (hassp) size.close_element();
   });
   return {size.atoms, size.elements, size.terms};
@@ -120,24 +102,13 @@ KERNEL((362), (i32, i32, i32, i32, i32), write_elementwise_parameter_product, i3
        i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr,
        i32 rsp, i32 sp, F64 wf64, I32 wi32, I64 wi64, I32 xi32, I64 xi64)
 {
-  const Operand operand{.ptr{wi32, ptr},
-                        .nidxs{wi64, nidxs},
-                        .cof{wf64, cof},
-                        .codeptr{wi32, codeptr},
-                        .code{wi32, code},
-                        .cconst{wf64, cconst}};
-  const Run<i64> pattern{xi64, psp};
-  const Run<i32> numbers{xi32, param};
-  Writer result{.ptr{ri32, rptr},
-                .sp{ri64, rsp},
-                .nidxs{ri64, rnidxs},
-                .cof{rf64, rcof},
-                .codeptr{ri32, rcodeptr},
-                .code{ri32, rcode},
-                .cconst{rf64, rcconst},
-                .elements = e,
-                .terms = k,
-                .atoms = c};
+  const StackArrays w{wi32, wi64, wf64};
+  const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
+  const Run pattern{xi64, psp};
+  const Run numbers{xi32, param};
+  const ResultArrays r{ri32, ri64, rf64};
+  Writer result =
+      r.sparse_writer(rptr, rsp, rnidxs, rcof, rcodeptr, rcode, rcconst, {.elements = e, .terms = k, .atoms = c});
   with_constant(ncodeatom > 0, [&](auto hascode) {
     join({wi64, sp}, i, nelem, pattern, j, pnelem, [&](i32 f, i32 entry) {
       result.append_parametrised(operand, f, numbers[entry], hascode);
@@ -153,23 +124,12 @@ KERNEL((363), (i32, i32), write_elementwise_parameter_product_of_dense, i32 ccon
        i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, F64 wf64, I32 wi32,
        I64 wi64, I32 xi32, I64 xi64)
 {
-  const Operand operand{.ptr{wi32, ptr},
-                        .nidxs{wi64, nidxs},
-                        .cof{wf64, cof},
-                        .codeptr{wi32, codeptr},
-                        .code{wi32, code},
-                        .cconst{wf64, cconst}};
-  const Run<i64> pattern{xi64, psp};
-  const Run<i32> numbers{xi32, param};
-  Writer result{.ptr{ri32, rptr},
-                .sp{ri64, rsp},
-                .nidxs{ri64, rnidxs},
-                .cof{rf64, rcof},
-                .codeptr{ri32, rcodeptr},
-                .code{ri32, rcode},
-                .cconst{rf64, rcconst},
-                .terms = k,
-                .atoms = c};
+  const StackArrays w{wi32, wi64, wf64};
+  const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
+  const Run pattern{xi64, psp};
+  const Run numbers{xi32, param};
+  const ResultArrays r{ri32, ri64, rf64};
+  Writer result = r.sparse_writer(rptr, rsp, rnidxs, rcof, rcodeptr, rcode, rcconst, {.terms = k, .atoms = c});
   with_constant(ncodeatom > 0, [&](auto hascode) {
     for (i64 j = 0; j < pnelem; ++j) {
       result.append_parametrised(operand, pattern[j], numbers[j], hascode);

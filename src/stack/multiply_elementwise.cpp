@@ -4,9 +4,9 @@
 //     constant array   check 460, measure 461, write 463; the result is sparse, with the elements that M and E store
 //     scalar           write 464; the result has the operand's sizes, and with code two atoms more a term
 
+#include "index/slots.h"
 #include "stack/find_stored.h"
 #include "stack/record.h"
-#include "stack/slots.h"
 
 namespace fragments {
 
@@ -15,8 +15,8 @@ KERNEL((461), (i32, i32, i32), measure_elementwise_product, i32 codeptr, bool ha
        i32 ptr, i32 rncodeatom, i32 rnelem, i32 rnnz, i32 sp, I32 wi32, I64 wi64)
 {
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
-  Size size{.operand = operand, .hascode = ncodeatom > 0, .atoms = rncodeatom, .elements = rnelem, .terms = rnnz};
-  find_stored(msp, hassp, Run<i64>{wi64, sp}, nelem, [&](i32, i64 f) {
+  Size size(operand, ncodeatom > 0, {.elements = rnelem, .terms = rnnz, .atoms = rncodeatom});
+  find_stored(msp, hassp, Run{wi64, sp}, nelem, [&](i32, i64 f) {
     size.append_scaled(f);
     size.close_element();
   });
@@ -30,25 +30,16 @@ KERNEL((463), (), write_elementwise_product, i32 cconst, i32 code, i32 codeptr, 
        I64 ri64, i32 rncodeatom, i32 rnd, i32 rnidxs, i32 rptr, i32 rshape, i32 rsp, i32 shape, i32 sp, F64 wf64,
        I32 wi32, I64 wi64)
 {
-  const Operand operand{.ptr{wi32, ptr},
-                        .nidxs{wi64, nidxs},
-                        .cof{wf64, cof},
-                        .codeptr{wi32, codeptr},
-                        .code{wi32, code},
-                        .cconst{wf64, cconst}};
-  Writer result{.ptr{ri32, rptr},
-                .sp{ri64, rsp},
-                .nidxs{ri64, rnidxs},
-                .cof{rf64, rcof},
-                .codeptr{ri32, rcodeptr},
-                .code{ri32, rcode},
-                .cconst{rf64, rcconst}};
-  copy_slots(Run<i32>{ri32, rshape}, Run<i32>{wi32, shape}, rnd);
+  const StackArrays w{wi32, wi64, wf64};
+  const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
+  const ResultArrays r{ri32, ri64, rf64};
+  Writer result = r.sparse_writer(rptr, rsp, rnidxs, rcof, rcodeptr, rcode, rcconst);
+  copy_slots(Run{ri32, rshape}, Run{wi32, shape}, rnd);
   if (ncodeatom > 0) result.codeptr[0] = 0;
   result.ptr[0] = 0;
   with_constant(rncodeatom > 0, [&](auto hascode) {
-    find_stored(msp, hassp, Run<i64>{wi64, sp}, nelem, [&](i32 k, i64 f) {
-      result.append_scaled(operand, operand.ptr[f], operand.ptr[f + 1], mcof[k], hascode);
+    find_stored(msp, hassp, Run{wi64, sp}, nelem, [&](i32 k, i64 f) {
+      result.append_scaled(operand, f, mcof[k], hascode);
       result.close_element(msp[k]);
     });
   });
@@ -59,15 +50,16 @@ KERNEL((464), (), write_scalar_product, f64 c, i32 cconst, i32 code, i32 codeptr
        i32 nd, i32 nelem, i32 nidxs, i32 nnz, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64,
        I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rshape, i32 rsp, i32 shape, i32 sp, F64 wf64, I32 wi32, I64 wi64)
 {
-  copy_slots(Run<i32>{ri32, rshape}, Run<i32>{wi32, shape}, nd);
-  if (hassp) copy_slots(Run<i64>{ri64, rsp}, Run<i64>{wi64, sp}, nelem);
-  copy_slots(Run<i32>{ri32, rptr}, Run<i32>{wi32, ptr}, static_cast<i64>(nelem) + 1);
-  copy_slots(Run<i64>{ri64, rnidxs}, Run<i64>{wi64, nidxs}, nnz);
-  scale_slots(Run<f64>{rf64, rcof}, Run<f64>{wf64, cof}, nnz, c);
+  copy_slots(Run{ri32, rshape}, Run{wi32, shape}, nd);
+  if (hassp) copy_slots(Run{ri64, rsp}, Run{wi64, sp}, nelem);
+  copy_slots(Run{ri32, rptr}, Run{wi32, ptr}, static_cast<i64>(nelem) + 1);
+  copy_slots(Run{ri64, rnidxs}, Run{wi64, nidxs}, nnz);
+  scale_slots(Run{rf64, rcof}, Run{wf64, cof}, nnz, c);
   if (ncodeatom > 0) {
     const Operand operand{.codeptr{wi32, codeptr}, .code{wi32, code}, .cconst{wf64, cconst}};
-    Writer result{.codeptr{ri32, rcodeptr}, .code{ri32, rcode}, .cconst{rf64, rcconst}};
-    result.append_scaled_code(operand, 0, nnz, c);
+    const ResultArrays r{ri32, {}, rf64};
+    Writer result = r.code_writer(rcodeptr, rcode, rcconst);
+    result.append_scaled_code(operand, Terms{0, nnz}, c);
   }
 }
 

@@ -20,11 +20,11 @@
 // element of x; and `rowptr`, `mrowptr`, where the elements of x or the entries of M of a row start.
 
 #include "index/merge.h"
+#include "index/pattern_runs.h"
+#include "index/slots.h"
 #include "stack/column_sort.h"
 #include "stack/constant_matrix.h"
 #include "stack/record.h"
-#include "stack/row_runs.h"
-#include "stack/slots.h"
 
 namespace fragments {
 namespace {
@@ -93,7 +93,7 @@ void intersect_left(Run<i32> mrowptr, i32 mdimi, I32 msubj, Run<i32> colptr, i32
 // Clears `ok` if an entry lies outside (mdimi, mdimj) or does not come strictly before the next.
 KERNEL((489), (bool), is_matrix_valid, i32 mdimi, i32 mdimj, I32 msubi, I32 msubj, bool ok)
 {
-  for (i64 k = 0; k < msubi.count; ++k) ok &= !is_outside(msubi, msubj, mdimi, mdimj, k);
+  for (i64 k = 0; k < msubi.count; ++k) ok &= !is_entry_outside(msubi, msubj, mdimi, mdimj, k);
   for (i64 k = 0; k < msubi.count - 1; ++k) ok &= !is_unordered(msubi, msubj, k);
   return ok;
 }
@@ -101,7 +101,7 @@ KERNEL((489), (bool), is_matrix_valid, i32 mdimi, i32 mdimj, I32 msubi, I32 msub
 // Sets `badidx` if an entry lies outside (mdimi, mdimj).
 KERNEL((490), (bool), has_entry_outside, bool badidx, i32 mdimi, i32 mdimj, I32 msubi, I32 msubj)
 {
-  for (i64 k = 0; k < msubi.count; ++k) badidx |= is_outside(msubi, msubj, mdimi, mdimj, k);
+  for (i64 k = 0; k < msubi.count; ++k) badidx |= is_entry_outside(msubi, msubj, mdimi, mdimj, k);
   return badidx;
 }
 
@@ -119,7 +119,7 @@ KERNEL((476), (i32), count_stored_rows, i32 n, i32 sp, I64 wi64, i32 res, i32 xn
   if (n < 1) return res;
   if (xnd < 2) return 1;
   res = 0;
-  for_each_row_run(Run<i64>{wi64, sp}, n, d1, [&](i64, i32, i32) { ++res; });
+  for_each_row_run(Run{wi64, sp}, n, d1, [&](i64, i32, i32) { ++res; });
   return res;
 }
 
@@ -127,8 +127,9 @@ KERNEL((476), (i32), count_stored_rows, i32 n, i32 sp, I64 wi64, i32 res, i32 xn
 KERNEL((477), (), write_dense_right_product, F64 mcof, i32 mdimj, i32 nidxs, i32 nelem, i32 rcof, F64 rf64, I32 ri32,
        I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, i32 sp, I64 wi64, i32 xd1)
 {
-  const Run<i64> variables{wi64, nidxs}, pattern{wi64, sp};
-  Writer result{.ptr{ri32, rptr}, .sp{ri64, rsp}, .nidxs{ri64, rnidxs}, .cof{rf64, rcof}};
+  const Run variables{wi64, nidxs}, pattern{wi64, sp};
+  const ResultArrays r{ri32, ri64, rf64};
+  Writer result = r.sparse_writer(rptr, rsp, rnidxs, rcof);
   result.ptr[0] = 0;
   for_each_row_run(pattern, nelem, xd1, [&](i64 t, i32 b, i32 e) {
     const i64 row_start = t * xd1;
@@ -144,7 +145,7 @@ KERNEL((477), (), write_dense_right_product, F64 mcof, i32 mdimj, i32 nidxs, i32
 // to add up, is mdimj.
 KERNEL((478), (), sort_entries_by_column, i32 mdimj, i32 nb, i32 mcolptr, I32 msubj, i32 mnnz, i32 perm, I32 wi32)
 {
-  const Run<i32> column_ptr{wi32, mcolptr}, permutation{wi32, perm};
+  const Run column_ptr{wi32, mcolptr}, permutation{wi32, perm};
   if (mdimj == 1) {
     number_items(permutation, mnnz);
     column_ptr[0] = 0;
@@ -157,7 +158,7 @@ KERNEL((478), (), sort_entries_by_column, i32 mdimj, i32 nb, i32 mcolptr, I32 ms
 // acc plus the number of columns with an entry, from the entries sorted by column.
 KERNEL((479), (i32), count_used_columns, I32 msubj, i32 acc, i32 n, i32 perm, I32 wi32)
 {
-  const Run<i32> permutation{wi32, perm};
+  const Run permutation{wi32, perm};
   for (i64 q = 0; q < n; ++q) acc += q == 0 || msubj[permutation[q]] != msubj[permutation[q - 1]];
   return acc;
 }
@@ -167,11 +168,11 @@ KERNEL((480), (i32, i32), write_sparse_right_product, i32 elmi, i32 nzi, F64 mco
        i32 nidxs, i32 mnnz, i32 perm, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, I32 wi32,
        I64 wi64, i32 xd0, i32 xd1)
 {
-  const Run<i32> permutation{wi32, perm};
-  Writer result{
-      .ptr{ri32, rptr}, .sp{ri64, rsp}, .nidxs{ri64, rnidxs}, .cof{rf64, rcof}, .elements = elmi, .terms = nzi};
+  const Run permutation{wi32, perm};
+  const ResultArrays r{ri32, ri64, rf64};
+  Writer result = r.sparse_writer(rptr, rsp, rnidxs, rcof, {.elements = elmi, .terms = nzi});
   for (i64 t = 0; t < xd0; ++t) {
-    const Run<i64> row{wi64, nidxs + t * xd1};
+    const Run row{wi64, nidxs + t * xd1};
     for (i32 q = 0; q < mnnz;) {
       const i32 c = msubj[permutation[q]];
       for (; q < mnnz && msubj[permutation[q]] == c; ++q) {
@@ -190,8 +191,8 @@ KERNEL((480), (i32, i32), write_sparse_right_product, i32 elmi, i32 nzi, F64 mco
 KERNEL((482), (), split_pattern_by_row, i32 xnd, i32 nelem, i32 rowptr, i32 sp, I32 wi32, I64 wi64, i32 nb, I32 xshape,
        i32 rows, i32 cols)
 {
-  const Run<i64> pattern{wi64, sp};
-  const Run<i32> row_ptr{wi32, rowptr}, row{wi32, rows}, column{wi32, cols};
+  const Run pattern{wi64, sp};
+  const Run row_ptr{wi32, rowptr}, row{wi32, rows}, column{wi32, cols};
   row_ptr[0] = 0;
   if (xnd == 1) {
     fill_slots(row, nelem, 0);
@@ -209,7 +210,7 @@ KERNEL((483), (i32, i32), measure_right_product, i32 mdimj, i32 mcolptr, I32 msu
        i32 rowptr, I32 wi32, i32 xd0, i32 cols)
 {
   intersect_right(
-      Run<i32>{wi32, rowptr}, xd0, Run<i32>{wi32, cols}, Run<i32>{wi32, mcolptr}, mdimj, msubi, Run<i32>{wi32, perm},
+      Run{wi32, rowptr}, xd0, Run{wi32, cols}, Run{wi32, mcolptr}, mdimj, msubi, Run{wi32, perm},
       [&](i32, i32) { ++rnnz; }, [&](i32, i32) { ++rnelem; });
   return {rnelem, rnnz};
 }
@@ -219,12 +220,13 @@ KERNEL((484), (), write_sparse_sparse_right_product, F64 mcof, i32 mdimj, i32 mc
        i32 rowptr, i32 rcof, F64 rf64, bool rhassp, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, I32 wi32,
        I64 wi64, i32 xd0, i32 cols)
 {
-  const Run<i64> variables{wi64, nidxs};
-  const Run<i32> permutation{wi32, perm};
-  Writer result{.ptr{ri32, rptr}, .sp{ri64, rsp}, .nidxs{ri64, rnidxs}, .cof{rf64, rcof}};
+  const Run variables{wi64, nidxs};
+  const Run permutation{wi32, perm};
+  const ResultArrays r{ri32, ri64, rf64};
+  Writer result = r.sparse_writer(rptr, rsp, rnidxs, rcof);
   result.ptr[0] = 0;
   intersect_right(
-      Run<i32>{wi32, rowptr}, xd0, Run<i32>{wi32, cols}, Run<i32>{wi32, mcolptr}, mdimj, msubi, permutation,
+      Run{wi32, rowptr}, xd0, Run{wi32, cols}, Run{wi32, mcolptr}, mdimj, msubi, permutation,
       [&](i32 e, i32 p) { result.append_term(variables[e], mcof[permutation[p]]); },
       [&](i64 t, i32 c) {
         if (rhassp)
@@ -240,9 +242,9 @@ KERNEL((484), (), write_sparse_sparse_right_product, F64 mcof, i32 mdimj, i32 mc
 KERNEL((485), (i32, i32), measure_left_product, i32 mdimi, i32 mrowptr, I32 msubi, I32 msubj, i32 xnd, i32 nelem,
        i32 perm, i32 colptr, i32 rnelem, i32 rnnz, i32 sp, i32 xd1, I32 xi32, I64 xi64, i32 rows, i32 cols)
 {
-  const Run<i32> row_ptr{xi32, mrowptr}, column_ptr{xi32, colptr}, permutation{xi32, perm}, row{xi32, rows},
+  const Run row_ptr{xi32, mrowptr}, column_ptr{xi32, colptr}, permutation{xi32, perm}, row{xi32, rows},
       column{xi32, cols};
-  const Run<i64> pattern{xi64, sp};
+  const Run pattern{xi64, sp};
 
   clear_buckets(row_ptr, mdimi);
   count_buckets(row_ptr, msubi.count, [&](i64 k) { return msubi[k]; });
@@ -271,7 +273,7 @@ KERNEL((485), (i32, i32), measure_left_product, i32 mdimi, i32 mrowptr, I32 msub
 // The incoming `rnelem` is multiplied too, the incoming `rnnz` replaced.
 KERNEL((486), (i32, i32), measure_left_dense_product, i32 mnnz, I32 msubi, i32 rnelem, i32 rnnz, i32 xd1)
 {
-  for (i32 k = 0; k < mnnz; ++rnelem) k = group_end(msubi, k, mnnz);
+  for_each_row_group(msubi, mnnz, [&](i32, i32, i32) { ++rnelem; });
   rnnz = xd1 * mnnz;
   return {rnelem * xd1, rnnz};
 }
@@ -281,12 +283,13 @@ KERNEL((487), (), write_sparse_sparse_left_product, F64 mcof, i32 mdimi, i32 mro
        i32 colptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, i32 xd1, I32 xi32, I64 xi64,
        i32 rows)
 {
-  const Run<i64> variables{xi64, nidxs};
-  const Run<i32> permutation{xi32, perm};
-  Writer result{.ptr{ri32, rptr}, .sp{ri64, rsp}, .nidxs{ri64, rnidxs}, .cof{rf64, rcof}};
+  const Run variables{xi64, nidxs};
+  const Run permutation{xi32, perm};
+  const ResultArrays r{ri32, ri64, rf64};
+  Writer result = r.sparse_writer(rptr, rsp, rnidxs, rcof);
   result.ptr[0] = 0;
   intersect_left(
-      Run<i32>{xi32, mrowptr}, mdimi, msubj, Run<i32>{xi32, colptr}, xd1, Run<i32>{xi32, rows}, permutation,
+      Run{xi32, mrowptr}, mdimi, msubj, Run{xi32, colptr}, xd1, Run{xi32, rows}, permutation,
       [&](i32 p, i32 q) { result.append_term(variables[permutation[q]], mcof[p]); },
       [&](i64 i, i32 c) { result.close_element(i * xd1 + c); });
 }
@@ -296,17 +299,16 @@ KERNEL((487), (), write_sparse_sparse_left_product, F64 mcof, i32 mdimi, i32 mro
 KERNEL((488), (), write_sparse_left_product, F64 mcof, i32 mnnz, I32 msubi, I32 msubj, i32 nidxs, i32 rcof, F64 rf64,
        I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, i32 xd1, I64 xi64)
 {
-  const Run<i64> variables{xi64, nidxs};
-  Writer result{.ptr{ri32, rptr}, .sp{ri64, rsp}, .nidxs{ri64, rnidxs}, .cof{rf64, rcof}};
+  const Run variables{xi64, nidxs};
+  const ResultArrays r{ri32, ri64, rf64};
+  Writer result = r.sparse_writer(rptr, rsp, rnidxs, rcof);
   result.ptr[0] = 0;
-  for (i32 b = 0; b < mnnz;) {
-    const i32 e = group_end(msubi, b, mnnz);
+  for_each_row_group(msubi, mnnz, [&](i64 i, i32 b, i32 e) {
     for (i64 c = 0; c < xd1; ++c) {
       for (i32 k = b; k < e; ++k) result.append_term(variables[static_cast<i64>(xd1) * msubj[k] + c], mcof[k]);
-      result.close_element(static_cast<i64>(xd1) * msubi[b] + c);
+      result.close_element(i * xd1 + c);
     }
-    b = e;
-  }
+  });
 }
 
 }  // namespace fragments

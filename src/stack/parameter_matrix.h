@@ -12,7 +12,7 @@ namespace fragments {
 
 // The entries of an ascending pattern, in its own order.
 struct ByRow {
-  Run<i64> sp;
+  Run<const i64> sp;
   i32 count;
   i64 cols;
 
@@ -28,8 +28,8 @@ struct ByRow {
 
 // The entries of an ascending pattern in the order of `perm`, by column and in a column by row.
 struct ByColumn {
-  Run<i64> sp;
-  Run<i32> perm;
+  Run<const i64> sp;
+  Run<const i32> perm;
   i32 count;
   Divisor cols;
 

@@ -7,15 +7,15 @@
 
 #include "index/counting_sort.h"
 #include "index/divisor.h"
+#include "index/slots.h"
 #include "stack/record.h"
-#include "stack/slots.h"
 
 namespace fragments {
 
 // The extents of the result.
 KERNEL((418), (), write_permuted_shape, I32 dperm, i32 nd, I32 ri32, i32 rshape, i32 shape, I32 wi32)
 {
-  const Run<i32> extents{wi32, shape}, rextents{ri32, rshape};
+  const Run extents{wi32, shape}, rextents{ri32, rshape};
   for (i64 d = 0; d < nd; ++d) rextents[d] = extents[dperm[d]];
 }
 
@@ -25,8 +25,8 @@ KERNEL((418), (), write_permuted_shape, I32 dperm, i32 nd, I32 ri32, i32 rshape,
 KERNEL((419), (), write_permuted_positions, I32 dperm, i32 from, i32 nd, i32 nelem, I32 ri32, i32 rshape, I64 sp,
        I64 stride, I64 wi64)
 {
-  const Run<i64> pattern{wi64, from};
-  const Run<i32> rextents{ri32, rshape};
+  const Run pattern{wi64, from};
+  const Run rextents{ri32, rshape};
   const Scratch<i64> coordinates{nd};
   for (i64 i = 0; i < nelem; ++i) {
     i64 rest = pattern[i];
@@ -51,22 +51,11 @@ KERNEL((420), (i32, i32, i32), write_permuted, i32 cconst, i32 code, i32 c, i32 
        i32 e, i32 k, i32 ncodeatom, i32 nelem, I64 perm, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64,
        I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, I64 sp, F64 wf64, I32 wi32, I64 wi64)
 {
-  const Operand operand{.ptr{wi32, ptr},
-                        .nidxs{wi64, nidxs},
-                        .cof{wf64, cof},
-                        .codeptr{wi32, codeptr},
-                        .code{wi32, code},
-                        .cconst{wf64, cconst}};
-  Writer result{.ptr{ri32, rptr},
-                .sp{ri64, rsp},
-                .nidxs{ri64, rnidxs},
-                .cof{rf64, rcof},
-                .codeptr{ri32, rcodeptr},
-                .code{ri32, rcode},
-                .cconst{rf64, rcconst},
-                .elements = e,
-                .terms = k,
-                .atoms = c};
+  const StackArrays w{wi32, wi64, wf64};
+  const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
+  const ResultArrays r{ri32, ri64, rf64};
+  Writer result =
+      r.sparse_writer(rptr, rsp, rnidxs, rcof, rcodeptr, rcode, rcconst, {.elements = e, .terms = k, .atoms = c});
   with_constant(ncodeatom > 0, [&](auto hascode) {
     for (i64 i = 0; i < nelem;) {
       const i64 source = perm[i];
@@ -89,18 +78,10 @@ KERNEL((421), (), write_dense_permuted, i32 cconst, i32 code, i32 codeptr, I32 d
        i32 ptr, i32 ncodeatom, i32 nd, i32 nelem, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32,
        I64 ri64, i32 rnidxs, i32 rptr, I64 stride, F64 wf64, I32 wi32, I64 wi64)
 {
-  const Operand operand{.ptr{wi32, ptr},
-                        .nidxs{wi64, nidxs},
-                        .cof{wf64, cof},
-                        .codeptr{wi32, codeptr},
-                        .code{wi32, code},
-                        .cconst{wf64, cconst}};
-  Writer result{.ptr{ri32, rptr},
-                .nidxs{ri64, rnidxs},
-                .cof{rf64, rcof},
-                .codeptr{ri32, rcodeptr},
-                .code{ri32, rcode},
-                .cconst{rf64, rcconst}};
+  const StackArrays w{wi32, wi64, wf64};
+  const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
+  const ResultArrays r{ri32, ri64, rf64};
+  Writer result = r.writer(rptr, rnidxs, rcof, rcodeptr, rcode, rcconst);
   result.ptr[0] = 0;
   if (ncodeatom > 0) result.codeptr[0] = 0;
   if (nelem <= 0) return;
@@ -136,21 +117,12 @@ KERNEL((422), (), write_sparse_transpose, i32 cconst, i32 code, i32 codeptr, i32
        i32 ptr, i32 from, i32 ncodeatom, i32 nelem, i32 perm, i32 bucket, i32 rcconst, i32 rcode, i32 rcodeptr,
        i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, F64 wf64, I32 wi32, I64 wi64, I32 xi32)
 {
-  const Operand operand{.ptr{wi32, ptr},
-                        .nidxs{wi64, nidxs},
-                        .cof{wf64, cof},
-                        .codeptr{wi32, codeptr},
-                        .code{wi32, code},
-                        .cconst{wf64, cconst}};
-  Writer result{.ptr{ri32, rptr},
-                .sp{ri64, rsp},
-                .nidxs{ri64, rnidxs},
-                .cof{rf64, rcof},
-                .codeptr{ri32, rcodeptr},
-                .code{ri32, rcode},
-                .cconst{rf64, rcconst}};
-  const Run<i64> pattern{wi64, from};
-  const Run<i32> buckets{xi32, bucket}, sorted{xi32, perm};
+  const StackArrays w{wi32, wi64, wf64};
+  const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
+  const ResultArrays r{ri32, ri64, rf64};
+  Writer result = r.sparse_writer(rptr, rsp, rnidxs, rcof, rcodeptr, rcode, rcconst);
+  const Run pattern{wi64, from};
+  const Run buckets{xi32, bucket}, sorted{xi32, perm};
   const Divisor columns{cols};
   const auto column_of = [&](i64 i) { return columns.remainder(pattern[i]); };
   clear_buckets(buckets, cols);
@@ -163,7 +135,7 @@ KERNEL((422), (), write_sparse_transpose, i32 cconst, i32 code, i32 codeptr, i32
     for (i64 i = 0; i < nelem; ++i) {
       const i64 source = sorted[i];
       const auto [row, column] = columns.divide(pattern[source]);
-      result.append(operand, operand.ptr[source], operand.ptr[source + 1], hascode);
+      result.append(operand, source, hascode);
       result.close_element(rows * column + row);
     }
   });
@@ -175,18 +147,10 @@ KERNEL((423), (), write_dense_transpose, i32 cconst, i32 code, i32 codeptr, i32 
        i32 ptr, i32 ncodeatom, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs,
        i32 rptr, F64 wf64, I32 wi32, I64 wi64)
 {
-  const Operand operand{.ptr{wi32, ptr},
-                        .nidxs{wi64, nidxs},
-                        .cof{wf64, cof},
-                        .codeptr{wi32, codeptr},
-                        .code{wi32, code},
-                        .cconst{wf64, cconst}};
-  Writer result{.ptr{ri32, rptr},
-                .nidxs{ri64, rnidxs},
-                .cof{rf64, rcof},
-                .codeptr{ri32, rcodeptr},
-                .code{ri32, rcode},
-                .cconst{rf64, rcconst}};
+  const StackArrays w{wi32, wi64, wf64};
+  const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
+  const ResultArrays r{ri32, ri64, rf64};
+  Writer result = r.writer(rptr, rnidxs, rcof, rcodeptr, rcode, rcconst);
   result.ptr[0] = 0;
   with_constant(ncodeatom > 0, [&](auto hascode) {
     if (cols == 1) {
@@ -196,7 +160,7 @@ KERNEL((423), (), write_dense_transpose, i32 cconst, i32 code, i32 codeptr, i32 
     for (i64 a = 0; a < cols; ++a) {
       for (i64 b = 0; b < rows; ++b) {
         const i64 source = cols * b + a;
-        result.append(operand, operand.ptr[source], operand.ptr[source + 1], hascode);
+        result.append(operand, source, hascode);
         result.close_element();
       }
     }

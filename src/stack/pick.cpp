@@ -45,8 +45,8 @@ KERNEL((407), (), flatten_coordinates, I32x2 idxs, i32 nd, I32 shape, I64 this_i
 KERNEL((409), (i32, i32), measure_pick, i32 codeptr, I64 idxs, i32 ncodeatom, i32 ptr, i32 c, i32 k, I32 wi32)
 {
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
-  Size size{.operand = operand, .hascode = ncodeatom > 0, .atoms = c, .terms = k};
-  for (i64 i = 0; i < idxs.count; ++i) size.append_elements(idxs[i], idxs[i] + 1);
+  Size size(operand, ncodeatom > 0, {.terms = k, .atoms = c});
+  for (i64 i = 0; i < idxs.count; ++i) size.append(idxs[i]);
   return {size.atoms, size.terms};
 }
 
@@ -55,24 +55,14 @@ KERNEL((410), (i32, i32), write_pick, i32 cconst, i32 code, i32 c, i32 codeptr, 
        i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rhascode, i32 rnidxs,
        i32 rptr, F64 wf64, I32 wi32, I64 wi64)
 {
-  const Operand operand{.ptr{wi32, ptr},
-                        .nidxs{wi64, nidxs},
-                        .cof{wf64, cof},
-                        .codeptr{wi32, codeptr},
-                        .code{wi32, code},
-                        .cconst{wf64, cconst}};
-  Writer result{.ptr{ri32, rptr},
-                .nidxs{ri64, rnidxs},
-                .cof{rf64, rcof},
-                .codeptr{ri32, rcodeptr},
-                .code{ri32, rcode},
-                .cconst{rf64, rcconst},
-                .terms = k,
-                .atoms = c};
+  const StackArrays w{wi32, wi64, wf64};
+  const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
+  const ResultArrays r{ri32, ri64, rf64};
+  Writer result = r.writer(rptr, rnidxs, rcof, rcodeptr, rcode, rcconst, {.terms = k, .atoms = c});
   with_constant(rhascode > 0, [&](auto hascode) {
     for (i64 i = 0; i < idxs.count; ++i) {
       const i64 f = idxs[i];
-      result.append(operand, operand.ptr[f], operand.ptr[f + 1], hascode);
+      result.append(operand, f, hascode);
       result.close_element();
     }
   });
@@ -85,14 +75,14 @@ KERNEL((411), (i32, i32), find_pick, i32 codeptr, I64 idxs, i32 ncodeatom, i32 n
        i32 slot, I32 wi32, I64 wi64, I32 xi32)
 {
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
-  Size size{.operand = operand, .hascode = ncodeatom > 0, .atoms = c, .terms = k};
-  const Run<i64> pattern{wi64, sp};
-  const Run<i32> slots{xi32, slot};
+  Size size(operand, ncodeatom > 0, {.terms = k, .atoms = c});
+  const Run pattern{wi64, sp};
+  const Run slots{xi32, slot};
   for (i64 i = 0; i < idxs.count; ++i) {
     const i32 f = lower_bound(pattern, nelem, idxs[i]);
     const bool stored = f < nelem && pattern[f] == idxs[i];
     slots[i] = stored ? f : not_stored;
-    if (stored) size.append_elements(f, f + 1);
+    if (stored) size.append(f);
   }
   return {size.atoms, size.terms};
 }
@@ -103,25 +93,15 @@ KERNEL((412), (i32, i32), write_found_pick, i32 cconst, i32 code, i32 c, i32 cod
        i32 nidxs, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rhascode,
        i32 rnidxs, i32 rptr, i32 slot, F64 wf64, I32 wi32, I64 wi64, I32 xi32)
 {
-  const Operand operand{.ptr{wi32, ptr},
-                        .nidxs{wi64, nidxs},
-                        .cof{wf64, cof},
-                        .codeptr{wi32, codeptr},
-                        .code{wi32, code},
-                        .cconst{wf64, cconst}};
-  Writer result{.ptr{ri32, rptr},
-                .nidxs{ri64, rnidxs},
-                .cof{rf64, rcof},
-                .codeptr{ri32, rcodeptr},
-                .code{ri32, rcode},
-                .cconst{rf64, rcconst},
-                .terms = k,
-                .atoms = c};
-  const Run<i32> slots{xi32, slot};
+  const StackArrays w{wi32, wi64, wf64};
+  const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
+  const ResultArrays r{ri32, ri64, rf64};
+  Writer result = r.writer(rptr, rnidxs, rcof, rcodeptr, rcode, rcconst, {.terms = k, .atoms = c});
+  const Run slots{xi32, slot};
   with_constant(rhascode > 0, [&](auto hascode) {
     for (i64 i = 0; i < idxs.count; ++i) {
       const i64 f = slots[i];
-      if (f != not_stored) result.append(operand, operand.ptr[f], operand.ptr[f + 1], hascode);
+      if (f != not_stored) result.append(operand, f, hascode);
       result.close_element();
     }
   });

@@ -12,13 +12,13 @@
 //     code     i32[ncodeatom]    opcode of each atom
 //     cconst   f64[ncodeatom]    operand of each atom
 //
-// The coefficient of a term is its `cof` plus the value of its code, if the record has code. The r stack takes results,
-// the w stack holds operands, the x stack is scratch.
+// The coefficient of a term is its `cof` plus the value of its code, if the record has code. A variable below 0 is an
+// element of a semidefinite variable. The r stack takes results, the w stack holds operands, the x stack is scratch.
 #pragma once
 
 #include "code/opcodes.h"
+#include "frame/copy_run.h"
 #include "frame/frame.h"
-#include "stack/runs.h"
 
 namespace fragments {
 
@@ -34,50 +34,73 @@ void with_constant(bool flag, Body body)
   }
 }
 
+// A stretch of an operand's terms: begin .. end-1.
+struct Terms {
+  i32 begin, end;
+  i32 count() const { return end - begin; }
+};
+
 // The fields of an operand that an operator reads.
 struct Operand {
-  Run<i32> ptr{};
-  Run<i64> nidxs{};
-  Run<f64> cof{};
-  Run<i32> codeptr{};
-  Run<i32> code{};
-  Run<f64> cconst{};
-  bool hascode = false;  // read by append_weighted() alone
+  Run<const i32> ptr{};
+  Run<const i64> nidxs{};
+  Run<const f64> cof{};
+  Run<const i32> codeptr{};
+  Run<const i32> code{};
+  Run<const f64> cconst{};
+  bool hascode = false;  // where operands with and without code meet in one sum; elsewhere a flag stands for all
 
-  // Atoms of the terms b .. e-1.
-  i32 atoms(i32 b, i32 e) const { return codeptr[e] - codeptr[b]; }
+  // The terms of element f, and of the elements b .. e-1.
+  Terms terms(i64 f) const { return {ptr[f], ptr[f + 1]}; }
+  Terms terms(i64 b, i64 e) const { return {ptr[b], ptr[e]}; }
+
+  i32 atoms(Terms t) const { return codeptr[t.end] - codeptr[t.begin]; }
+};
+
+// How far a record is counted or written.
+struct Counts {
+  i32 elements = 0;
+  i32 terms = 0;
+  i32 atoms = 0;
 };
 
 // What a Writer's functions of the same names will take up, counted beforehand.
-struct Size {
+struct Size : Counts {
   const Operand& operand;
-  bool hascode;
-  i32 atoms = 0;
-  i32 elements = 0;
-  i32 terms = 0;
+  const bool hascode;
 
-  // The terms of the operand's elements b .. e-1.
-  void append_elements(i64 b, i64 e)
+  Size(const Operand& of, bool with_code, Counts start) : Counts(start), operand(of), hascode(with_code) {}
+
+  void append(Terms t)
   {
-    const i32 first = operand.ptr[b], last = operand.ptr[e];
-    terms += last - first;
-    if (hascode) atoms += operand.atoms(first, last);
+    terms += t.count();
+    if (hascode) atoms += operand.atoms(t);
   }
+  void append(i64 f) { append(operand.terms(f)); }
 
-  // The terms of the operand's element f, each with a factor behind its code.
   void append_scaled(i64 f)
   {
-    const i32 before = terms;
-    append_elements(f, f + 1);
-    if (hascode) atoms += 2 * (terms - before);
+    const Terms t = operand.terms(f);
+    append(t);
+    if (hascode) atoms += 2 * t.count();
   }
+
+  void append_parametrised(Terms t)
+  {
+    append(t);
+    atoms += (hascode ? 4 : 3) * t.count();
+  }
+  void append_parametrised(i64 f) { append_parametrised(operand.terms(f)); }
 
   void close_element() { ++elements; }
 };
 
+// Whether append_parametrised() zeroes the coefficients, or somebody else does for all of a result.
+enum class ZeroCof { here, elsewhere };
+
 // The fields of a result and how far they are written. Terms, atoms and elements are appended; slot 0 of `ptr` and
 // `codeptr` stays the caller's. `hascode` of the member functions may be a constant from with_constant().
-struct Writer {
+struct Writer : Counts {
   Run<i32> ptr{};
   Run<i64> sp{};
   Run<i64> nidxs{};
@@ -85,9 +108,6 @@ struct Writer {
   Run<i32> codeptr{};
   Run<i32> code{};
   Run<f64> cconst{};
-  i32 elements = 0;
-  i32 terms = 0;
-  i32 atoms = 0;
 
   void append_term(i64 variable, f64 coefficient)
   {
@@ -96,14 +116,19 @@ struct Writer {
     ++terms;
   }
 
-  // Appends the operand's terms b .. e-1 as they are.
+  // Appends terms of the operand as they are: a stretch, or those of element f.
   template <class Flag>
-  void append(const Operand& from, i32 b, i32 e, Flag hascode)
+  void append(const Operand& from, Terms t, Flag hascode)
   {
-    if (hascode) copy_code(from, b, e);
-    copy_terms(nidxs.from(terms), from.nidxs.from(b), cof.from(terms), from.cof.from(b), e - b,
+    if (hascode) copy_code(from, t);
+    copy_terms(nidxs.from(terms), from.nidxs.from(t.begin), cof.from(terms), from.cof.from(t.begin), t.count(),
                [](f64 c) { return c; });
-    terms += e - b;
+    terms += t.count();
+  }
+  template <class Flag>
+  void append(const Operand& from, i64 f, Flag hascode)
+  {
+    append(from, from.terms(f), hascode);
   }
 
   // Appends the operand's elements b .. e-1 as they are. Neighbours in both records, they move as one run of terms.
@@ -111,58 +136,67 @@ struct Writer {
   void append_elements(const Operand& from, i64 b, i64 e, Flag hascode)
   {
     if (b >= e) return;
-    const i32 first = from.ptr[b], last = from.ptr[e], shift = terms - first;
+    const Terms t = from.terms(b, e);
+    const i32 shift = terms - t.begin;
     copy_run(ptr.from(elements + 1), from.ptr.from(b + 1), e - b, [shift](i32 end) { return end + shift; });
     elements += static_cast<i32>(e - b);
-    append(from, first, last, hascode);
+    append(from, t, hascode);
   }
 
-  // Appends the operand's terms b .. e-1 times `factor`: the coefficient is multiplied, and so is the code, by the
-  // atoms (2, factor) and (5) behind the term's own.
+  // Appends terms times `factor`: the coefficient is multiplied, and so is the code, by the atoms (2, factor) and (5)
+  // behind the term's own.
   template <class Flag>
-  void append_scaled(const Operand& from, i32 b, i32 e, f64 factor, Flag hascode)
+  void append_scaled(const Operand& from, Terms t, f64 factor, Flag hascode)
   {
     if (hascode) {
-      for (i64 t = b; t < e; ++t) {
-        stay_scalar(t);
-        nidxs[terms] = from.nidxs[t];
-        cof[terms] = from.cof[t] * factor;
-        push_scaled_code(from, t, factor);
+      for (i64 k = t.begin; k < t.end; ++k) {
+        stay_scalar(k);
+        nidxs[terms] = from.nidxs[k];
+        cof[terms] = from.cof[k] * factor;
+        push_scaled_code(from, k, factor);
       }
     } else {
-      copy_terms(nidxs.from(terms), from.nidxs.from(b), cof.from(terms), from.cof.from(b), e - b,
+      copy_terms(nidxs.from(terms), from.nidxs.from(t.begin), cof.from(terms), from.cof.from(t.begin), t.count(),
                  [factor](f64 c) { return c * factor; });
-      terms += e - b;
+      terms += t.count();
     }
   }
+  template <class Flag>
+  void append_scaled(const Operand& from, i64 f, f64 factor, Flag hascode)
+  {
+    append_scaled(from, from.terms(f), factor, hascode);
+  }
 
-  // The same to a sum of operands with and without code. A term of an operand without gets the code of
+  // The same of element f for a sum of operands with and without code. A term of an operand without gets the code of
   // append_zero_code().
-  void append_weighted(const Operand& from, i32 b, i32 e, f64 factor, bool hascode)
+  void append_weighted(const Operand& from, i64 f, f64 factor, bool hascode)
   {
+    const Terms t = from.terms(f);
     if (from.hascode) {
-      append_scaled(from, b, e, factor, std::true_type{});
+      append_scaled(from, t, factor, std::true_type{});
     } else {
-      append_scaled(from, b, e, factor, std::false_type{});
-      if (hascode) append_zero_code(e - b);
+      append_scaled(from, t, factor, std::false_type{});
+      if (hascode) append_zero_code(t.count());
     }
   }
 
-  // Only the coefficients of that, where the variables are copied as a whole.
-  void append_scaled_coefficients(const Operand& from, i32 b, i32 e, f64 factor)
+  // Only the coefficients of append_scaled(), where the variables are copied as a whole.
+  void append_scaled_coefficients(const Operand& from, i64 f, f64 factor)
   {
-    copy_run(cof.from(terms), from.cof.from(b), e - b, [factor](f64 c) { return c * factor; });
-    terms += e - b;
+    const Terms t = from.terms(f);
+    copy_run(cof.from(terms), from.cof.from(t.begin), t.count(), [factor](f64 c) { return c * factor; });
+    terms += t.count();
   }
 
-  // Only the code of that, in a pass over terms that are there already.
-  void append_scaled_code(const Operand& from, i32 b, i32 e, f64 factor)
+  // Only the code of append_scaled(), in a pass over terms that are there already.
+  void append_scaled_code(const Operand& from, Terms t, f64 factor)
   {
-    for (i64 t = b; t < e; ++t) {
-      stay_scalar(t);
-      push_scaled_code(from, t, factor);
+    for (i64 k = t.begin; k < t.end; ++k) {
+      stay_scalar(k);
+      push_scaled_code(from, k, factor);
     }
   }
+  void append_scaled_code(const Operand& from, i64 f, f64 factor) { append_scaled_code(from, from.terms(f), factor); }
 
   // The code of the last n terms, which come from an operand without code: the one atom (2, 0.0) each, since their
   // coefficient is all in `cof`.
@@ -175,18 +209,18 @@ struct Writer {
     }
   }
 
-  // Appends the terms of the operand's element f times parameter p. A coefficient that depends on a parameter is all
-  // code: `cof` is 0, and the code is (2, cof), the term's own code and (3) if it has any, (1, p), (5). So a term costs
-  // 3 atoms, or 4 and its own. A writer without `cof` is for a result where it is zeroed as a whole.
+  // Appends the terms of element f times parameter p. A coefficient that depends on a parameter is all code: `cof` is
+  // 0, and the code is (2, cof), the term's own code and (3) if it has any, (1, p), (5). So a term costs 3 atoms, or 4
+  // and its own.
   template <class Flag>
-  void append_parametrised(const Operand& from, i64 f, i32 p, Flag hascode)
+  void append_parametrised(const Operand& from, i64 f, i32 p, Flag hascode, ZeroCof zero_cof = ZeroCof::here)
   {
-    const i64 e = from.ptr[f + 1];
-    for (i64 t = from.ptr[f]; t < e; ++t) {
-      stay_scalar(t);
-      nidxs[terms] = from.nidxs[t];
-      if (cof.data) cof[terms] = 0.0;
-      append_parametrised_code(from, t, p, hascode);
+    const Terms t = from.terms(f);
+    for (i64 k = t.begin; k < t.end; ++k) {
+      stay_scalar(k);
+      nidxs[terms] = from.nidxs[k];
+      if (zero_cof == ZeroCof::here) cof[terms] = 0.0;
+      append_parametrised_code(from, k, p, hascode);
     }
   }
 
@@ -256,41 +290,135 @@ struct Writer {
     close_term();
   }
 
-  // The code of the operand's terms b .. e-1 for the terms appended next. Atoms of neighbouring terms are neighbours,
-  // so they move as one run.
-  void copy_code(const Operand& from, i32 b, i32 e)
+  // The code of terms of the operand for the terms appended next. Atoms of neighbouring terms are neighbours, so they
+  // move as one run.
+  void copy_code(const Operand& from, Terms t)
   {
-    if (b >= e) return;
-    if (e - b == 1) {
-      push_atoms_of(from, b);
+    if (t.count() <= 0) return;
+    if (t.count() == 1) {
+      push_atoms_of(from, t.begin);
       codeptr[terms + 1] = atoms;
       return;
     }
-    const i32 first = from.codeptr[b], count = from.codeptr[e] - first, shift = atoms - first;
-    copy_run(codeptr.from(terms + 1), from.codeptr.from(b + 1), e - b, [shift](i32 end) { return end + shift; });
+    const i32 first = from.codeptr[t.begin], count = from.codeptr[t.end] - first, shift = atoms - first;
+    copy_run(codeptr.from(terms + 1), from.codeptr.from(t.begin + 1), t.count(),
+             [shift](i32 end) { return end + shift; });
     copy_run(code.from(atoms), from.code.from(first), count);
     copy_run(cconst.from(atoms), from.cconst.from(first), count);
     atoms += count;
   }
 };
 
-// What append_parametrised() of a Writer will take up.
-struct ParametrisedSize {
-  const Operand& operand;
-  bool hascode;
-  i32 atoms = 0;
-  i32 elements = 0;
-  i32 terms = 0;
+// The three arrays of a stack that operands are read from.
+struct StackArrays {
+  CI32 i32s{};
+  CI64 i64s{};
+  CF64 f64s{};
 
-  // The terms of the operand's elements first .. last-1.
-  void append(i64 first, i64 last)
+  // The record whose fields begin at these positions, with its code and without.
+  Operand operand(i32 ptr, i32 nidxs, i32 cof, i32 codeptr, i32 code, i32 cconst, bool hascode = false) const
   {
-    const i32 b = operand.ptr[first], e = operand.ptr[last];
-    terms += e - b;
-    atoms += hascode ? 4 * (e - b) + operand.atoms(b, e) : 3 * (e - b);
+    return {.ptr{i32s, ptr},
+            .nidxs{i64s, nidxs},
+            .cof{f64s, cof},
+            .codeptr{i32s, codeptr},
+            .code{i32s, code},
+            .cconst{f64s, cconst},
+            .hascode = hascode};
   }
-  void append(i64 f) { append(f, f + 1); }
-  void close_element() { ++elements; }
+  Operand operand(i32 ptr, i32 nidxs, i32 cof) const { return {.ptr{i32s, ptr}, .nidxs{i64s, nidxs}, .cof{f64s, cof}}; }
+  // Its terms alone, of one element.
+  Operand terms(i32 nidxs, i32 cof, i32 codeptr, i32 code, i32 cconst) const
+  {
+    Operand operand = coded_terms(cof, codeptr, code, cconst);
+    operand.nidxs = {i64s, nidxs};
+    return operand;
+  }
+  Operand coded_terms(i32 cof, i32 codeptr, i32 code, i32 cconst) const
+  {
+    return {.cof{f64s, cof}, .codeptr{i32s, codeptr}, .code{i32s, code}, .cconst{f64s, cconst}};
+  }
+  // As far as its terms and atoms are counted.
+  Operand counted(i32 ptr, i32 codeptr) const { return {.ptr{i32s, ptr}, .codeptr{i32s, codeptr}}; }
+  // As far as its coefficients are scaled, or its code.
+  Operand coefficients(i32 ptr, i32 cof) const { return {.ptr{i32s, ptr}, .cof{f64s, cof}}; }
+  Operand coded(i32 ptr, i32 codeptr, i32 code, i32 cconst) const
+  {
+    return {.ptr{i32s, ptr}, .codeptr{i32s, codeptr}, .code{i32s, code}, .cconst{f64s, cconst}};
+  }
+};
+
+// The three arrays of the stack that a result is written to.
+struct ResultArrays {
+  I32 i32s{};
+  I64 i64s{};
+  F64 f64s{};
+
+  // A dense result and a sparse one, each with code and without.
+  Writer writer(i32 rptr, i32 rnidxs, i32 rcof, i32 rcodeptr, i32 rcode, i32 rcconst, Counts from = {}) const
+  {
+    Writer result = writer(rptr, rnidxs, rcof, from);
+    result.codeptr = {i32s, rcodeptr};
+    result.code = {i32s, rcode};
+    result.cconst = {f64s, rcconst};
+    return result;
+  }
+  Writer writer(i32 rptr, i32 rnidxs, i32 rcof, Counts from = {}) const
+  {
+    Writer result{from};
+    result.ptr = {i32s, rptr};
+    result.nidxs = {i64s, rnidxs};
+    result.cof = {f64s, rcof};
+    return result;
+  }
+  Writer sparse_writer(i32 rptr, i32 rsp, i32 rnidxs, i32 rcof, i32 rcodeptr, i32 rcode, i32 rcconst,
+                       Counts from = {}) const
+  {
+    Writer result = writer(rptr, rnidxs, rcof, rcodeptr, rcode, rcconst, from);
+    result.sp = {i64s, rsp};
+    return result;
+  }
+  Writer sparse_writer(i32 rptr, i32 rsp, i32 rnidxs, i32 rcof, Counts from = {}) const
+  {
+    Writer result = writer(rptr, rnidxs, rcof, from);
+    result.sp = {i64s, rsp};
+    return result;
+  }
+  // A sparse one whose coefficients are zeroed as a whole.
+  Writer sparse_writer_without_cof(i32 rptr, i32 rsp, i32 rnidxs, i32 rcodeptr, i32 rcode, i32 rcconst,
+                                   Counts from = {}) const
+  {
+    Writer result = code_writer(rcodeptr, rcode, rcconst, from);
+    result.ptr = {i32s, rptr};
+    result.sp = {i64s, rsp};
+    result.nidxs = {i64s, rnidxs};
+    return result;
+  }
+  // The terms alone, of an element that the caller closes.
+  Writer term_writer(i32 rnidxs, i32 rcof, i32 rcodeptr, i32 rcode, i32 rcconst, Counts from = {}) const
+  {
+    Writer result = code_writer(rcodeptr, rcode, rcconst, from);
+    result.nidxs = {i64s, rnidxs};
+    result.cof = {f64s, rcof};
+    return result;
+  }
+  // The coefficients and their elements, of terms whose variables are copied as a whole.
+  Writer coefficient_writer(i32 rptr, i32 rcof, Counts from = {}) const
+  {
+    Writer result{from};
+    result.ptr = {i32s, rptr};
+    result.cof = {f64s, rcof};
+    return result;
+  }
+  // The code alone, of terms that are written elsewhere.
+  Writer code_writer(i32 rcodeptr, i32 rcode, i32 rcconst, Counts from = {}) const
+  {
+    Writer result{from};
+    result.codeptr = {i32s, rcodeptr};
+    result.code = {i32s, rcode};
+    result.cconst = {f64s, rcconst};
+    return result;
+  }
 };
 
 }  // namespace fragments

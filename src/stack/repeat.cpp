@@ -2,9 +2,9 @@
 // around `dim` is folded to three extents, d0 before it, d1 of the axis itself and d2 behind it, so that element
 // (a, b, g) has the flat position (a*d1 + b)*d2 + g.
 
+#include "index/pattern_runs.h"
+#include "index/slots.h"
 #include "stack/record.h"
-#include "stack/row_runs.h"
-#include "stack/slots.h"
 
 namespace fragments {
 
@@ -15,21 +15,12 @@ KERNEL((426), (), repeat, i32 cconst, i32 code, i32 codeptr, i32 cof, i32 d0, i3
        i32 rdim, F64 rf64, I32 ri32, I64 ri64, i32 rhascode, i32 rnidxs, i32 rptr, i32 rshape, i32 rsp, i32 shape,
        i32 sp, F64 wf64, I32 wi32, I64 wi64)
 {
-  const Operand operand{.ptr{wi32, ptr},
-                        .nidxs{wi64, nidxs},
-                        .cof{wf64, cof},
-                        .codeptr{wi32, codeptr},
-                        .code{wi32, code},
-                        .cconst{wf64, cconst}};
-  Writer result{.ptr{ri32, rptr},
-                .sp{ri64, rsp},
-                .nidxs{ri64, rnidxs},
-                .cof{rf64, rcof},
-                .codeptr{ri32, rcodeptr},
-                .code{ri32, rcode},
-                .cconst{rf64, rcconst}};
-  const Run<i32> extents{ri32, rshape};
-  copy_slots(extents, Run<i32>{wi32, shape}, nd);
+  const StackArrays w{wi32, wi64, wf64};
+  const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
+  const ResultArrays r{ri32, ri64, rf64};
+  Writer result = r.sparse_writer(rptr, rsp, rnidxs, rcof, rcodeptr, rcode, rcconst);
+  const Run extents{ri32, rshape};
+  copy_slots(extents, Run{wi32, shape}, nd);
   extents[dim] = rdim;
   result.ptr[0] = 0;
   if (rhascode > 0) result.codeptr[0] = 0;
@@ -42,7 +33,7 @@ KERNEL((426), (), repeat, i32 cconst, i32 code, i32 codeptr, i32 cof, i32 d0, i3
       }
       return;
     }
-    const Run<i64> pattern{wi64, sp};
+    const Run pattern{wi64, sp};
     for_each_row_run(pattern, nelem, block, [&](i64 a, i32 b, i32 e) {
       for (i64 r = 0; r < n; ++r) {
         const i64 shift = (d1 * r + a * rdim) * d2 - a * block;

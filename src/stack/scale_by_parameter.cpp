@@ -1,8 +1,8 @@
 // A parameter times an expression, and an array of parameters times a single element. The structure of the expression
 // stays, and all coefficients become code.
 
+#include "index/slots.h"
 #include "stack/record.h"
-#include "stack/slots.h"
 
 namespace fragments {
 
@@ -12,9 +12,11 @@ namespace fragments {
 KERNEL((337), (), write_parameters_times_element_code, i32 cconst, i32 code, i32 cof, i32 ncodeatom, i32 nnz, i32 param,
        i32 codeptr, i32 rcconst, i32 rcode, i32 rcodeptr, F64 rf64, I32 ri32, i32 n, F64 wf64, I32 wi32, I32 xi32)
 {
-  const Operand operand{.cof{wf64, cof}, .codeptr{wi32, codeptr}, .code{wi32, code}, .cconst{wf64, cconst}};
-  const Run<i32> numbers{xi32, param};
-  Writer result{.codeptr{ri32, rcodeptr}, .code{ri32, rcode}, .cconst{rf64, rcconst}};
+  const StackArrays w{wi32, {}, wf64};
+  const Operand operand = w.coded_terms(cof, codeptr, code, cconst);
+  const Run numbers{xi32, param};
+  const ResultArrays r{ri32, {}, rf64};
+  Writer result = r.code_writer(rcodeptr, rcode, rcconst);
   with_constant(ncodeatom > 0, [&](auto hascode) {
     for (i64 i = 0; i < n; ++i) {
       for (i64 t = 0; t < nnz; ++t) result.append_parametrised_code(operand, t, numbers[i], hascode);
@@ -29,13 +31,15 @@ KERNEL((338), (), write_parameter_times_expression, i32 cconst, i32 code, i32 co
        I64 ri64, i32 rhascode, i32 rnd, i32 rnelem, i32 rnidxs, i32 rnnz, i32 rptr, i32 rshape, i32 rsp, i32 shape,
        i32 sp, F64 wf64, I32 wi32, I64 wi64)
 {
-  const Operand operand{.cof{wf64, cof}, .codeptr{wi32, codeptr}, .code{wi32, code}, .cconst{wf64, cconst}};
-  Writer result{.codeptr{ri32, rcodeptr}, .code{ri32, rcode}, .cconst{rf64, rcconst}};
-  fill_slots(Run<f64>{rf64, rcof}, rnnz, 0.0);
-  copy_slots(Run<i32>{ri32, rptr}, Run<i32>{wi32, ptr}, static_cast<i64>(rnelem) + 1);
-  copy_slots(Run<i32>{ri32, rshape}, Run<i32>{wi32, shape}, rnd);
-  copy_slots(Run<i64>{ri64, rnidxs}, Run<i64>{wi64, nidxs}, nnz);
-  if (hassp) copy_slots(Run<i64>{ri64, rsp}, Run<i64>{wi64, sp}, rnelem);
+  const StackArrays w{wi32, {}, wf64};
+  const Operand operand = w.coded_terms(cof, codeptr, code, cconst);
+  const ResultArrays r{ri32, {}, rf64};
+  Writer result = r.code_writer(rcodeptr, rcode, rcconst);
+  fill_slots(Run{rf64, rcof}, rnnz, 0.0);
+  copy_slots(Run{ri32, rptr}, Run{wi32, ptr}, static_cast<i64>(rnelem) + 1);
+  copy_slots(Run{ri32, rshape}, Run{wi32, shape}, rnd);
+  copy_slots(Run{ri64, rnidxs}, Run{wi64, nidxs}, nnz);
+  if (hassp) copy_slots(Run{ri64, rsp}, Run{wi64, sp}, rnelem);
   if (rhascode > 0) result.codeptr[0] = 0;
   with_constant(ncodeatom > 0, [&](auto hascode) {
     for (i64 t = 0; t < nnz; ++t) result.append_parametrised_code(operand, t, p, hascode);

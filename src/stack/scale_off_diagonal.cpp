@@ -24,9 +24,9 @@ void for_each_stretch(const FoldExtents& dim, bool hassp, Run<i64> sp, i32 nelem
   }
 }
 
-void scale(Run<f64> cof, i64 b, i64 e, f64 factor)
+void scale(Run<f64> cof, Terms terms, f64 factor)
 {
-  for (i64 t = b; t < e; ++t) cof[t] *= factor;
+  for (i64 t = terms.begin; t < terms.end; ++t) cof[t] *= factor;
 }
 
 }  // namespace
@@ -34,19 +34,19 @@ void scale(Run<f64> cof, i64 b, i64 e, f64 factor)
 // `acc` times the extents before an axis: the first n.
 KERNEL((542), (i64), size64_before_axis, i64 acc, i32 shape, I32 wi32, i32 n)
 {
-  return product(acc, Run<i32>{wi32, shape}, 0, n);
+  return product(acc, Run{wi32, shape}, 0, n);
 }
 
 // `acc` times the extents strictly between the axes `lo` and `hi`.
 KERNEL((543), (i64), size64_between_axes, i64 acc, i32 shape, I32 wi32, i32 lo, i32 hi)
 {
-  return product_between(acc, Run<i32>{wi32, shape}, lo, hi);
+  return product_between(acc, Run{wi32, shape}, lo, hi);
 }
 
 // `acc` times the extents behind the axis `lo`, `hi` being the number of axes.
 KERNEL((544), (i64), size64_behind_axis, i64 acc, i32 hi, i32 shape, I32 wi32, i32 lo)
 {
-  return product_between(acc, Run<i32>{wi32, shape}, lo, hi);
+  return product_between(acc, Run{wi32, shape}, lo, hi);
 }
 
 // Multiplies the coefficients off the diagonal by `factor`, in place, in a record without code. Terms are found by the
@@ -54,10 +54,10 @@ KERNEL((544), (i64), size64_behind_axis, i64 acc, i32 hi, i32 shape, I32 wi32, i
 KERNEL((545), (), scale_off_diagonal, i64 dim0, i64 dim1, i64 dim2, i64 dim3, i64 dim4, bool hassp, i32 nelem, i32 rcof,
        F64 rf64, I32 ri32, i32 rptr, f64 factor, i32 sp, I64 wi64)
 {
-  const Run<i32> ptr{ri32, rptr};
-  const Run<f64> cof{rf64, rcof};
-  for_each_stretch({{dim0, dim1, dim2, dim3, dim4}}, hassp, Run<i64>{wi64, sp}, nelem, [&](i64 b, i64 e, Side side) {
-    if (side != diagonal && b < e) scale(cof, ptr[b], ptr[e], factor);
+  const Run ptr{ri32, rptr};
+  const Run cof{rf64, rcof};
+  for_each_stretch({{dim0, dim1, dim2, dim3, dim4}}, hassp, Run{wi64, sp}, nelem, [&](i64 b, i64 e, Side side) {
+    if (side != diagonal && b < e) scale(cof, {ptr[b], ptr[e]}, factor);
   });
 }
 
@@ -68,13 +68,16 @@ KERNEL((546), (), scale_off_diagonal_with_code, i32 cconst, i32 code, i32 codept
        i64 dim3, i64 dim4, bool hassp, i32 nelem, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64,
        I32 ri32, f64 factor, i32 sp, F64 wf64, I32 wi32, I64 wi64)
 {
-  const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}, .code{wi32, code}, .cconst{wf64, cconst}};
-  Writer result{.cof{rf64, rcof}, .codeptr{ri32, rcodeptr}, .code{ri32, rcode}, .cconst{rf64, rcconst}};
-  for_each_stretch({{dim0, dim1, dim2, dim3, dim4}}, hassp, Run<i64>{wi64, sp}, nelem, [&](i64 b, i64 e, Side side) {
+  const StackArrays w{wi32, {}, wf64};
+  const Operand operand = w.coded(ptr, codeptr, code, cconst);
+  const ResultArrays r{ri32, {}, rf64};
+  Writer result = r.code_writer(rcodeptr, rcode, rcconst);
+  const Run cof{rf64, rcof};
+  for_each_stretch({{dim0, dim1, dim2, dim3, dim4}}, hassp, Run{wi64, sp}, nelem, [&](i64 b, i64 e, Side side) {
     if (b >= e) return;
-    const i32 first = operand.ptr[b], end = operand.ptr[e];
-    if (side != diagonal) scale(result.cof, first, end, factor);
-    result.append_scaled_code(operand, first, end, side == diagonal ? 1.0 : factor);
+    const Terms terms = operand.terms(b, e);
+    if (side != diagonal) scale(cof, terms, factor);
+    result.append_scaled_code(operand, terms, side == diagonal ? 1.0 : factor);
   });
 }
 

@@ -56,7 +56,7 @@ void for_each_stretch(const Box& box, i32 d, i64 begin, i64 end, const Stretch& 
 // Row-major strides of the operand; `st[nd-1]` is the caller's.
 KERNEL((413), (), write_operand_strides, i32 nd, i32 shape, I64 st, I32 wi32)
 {
-  row_major_strides(st, Run<i32>{wi32, shape}, nd);
+  row_major_strides(st, Run{wi32, shape}, nd);
 }
 
 // Row-major strides of the result; `rst[nd-1]` is the caller's.
@@ -72,19 +72,19 @@ KERNEL((414), (i32, i32, i32), measure_slice, i32 codeptr, I32 first, bool hassp
 {
   const Box box{nd, {wi32, shape}, st, first, last};
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
-  const Run<i64> pattern{wi64, sp};
-  Size size{.operand = operand, .hascode = ncodeatom > 0, .atoms = c, .elements = e, .terms = k};
+  const Run pattern{wi64, sp};
+  Size size(operand, ncodeatom > 0, {.elements = e, .terms = k, .atoms = c});
 
   if (hassp) {
     for (i64 i = 0; i < nelem; ++i) {
       if (!holds(box, pattern[i], [](i64, i64) {})) continue;
-      size.append_elements(i, i + 1);
+      size.append(i);
       size.close_element();
     }
   } else {
     size.elements = 1;
     for (i64 d = 0; d < nd; ++d) size.elements = wrapping_mul(size.elements, wrapping_sub(last[d], first[d]));
-    for_each_stretch(box, 0, 0, nelem, [&](i64 begin, i64 end) { size.append_elements(begin, end); });
+    for_each_stretch(box, 0, 0, nelem, [&](i64 begin, i64 end) { size.append(operand.terms(begin, end)); });
   }
   return {size.atoms, size.elements, size.terms};
 }
@@ -97,29 +97,18 @@ KERNEL((417), (i32, i32, i32), write_slice, i32 cconst, i32 code, i32 c, i32 cod
        F64 wf64, I32 wi32, I64 wi64)
 {
   const Box box{nd, {wi32, shape}, st, first, last};
-  const Operand operand{.ptr{wi32, ptr},
-                        .nidxs{wi64, nidxs},
-                        .cof{wf64, cof},
-                        .codeptr{wi32, codeptr},
-                        .code{wi32, code},
-                        .cconst{wf64, cconst}};
-  const Run<i64> pattern{wi64, sp};
-  Writer result{.ptr{ri32, rptr},
-                .sp{ri64, rsp},
-                .nidxs{ri64, rnidxs},
-                .cof{rf64, rcof},
-                .codeptr{ri32, rcodeptr},
-                .code{ri32, rcode},
-                .cconst{rf64, rcconst},
-                .elements = e,
-                .terms = k,
-                .atoms = c};
+  const StackArrays w{wi32, wi64, wf64};
+  const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
+  const Run pattern{wi64, sp};
+  const ResultArrays r{ri32, ri64, rf64};
+  Writer result =
+      r.sparse_writer(rptr, rsp, rnidxs, rcof, rcodeptr, rcode, rcconst, {.elements = e, .terms = k, .atoms = c});
   with_constant(rhascode > 0, [&](auto hascode) {
     if (hassp) {
       for (i64 i = 0; i < nelem; ++i) {
         i64 flat = 0;
         if (!holds(box, pattern[i], [&](i64 d, i64 x) { flat += (x - first[d]) * rst[d]; })) continue;
-        result.append(operand, operand.ptr[i], operand.ptr[i + 1], hascode);
+        result.append(operand, i, hascode);
         result.close_element(flat);
       }
     } else {

@@ -2,7 +2,7 @@
 // after a field, and `top`, `to`, `from`, `pos`, are positions; `n` counts slots, or elements where a `ptr` of n+1
 // slots is told.
 
-#include "stack/slots.h"
+#include "index/slots.h"
 
 #include "index/counting_sort.h"
 
@@ -11,99 +11,99 @@ namespace fragments {
 // Zeroes n slots.
 KERNEL((333, 373, 378), (), zero_slots, i32 top, F64 rf64, i32 n)
 {
-  fill_slots(Run<f64>{rf64, top}, n, 0.0);
+  fill_slots(Run{rf64, top}, n, 0.0);
 }
 
 // The `ptr` of n elements of k terms each.
 KERNEL((334), (), write_even_ptr, i32 k, I32 ri32, i32 n, i32 top)
 {
-  fill_multiples(Run<i32>{ri32, top}, 0, n, k);
+  fill_multiples(Run{ri32, top}, 0, n, k);
 }
 
 // The `ptr` of n elements of k terms each but for `ptr[0]`, which is there already; multiples are cut to 32 bits.
 KERNEL((501), (), write_even_ptr_ends, i64 k, I32 ri32, i32 n, i32 top)
 {
-  fill_multiples(Run<i32>{ri32, top}, 1, n, static_cast<i32>(k));
+  fill_multiples(Run{ri32, top}, 1, n, static_cast<i32>(k));
 }
 
 // The placeholder variable, for n terms that have no variable yet.
 KERNEL((335), (), write_placeholder_variables, I64 ri64, i32 top, i32 n)
 {
-  fill_slots(Run<i64>{ri64, top}, n, i64{-999});
+  fill_slots(Run{ri64, top}, n, i64{-999});
 }
 
 // A run of n variables, `times` copies one behind the other.
 KERNEL((336), (), repeat_variables, i32 from, i32 n, I64 ri64, i32 times, i32 top, I64 wi64)
 {
-  const Run<i64> run{wi64, from};
-  for (i64 copy = 0; copy < times; ++copy) copy_slots(Run<i64>{ri64, top + copy * n}, run, n);
+  const Run run{wi64, from};
+  for (i64 copy = 0; copy < times; ++copy) copy_slots(Run{ri64, top + copy * n}, run, n);
 }
 
 // Marks the `ptr` of n elements as not yet set.
 KERNEL((377), (), mark_ptr_unset, I32 ri32, i32 n, i32 top)
 {
-  fill_slots(Run<i32>{ri32, top}, static_cast<i64>(n) + 1, -9999);
+  fill_slots(Run{ri32, top}, static_cast<i64>(n) + 1, -9999);
 }
 
 // Zeroes the `ptr` of n elements, to count in: rows of a variable.
 KERNEL((481), (), zero_ptr_on_w, i32 top, I32 wi32, i32 n)
 {
-  fill_slots(Run<i32>{wi32, top}, static_cast<i64>(n) + 1, 0);
+  fill_slots(Run{wi32, top}, static_cast<i64>(n) + 1, 0);
 }
 
 // Zeroes the `ptr` of the n elements of a sum, to count in.
 KERNEL((516), (), zero_ptr_on_r, I32 ri32, i32 n, i32 pos)
 {
-  fill_slots(Run<i32>{ri32, pos}, static_cast<i64>(n) + 1, 0);
+  fill_slots(Run{ri32, pos}, static_cast<i64>(n) + 1, 0);
 }
 
 // Zeroes the n+1 slots in which the atoms of the elements of a sum are counted, if `flag` is above 0.
 KERNEL((517), (), zero_ptr_on_x, i32 flag, i32 n, i32 pos, I32 xi32)
 {
-  if (flag > 0) fill_slots(Run<i32>{xi32, pos}, static_cast<i64>(n) + 1, 0);
+  if (flag > 0) fill_slots(Run{xi32, pos}, static_cast<i64>(n) + 1, 0);
 }
 
 // Copies the `ptr` of n elements.
 KERNEL((381), (), copy_ptr, i32 n, i32 from, I32 ri32, i32 to, I32 wi32)
 {
-  copy_slots(Run<i32>{ri32, to}, Run<i32>{wi32, from}, static_cast<i64>(n) + 1);
+  copy_slots(Run{ri32, to}, Run{wi32, from}, static_cast<i64>(n) + 1);
 }
 
 // Copies n extents.
 KERNEL((361, 382, 388, 398, 435, 532, 537, 552, 568, 571), (), copy_extents, i32 n, I32 ri32, i32 to, i32 from,
        I32 wi32)
 {
-  copy_slots(Run<i32>{ri32, to}, Run<i32>{wi32, from}, n);
+  copy_slots(Run{ri32, to}, Run{wi32, from}, n);
 }
 
 // Copies n extents of a summand.
 KERNEL((498, 500, 503, 505, 509), (), copy_summand_extents, I32 ri32, i32 n, i32 to, i32 from, I32 wi32)
 {
-  copy_slots(Run<i32>{ri32, to}, Run<i32>{wi32, from}, n);
+  copy_slots(Run{ri32, to}, Run{wi32, from}, n);
 }
 
 // Copies n variables.
 KERNEL((383), (), copy_variables, i32 from, i32 n, I64 ri64, i32 to, I64 wi64)
 {
-  copy_slots(Run<i64>{ri64, to}, Run<i64>{wi64, from}, n);
+  copy_slots(Run{ri64, to}, Run{wi64, from}, n);
 }
 
 // Copies n coefficients.
 KERNEL((384), (), copy_coefficients, i32 from, i32 n, i32 to, F64 rf64, F64 wf64)
 {
-  copy_slots(Run<f64>{rf64, to}, Run<f64>{wf64, from}, n);
+  copy_slots(Run{rf64, to}, Run{wf64, from}, n);
 }
 
 // Copies the flat positions of n elements, if the record has a pattern.
 KERNEL((385, 399), (), copy_pattern, bool hassp, i32 n, I64 ri64, i32 to, i32 from, I64 wi64)
 {
-  if (hassp) copy_slots(Run<i64>{ri64, to}, Run<i64>{wi64, from}, n);
+  if (hassp) copy_slots(Run{ri64, to}, Run{wi64, from}, n);
 }
 
 // Copies the extents of operand 0, which has `nd[0]` of them.
 KERNEL((515), (), copy_first_extents, I32 nd, I32 ri32, i32 pos, I32 shape_base, I32 wi32)
 {
-  if (nd[0] > 0) copy_slots(Run<i32>{ri32, pos}, Run<i32>{wi32, shape_base[0]}, nd[0]);
+  if (nd[0] > 0) copy_slots(Run{ri32, pos}, Run{wi32, shape_base[0]}, nd[0]);
 }
 
 // Copies the extents behind a removed axis, each one place down: axis d of the result is axis d+1 of the operand, for d
@@ -111,56 +111,56 @@ KERNEL((515), (), copy_first_extents, I32 nd, I32 ri32, i32 pos, I32 shape_base,
 KERNEL((533, 538), (), copy_extents_behind_axis, i32 lo, i32 hi, I32 ri32, i32 rshape, i32 shape, I32 wi32)
 {
   const i64 first = lo;
-  copy_slots(Run<i32>{ri32, rshape + first}, Run<i32>{wi32, shape + first + 1}, hi - first - 1);
+  copy_slots(Run{ri32, rshape + first}, Run{wi32, shape + first + 1}, hi - first - 1);
 }
 
 // Copies n extents from an array of their own: the shape of a constant array.
 KERNEL((402), (), push_extents, i32 n, I32 ri32, i32 rshape, I32 shape)
 {
-  copy_slots(Run<i32>{ri32, rshape}, Run<i32>{shape, 0}, n);
+  copy_slots(Run{ri32, rshape}, Run{shape, 0}, n);
 }
 
 // Copies n extents from an array of their own: the shape of a slice.
 KERNEL((415), (), push_slice_extents, i32 n, I32 ri32, I32 rshape, i32 top)
 {
-  copy_slots(Run<i32>{ri32, top}, Run<i32>{rshape, 0}, n);
+  copy_slots(Run{ri32, top}, Run{rshape, 0}, n);
 }
 
 // Copies n flat positions from an array of their own, if the constant array has a pattern.
 KERNEL((403), (), push_pattern, bool hassp, i32 n, I64 ri64, i32 rsp, I64 sparsity)
 {
-  if (hassp) copy_slots(Run<i64>{ri64, rsp}, Run<i64>{sparsity, 0}, n);
+  if (hassp) copy_slots(Run{ri64, rsp}, Run{sparsity, 0}, n);
 }
 
 // Copies n extents from one array to another.
 KERNEL((444), (), copy_shape, i32 n, I32 resshape, I32 shape)
 {
-  copy_slots(Run<i32>{resshape, 0}, Run<i32>{shape, 0}, n);
+  copy_slots(Run{resshape, 0}, Run{shape, 0}, n);
 }
 
 // Copies as many extents as `rshape` has room for from one array to another.
 KERNEL((502), (), fill_shape, I32 rshape, I32 shape)
 {
-  copy_slots(Run<i32>{rshape, 0}, Run<i32>{shape, 0}, rshape.count);
+  copy_slots(Run{rshape, 0}, Run{shape, 0}, rshape.count);
 }
 
 // The running sum that turns counts into a `ptr`: slot i+1 grows by slot i, for i below n.
 KERNEL((520), (), add_up_ptr_on_r, I32 ri32, i32 n, i32 pos)
 {
-  add_up(Run<i32>{ri32, pos}, n);
+  add_up(Run{ri32, pos}, n);
 }
 
 // The running sum of the atoms of each element, if `flag` is above 0: slot i+1 grows by slot i, for i below n.
 KERNEL((521), (), add_up_ptr_on_x, i32 flag, i32 n, i32 pos, I32 xi32)
 {
-  if (flag > 0) add_up(Run<i32>{xi32, pos}, n);
+  if (flag > 0) add_up(Run{xi32, pos}, n);
 }
 
 // Moves slots 0 .. n-1 one place up: cursors that have advanced to the ends of their elements become the `ptr` again.
 // Slot 0 keeps the end of element 0, and the caller sets it to 0.
 KERNEL((524), (), shift_ptr_up, I32 ri32, i32 n, i32 pos)
 {
-  shift_up(Run<i32>{ri32, pos}, n);
+  shift_up(Run{ri32, pos}, n);
 }
 
 }  // namespace fragments

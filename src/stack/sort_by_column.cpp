@@ -29,7 +29,7 @@ void place_by_column(Run<i32> buckets, Run<i32> perm, i32 d, i32 n, Run<i64> sp)
 // Clears n buckets and the slot behind them.
 KERNEL((339, 347, 364), (), clear_column_buckets, i32 n, i32 bucket, I32 xi32)
 {
-  clear_buckets(Run<i32>{xi32, bucket}, n);
+  clear_buckets(Run{xi32, bucket}, n);
 }
 
 // Counts n entries, each in the slot behind its bucket's.
@@ -47,13 +47,13 @@ KERNEL((348, 365), (), count_columns_on_x, i32 bucket, i32 d, i32 from, i32 n, I
 // Adds up the counts to starts, in the n slots behind the first.
 KERNEL((341, 366), (), add_up_column_buckets, i32 n, i32 bucket, I32 xi32)
 {
-  add_up(Run<i32>{xi32, bucket}, n);
+  add_up(Run{xi32, bucket}, n);
 }
 
 // The same for n slots altogether, one less.
 KERNEL((349), (), add_up_column_slots, i32 n, i32 bucket, I32 xi32)
 {
-  add_up(Run<i32>{xi32, bucket}, static_cast<i64>(n) - 1);
+  add_up(Run{xi32, bucket}, static_cast<i64>(n) - 1);
 }
 
 // Places n entries in `perm`, each at the cursor of its bucket.
@@ -77,9 +77,9 @@ KERNEL((367), (), place_factor_by_column_from_x, i32 d, i32 n, i32 perm, i32 buc
 // The whole sort of an expression's pattern, whose columns are counted by extent 1 of its shape.
 KERNEL((375), (), sort_by_column, i32 nelem, i32 shape, i32 sp, I32 wi32, I64 wi64, I32 xi32, i32 perm, i32 bucket)
 {
-  const i32 d = Run<i32>{wi32, shape}[1];
-  const Run<i32> buckets{xi32, bucket};
-  const Run<i64> pattern{wi64, sp};
+  const i32 d = Run{wi32, shape}[1];
+  const Run buckets{xi32, bucket};
+  const Run pattern{wi64, sp};
   clear_buckets(buckets, d);
   count_columns(buckets, d, nelem, pattern);
   add_up(buckets, d);

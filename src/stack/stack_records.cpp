@@ -17,8 +17,8 @@
 #include "index/counting_sort.h"
 #include "index/divisor.h"
 #include "index/shape.h"
+#include "index/slots.h"
 #include "stack/record.h"
-#include "stack/slots.h"
 
 namespace fragments {
 namespace {
@@ -57,7 +57,7 @@ void append_elements(Writer& result, const OperandTables& from, i64 k, i64 b, i6
 // Copies a shape.
 KERNEL((427), (), copy_operand_shape, i32 n, I32 shape, I32 shape_)
 {
-  copy_slots(Run<i32>{shape, 0}, Run<i32>{shape_, 0}, n);
+  copy_slots(Run{shape, 0}, Run{shape_, 0}, n);
 }
 
 // Checks that the operands from 1 on have the number of axes and, but for `dim`, the extents of operand 0: `bad` if
@@ -66,7 +66,7 @@ KERNEL((427), (), copy_operand_shape, i32 n, I32 shape, I32 shape_)
 KERNEL((428), (bool, bool), check_operands, bool alldense, i32 dim, I32 hassp, bool bad, i32 n, i32 nd, I32 nds,
        i32 shape, I32 shape_base, I32 wi32)
 {
-  const Run<i32> expected{wi32, shape};
+  const Run expected{wi32, shape};
   const auto extents_differ = [&](i64 k, i64 from, i64 to) {
     for (i64 d = from; d < to; ++d) {
       if (wi32[shape_base[k] + d] != expected[d]) return true;
@@ -122,7 +122,7 @@ KERNEL((433), (i32), sum_of_extents, i32 init, I32 d1s, i32 n)
 // `init` or the largest extent of the result, if that is larger.
 KERNEL((440), (i32), largest_extent, i32 init, I32 ri32, i32 n, i32 top)
 {
-  const Run<i32> extents{ri32, top};
+  const Run extents{ri32, top};
   for (i64 i = 0; i < n; ++i) init = extents[i] > init ? extents[i] : init;
   return init;
 }
@@ -134,12 +134,8 @@ KERNEL((436), (), write_dense_stack, I32 cconst, I32 code, I32 codeptr, I32 cof_
        F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, F64 wf64, I32 wi32, I64 wi64)
 {
   const OperandTables operands{ptr_base, nidxs_base, cof_base, codeptr, code, cconst, ncodeatom, wi32, wi64, wf64};
-  Writer result{.ptr{ri32, rptr},
-                .nidxs{ri64, rnidxs},
-                .cof{rf64, rcof},
-                .codeptr{ri32, rcodeptr},
-                .code{ri32, rcode},
-                .cconst{rf64, rcconst}};
+  const ResultArrays r{ri32, ri64, rf64};
+  Writer result = r.writer(rptr, rnidxs, rcof, rcodeptr, rcode, rcconst);
   result.ptr[0] = 0;
   if (hascode) result.codeptr[0] = 0;
   with_constant(hascode, [&](auto code_flag) {
@@ -160,13 +156,8 @@ KERNEL((439), (), write_first_axis_stack, I32 cconst, I32 code, I32 codeptr, I32
        I32 wi32, I64 wi64)
 {
   const OperandTables operands{ptr_base, nidxs_base, cof_base, codeptr, code, cconst, ncodeatom, wi32, wi64, wf64};
-  Writer result{.ptr{ri32, rptr},
-                .sp{ri64, rsp},
-                .nidxs{ri64, rnidxs},
-                .cof{rf64, rcof},
-                .codeptr{ri32, rcodeptr},
-                .code{ri32, rcode},
-                .cconst{rf64, rcconst}};
+  const ResultArrays r{ri32, ri64, rf64};
+  Writer result = r.sparse_writer(rptr, rsp, rnidxs, rcof, rcodeptr, rcode, rcconst);
   result.ptr[0] = 0;
   if (rhascode > 0) result.codeptr[0] = 0;
   with_constant(rhascode > 0, [&](auto hascode) {
@@ -176,7 +167,7 @@ KERNEL((439), (), write_first_axis_stack, I32 cconst, I32 code, I32 codeptr, I32
       if (count > 0) {
         const Run<i64> rpattern = result.sp.from(result.elements);
         if (hassp[k]) {
-          copy_run(rpattern, Run<i64>{wi64, sp_base[k]}, count, [shift](i64 f) { return shift + f; });
+          copy_run(rpattern, Run{wi64, sp_base[k]}, count, [shift](i64 f) { return shift + f; });
         } else {
           for (i64 i = 0; i < count; ++i) rpattern[i] = shift + i;
         }
@@ -194,14 +185,14 @@ KERNEL((439), (), write_first_axis_stack, I32 cconst, I32 code, I32 codeptr, I32
 KERNEL((441), (), write_stack_keys, I32 d1s, i32 d2, I32 hassp, i32 n, I32 nelem, I32 offset, i32 rdim, I32 sp_base,
        i32 opnum, i32 elnum, i32 key, I64 wi64, I32 xi32, I64 xi64)
 {
-  Run<i32> operand_number{xi32, opnum}, element_number{xi32, elnum};
-  Run<i64> keys{xi64, key};
+  Run operand_number{xi32, opnum}, element_number{xi32, elnum};
+  Run keys{xi64, key};
   i64 m = 0;
   for (i32 k = 0; k < n; ++k) {
     const i32 count = nelem[k];
     if (count <= 0) continue;
     const bool sparse = hassp[k] != 0;
-    const Run<i64> pattern = sparse ? Run<i64>{wi64, sp_base[k]} : Run<i64>{};
+    const Run<i64> pattern = sparse ? Run{wi64, sp_base[k]} : Run<i64>{};
     const Divisor block{static_cast<i64>(d1s[k]) * d2};
     const i64 first = offset[k];
     for (i64 i = 0; i < count; ++i) {
@@ -220,13 +211,13 @@ KERNEL((441), (), write_stack_keys, I32 d1s, i32 d2, I32 hassp, i32 n, I32 nelem
 KERNEL((442), (i32, i32), sort_stack_keys, i32 order, I32 ri32, i32 nd, i32 n, i32 rshape, i32 other, i32 key, I32 xi32,
        I64 xi64, i32 bucket)
 {
-  const Run<i32> extents{ri32, rshape}, buckets{xi32, bucket};
-  const Run<i64> keys{xi64, key};
+  const Run extents{ri32, rshape}, buckets{xi32, bucket};
+  const Run keys{xi64, key};
   const Scratch<i64> strides{nd};
   if (nd > 0) strides[nd - 1] = 1;
   row_major_strides(strides, extents, nd);
 
-  Run<i32> from{xi32, order}, to{xi32, other};
+  Run from{xi32, order}, to{xi32, other};
   for (i32 i = 0; i < n; ++i) from[i] = i;
   for (i64 d = nd - 1; d >= 0; --d) {
     const Divisor stride{strides[d]}, extent{extents[d]};
@@ -249,15 +240,10 @@ KERNEL((443), (), write_sorted_stack, I32 cconst, I32 code, I32 codeptr, I32 cof
        I32 wi32, I64 wi64, I32 xi32, I64 xi64)
 {
   const OperandTables operands{ptr_base, nidxs_base, cof_base, codeptr, code, cconst, ncodeatom, wi32, wi64, wf64};
-  Writer result{.ptr{ri32, rptr},
-                .sp{ri64, rsp},
-                .nidxs{ri64, rnidxs},
-                .cof{rf64, rcof},
-                .codeptr{ri32, rcodeptr},
-                .code{ri32, rcode},
-                .cconst{rf64, rcconst}};
-  const Run<i32> sorted{xi32, order}, operand_number{xi32, opnum}, element_number{xi32, elnum};
-  const Run<i64> keys{xi64, key};
+  const ResultArrays r{ri32, ri64, rf64};
+  Writer result = r.sparse_writer(rptr, rsp, rnidxs, rcof, rcodeptr, rcode, rcconst);
+  const Run sorted{xi32, order}, operand_number{xi32, opnum}, element_number{xi32, elnum};
+  const Run keys{xi64, key};
   result.ptr[0] = 0;
   if (rhascode > 0) result.codeptr[0] = 0;
   with_constant(hascode, [&](auto code_flag) {

@@ -65,19 +65,19 @@ KERNEL((541), (), copy_extents_behind_summed_axis, i32 dim, I32 r, I32 shape)
 // The greatest of `acc` and the n extents.
 KERNEL((526), (i32), greatest_extent, i32 acc, i32 n, i32 shape, I32 wi32)
 {
-  return greatest(acc, Run<i32>{wi32, shape}, 0, n);
+  return greatest(acc, Run{wi32, shape}, 0, n);
 }
 
 // The same for the sort by mirror keys.
 KERNEL((558), (i32), greatest_extent_for_mirror, i32 acc, i32 n, i32 shape, I32 wi32)
 {
-  return greatest(acc, Run<i32>{wi32, shape}, 0, n);
+  return greatest(acc, Run{wi32, shape}, 0, n);
 }
 
 // The identity permutation of n elements.
 KERNEL((527, 563), (), write_identity_permutation, i32 base, i32 n, I32 xi32)
 {
-  number_items(Run<i32>{xi32, base}, n);
+  number_items(Run{xi32, base}, n);
 }
 
 // Sorts the permutation at `source` by all axes but `dim`, which puts the elements of a group side by side, ascending
@@ -89,13 +89,13 @@ KERNEL((528), (i32, i32), sort_by_group, i32 dim, i32 nd, i32 nelem, i32 ptr, i3
        I32 wi32, I64 wi64, I32 xi32)
 {
   if (dim >= nd - 1) return {source, target};
-  const Run<i32> extents{wi32, shape}, buckets{xi32, ptr};
-  const Run<i64> pattern{wi64, sp};
+  const Run extents{wi32, shape}, buckets{xi32, ptr};
+  const Run pattern{wi64, sp};
   i64 stride = 1;
   for (i32 axis = nd - 1; axis >= 0; --axis) {
     const i32 extent = extents[axis];
     if (axis != dim) {
-      const Run<i32> from{xi32, source}, to{xi32, target};
+      const Run from{xi32, source}, to{xi32, target};
       const Divisor by_stride(stride), by_extent(extent);
       const auto digit = [&](i64 m) { return by_extent.remainder(by_stride.quotient(pattern[m])); };
       clear_buckets(buckets, extent);
@@ -114,8 +114,8 @@ KERNEL((528), (i32, i32), sort_by_group, i32 dim, i32 nd, i32 nelem, i32 ptr, i3
 KERNEL((531), (i64, i64, i32), count_groups, i32 ext_inner, i32 inner, i32 n, i32 count, i64 a, i64 b, i32 outer,
        i32 perm, i32 sp, I64 wi64, I32 xi32)
 {
-  const Run<i32> order{xi32, perm};
-  const Run<i64> pattern{wi64, sp};
+  const Run order{xi32, perm};
+  const Run pattern{wi64, sp};
   Groups group_of(ext_inner, inner, outer);
   Group last{a, b};
   for (i64 k = 0; k < n; ++k) {
@@ -133,24 +133,12 @@ KERNEL((534), (i32, i32, i32, i32), write_sparse_sum_along_axis, i32 cconst, i32
        i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, i32 outer,
        i32 perm, i32 sp, F64 wf64, I32 wi32, I64 wi64, I32 xi32)
 {
-  const Operand operand{.ptr{wi32, ptr},
-                        .nidxs{wi64, nidxs},
-                        .cof{wf64, cof},
-                        .codeptr{wi32, codeptr},
-                        .code{wi32, code},
-                        .cconst{wf64, cconst}};
-  Writer result{.ptr{ri32, rptr},
-                .sp{ri64, rsp},
-                .nidxs{ri64, rnidxs},
-                .cof{rf64, rcof},
-                .codeptr{ri32, rcodeptr},
-                .code{ri32, rcode},
-                .cconst{rf64, rcconst},
-                .elements = g,
-                .terms = t,
-                .atoms = c};
-  const Run<i32> order{xi32, perm};
-  const Run<i64> pattern{wi64, sp};
+  const StackArrays w{wi32, wi64, wf64};
+  const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
+  const ResultArrays r{ri32, ri64, rf64};
+  Writer result = r.sparse_writer(rptr, rsp, rnidxs, rcof, rcodeptr, rcode, rcconst, {.elements = g, .terms = t, .atoms = c});
+  const Run order{xi32, perm};
+  const Run pattern{wi64, sp};
   Groups group_of(ext_inner, inner, outer);
   with_constant(ncodeatom > 0, [&](auto hascode) {
     Group next{};
@@ -171,7 +159,7 @@ KERNEL((534), (i32, i32, i32, i32), write_sparse_sum_along_axis, i32 cconst, i32
           ++e;
           more = goes_on();
         } while (more && order[cursor] == e);
-        result.append(operand, operand.ptr[b], operand.ptr[e], hascode);
+        result.append(operand, operand.terms(b, e), hascode);
       }
       result.close_element(group.a * inner + group.b);
     }
@@ -186,21 +174,10 @@ KERNEL((539), (i32, i32, i32), write_dense_sum_along_axis, i32 cconst, i32 code,
        i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rncodeatom, i32 rnelem, i32 rnidxs, i32 rnnz, i32 rptr,
        F64 wf64, I32 wi32, I64 wi64)
 {
-  const Operand operand{.ptr{wi32, ptr},
-                        .nidxs{wi64, nidxs},
-                        .cof{wf64, cof},
-                        .codeptr{wi32, codeptr},
-                        .code{wi32, code},
-                        .cconst{wf64, cconst}};
-  Writer result{.ptr{ri32, rptr},
-                .nidxs{ri64, rnidxs},
-                .cof{rf64, rcof},
-                .codeptr{ri32, rcodeptr},
-                .code{ri32, rcode},
-                .cconst{rf64, rcconst},
-                .elements = rnelem,
-                .terms = rnnz,
-                .atoms = rncodeatom};
+  const StackArrays w{wi32, wi64, wf64};
+  const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
+  const ResultArrays r{ri32, ri64, rf64};
+  Writer result = r.writer(rptr, rnidxs, rcof, rcodeptr, rcode, rcconst, {.elements = rnelem, .terms = rnnz, .atoms = rncodeatom});
   // Along the last axis the elements of a group are neighbours and move as one run.
   const bool is_one_run = inner_step == 1;
   const i32 runs = is_one_run ? ext > 0 : ext, run_length = is_one_run ? ext : 1;
@@ -209,7 +186,7 @@ KERNEL((539), (i32, i32, i32), write_dense_sum_along_axis, i32 cconst, i32 code,
       for (i64 b = 0; b < inner; ++b) {
         i64 e = a * ext_inner + b;
         for (i32 k = 0; k < runs; ++k, e += inner_step) {
-          result.append(operand, operand.ptr[e], operand.ptr[e + run_length], hascode);
+          result.append(operand, operand.terms(e, e + run_length), hascode);
         }
         result.close_element();
       }

@@ -26,8 +26,8 @@ KERNEL((450), (), add_flat_positions, i32 nd, I64 res, I64 s, I32x2 vsub)
 KERNEL((447), (i32), count_terms_of_picks, bool hassp, i32 nelem, i32 ptr, i32 rnnz, i32 sp, I64 vsub, I32 wi32,
        I64 wi64)
 {
-  const Run<i32> ends{wi32, ptr};
-  find_stored(vsub, hassp, Run<i64>{wi64, sp}, nelem, [&](i32, i64 f) { rnnz += ends[f + 1] - ends[f]; });
+  const Run ends{wi32, ptr};
+  find_stored(vsub, hassp, Run{wi64, sp}, nelem, [&](i32, i64 f) { rnnz += ends[f + 1] - ends[f]; });
   return rnnz;
 }
 
@@ -37,22 +37,13 @@ KERNEL((448), (i32, i32), write_sum_of_picks, i32 cconst, i32 code, i32 codei, i
        i32 nelem, i32 nidxs, i32 nzi, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32,
        I64 ri64, i32 rncodeatom, i32 rnidxs, i32 sp, F64 vcof, I64 vsub, F64 wf64, I32 wi32, I64 wi64)
 {
-  const Operand operand{.ptr{wi32, ptr},
-                        .nidxs{wi64, nidxs},
-                        .cof{wf64, cof},
-                        .codeptr{wi32, codeptr},
-                        .code{wi32, code},
-                        .cconst{wf64, cconst}};
-  Writer result{.nidxs{ri64, rnidxs},
-                .cof{rf64, rcof},
-                .codeptr{ri32, rcodeptr},
-                .code{ri32, rcode},
-                .cconst{rf64, rcconst},
-                .terms = nzi,
-                .atoms = codei};
+  const StackArrays w{wi32, wi64, wf64};
+  const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
+  const ResultArrays r{ri32, ri64, rf64};
+  Writer result = r.term_writer(rnidxs, rcof, rcodeptr, rcode, rcconst, {.terms = nzi, .atoms = codei});
   with_constant(rncodeatom > 0, [&](auto hascode) {
-    find_stored(vsub, hassp, Run<i64>{wi64, sp}, nelem, [&](i32 k, i64 f) {
-      result.append_scaled(operand, operand.ptr[f], operand.ptr[f + 1], vcof[k], hascode);
+    find_stored(vsub, hassp, Run{wi64, sp}, nelem, [&](i32 k, i64 f) {
+      result.append_scaled(operand, f, vcof[k], hascode);
     });
   });
   return {result.atoms, result.terms};

@@ -36,7 +36,8 @@ struct OperandTables {
   template <class Flag>
   Operand operator()(i64 k, Flag hascode) const
   {
-    Operand operand{.ptr{wi32, ptr_base[k]}, .nidxs{wi64, nidxs_base[k]}, .cof{wf64, cof_base[k]}};
+    const StackArrays w{wi32, wi64, wf64};
+    Operand operand = w.operand(ptr_base[k], nidxs_base[k], cof_base[k]);
     if (hascode && ncodeatom[k] > 0) {
       operand.codeptr = {wi32, codeptr[k]};
       operand.code = {wi32, code[k]};
@@ -98,12 +99,12 @@ void count_operand(bool hascode, const Operand& operand, i32 nelem, Run<i32> ptr
 {
   for (i64 e = 0; e < nelem; ++e) {
     const i64 f = position(e);
-    const i32 b = operand.ptr[e], end = operand.ptr[e + 1];
-    ptr[f + 1] += end - b;
+    const Terms terms = operand.terms(e);
+    ptr[f + 1] += terms.count();
     if (operand.hascode)
-      atom_ptr[f + 1] += operand.atoms(b, end) + 2 * (end - b);
+      atom_ptr[f + 1] += operand.atoms(terms) + 2 * terms.count();
     else if (hascode)
-      atom_ptr[f + 1] += atoms_without_code(end - b);
+      atom_ptr[f + 1] += atoms_without_code(terms.count());
   }
 }
 
@@ -119,7 +120,7 @@ void scatter_operand(Writer& result, const OperandTables& operands, i64 k, i32 n
       const i64 f = position(e);
       result.terms = result.ptr[f];
       if (with_code) result.atoms = atom_ptr[f];
-      result.append_weighted(operand, operand.ptr[e], operand.ptr[e + 1], weight, with_code);
+      result.append_weighted(operand, e, weight, with_code);
       result.ptr[f] = result.terms;
       if (with_code) atom_ptr[f] = result.atoms;
     }
@@ -170,7 +171,7 @@ KERNEL((518), (), count_sparse_operand, bool hascode, I32 codeptr, i32 k, I32 nc
 {
   if (nelem[k] < 1) return;
   const Operand operand = counted_operand(ptr_base, codeptr, ncodeatom, wi32, k);
-  const Run<i64> pattern{wi64, sp_base[k]};
+  const Run pattern{wi64, sp_base[k]};
   count_operand(
       hascode, operand, nelem[k], {ri32, rptr}, {xi32, xpos}, [&](i64 e) { return pattern[e]; }, [](i32) { return 1; });
 }
@@ -192,13 +193,9 @@ KERNEL((522), (), write_sparse_operand, bool hascode, I32 cconst, I32 code, I32 
 {
   if (nelem[k] < 1) return;
   const OperandTables operands{ptr_base, nidxs_base, cof_base, codeptr, code, cconst, ncodeatom, wi32, wi64, wf64};
-  Writer result{.ptr{ri32, rptr},
-                .nidxs{ri64, rnidxs},
-                .cof{rf64, rcof},
-                .codeptr{ri32, rcodeptr},
-                .code{ri32, rcode},
-                .cconst{rf64, rcconst}};
-  const Run<i64> pattern{wi64, sp_base[k]};
+  const ResultArrays r{ri32, ri64, rf64};
+  Writer result = r.writer(rptr, rnidxs, rcof, rcodeptr, rcode, rcconst);
+  const Run pattern{wi64, sp_base[k]};
   scatter_operand(result, operands, k, nelem[k], w[k], hascode, {xi32, xpos}, [&](i64 e) { return pattern[e]; });
 }
 
@@ -209,12 +206,8 @@ KERNEL((523), (), write_dense_operand, bool hascode, I32 cconst, I32 code, I32 c
 {
   if (nelem[k] < 1) return;
   const OperandTables operands{ptr_base, nidxs_base, cof_base, codeptr, code, cconst, ncodeatom, wi32, wi64, wf64};
-  Writer result{.ptr{ri32, rptr},
-                .nidxs{ri64, rnidxs},
-                .cof{rf64, rcof},
-                .codeptr{ri32, rcodeptr},
-                .code{ri32, rcode},
-                .cconst{rf64, rcconst}};
+  const ResultArrays r{ri32, ri64, rf64};
+  Writer result = r.writer(rptr, rnidxs, rcof, rcodeptr, rcode, rcconst);
   scatter_operand(result, operands, k, nelem[k], w[k], hascode, {xi32, xpos}, [](i64 e) { return e; });
 }
 
@@ -224,19 +217,14 @@ KERNEL((525), (), write_sparse_sum_of_operands, bool hascode, I32 cconst, I32 co
        I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, I32 sp_base, F64 w, F64 wf64, I32 wi32, I64 wi64)
 {
   const OperandTables operands{ptr_base, nidxs_base, cof_base, codeptr, code, cconst, ncodeatom, wi32, wi64, wf64};
-  Writer result{.ptr{ri32, rptr},
-                .sp{ri64, rsp},
-                .nidxs{ri64, rnidxs},
-                .cof{rf64, rcof},
-                .codeptr{ri32, rcodeptr},
-                .code{ri32, rcode},
-                .cconst{rf64, rcconst}};
+  const ResultArrays r{ri32, ri64, rf64};
+  Writer result = r.sparse_writer(rptr, rsp, rnidxs, rcof, rcodeptr, rcode, rcconst);
   with_constant(hascode, [&](auto with_code) {
     walk_union(
         n, nelem, sp_base, wi64,
         [&](i64 k, i32 e) {
           const Operand operand = operands(k, with_code);
-          result.append_weighted(operand, operand.ptr[e], operand.ptr[e + 1], w[k], with_code);
+          result.append_weighted(operand, e, w[k], with_code);
         },
         [&](i64 position) { result.close_element(position); });
   });

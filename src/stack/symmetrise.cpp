@@ -27,19 +27,19 @@ constexpr f64 half = 0.5;
 // The five-axis fold of the operand's shape: the first n extents into dim[0].
 KERNEL((559), (), fold_mirror_leading_axes, I32 dim, i32 n, i32 shape, I32 wi32)
 {
-  fold_axes(dim, 0, Run<i32>{wi32, shape}, 0, n);
+  fold_axes(dim, 0, Run{wi32, shape}, 0, n);
 }
 
 // The extents strictly between the two axes into dim[2].
 KERNEL((560), (), fold_mirror_axes_between, I32 dim, i32 lo, i32 hi, i32 shape, I32 wi32)
 {
-  fold_axes(dim, 2, Run<i32>{wi32, shape}, i64{lo} + 1, hi);
+  fold_axes(dim, 2, Run{wi32, shape}, i64{lo} + 1, hi);
 }
 
 // The extents behind the second axis `lo` into dim[4]; `hi` is the number of axes.
 KERNEL((561), (), fold_mirror_trailing_axes, I32 dim, i32 lo, i32 hi, i32 shape, I32 wi32)
 {
-  fold_axes(dim, 4, Run<i32>{wi32, shape}, i64{lo} + 1, hi);
+  fold_axes(dim, 4, Run{wi32, shape}, i64{lo} + 1, hi);
 }
 
 // The strides of the fold; stride[4] is the caller's.
@@ -58,12 +58,12 @@ KERNEL((562), (), write_fold_strides, I32 dim, I64 stride)
 KERNEL((564), (i32, i32), sort_by_mirror, i32 source, I32 dim, i32 n, I32 sortidx, i32 sp, I64 stride, i32 target,
        I64 wi64, I32 xi32, i32 ptr)
 {
-  const Run<i32> buckets{xi32, ptr};
-  const Run<i64> pattern{wi64, sp};
+  const Run buckets{xi32, ptr};
+  const Run pattern{wi64, sp};
   for (i32 q = 0; q < 4; ++q) {
     const i32 axis = sortidx[q], extent = dim[axis];
     if (extent < 2) continue;
-    const Run<i32> from{xi32, source}, to{xi32, target};
+    const Run from{xi32, source}, to{xi32, target};
     const Divisor by_stride(stride[axis]), by_extent(extent);
     const auto digit = [&](i64 m) { return by_extent.remainder(by_stride.quotient(pattern[m])); };
     clear_buckets(buckets, extent);
@@ -81,11 +81,12 @@ KERNEL((565), (i32, i32), measure_sparse_mean, i32 codeptr, i32 ncodeatom, i32 n
 {
   if (nelem <= 0) return {nc, nnz};
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
-  for_each_stored_stretch(FoldStrides(stride), Run<i64>{wi64, sp}, nelem, [&](i64 b, i64 e, Side side) {
-    const i32 first = operand.ptr[b], end = operand.ptr[e], terms = end - first;
+  for_each_stored_stretch(FoldStrides(stride), Run{wi64, sp}, nelem, [&](i64 b, i64 e, Side side) {
+    const Terms stretch = operand.terms(b, e);
+    const i32 terms = stretch.count();
     nnz += side == diagonal ? terms : 2 * terms;
     if (ncodeatom > 0) {
-      const i32 atoms = operand.atoms(first, end);
+      const i32 atoms = operand.atoms(stretch);
       nc += side == diagonal ? atoms : 2 * (atoms + 2 * terms);
     }
   });
@@ -97,8 +98,8 @@ KERNEL((566), (), write_mirror_keys, i32 key, i32 n, i32 perm, I64 stride, I64 w
 {
   if (n <= 0) return;
   const FoldStrides strides(stride);
-  const Run<i32> order{xi32, perm};
-  const Run<i64> pattern{wi64, sp}, keys{xi64, key};
+  const Run order{xi32, perm};
+  const Run pattern{wi64, sp}, keys{xi64, key};
   for (i64 k = 0; k < n; ++k) keys[k] = strides.mirror(pattern[order[k]]);
 }
 
@@ -107,7 +108,7 @@ KERNEL((567), (i32), count_mean_elements, i32 n, i32 sp, i32 acc, [[maybe_unused
        i32 key)
 {
   if (n <= 0) return acc;
-  const Run<i64> pattern{wi64, sp}, keys{xi64, key};
+  const Run pattern{wi64, sp}, keys{xi64, key};
   return acc + union_size(
                    n, n, [&](i64 k) { return pattern[k]; }, [&](i64 k) { return keys[k]; });
 }
@@ -120,32 +121,20 @@ KERNEL((569), (i32, i32, i32, i32, i32), write_sparse_mean, i32 cconst, i32 code
        I32 wi32, I64 wi64, I32 xi32, I64 xi64, i32 perm)
 {
   if (ia >= nelem && ib >= nelem) return {c, ia, g, ib, t};
-  const Operand operand{.ptr{wi32, ptr},
-                        .nidxs{wi64, nidxs},
-                        .cof{wf64, cof},
-                        .codeptr{wi32, codeptr},
-                        .code{wi32, code},
-                        .cconst{wf64, cconst}};
-  Writer result{.ptr{ri32, rptr},
-                .sp{ri64, rsp},
-                .nidxs{ri64, rnidxs},
-                .cof{rf64, rcof},
-                .codeptr{ri32, rcodeptr},
-                .code{ri32, rcode},
-                .cconst{rf64, rcconst},
-                .elements = g,
-                .terms = t,
-                .atoms = c};
-  const Run<i32> order{xi32, perm};
-  const Run<i64> pattern{wi64, sp}, keys{xi64, key};
+  const StackArrays w{wi32, wi64, wf64};
+  const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
+  const ResultArrays r{ri32, ri64, rf64};
+  Writer result = r.sparse_writer(rptr, rsp, rnidxs, rcof, rcodeptr, rcode, rcconst, {.elements = g, .terms = t, .atoms = c});
+  const Run order{xi32, perm};
+  const Run pattern{wi64, sp}, keys{xi64, key};
   RowCursor row{FoldStrides(stride)};
   with_constant(ncodeatom > 0, [&](auto hascode) {
     const auto append_half = [&](i32 e) {
-      result.append_scaled(operand, operand.ptr[e], operand.ptr[e + 1], half, hascode);
+      result.append_scaled(operand, e, half, hascode);
     };
     const auto element = [&](i64 flat, bool is_stored, bool is_mirror) {
       if (is_stored && is_mirror && row.around(flat).side(flat) == diagonal) {
-        result.append(operand, operand.ptr[ia], operand.ptr[ia + 1], hascode);
+        result.append(operand, ia, hascode);
       } else {
         if (is_stored) append_half(ia);
         if (is_mirror) append_half(order[ib]);
@@ -163,11 +152,11 @@ KERNEL((570), (i32, i32), measure_dense_mean, i32 nc, I32 dim, i32 codeptr, i32 
        I32 wi32)
 {
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
-  Size mean{.operand = operand, .hascode = ncodeatom > 0, .atoms = nc, .terms = nnz};
+  Size mean(operand, ncodeatom > 0, {.terms = nnz, .atoms = nc});
   i64 e = 0;
   for_each_mirror(dim, stride, [&](i64 mirror, bool is_on_diagonal) {
     if (is_on_diagonal) {
-      mean.append_elements(e, e + 1);
+      mean.append(e);
     } else {
       mean.append_scaled(e);
       mean.append_scaled(mirror);
@@ -184,28 +173,17 @@ KERNEL((572), (i32, i32, i32, i32), write_dense_mean, i32 cconst, i32 code, i32 
        I32 ri32, I64 ri64, [[maybe_unused]] i32 rhascode, i32 rnidxs, i32 rptr, I64 stride, F64 wf64, I32 wi32,
        I64 wi64)
 {
-  const Operand operand{.ptr{wi32, ptr},
-                        .nidxs{wi64, nidxs},
-                        .cof{wf64, cof},
-                        .codeptr{wi32, codeptr},
-                        .code{wi32, code},
-                        .cconst{wf64, cconst}};
-  Writer result{.ptr{ri32, rptr},
-                .nidxs{ri64, rnidxs},
-                .cof{rf64, rcof},
-                .codeptr{ri32, rcodeptr},
-                .code{ri32, rcode},
-                .cconst{rf64, rcconst},
-                .elements = g,
-                .terms = t,
-                .atoms = c};
+  const StackArrays w{wi32, wi64, wf64};
+  const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
+  const ResultArrays r{ri32, ri64, rf64};
+  Writer result = r.writer(rptr, rnidxs, rcof, rcodeptr, rcode, rcconst, {.elements = g, .terms = t, .atoms = c});
   with_constant(ncodeatom > 0, [&](auto hascode) {
     for_each_mirror(dim, stride, [&](i64 mirror, bool is_on_diagonal) {
       if (is_on_diagonal) {
-        result.append(operand, operand.ptr[e], operand.ptr[e + 1], hascode);
+        result.append(operand, e, hascode);
       } else {
-        result.append_scaled(operand, operand.ptr[e], operand.ptr[e + 1], half, hascode);
-        result.append_scaled(operand, operand.ptr[mirror], operand.ptr[mirror + 1], half, hascode);
+        result.append_scaled(operand, e, half, hascode);
+        result.append_scaled(operand, mirror, half, hascode);
       }
       result.close_element();
       ++e;

@@ -5,8 +5,8 @@
 //     write `rsp` 553 (lower) or 554 (upper), then the terms 555
 
 #include "index/five_axis_fold.h"
+#include "index/slots.h"
 #include "stack/record.h"
-#include "stack/slots.h"
 
 namespace fragments {
 namespace {
@@ -26,19 +26,19 @@ i32 write_triangle_positions(I32 dim, i32 k, Run<i64> sp, I32 stride, bool upper
 // The five-axis fold of the operand's shape: the first n extents into dim[0].
 KERNEL((547), (), fold_triangle_leading_axes, I32 dim, i32 shape, I32 wi32, i32 n)
 {
-  fold_axes(dim, 0, Run<i32>{wi32, shape}, 0, n);
+  fold_axes(dim, 0, Run{wi32, shape}, 0, n);
 }
 
 // The extents strictly between the two axes into dim[2].
 KERNEL((548), (), fold_triangle_axes_between, I32 dim, i32 shape, I32 wi32, i32 lo, i32 hi)
 {
-  fold_axes(dim, 2, Run<i32>{wi32, shape}, i64{lo} + 1, hi);
+  fold_axes(dim, 2, Run{wi32, shape}, i64{lo} + 1, hi);
 }
 
 // The extents behind the second axis `lo` into dim[4]; `hi` is the number of axes.
 KERNEL((549), (), fold_triangle_trailing_axes, I32 dim, i32 hi, i32 shape, I32 wi32, i32 lo)
 {
-  fold_axes(dim, 4, Run<i32>{wi32, shape}, i64{lo} + 1, hi);
+  fold_axes(dim, 4, Run{wi32, shape}, i64{lo} + 1, hi);
 }
 
 // Adds the atoms and terms of the triangle to `nc` and `nnz`.
@@ -46,19 +46,19 @@ KERNEL((551), (i32, i32), measure_triangle, i32 codeptr, I32 dim, bool hassp, i3
        i32 nnz, i32 sp, I32 stride, bool upper, I32 wi32, I64 wi64)
 {
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
-  Size triangle{.operand = operand, .hascode = ncodeatom > 0, .atoms = nc, .terms = nnz};
+  Size triangle(operand, ncodeatom > 0, {.terms = nnz, .atoms = nc});
   if (!hassp) {
     for_each_run_in_triangle(dim, stride, upper, [&](Positions flat, Positions, i64 n) {
       if (flat.step == 1) {
-        triangle.append_elements(flat[0], flat[n]);
+        triangle.append(operand.terms(flat[0], flat[n]));
       } else {
-        for (i64 k = 0; k < n; ++k) triangle.append_elements(flat[k], flat[k] + 1);
+        for (i64 k = 0; k < n; ++k) triangle.append(flat[k]);
       }
     });
   } else if (nelem > 0) {
     const Side outside = upper ? front : behind;
-    for_each_stored_stretch(FoldStrides(stride), Run<i64>{wi64, sp}, nelem, [&](i64 b, i64 e, Side side) {
-      if (side != outside) triangle.append_elements(b, e);
+    for_each_stored_stretch(FoldStrides(stride), Run{wi64, sp}, nelem, [&](i64 b, i64 e, Side side) {
+      if (side != outside) triangle.append(operand.terms(b, e));
     });
   }
   return {triangle.atoms, triangle.terms};
@@ -67,13 +67,13 @@ KERNEL((551), (i32, i32), measure_triangle, i32 codeptr, I32 dim, bool hassp, i3
 // The flat positions of the lower triangle, ascending, from slot k of `rsp` on; returns the k behind them.
 KERNEL((553), (i32), write_lower_triangle_positions, I32 dim, i32 k, I64 ri64, i32 rsp, I32 stride)
 {
-  return write_triangle_positions(dim, k, Run<i64>{ri64, rsp}, stride, false);
+  return write_triangle_positions(dim, k, Run{ri64, rsp}, stride, false);
 }
 
 // The same of the upper triangle.
 KERNEL((554), (i32), write_upper_triangle_positions, I32 dim, i32 k, I64 ri64, i32 rsp, I32 stride)
 {
-  return write_triangle_positions(dim, k, Run<i64>{ri64, rsp}, stride, true);
+  return write_triangle_positions(dim, k, Run{ri64, rsp}, stride, true);
 }
 
 // Writes the elements at the `count` positions in `rsp`, which ascend: the operand's terms there, none where a sparse
@@ -82,22 +82,11 @@ KERNEL((555), (i32, i32), write_triangle, i32 cconst, i32 code, i32 c, i32 codep
        i32 k, i32 nelem, i32 nidxs, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32,
        I64 ri64, i32 rhascode, i32 rnidxs, i32 rptr, i32 rsp, i32 sp, F64 wf64, I32 wi32, I64 wi64)
 {
-  const Operand operand{.ptr{wi32, ptr},
-                        .nidxs{wi64, nidxs},
-                        .cof{wf64, cof},
-                        .codeptr{wi32, codeptr},
-                        .code{wi32, code},
-                        .cconst{wf64, cconst}};
-  Writer result{.ptr{ri32, rptr},
-                .sp{ri64, rsp},
-                .nidxs{ri64, rnidxs},
-                .cof{rf64, rcof},
-                .codeptr{ri32, rcodeptr},
-                .code{ri32, rcode},
-                .cconst{rf64, rcconst},
-                .terms = k,
-                .atoms = c};
-  const Run<i64> pattern{wi64, sp};
+  const StackArrays w{wi32, wi64, wf64};
+  const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
+  const ResultArrays r{ri32, ri64, rf64};
+  Writer result = r.sparse_writer(rptr, rsp, rnidxs, rcof, rcodeptr, rcode, rcconst, {.terms = k, .atoms = c});
+  const Run pattern{wi64, sp};
   const Run<i64> positions = result.sp;
   with_constant(rhascode > 0, [&](auto hascode) {
     i64 f = 0;
@@ -106,7 +95,7 @@ KERNEL((555), (i32, i32), write_triangle, i32 cconst, i32 code, i32 c, i32 codep
         const i64 position = positions[i];
         while (f < nelem && pattern[f] < position) ++f;
         if (f < nelem && pattern[f] == position) {
-          result.append(operand, operand.ptr[f], operand.ptr[f + 1], hascode);
+          result.append(operand, f, hascode);
         }
         result.close_element();
         ++i;
@@ -126,7 +115,7 @@ KERNEL((555), (i32, i32), write_triangle, i32 cconst, i32 code, i32 c, i32 codep
 // `acc` times the n extents; `flag` comes back as it was given.
 KERNEL((556), (bool, i32), size_with_flag, i32 n, bool flag, i32 acc, i32 shape, I32 wi32)
 {
-  return {flag, product(acc, Run<i32>{wi32, shape}, 0, n)};
+  return {flag, product(acc, Run{wi32, shape}, 0, n)};
 }
 
 // Copies a whole record: `rsp` only if `hassp`, the code's fields only if `ncodeatom` is above 0.
@@ -134,15 +123,15 @@ KERNEL((557), (), copy_record_unchanged, i32 cconst, i32 code, i32 codeptr, i32 
        i32 nelem, i32 nidxs, i32 nnz, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32,
        I64 ri64, i32 rnidxs, i32 rptr, i32 rshape, i32 rsp, i32 shape, i32 sp, F64 wf64, I32 wi32, I64 wi64)
 {
-  copy_slots(Run<i32>{ri32, rshape}, Run<i32>{wi32, shape}, nd);
-  if (hassp) copy_slots(Run<i64>{ri64, rsp}, Run<i64>{wi64, sp}, nelem);
-  copy_slots(Run<i32>{ri32, rptr}, Run<i32>{wi32, ptr}, i64{nelem} + 1);
-  copy_slots(Run<i64>{ri64, rnidxs}, Run<i64>{wi64, nidxs}, nnz);
-  copy_slots(Run<f64>{rf64, rcof}, Run<f64>{wf64, cof}, nnz);
+  copy_slots(Run{ri32, rshape}, Run{wi32, shape}, nd);
+  if (hassp) copy_slots(Run{ri64, rsp}, Run{wi64, sp}, nelem);
+  copy_slots(Run{ri32, rptr}, Run{wi32, ptr}, i64{nelem} + 1);
+  copy_slots(Run{ri64, rnidxs}, Run{wi64, nidxs}, nnz);
+  copy_slots(Run{rf64, rcof}, Run{wf64, cof}, nnz);
   if (ncodeatom > 0) {
-    copy_slots(Run<i32>{ri32, rcodeptr}, Run<i32>{wi32, codeptr}, i64{nnz} + 1);
-    copy_slots(Run<i32>{ri32, rcode}, Run<i32>{wi32, code}, ncodeatom);
-    copy_slots(Run<f64>{rf64, rcconst}, Run<f64>{wf64, cconst}, ncodeatom);
+    copy_slots(Run{ri32, rcodeptr}, Run{wi32, codeptr}, i64{nnz} + 1);
+    copy_slots(Run{ri32, rcode}, Run{wi32, code}, ncodeatom);
+    copy_slots(Run{rf64, rcconst}, Run{wf64, cconst}, ncodeatom);
   }
 }
 

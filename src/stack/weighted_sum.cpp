@@ -22,11 +22,10 @@ void with_adder(Writer& result, const Operand& a, const Operand& b, bool hascode
 {
   with_constant(hascode || a.hascode || b.hascode, [&](auto anycode) {
     body([&](const Operand& operand, i64 f, f64 weight) {
-      const i32 begin = operand.ptr[f], end = operand.ptr[f + 1];
       if (anycode)
-        result.append_weighted(operand, begin, end, weight, hascode);
+        result.append_weighted(operand, f, weight, hascode);
       else
-        result.append_scaled(operand, begin, end, weight, anycode);
+        result.append_scaled(operand, f, weight, anycode);
     });
   });
 }
@@ -39,28 +38,11 @@ KERNEL((504), (i32, i32), write_dense_sum, i32 cconst1, i32 cconst2, i32 code1, 
        i32 nidxs2, i32 ptr1, i32 ptr2, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64,
        i32 rncodeatom, i32 rnelem, i32 rnidxs, i32 rptr, F64 wf64, I32 wi32, I64 wi64)
 {
-  const Operand a{.ptr{wi32, ptr1},
-                  .nidxs{wi64, nidxs1},
-                  .cof{wf64, cof1},
-                  .codeptr{wi32, codeptr1},
-                  .code{wi32, code1},
-                  .cconst{wf64, cconst1},
-                  .hascode = ncodeatom1 > 0};
-  const Operand b{.ptr{wi32, ptr2},
-                  .nidxs{wi64, nidxs2},
-                  .cof{wf64, cof2},
-                  .codeptr{wi32, codeptr2},
-                  .code{wi32, code2},
-                  .cconst{wf64, cconst2},
-                  .hascode = ncodeatom2 > 0};
-  Writer result{.ptr{ri32, rptr},
-                .nidxs{ri64, rnidxs},
-                .cof{rf64, rcof},
-                .codeptr{ri32, rcodeptr},
-                .code{ri32, rcode},
-                .cconst{rf64, rcconst},
-                .terms = nzi,
-                .atoms = codei};
+  const StackArrays w{wi32, wi64, wf64};
+  const Operand a = w.operand(ptr1, nidxs1, cof1, codeptr1, code1, cconst1, ncodeatom1 > 0);
+  const Operand b = w.operand(ptr2, nidxs2, cof2, codeptr2, code2, cconst2, ncodeatom2 > 0);
+  const ResultArrays r{ri32, ri64, rf64};
+  Writer result = r.writer(rptr, rnidxs, rcof, rcodeptr, rcode, rcconst, {.terms = nzi, .atoms = codei});
   with_adder(result, a, b, rncodeatom > 0, [&](auto add_element) {
     for (i64 k = 0; k < rnelem; ++k) {
       add_element(a, k, c1);
@@ -79,30 +61,12 @@ KERNEL((506), (i32, i32, i32, i32), write_dense_sparse_sum, i32 cconst1, i32 cco
        i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rncodeatom, i32 rnidxs, i32 rptr, i32 sp2, F64 wf64,
        I32 wi32, I64 wi64)
 {
-  const Operand a{.ptr{wi32, ptr1},
-                  .nidxs{wi64, nidxs1},
-                  .cof{wf64, cof1},
-                  .codeptr{wi32, codeptr1},
-                  .code{wi32, code1},
-                  .cconst{wf64, cconst1},
-                  .hascode = ncodeatom1 > 0};
-  const Operand b{.ptr{wi32, ptr2},
-                  .nidxs{wi64, nidxs2},
-                  .cof{wf64, cof2},
-                  .codeptr{wi32, codeptr2},
-                  .code{wi32, code2},
-                  .cconst{wf64, cconst2},
-                  .hascode = ncodeatom2 > 0};
-  Writer result{.ptr{ri32, rptr},
-                .nidxs{ri64, rnidxs},
-                .cof{rf64, rcof},
-                .codeptr{ri32, rcodeptr},
-                .code{ri32, rcode},
-                .cconst{rf64, rcconst},
-                .elements = elmi,
-                .terms = nzi,
-                .atoms = codei};
-  const Run<i64> pattern{wi64, sp2};
+  const StackArrays w{wi32, wi64, wf64};
+  const Operand a = w.operand(ptr1, nidxs1, cof1, codeptr1, code1, cconst1, ncodeatom1 > 0);
+  const Operand b = w.operand(ptr2, nidxs2, cof2, codeptr2, code2, cconst2, ncodeatom2 > 0);
+  const ResultArrays r{ri32, ri64, rf64};
+  Writer result = r.writer(rptr, rnidxs, rcof, rcodeptr, rcode, rcconst, {.elements = elmi, .terms = nzi, .atoms = codei});
+  const Run pattern{wi64, sp2};
   with_adder(result, a, b, rncodeatom > 0, [&](auto add_element) {
     for (i64 f = 0; f < nelem1; ++f) {
       add_element(a, f, c1);
@@ -116,7 +80,7 @@ KERNEL((506), (i32, i32, i32, i32), write_dense_sparse_sum, i32 cconst1, i32 cco
 // acc plus the number of elements of the sum of two sparse operands: the union of their patterns.
 KERNEL((508), (i32), count_union, i32 n1, i32 n2, i32 acc, i32 sp1, i32 sp2, I64 wi64)
 {
-  const Run<i64> pattern1{wi64, sp1}, pattern2{wi64, sp2};
+  const Run pattern1{wi64, sp1}, pattern2{wi64, sp2};
   return acc + union_size(
                    n1, n2, [&](i32 k) { return pattern1[k]; }, [&](i32 k) { return pattern2[k]; });
 }
@@ -128,28 +92,12 @@ KERNEL((510), (), write_sparse_sum, i32 cconst1, i32 cconst2, i32 code1, i32 cod
        i32 nidxs2, i32 ptr1, i32 ptr2, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64,
        i32 rncodeatom, i32 rnidxs, i32 rptr, i32 rsp, i32 sp1, i32 sp2, F64 wf64, I32 wi32, I64 wi64)
 {
-  const Operand a{.ptr{wi32, ptr1},
-                  .nidxs{wi64, nidxs1},
-                  .cof{wf64, cof1},
-                  .codeptr{wi32, codeptr1},
-                  .code{wi32, code1},
-                  .cconst{wf64, cconst1},
-                  .hascode = ncodeatom1 > 0};
-  const Operand b{.ptr{wi32, ptr2},
-                  .nidxs{wi64, nidxs2},
-                  .cof{wf64, cof2},
-                  .codeptr{wi32, codeptr2},
-                  .code{wi32, code2},
-                  .cconst{wf64, cconst2},
-                  .hascode = ncodeatom2 > 0};
-  Writer result{.ptr{ri32, rptr},
-                .sp{ri64, rsp},
-                .nidxs{ri64, rnidxs},
-                .cof{rf64, rcof},
-                .codeptr{ri32, rcodeptr},
-                .code{ri32, rcode},
-                .cconst{rf64, rcconst}};
-  const Run<i64> pattern1{wi64, sp1}, pattern2{wi64, sp2};
+  const StackArrays w{wi32, wi64, wf64};
+  const Operand a = w.operand(ptr1, nidxs1, cof1, codeptr1, code1, cconst1, ncodeatom1 > 0);
+  const Operand b = w.operand(ptr2, nidxs2, cof2, codeptr2, code2, cconst2, ncodeatom2 > 0);
+  const ResultArrays r{ri32, ri64, rf64};
+  Writer result = r.sparse_writer(rptr, rsp, rnidxs, rcof, rcodeptr, rcode, rcconst);
+  const Run pattern1{wi64, sp1}, pattern2{wi64, sp2};
   result.ptr[0] = 0;
   if (rncodeatom > 0) result.codeptr[0] = 0;
   with_adder(result, a, b, rncodeatom > 0, [&](auto add_element) {

@@ -7,7 +7,8 @@
 //
 // `ptrb[0]` and `eptrb[0]` are the caller's.
 
-#include "stack/runs.h"
+#include "frame/copy_run.h"
+#include "frame/frame.h"
 
 namespace fragments {
 namespace {
@@ -32,7 +33,7 @@ void expand_constants(F64 a, F64 bfix, F64 ebfix)
 {
   for (i64 r = 0; r < bfix.count; ++r) {
     const f64 constant = bfix[r];
-    copy_run(Run<f64>{ebfix, r * a.count}, Run<f64>{a, 0}, a.count,
+    copy_run(Run{ebfix, r * a.count}, Run{a, 0}, a.count,
              [constant](f64 weight) { return constant * weight; });
   }
 }
@@ -61,7 +62,7 @@ KERNEL((590), (), expand_coefficients, F64 a, F64 cof, F64 ecof, i32 c, i32 n, i
 {
   if (n <= 0) return;
   const f64 weight = a[c];
-  copy_run(Run<f64>{ecof, base}, Run<f64>{cof, 0}, n, [weight](f64 x) { return x * weight; });
+  copy_run(Run{ecof, base}, Run{cof, 0}, n, [weight](f64 x) { return x * weight; });
 }
 
 // Positions and row pointers of n rows of a dense expression by all weights, appended from row k on; returns the new k.

@@ -7,8 +7,8 @@ namespace fragments {
 // Unit terms: the `ptr` of n elements with one term each, closing entry included, and m coefficients of 1.0.
 KERNEL((574), (), push_unit_terms, i32 cofbase, i32 n, i32 m, i32 ptrbase, F64 rf64, I32 ri32)
 {
-  const Run<i32> ptr{ri32, ptrbase};
-  const Run<f64> cof{rf64, cofbase};
+  const Run ptr{ri32, ptrbase};
+  const Run cof{rf64, cofbase};
   for (i32 i = 0; i < n; ++i) ptr[i] = i;
   if (n >= 0) ptr[n] = n;
   for (i32 i = 0; i < m; ++i) cof[i] = 1.0;
@@ -19,12 +19,12 @@ KERNEL((574), (), push_unit_terms, i32 cofbase, i32 n, i32 m, i32 ptrbase, F64 r
 KERNEL((609), (), push_stored_expression, F64 bfix, i32 cof, F64 cof_v, F64 f64_arg, I32 i32_arg, I64 i64_arg, i32 nd,
        i32 nelem, i32 nidxs, i32 ptr, I64 ptrb, I32 shape, i32 shapepos, I64 subj, bool flag)
 {
-  const Run<i32> extents{i32_arg, shapepos};
+  const Run extents{i32_arg, shapepos};
   for (i64 d = 0; d < nd; ++d) extents[d] = shape[d];
 
-  const Run<i32> ends{i32_arg, ptr};
-  const Run<i64> variables{i64_arg, nidxs};
-  const Run<f64> coefficients{f64_arg, cof};
+  const Run ends{i32_arg, ptr};
+  const Run variables{i64_arg, nidxs};
+  const Run coefficients{f64_arg, cof};
   ends[0] = 0;
   if (nelem <= 0) return;
   const i64 first = ptrb[0];

@@ -68,7 +68,7 @@ KERNEL((649), (i32, i32), find_end_and_greatest, i32 cur, i32 top, I32 next, i32
 // Lists the run of n slots from `cur` on in `target` from place `base` on; returns the slot behind it.
 KERNEL((647), (i32), list_run, i32 cur, I32 next, i32 n, i32 base, I32 target)
 {
-  const Run<i32> places{target, base};
+  const Run places{target, base};
   for (i64 k = 0; k < n; ++k) {
     places[k] = cur;
     cur = next[cur];
@@ -79,7 +79,7 @@ KERNEL((647), (i32), list_run, i32 cur, I32 next, i32 n, i32 base, I32 target)
 // Lists the n slots behind `cur`, without `cur` itself.
 KERNEL((648), (), list_successors, i32 cur, I32 next, i32 n, i32 base, I32 target)
 {
-  const Run<i32> places{target, base};
+  const Run places{target, base};
   for (i64 k = 0; k < n; ++k) places[k] = cur = next[cur];
 }
 

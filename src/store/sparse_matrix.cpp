@@ -69,7 +69,7 @@ KERNEL((585), (), flatten_dense_matrix, i32 rows, i32 cols, F64 mval, F64x2 mx)
 KERNEL((638), (i32), transpose_dense_matrix, F64 data, i32 rows, i32 cols, F64 newdata, i32 base, i32 m)
 {
   for (i64 r = 0; r < rows; ++r) {
-    const Run<f64> row{data, base + r * cols};
+    const Run row{data, base + r * cols};
     for (i64 c = 0; c < cols; ++c) newdata[r + c * m] = row[c];
   }
   return wrapping_add(base, wrapping_mul(rows, cols));
@@ -86,7 +86,7 @@ KERNEL((644), (), scatter_entries, i32 ncols, F64 r, I32 subi, I32 subj, F64 val
 KERNEL((640), (bool), find_entry_outside, i32 nrows, i32 ncols, i64 n, bool flag, I32 subi_, I32 subj_)
 {
   i32 outside = flag;
-  for (i64 k = 0; k < n; ++k) outside |= is_outside(subi_, subj_, nrows, ncols, k);
+  for (i64 k = 0; k < n; ++k) outside |= is_entry_outside(subi_, subj_, nrows, ncols, k);
   return outside != 0;
 }
 
@@ -136,7 +136,7 @@ KERNEL((643), (i64), find_row_starts, i32 n, i64 hi, i64 lo, I64 ptrb, I32 subi)
 // `msubi`; this is intended.
 KERNEL((632), (), place_diagonal_block, i64 n, i64 base, I32 msubi, i32 rowoff, i32 coloff, I32 subi, I32 subj)
 {
-  const Run<i32> rows{subi, base}, columns{subj, base};
+  const Run rows{subi, base}, columns{subj, base};
   for (i64 k = 0; k < n; ++k) {
     rows[k] = wrapping_add(msubi[k], rowoff);
     columns[k] = wrapping_add(msubi[k], coloff);

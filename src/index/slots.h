@@ -2,6 +2,8 @@
 // array. A count of 0 or less does nothing.
 #pragma once
 
+#include <type_traits>
+
 #include "frame/frame.h"
 
 namespace fragments {
@@ -13,13 +15,13 @@ void fill_slots(Run<T> to, i64 n, T value)
 }
 
 template <class T>
-void copy_slots(Run<T> to, Run<T> from, i64 n)
+void copy_slots(Run<T> to, std::type_identity_t<Run<const T>> from, i64 n)
 {
   for (i64 k = 0; k < n; ++k) to[k] = from[k];
 }
 
 template <class T>
-void scale_slots(Run<T> to, Run<T> from, i64 n, T factor)
+void scale_slots(Run<T> to, std::type_identity_t<Run<const T>> from, i64 n, T factor)
 {
   for (i64 k = 0; k < n; ++k) to[k] = from[k] * factor;
 }

@@ -1,4 +1,4 @@
-// Row runs of a sparse pattern.
+// Runs in a sparse pattern and in an order of elements.
 #pragma once
 
 #include "index/divisor.h"
@@ -8,7 +8,7 @@ namespace fragments {
 // Walks n flat positions in row runs, the maximal stretches with the same row t = sp / width. run(t, b, e) is called
 // for the positions b .. e-1.
 template <class EachRun>
-void for_each_row_run(Run<i64> sp, i32 n, i64 width, EachRun run)
+void for_each_row_run(Run<const i64> sp, i32 n, i64 width, EachRun run)
 {
   const Divisor divisor(width);
   for (i32 b = 0; b < n;) {
@@ -21,10 +21,24 @@ void for_each_row_run(Run<i64> sp, i32 n, i64 width, EachRun run)
   }
 }
 
+// Walks the numbers order[b], order[b+1], ... order[e-1] in runs of neighbours: run(first, last) for each maximal
+// stretch of the numbers first, first+1, ... last-1.
+template <class Order, class EachRun>
+void for_each_neighbour_run(const Order& order, i64 b, i64 e, EachRun run)
+{
+  while (b < e) {
+    const i64 first = order[b];
+    i64 last = first;
+    do ++last, ++b;
+    while (b < e && order[b] == last);
+    run(first, last);
+  }
+}
+
 // The column of item k of a pattern, sp[k] % width. It divides only where the row changes, so that it is cheap to call
 // in the order of the items.
 struct ColumnOf {
-  Run<i64> sp;
+  Run<const i64> sp;
   Divisor width;
   i64 row_start = 0;
 

@@ -4,7 +4,9 @@
 // therefore move in pairs by running pointers; only longer ones, which are worth a call, go through a vectorised loop.
 #pragma once
 
-#include "frame/frame.h"
+#include <type_traits>
+
+#include "frame/run.h"
 
 namespace fragments {
 
@@ -19,7 +21,7 @@ inline void stay_scalar(i64& k)
 // The loop over a long run. It is a function of its own since the compiler takes it for a cold one among the short runs
 // of a kernel, and leaves it unaligned, at half its speed.
 template <class T, class F>
-[[gnu::noinline]] void copy_long_run(Run<T> to, Run<T> from, i64 n, F f)
+[[gnu::noinline]] void copy_long_run(Run<T> to, Run<const T> from, i64 n, F f)
 {
   if (to.stride == 1 && from.stride == 1) {
     for (i64 k = 0; k < n; ++k) to.data[k] = f(from.data[k]);
@@ -30,7 +32,7 @@ template <class T, class F>
 
 // to[k] = f(from[k]) for k below n. Source and target are different arrays.
 template <class T, class F>
-void copy_run(Run<T> to, Run<T> from, i64 n, F f)
+void copy_run(Run<T> to, std::type_identity_t<Run<const T>> from, i64 n, F f)
 {
   to.bounds.check_run(n);
   from.bounds.check_run(n);
@@ -54,14 +56,14 @@ void copy_run(Run<T> to, Run<T> from, i64 n, F f)
   }
 }
 template <class T>
-void copy_run(Run<T> to, Run<T> from, i64 n)
+void copy_run(Run<T> to, std::type_identity_t<Run<const T>> from, i64 n)
 {
   copy_run(to, from, n, [](T value) { return value; });
 }
 
 // The run of variables as it is and the run of coefficients through f, for n terms.
 template <class F>
-void copy_terms(Run<i64> to_nidxs, Run<i64> nidxs, Run<f64> to_cof, Run<f64> cof, i64 n, F f)
+void copy_terms(Run<i64> to_nidxs, Run<const i64> nidxs, Run<f64> to_cof, Run<const f64> cof, i64 n, F f)
 {
   if (n == 1) {
     to_nidxs[0] = nidxs[0];
