@@ -1,21 +1,24 @@
 #!/usr/bin/env python3
-"""Read the KERNEL declarations of the C++ sources and write what people and tools want to know of them.
+"""Write what people and tools want to know of the kernels.
 
     kernels.py table            one line a number, tab-separated: number, body (the lowest number of its group), format
                                 (the letters that the arguments are parsed by), parameters (name:kind), result
-    kernels.py describe N ...   the kernels of these numbers, with what they compute and where they stand
+    kernels.py describe N ...   the kernels of these numbers: what they compute, what each parameter and result means
+    kernels.py check            what is left unexplained or explained wrongly; succeeds if there is nothing
     kernels.py stub             the type stub fragments.pyi
     kernels.py reference        the kernel reference in Markdown, by family and by number
 """
 
 import argparse
+import keyword
 import re
+import signal
 import textwrap
-from dataclasses import dataclass
-from pathlib import Path
+from itertools import groupby
 
-ROOT = Path(__file__).resolve().parent.parent
-SOURCES = ROOT / "src"
+from declarations import read_kernels
+
+WIDTH = 120
 
 FOLDERS = {
     "stack": "Operators on expression records",
@@ -25,190 +28,288 @@ FOLDERS = {
     "model": "Variable views, model rows, domains and solutions",
 }
 
-# The C++ type of a parameter: its letter in the format, and its kind.
-PARAMETER_TYPES = {
-    "i32": ("i", "i"),
-    "i64": ("L", "L"),
-    "f64": ("d", "d"),
-    "bool": ("p", "p"),
-    "I32": ("O", "i32"),
-    "I64": ("O", "i64"),
-    "F64": ("O", "f64"),
-    "I32x2": ("O", "i32x2"),
-    "F64x2": ("O", "f64x2"),
-    "I32Table": ("O", "i32*"),
-}
-
-DECLARATION = re.compile(
-    r"^(?P<comment>(?:^//[^\n]*\n)*)"
-    r"KERNEL\(\((?P<numbers>[\d,\s]+)\),\s*\((?P<results>[\w,\s]*)\),\s*(?P<name>\w+),(?P<parameters>[^)]*)\)",
-    re.MULTILINE,
-)
-
-
-@dataclass(frozen=True)
-class Kernel:
-    """One KERNEL declaration.
-
-    numbers: the N of its module functions `_c_closure_N`, ascending; parameters: (name, kind) in order, the kinds being
-    those of PARAMETER_TYPES; results: C++ types, none for None, several for a tuple; comment: the text above it.
-    """
-
-    numbers: tuple
-    name: str
-    format: str
-    parameters: tuple
-    results: tuple
-    comment: str
-    file: Path
-    line_number: int
-
-    def line(self, number):
-        """The table's line for one of the kernel's numbers."""
-        parameters = " ".join(f"{name}:{kind}" for name, kind in self.parameters)
-        result = ",".join(self.results) or "none"
-        return "\t".join([str(number), str(self.numbers[0]), self.format, parameters, result])
-
-    def names(self):
-        """Its module functions, as one text."""
-        return ", ".join(f"_c_closure_{number}" for number in self.numbers)
-
-    def place(self):
-        """File and line of the declaration, from the root of the tree."""
-        return f"{self.file.relative_to(ROOT)}:{self.line_number}"
-
-    def description(self):
-        """Several lines for people: names, parameters with their kinds, result, comment, place."""
-        parameters = ", ".join(f"{name}: {kind}" for name, kind in self.parameters)
-        call = textwrap.fill(f"{self.name}({parameters}) -> {', '.join(self.results) or 'None'}", 110, subsequent_indent="    ")
-        return f"{self.names()}   {self.place()}\n{call}\n\n{textwrap.indent(self.comment, '    ')}\n"
-
-
-def parse_parameter(text):
-    """(name, letter, kind) of one parameter as declared, attributes and the ending `_arg` left out."""
-    *_, cpp_type, name = text.split()
-    letter, kind = PARAMETER_TYPES[cpp_type]
-    return name.removesuffix("_arg"), letter, kind
-
-
-def read_kernels(sources=SOURCES):
-    """All kernels declared below a folder, in the order of the files. ValueError if a number is declared twice."""
-    kernels = []
-    seen = set()
-    for file in sorted(sources.rglob("*.cpp")):
-        text = file.read_text()
-        for match in DECLARATION.finditer(text):
-            numbers = tuple(sorted(int(number) for number in match["numbers"].split(",")))
-            if not seen.isdisjoint(numbers):
-                raise ValueError(f"{file}: a number of {match['name']} is declared twice")
-            seen.update(numbers)
-            parameters = [parse_parameter(text) for text in match["parameters"].split(",")]
-            kernels.append(
-                Kernel(
-                    numbers=numbers,
-                    name=match["name"],
-                    format="".join(letter for _, letter, _ in parameters),
-                    parameters=tuple((name, kind) for name, _, kind in parameters),
-                    results=tuple(match["results"].replace(",", " ").split()),
-                    comment=uncommented(match["comment"]),
-                    file=file,
-                    line_number=text.count("\n", 0, match.start("numbers")) + 1,
-                )
-            )
-    return kernels
-
-
-def uncommented(text):
-    """The text of a block of // lines."""
-    return re.sub(r"^// ?", "", text, flags=re.MULTILINE).strip()
-
 
 def by_number(kernels):
     """[(number, kernel)], ascending."""
-    return sorted((number, kernel) for kernel in kernels for number in kernel.numbers)
+    return sorted(((number, kernel) for kernel in kernels for number in kernel.numbers), key=lambda item: item[0])
+
+
+def explanation(kernel, parameter):
+    """(role, length, meaning) of a parameter or result, empty where nothing explains it."""
+    entry = kernel.entry(parameter)
+    return (entry.role_among(kernel.own_names()), entry.length, entry.meaning) if entry else ("", "", "")
+
+
+def result_explanation(kernel, result):
+    """(role, length, meaning) of a result."""
+    return ("", "", "carried on") if kernel.is_carried_on(result) else explanation(kernel, result)
+
+
+# table
 
 
 def table(kernels):
-    lines = [kernel.line(number) for number, kernel in by_number(kernels)]
-    return "\n".join(["number\tbody\tformat\tparameters\tresult", *lines])
+    return "\n".join(["number\tbody\tformat\tparameters\tresult"] + [table_line(*item) for item in by_number(kernels)])
 
+
+def table_line(number, kernel):
+    parameters = " ".join(f"{name}:{kind}" for name, kind in kernel.parameters)
+    return "\t".join([str(number), str(kernel.numbers[0]), kernel.format, parameters, ",".join(kernel.results) or "none"])
+
+
+# describe
+
+
+def describe(kernels, numbers):
+    """The kernels of these numbers, each family's head once behind them. SystemExit if there is none for a number."""
+    kernel_of = dict(by_number(kernels))
+    for number in numbers:
+        if number not in kernel_of:
+            raise SystemExit(f"there is no _c_closure_{number}")
+    parts = []
+    for family, group in groupby((kernel_of[number] for number in numbers), key=lambda kernel: kernel.family):
+        parts += [description(kernel) for kernel in group]
+        if family.head.text:
+            parts.append(f"--- {family.place()}\n\n{family.head.text}\n")
+    return "\n".join(parts)
+
+
+def description(kernel):
+    names = ", ".join(name for name, _ in kernel.parameters)
+    results = ", ".join(result.name or result.type for result in kernel.gives) or "None"
+    call = textwrap.fill(f"{kernel.name}({names}) -> {results}", WIDTH, subsequent_indent="    ")
+    rows = [("parameter", "kind", "role", "", "length", "meaning")]
+    for parameter in kernel.takes:
+        role, *rest = explanation(kernel, parameter)
+        rows.append((parameter.name, parameter.kind, role, parameter.access, *rest))
+    if kernel.gives:
+        rows.append(("result", "", "", "", "", ""))
+    for result in kernel.gives:
+        role, *rest = result_explanation(kernel, result)
+        rows.append((result.name, result.type, role, "", *rest))
+    return f"{kernel.names()}   {kernel.place()}\n{call}\n\n{kernel.comment.text}\n\n{in_columns(rows)}\n"
+
+
+def in_columns(rows):
+    """Rows of cells as lines, the last column wrapped."""
+    widths = [max(map(len, column)) for column in zip(*rows)][:-1]
+    lines = []
+    for *cells, last in rows:
+        start = "".join(cell.ljust(width + 2) for cell, width in zip(cells, widths) if width)
+        room = max(WIDTH - len(start), 40)
+        wrapped = textwrap.wrap(last, room) or [""]
+        lines += [(start + wrapped[0]).rstrip()] + [" " * len(start) + rest for rest in wrapped[1:]]
+    return "\n".join(lines)
+
+
+# check
+
+# A comment is read alone, so that it can't point to the one before it.
+LEANING = re.compile(
+    r"\AThe same\b|\b(as above|see above|see below|ditto|likewise|the other way (a)?round|of that (with|without))\b"
+)
+# Numbers of kernels that stand in comments. Those of fewer digits are all taken, so that none of them can be wrong.
+CITED = re.compile(r"(?<![\w.^-])\d{3}(?![\w.])")
+
+
+def check(kernels):
+    """What is wrong, one line each."""
+    declared = {number for kernel in kernels for number in kernel.numbers}
+    faults = []
+    for family, members in groupby(kernels, key=lambda kernel: kernel.family):
+        members = list(members)
+        names = set().union(*(kernel.own_names() for kernel in members))
+        place = f"{family.place()}:1 head"
+        faults += [f"{place}: {fault}" for fault in comment_faults(family.head, names, declared)]
+        for kernel in members:
+            place = f"{kernel.place()} {kernel.name}"
+            faults += [f"{place}: {fault}" for fault in kernel_faults(kernel, declared)]
+    return faults + [f"src/parameters.md: {fault}" for fault in dictionary_faults(kernels)]
+
+
+def comment_faults(comment, names, declared):
+    """Faults of a comment over parameters and results of these names."""
+    yield from entry_faults(comment)
+    for name in comment.entries:
+        if name not in names:
+            yield f"explains {name}, which is not there"
+    for number in CITED.findall(comment.text):
+        if int(number) not in declared:
+            yield f"names {number}, which is no kernel"
+
+
+def entry_faults(comment):
+    yield from comment.faults
+    for entry in comment.entries.values():
+        if not entry.has_known_role():
+            yield f"gives {entry.name} the unknown role {entry.role}"
+
+
+def kernel_faults(kernel, declared):
+    yield from comment_faults(kernel.comment, kernel.own_names(), declared)
+    if not kernel.comment.text:
+        yield "has no comment"
+    leaning = LEANING.search(kernel.comment.text)
+    if leaning:
+        yield f"leans on another comment: {leaning[0]}"
+    for parameter in kernel.takes:
+        yield from explanation_faults(kernel, parameter)
+    for result in kernel.gives:
+        if not result.name:
+            yield f"has a result {result.type} without a name"
+        elif not kernel.is_carried_on(result):
+            yield from explanation_faults(kernel, result)
+        elif (result.name, result.kind) not in kernel.parameters:
+            yield f"gives {result.name} back in another type"
+
+
+def explanation_faults(kernel, parameter):
+    entry = kernel.entry(parameter)
+    if not entry:
+        yield f"does not explain {parameter.name}:{parameter.kind}"
+    elif (entry.role == "array") != parameter.is_array:
+        yield f"takes {parameter.name}:{parameter.kind} for: {entry.role}"
+    elif entry.arrays() and kernel.own_names().isdisjoint(entry.arrays()):
+        yield f"has no array for {parameter.name}, {entry.role}"
+
+
+def dictionary_faults(kernels):
+    dictionary = kernels[0].dictionary
+    used = {id(kernel.entry(declared)) for kernel in kernels for declared in kernel.takes + kernel.gives}
+    yield from entry_faults(dictionary)
+    for entry in dictionary.entries.values():
+        if id(entry) not in used:
+            yield f"explains {entry.name}, which no kernel needs"
+
+
+# stub
 
 STUB_HEAD = '''\
-"""The kernels. Arguments are positional; arrays are any objects with a buffer, changed in place."""
+"""The kernels. Arguments are positional; arrays are buffers, None stands for an empty one."""
 
+from array import array
 from typing import Any, Tuple, Union
 
-from typing_extensions import Buffer
+import numpy
+from numpy.typing import NDArray
 
-I32 = Union[Buffer, None]  # one-dimensional, 4-byte signed integers
-I64 = Union[Buffer, None]  # one-dimensional, 8-byte signed integers
-F64 = Union[Buffer, None]  # one-dimensional, doubles
-I32x2 = Union[Buffer, None]  # two-dimensional, 4-byte signed integers
-F64x2 = Union[Buffer, None]  # two-dimensional, doubles
-I32Table = Union[Buffer, None]  # one-dimensional, references to I32 arrays or None
+Int = Union[int, numpy.integer[Any]]
+Float = Union[float, numpy.floating[Any], numpy.integer[Any]]
+Flag = object  # its truth counts
+I32 = Union[NDArray[numpy.int32], array[int], memoryview, None]  # one-dimensional, 4-byte signed integers
+I64 = Union[NDArray[numpy.int64], array[int], memoryview, None]  # one-dimensional, 8-byte signed integers
+F64 = Union[NDArray[numpy.float64], array[float], memoryview, None]  # one-dimensional, doubles
+I32x2 = Union[NDArray[numpy.int32], memoryview, None]  # two-dimensional, 4-byte signed integers
+F64x2 = Union[NDArray[numpy.float64], memoryview, None]  # two-dimensional, doubles
+I32Table = Union[NDArray[numpy.object_], memoryview, None]  # one-dimensional, references to I32 arrays or None
 '''
 
-STUB_KINDS = {
-    "i": "int", "L": "int", "d": "float", "p": "Any",
-    "i32": "I32", "i64": "I64", "f64": "F64", "i32x2": "I32x2", "f64x2": "F64x2", "i32*": "I32Table",
-}  # fmt: skip
+STUB_TYPES = {"i32": "Int", "i64": "Int", "f64": "Float", "bool": "Flag"}  # arrays have their C++ types
 STUB_RESULTS = {"i32": "int", "i64": "int", "bool": "bool"}
 
 
 def stub(kernels):
-    functions = [STUB_HEAD]
-    for number, kernel in by_number(kernels):
-        parameters = ", ".join(f"{name}: {STUB_KINDS[kind]}" for name, kind in kernel.parameters)
-        results = [STUB_RESULTS[result] for result in kernel.results]
-        result = f"Tuple[{', '.join(results)}]" if len(results) > 1 else "".join(results) or "None"
-        comment = textwrap.indent(kernel.comment.replace("\\", "\\\\"), "    ").strip()
-        functions.append(f'def _c_closure_{number}({parameters}, /) -> {result}:\n    """{comment}"""\n')
-    return "\n".join(functions)
+    return "\n".join([STUB_HEAD] + [stub_function(*item) for item in by_number(kernels)])
+
+
+def stub_function(number, kernel):
+    parameters = ", ".join(f"{python_name(p.name)}: {STUB_TYPES.get(p.type, p.type)}" for p in kernel.takes)
+    results = [STUB_RESULTS[result.type] for result in kernel.gives]
+    result = f"Tuple[{', '.join(results)}]" if len(results) > 1 else "".join(results) or "None"
+    signature = textwrap.fill(
+        f"def _c_closure_{number}({parameters}, /) -> {result}:", WIDTH, subsequent_indent=" " * 8, break_long_words=False
+    )
+    doc = textwrap.indent(stub_doc(kernel), "    ").replace("\\", "\\\\")
+    return f'{signature}\n    """{doc.strip()}\n    """\n'
+
+
+def python_name(name):
+    """A parameter's name; they are positional, so that one which Python has taken can be changed."""
+    return name + "_" if keyword.iskeyword(name) else name
+
+
+def stub_doc(kernel):
+    """The comment, then the parameters and the results."""
+    lines = [stub_doc_line(p.name, *explanation(kernel, p)) for p in kernel.takes]
+    lines += ["returns"] if kernel.gives else []
+    lines += [stub_doc_line(r.name or r.type, *result_explanation(kernel, r)) for r in kernel.gives]
+    return "\n\n".join(filter(None, [kernel.comment.text, "\n".join(lines)]))
+
+
+def stub_doc_line(name, role, length, meaning):
+    brackets = "; ".join(filter(None, [role, length]))
+    text = f"{name} ({brackets}): {meaning}" if brackets else f"{name}: {meaning}" if meaning else name
+    return textwrap.fill(text, WIDTH - 4, subsequent_indent="    ")
+
+
+# reference
 
 
 def reference(kernels):
     lines = ["# Kernel reference", "", "By family; [by number](#by-number) at the end.", ""]
     for folder, title in FOLDERS.items():
-        files = sorted({kernel.file for kernel in kernels if kernel.file.parent.name == folder})
-        lines += [f"## {title}", ""] if files else []
-        for file in files:
-            head = re.match(r"(//[^\n]*\n)*", file.read_text())[0]
-            lines += [f"### {file.stem.replace('_', ' ').capitalize()}", "", uncommented(head), ""]
-            for kernel in kernels:
-                if kernel.file != file:
-                    continue
-                parameters = ", ".join(f"`{name}` {kind}" for name, kind in kernel.parameters)
-                lines += [
-                    f'<a id="{kernel.numbers[0]}"></a>**{kernel.name}**: {kernel.names()} ({kernel.place()})',
-                    "",
-                    kernel.comment,
-                    "",
-                    f"- parameters: {parameters}",
-                    f"- result: {', '.join(kernel.results) or 'None'}",
-                    "",
-                ]
+        lines += [f"## {title}", ""]
+        members = [kernel for kernel in kernels if kernel.family.file.parent.name == folder]
+        for family, group in groupby(members, key=lambda kernel: kernel.family):
+            lines += [f"### {family.file.stem.replace('_', ' ').capitalize()}", "", markdown(family.head.text), ""]
+            for kernel in group:
+                lines += reference_lines(kernel)
     lines += ["## By number", ""]
-    lines += [f"- _c_closure_{number}: [{kernel.name}](#{kernel.numbers[0]})" for number, kernel in by_number(kernels)]
+    lines += [f"- \\_c_closure_{number}: [{kernel.name}](#{kernel.numbers[0]})" for number, kernel in by_number(kernels)]
     return "\n".join(lines)
 
 
-def describe(kernels, numbers):
-    """The descriptions of the kernels of these numbers. SystemExit if there is none for a number."""
-    kernel_of = dict(by_number(kernels))
-    for number in numbers:
-        if number not in kernel_of:
-            raise SystemExit(f"there is no _c_closure_{number}")
-    return "\n".join(kernel_of[number].description() for number in numbers)
+def reference_lines(kernel):
+    title = f'<a id="{kernel.numbers[0]}"></a>**{kernel.name}**: `{kernel.names()}` ({kernel.place()})'
+    lines = [title, "", markdown(kernel.comment.text), ""]
+    lines += ["| parameter | kind | role | | length | meaning |", "| --- | --- | --- | --- | --- | --- |"]
+    for parameter in kernel.takes:
+        role, length, meaning = explanation(kernel, parameter)
+        lines.append(markdown_row(f"`{parameter.name}`", parameter.kind, role, parameter.access, length, meaning))
+    for result in kernel.gives:
+        role, length, meaning = result_explanation(kernel, result)
+        name = f"returns `{result.name}`" if result.name else "returns"
+        lines.append(markdown_row(name, result.type, role, "", length, meaning))
+    return lines + [""]
+
+
+def markdown(text):
+    """A comment in Markdown: its indented lines as they are, all else as paragraphs in which only `names` are marked."""
+    blocks = []
+    for is_literal, lines in groupby(text.splitlines(), key=lambda line: line.startswith("    ")):
+        if is_literal:
+            blocks.append("\n".join(lines))
+        else:
+            blocks += [escaped(" ".join(paragraph.split())) for paragraph in "\n".join(lines).split("\n\n")]
+    return "\n\n".join(block for block in blocks if block)
+
+
+def escaped(text):
+    """A line of text in Markdown, nothing but code in backticks being marked up."""
+    parts = text.split("`")
+    parts[::2] = [re.sub(r"([\\*_<>\[\]#|~+-])", r"\\\1", part) for part in parts[::2]]
+    return "`".join(parts)
+
+
+def markdown_row(*cells):
+    return f"| {' | '.join(map(escaped, cells))} |"
 
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("command", choices=["table", "describe", "stub", "reference"])
+    parser.add_argument("command", choices=["table", "describe", "check", "stub", "reference"])
     parser.add_argument("numbers", type=int, nargs="*", metavar="N", help="for describe")
     arguments = parser.parse_args()
+    if arguments.command == "describe" and not arguments.numbers:
+        parser.error("describe needs the numbers of kernels (make describe N=472, or N='472 473')")
+    signal.signal(signal.SIGPIPE, signal.SIG_DFL)  # a reader may stop early
     kernels = read_kernels()
     if arguments.command == "describe":
         print(describe(kernels, arguments.numbers))
+    elif arguments.command == "check":
+        faults = check(kernels)
+        print("\n".join(faults), end="\n" if faults else "")
+        raise SystemExit(1 if faults else 0)
     else:
         print({"table": table, "stub": stub, "reference": reference}[arguments.command](kernels))
 
