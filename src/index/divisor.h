@@ -45,7 +45,7 @@ class Divisor {
 // The coordinate of a flat position along one axis.
 struct Coordinate {
   Divisor stride, extent;
-  Coordinate(i64 stride, i64 extent) : stride(stride), extent(extent) {}
+
   i64 operator()(i64 flat) const { return extent.remainder(stride.quotient(flat)); }
 };
 

@@ -18,9 +18,10 @@ struct Row {
   const StridedMatrix<T>& table;
   i64 r;
 
-  Row(const StridedMatrix<T>& table, i64 r) : table(table), r(r) {}
   T& operator[](i64 d) const { return table(r, d); }
 };
+template <class T>
+Row(const StridedMatrix<T>&, i64) -> Row<T>;
 
 // `init` times the extents lo .. hi-1.
 template <class T, class Extents>

@@ -69,7 +69,8 @@ KERNEL((1), (), bind_ranged_expressions, I32 accafeidxs, F64 accb, I32 afeidxs, 
 // Binds n expressions from `from` on to a constraint with the constants `b`.
 KERNEL((2), (), bind_expressions, I32 accafeidxs, F64 accb, I32 afeidxs, i32 from, i32 to, F64 b, i32 n)
 {
-  const Run source{afeidxs, from}, target{accafeidxs, to};
+  const Run source{afeidxs, from};
+  const Run target{accafeidxs, to};
   const Run constants{accb, to};
   for (i64 k = 0; k < n; ++k) {
     target[k] = source[k];

@@ -23,7 +23,9 @@ KERNEL((8), (), fill_semidefinite_block, I32 barvar_block_elm_barj, I32 barvar_b
   if (n <= 0) return;
   // Variables of order 0 have no elements and no base.
   const i64 base = d > 0 ? barvar_block_elm_ptr[blk] : 0;
-  const Run barj{barvar_block_elm_barj, base}, row{barvar_block_elm_i, base}, column{barvar_block_elm_j, base};
+  const Run barj{barvar_block_elm_barj, base};
+  const Run row{barvar_block_elm_i, base};
+  const Run column{barvar_block_elm_j, base};
   i64 k = 0;
   for (i32 b = 0; b < n; ++b) {
     for (i32 j = 0; j < d; ++j) {

@@ -33,7 +33,8 @@ KERNEL((146), (), push_view, I64 basevar_nativeidxs, i32 cofpos, bool hassp, i32
 // so on, from `spos` on.
 KERNEL((188), (), append_dense_view, I64 basevar_nativeidxs, i32 bpos, I64 sparsity, i32 spos, I64 thisnidxs)
 {
-  const Run numbers{basevar_nativeidxs, bpos}, positions{sparsity, spos};
+  const Run numbers{basevar_nativeidxs, bpos};
+  const Run positions{sparsity, spos};
   copy_slots(numbers, Run{thisnidxs, 0}, thisnidxs.count);
   for (i64 k = 0; k < thisnidxs.count; ++k) positions[k] = k;
 }

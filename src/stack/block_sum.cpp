@@ -23,7 +23,8 @@ KERNEL((499), (i32), write_blocks, i64 blk, i32 n, i32 ptr, bool rhassp, I32 ri3
        i32 cur, i32 sp, I32 wi32, I64 wi64)
 {
   const Operand operand{.ptr{wi32, ptr}};
-  const Run pattern{wi64, sp}, result_pattern{ri64, rsp};
+  const Run pattern{wi64, sp};
+  const Run result_pattern{ri64, rsp};
   const Run result_ptr{ri32, rptr};
   for (i64 g = 0; g < ng; ++g) {
     const i64 q = pattern[cur] / blk;

@@ -117,7 +117,8 @@ KERNEL((397), (i32, i32), measure_merged_terms, i32 cof, i32 ncodeatom, i32 nele
   for (i64 i = 0; i < nelem; ++i) {
     bool is_written = ncodeatom > 0;
     for_each_variable(
-        operand.nidxs, sorted, operand.ptr[i], operand.ptr[i + 1], [&](i64 t) { is_written = is_written || operand.cof[t] != 0.0; },
+        operand.nidxs, sorted, operand.ptr[i], operand.ptr[i + 1],
+        [&](i64 t) { is_written = is_written || operand.cof[t] != 0.0; },
         [&](i64, i64) {
           terms += is_written;
           is_written = ncodeatom > 0;

@@ -132,8 +132,8 @@ KERNEL((374), (i32, i32, i32, i32), write_parameters_times_dense, i32 cconst, i3
   const ByRow p{{xi64, psp}, pnelem, pcols};
   const Run numbers{xi32, param};
   const ResultArrays r{ri32, ri64, rf64};
-  Writer result = r.sparse_writer_without_cof(rptr, rsp, rnidxs, rcodeptr, rcode, rcconst,
-                                              {.elements = e, .terms = k, .atoms = c});
+  Writer result =
+      r.sparse_writer_without_cof(rptr, rsp, rnidxs, rcodeptr, rcode, rcconst, {.elements = e, .terms = k, .atoms = c});
   with_constant(ncodeatom > 0, [&](auto hascode) {
     for_each_block(p, j, [&](i64 row, i32 begin, i32 end) {
       for (i64 b = 0; b < ecols; ++b) {
@@ -175,11 +175,12 @@ KERNEL((379), (i32, i32, i32, i32), write_parameters_times_sparse, i32 cconst, i
   const ByColumn columns{{wi64, sp}, {xi32, perm}, nelem, Divisor(ecols)};
   const Run numbers{xi32, param};
   const ResultArrays r{ri32, ri64, rf64};
-  Writer result = r.sparse_writer_without_cof(rptr, rsp, rnidxs, rcodeptr, rcode, rcconst,
-                                              {.elements = e, .terms = k, .atoms = c});
+  Writer result =
+      r.sparse_writer_without_cof(rptr, rsp, rnidxs, rcodeptr, rcode, rcconst, {.elements = e, .terms = k, .atoms = c});
   with_constant(ncodeatom > 0, [&](auto hascode) {
     walk_product(
-        p, j, columns, [&](i32 entry, i32 f) { result.append_parametrised(operand, f, numbers[entry], hascode, ZeroCof::elsewhere); },
+        p, j, columns,
+        [&](i32 entry, i32 f) { result.append_parametrised(operand, f, numbers[entry], hascode, ZeroCof::elsewhere); },
         [&](i64 flat) { result.close_element(flat); });
   });
   return {result.atoms, result.elements, result.terms, j};

@@ -15,7 +15,8 @@ namespace fragments {
 // The extents of the result.
 KERNEL((418), (), write_permuted_shape, I32 dperm, i32 nd, I32 ri32, i32 rshape, i32 shape, I32 wi32)
 {
-  const Run extents{wi32, shape}, rextents{ri32, rshape};
+  const Run extents{wi32, shape};
+  const Run rextents{ri32, rshape};
   for (i64 d = 0; d < nd; ++d) rextents[d] = extents[dperm[d]];
 }
 

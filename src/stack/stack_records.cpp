@@ -211,7 +211,8 @@ KERNEL((441), (), write_stack_keys, I32 d1s, i32 d2, I32 hassp, i32 n, I32 nelem
 KERNEL((442), (i32, i32), sort_stack_keys, i32 order, I32 ri32, i32 nd, i32 n, i32 rshape, i32 other, i32 key, I32 xi32,
        I64 xi64, i32 bucket)
 {
-  const Run extents{ri32, rshape}, buckets{xi32, bucket};
+  const Run extents{ri32, rshape};
+  const Run buckets{xi32, bucket};
   const Run keys{xi64, key};
   const Scratch<i64> strides{nd};
   if (nd > 0) strides[nd - 1] = 1;

@@ -89,7 +89,8 @@ KERNEL((528), (i32, i32), sort_by_group, i32 dim, i32 nd, i32 nelem, i32 ptr, i3
        I32 wi32, I64 wi64, I32 xi32)
 {
   if (dim >= nd - 1) return {source, target};
-  const Run extents{wi32, shape}, buckets{xi32, ptr};
+  const Run extents{wi32, shape};
+  const Run buckets{xi32, ptr};
   const Run pattern{wi64, sp};
   i64 stride = 1;
   for (i32 axis = nd - 1; axis >= 0; --axis) {
@@ -136,7 +137,8 @@ KERNEL((534), (i32, i32, i32, i32), write_sparse_sum_along_axis, i32 cconst, i32
   const StackArrays w{wi32, wi64, wf64};
   const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
   const ResultArrays r{ri32, ri64, rf64};
-  Writer result = r.sparse_writer(rptr, rsp, rnidxs, rcof, rcodeptr, rcode, rcconst, {.elements = g, .terms = t, .atoms = c});
+  Writer result =
+      r.sparse_writer(rptr, rsp, rnidxs, rcof, rcodeptr, rcode, rcconst, {.elements = g, .terms = t, .atoms = c});
   const Run order{xi32, perm};
   const Run pattern{wi64, sp};
   Groups group_of(ext_inner, inner, outer);
@@ -177,7 +179,8 @@ KERNEL((539), (i32, i32, i32), write_dense_sum_along_axis, i32 cconst, i32 code,
   const StackArrays w{wi32, wi64, wf64};
   const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
   const ResultArrays r{ri32, ri64, rf64};
-  Writer result = r.writer(rptr, rnidxs, rcof, rcodeptr, rcode, rcconst, {.elements = rnelem, .terms = rnnz, .atoms = rncodeatom});
+  Writer result =
+      r.writer(rptr, rnidxs, rcof, rcodeptr, rcode, rcconst, {.elements = rnelem, .terms = rnnz, .atoms = rncodeatom});
   // Along the last axis the elements of a group are neighbours and move as one run.
   const bool is_one_run = inner_step == 1;
   const i32 runs = is_one_run ? ext > 0 : ext, run_length = is_one_run ? ext : 1;

@@ -42,9 +42,8 @@ KERNEL((448), (i32, i32), write_sum_of_picks, i32 cconst, i32 code, i32 codei, i
   const ResultArrays r{ri32, ri64, rf64};
   Writer result = r.term_writer(rnidxs, rcof, rcodeptr, rcode, rcconst, {.terms = nzi, .atoms = codei});
   with_constant(rncodeatom > 0, [&](auto hascode) {
-    find_stored(vsub, hassp, Run{wi64, sp}, nelem, [&](i32 k, i64 f) {
-      result.append_scaled(operand, f, vcof[k], hascode);
-    });
+    find_stored(vsub, hassp, Run{wi64, sp}, nelem,
+                [&](i32 k, i64 f) { result.append_scaled(operand, f, vcof[k], hascode); });
   });
   return {result.atoms, result.terms};
 }

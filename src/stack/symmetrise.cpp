@@ -99,7 +99,8 @@ KERNEL((566), (), write_mirror_keys, i32 key, i32 n, i32 perm, I64 stride, I64 w
   if (n <= 0) return;
   const FoldStrides strides(stride);
   const Run order{xi32, perm};
-  const Run pattern{wi64, sp}, keys{xi64, key};
+  const Run pattern{wi64, sp};
+  const Run keys{xi64, key};
   for (i64 k = 0; k < n; ++k) keys[k] = strides.mirror(pattern[order[k]]);
 }
 
@@ -108,7 +109,8 @@ KERNEL((567), (i32), count_mean_elements, i32 n, i32 sp, i32 acc, [[maybe_unused
        i32 key)
 {
   if (n <= 0) return acc;
-  const Run pattern{wi64, sp}, keys{xi64, key};
+  const Run pattern{wi64, sp};
+  const Run keys{xi64, key};
   return acc + union_size(
                    n, n, [&](i64 k) { return pattern[k]; }, [&](i64 k) { return keys[k]; });
 }
@@ -124,14 +126,14 @@ KERNEL((569), (i32, i32, i32, i32, i32), write_sparse_mean, i32 cconst, i32 code
   const StackArrays w{wi32, wi64, wf64};
   const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
   const ResultArrays r{ri32, ri64, rf64};
-  Writer result = r.sparse_writer(rptr, rsp, rnidxs, rcof, rcodeptr, rcode, rcconst, {.elements = g, .terms = t, .atoms = c});
+  Writer result =
+      r.sparse_writer(rptr, rsp, rnidxs, rcof, rcodeptr, rcode, rcconst, {.elements = g, .terms = t, .atoms = c});
   const Run order{xi32, perm};
-  const Run pattern{wi64, sp}, keys{xi64, key};
+  const Run pattern{wi64, sp};
+  const Run keys{xi64, key};
   RowCursor row{FoldStrides(stride)};
   with_constant(ncodeatom > 0, [&](auto hascode) {
-    const auto append_half = [&](i32 e) {
-      result.append_scaled(operand, e, half, hascode);
-    };
+    const auto append_half = [&](i32 e) { result.append_scaled(operand, e, half, hascode); };
     const auto element = [&](i64 flat, bool is_stored, bool is_mirror) {
       if (is_stored && is_mirror && row.around(flat).side(flat) == diagonal) {
         result.append(operand, ia, hascode);

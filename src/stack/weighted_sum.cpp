@@ -65,7 +65,8 @@ KERNEL((506), (i32, i32, i32, i32), write_dense_sparse_sum, i32 cconst1, i32 cco
   const Operand a = w.operand(ptr1, nidxs1, cof1, codeptr1, code1, cconst1, ncodeatom1 > 0);
   const Operand b = w.operand(ptr2, nidxs2, cof2, codeptr2, code2, cconst2, ncodeatom2 > 0);
   const ResultArrays r{ri32, ri64, rf64};
-  Writer result = r.writer(rptr, rnidxs, rcof, rcodeptr, rcode, rcconst, {.elements = elmi, .terms = nzi, .atoms = codei});
+  Writer result =
+      r.writer(rptr, rnidxs, rcof, rcodeptr, rcode, rcconst, {.elements = elmi, .terms = nzi, .atoms = codei});
   const Run pattern{wi64, sp2};
   with_adder(result, a, b, rncodeatom > 0, [&](auto add_element) {
     for (i64 f = 0; f < nelem1; ++f) {

@@ -33,8 +33,7 @@ void expand_constants(F64 a, F64 bfix, F64 ebfix)
 {
   for (i64 r = 0; r < bfix.count; ++r) {
     const f64 constant = bfix[r];
-    copy_run(Run{ebfix, r * a.count}, Run{a, 0}, a.count,
-             [constant](f64 weight) { return constant * weight; });
+    copy_run(Run{ebfix, r * a.count}, Run{a, 0}, a.count, [constant](f64 weight) { return constant * weight; });
   }
 }
 

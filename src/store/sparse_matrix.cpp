@@ -136,7 +136,8 @@ KERNEL((643), (i64), find_row_starts, i32 n, i64 hi, i64 lo, I64 ptrb, I32 subi)
 // `msubi`; this is intended.
 KERNEL((632), (), place_diagonal_block, i64 n, i64 base, I32 msubi, i32 rowoff, i32 coloff, I32 subi, I32 subj)
 {
-  const Run rows{subi, base}, columns{subj, base};
+  const Run rows{subi, base};
+  const Run columns{subj, base};
   for (i64 k = 0; k < n; ++k) {
     rows[k] = wrapping_add(msubi[k], rowoff);
     columns[k] = wrapping_add(msubi[k], coloff);
