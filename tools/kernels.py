@@ -16,7 +16,7 @@ import signal
 import textwrap
 from itertools import groupby
 
-from declarations import read_kernels
+from declarations import FIXED_ROLES, read_kernels
 
 WIDTH = 120
 
@@ -42,7 +42,16 @@ def explanation(kernel, parameter):
 
 def result_explanation(kernel, result):
     """(role, length, meaning) of a result."""
-    return ("", "", "carried on") if kernel.is_carried_on(result) else explanation(kernel, result)
+    return ("", "", "carried on") if kernel.carries_on(result.name) else explanation(kernel, result)
+
+
+def paragraphs(text):
+    """The parts of a comment: (True, indented lines as they are) or (False, a paragraph in one line)."""
+    for is_literal, lines in groupby(text.splitlines(), key=lambda line: line.startswith("    ")):
+        if is_literal:
+            yield True, "\n".join(lines)
+        else:
+            yield from ((False, " ".join(part.split())) for part in "\n".join(lines).split("\n\n") if part.strip())
 
 
 # table
@@ -157,7 +166,7 @@ def kernel_faults(kernel, declared):
     for result in kernel.gives:
         if not result.name:
             yield f"has a result {result.type} without a name"
-        elif not kernel.is_carried_on(result):
+        elif not kernel.carries_on(result.name):
             yield from explanation_faults(kernel, result)
         elif (result.name, result.kind) not in kernel.parameters:
             yield f"gives {result.name} back in another type"
@@ -171,6 +180,11 @@ def explanation_faults(kernel, parameter):
         yield f"takes {parameter.name}:{parameter.kind} for: {entry.role}"
     elif entry.arrays() and kernel.own_names().isdisjoint(entry.arrays()):
         yield f"has no array for {parameter.name}, {entry.role}"
+    elif entry.role in FIXED_ROLES and kernel.carries_on(parameter.name):
+        yield f"gives {parameter.name} back, which is no {entry.role} then"
+    elif entry.role == "cursor" and all(result.name for result in kernel.gives) and parameter in kernel.takes:
+        if not kernel.carries_on(parameter.name):
+            yield f"does not give the cursor {parameter.name} back"
 
 
 def dictionary_faults(kernels):
@@ -213,14 +227,12 @@ def stub(kernels):
 
 
 def stub_function(number, kernel):
-    parameters = ", ".join(f"{python_name(p.name)}: {STUB_TYPES.get(p.type, p.type)}" for p in kernel.takes)
+    parameters = ", ".join(f"{python_name(p.name)}:{STUB_TYPES.get(p.type, p.type)}" for p in kernel.takes)
     results = [STUB_RESULTS[result.type] for result in kernel.gives]
     result = f"Tuple[{', '.join(results)}]" if len(results) > 1 else "".join(results) or "None"
-    signature = textwrap.fill(
-        f"def _c_closure_{number}({parameters}, /) -> {result}:", WIDTH, subsequent_indent=" " * 8, break_long_words=False
-    )
+    signature = textwrap.fill(f"def _c_closure_{number}({parameters}, /) -> {result}:", WIDTH, subsequent_indent=" " * 8)
     doc = textwrap.indent(stub_doc(kernel), "    ").replace("\\", "\\\\")
-    return f'{signature}\n    """{doc.strip()}\n    """\n'
+    return f'{signature}\n    """\n{doc}\n    """\n'
 
 
 def python_name(name):
@@ -233,7 +245,8 @@ def stub_doc(kernel):
     lines = [stub_doc_line(p.name, *explanation(kernel, p)) for p in kernel.takes]
     lines += ["returns"] if kernel.gives else []
     lines += [stub_doc_line(r.name or r.type, *result_explanation(kernel, r)) for r in kernel.gives]
-    return "\n\n".join(filter(None, [kernel.comment.text, "\n".join(lines)]))
+    comment = [text if is_literal else textwrap.fill(text, WIDTH - 4) for is_literal, text in paragraphs(kernel.comment.text)]
+    return "\n\n".join(comment + ["\n".join(lines)])
 
 
 def stub_doc_line(name, role, length, meaning):
@@ -275,13 +288,7 @@ def reference_lines(kernel):
 
 def markdown(text):
     """A comment in Markdown: its indented lines as they are, all else as paragraphs in which only `names` are marked."""
-    blocks = []
-    for is_literal, lines in groupby(text.splitlines(), key=lambda line: line.startswith("    ")):
-        if is_literal:
-            blocks.append("\n".join(lines))
-        else:
-            blocks += [escaped(" ".join(paragraph.split())) for paragraph in "\n".join(lines).split("\n\n")]
-    return "\n\n".join(block for block in blocks if block)
+    return "\n\n".join(part if is_literal else escaped(part) for is_literal, part in paragraphs(text))
 
 
 def escaped(text):
