@@ -45,6 +45,11 @@ def result_explanation(kernel, result):
     return ("", "", "carried on") if kernel.carries_on(result.name) else explanation(kernel, result)
 
 
+def filled(text, width, indent=""):
+    """A text in lines of a width, those behind the first indented."""
+    return textwrap.fill(text, width, subsequent_indent=indent, break_on_hyphens=False)
+
+
 def paragraphs(text):
     """The parts of a comment: (True, indented lines as they are) or (False, a paragraph in one line)."""
     for is_literal, lines in groupby(text.splitlines(), key=lambda line: line.startswith("    ")):
@@ -63,7 +68,8 @@ def table(kernels):
 
 def table_line(number, kernel):
     parameters = " ".join(f"{name}:{kind}" for name, kind in kernel.parameters)
-    return "\t".join([str(number), str(kernel.numbers[0]), kernel.format, parameters, ",".join(kernel.results) or "none"])
+    results = ",".join(kernel.results) or "none"
+    return "\t".join([str(number), str(kernel.numbers[0]), kernel.format, parameters, results])
 
 
 # describe
@@ -86,7 +92,7 @@ def describe(kernels, numbers):
 def description(kernel):
     names = ", ".join(name for name, _ in kernel.parameters)
     results = ", ".join(result.name or result.type for result in kernel.gives) or "None"
-    call = textwrap.fill(f"{kernel.name}({names}) -> {results}", WIDTH, subsequent_indent="    ")
+    call = filled(f"{kernel.name}({names}) -> {results}", WIDTH, "    ")
     rows = [("parameter", "kind", "role", "", "length", "meaning")]
     for parameter in kernel.takes:
         role, *rest = explanation(kernel, parameter)
@@ -118,7 +124,7 @@ LEANING = re.compile(
     r"\AThe same\b|\b(as above|see above|see below|ditto|likewise|the other way (a)?round|of that (with|without))\b"
 )
 # Numbers of kernels that stand in comments. Those of fewer digits are all taken, so that none of them can be wrong.
-CITED = re.compile(r"(?<![\w.^-])\d{3}(?![\w.])")
+CITED = re.compile(r"(?<![\w.^-])\d{3}(?!\w|\.\d)")
 
 
 def check(kernels):
@@ -227,10 +233,11 @@ def stub(kernels):
 
 
 def stub_function(number, kernel):
-    parameters = ", ".join(f"{python_name(p.name)}:{STUB_TYPES.get(p.type, p.type)}" for p in kernel.takes)
+    parameters = ", ".join(f"{python_name(p.name)}:~{STUB_TYPES.get(p.type, p.type)}" for p in kernel.takes)
     results = [STUB_RESULTS[result.type] for result in kernel.gives]
-    result = f"Tuple[{', '.join(results)}]" if len(results) > 1 else "".join(results) or "None"
-    signature = textwrap.fill(f"def _c_closure_{number}({parameters}, /) -> {result}:", WIDTH, subsequent_indent=" " * 8)
+    result = f"Tuple[{',~'.join(results)}]" if len(results) > 1 else "".join(results) or "None"
+    # No line ends between a name and its type, or outside the parentheses.
+    signature = filled(f"def _c_closure_{number}({parameters}, /)~->~{result}:", WIDTH, " " * 8).replace("~", " ")
     doc = textwrap.indent(stub_doc(kernel), "    ").replace("\\", "\\\\")
     return f'{signature}\n    """\n{doc}\n    """\n'
 
@@ -245,14 +252,14 @@ def stub_doc(kernel):
     lines = [stub_doc_line(p.name, *explanation(kernel, p)) for p in kernel.takes]
     lines += ["returns"] if kernel.gives else []
     lines += [stub_doc_line(r.name or r.type, *result_explanation(kernel, r)) for r in kernel.gives]
-    comment = [text if is_literal else textwrap.fill(text, WIDTH - 4) for is_literal, text in paragraphs(kernel.comment.text)]
-    return "\n\n".join(comment + ["\n".join(lines)])
+    parts = [text if is_literal else filled(text, WIDTH - 4) for is_literal, text in paragraphs(kernel.comment.text)]
+    return "\n\n".join(parts + ["\n".join(lines)])
 
 
 def stub_doc_line(name, role, length, meaning):
     brackets = "; ".join(filter(None, [role, length]))
     text = f"{name} ({brackets}): {meaning}" if brackets else f"{name}: {meaning}" if meaning else name
-    return textwrap.fill(text, WIDTH - 4, subsequent_indent="    ")
+    return filled(text, WIDTH - 4, "    ")
 
 
 # reference
@@ -268,7 +275,8 @@ def reference(kernels):
             for kernel in group:
                 lines += reference_lines(kernel)
     lines += ["## By number", ""]
-    lines += [f"- \\_c_closure_{number}: [{kernel.name}](#{kernel.numbers[0]})" for number, kernel in by_number(kernels)]
+    for number, kernel in by_number(kernels):
+        lines.append(f"- \\_c_closure_{number}: [{kernel.name}](#{kernel.numbers[0]})")
     return "\n".join(lines)
 
 
@@ -287,7 +295,7 @@ def reference_lines(kernel):
 
 
 def markdown(text):
-    """A comment in Markdown: its indented lines as they are, all else as paragraphs in which only `names` are marked."""
+    """A comment in Markdown: its indented lines as they are, all else in paragraphs with nothing but `names` marked."""
     return "\n\n".join(part if is_literal else escaped(part) for is_literal, part in paragraphs(text))
 
 
