@@ -31,7 +31,8 @@ PARAMETER_TYPES = {
 }
 
 POSITION = re.compile(r"position in (\w+(?: or \w+)*)")
-ROLES = {"array", "count", "size", "cursor", "start", "flag", "extent", "axis", "index", "factor", "value", "step"}
+FIXED_ROLES = {"array", "count", "size", "extent", "axis", "factor"}  # of what does not come back changed
+ROLES = FIXED_ROLES | {"cursor", "start", "flag", "index", "value", "step"}
 
 DECLARATION = re.compile(
     r"^(?P<comment>(?:^//[^\n]*\n)*)"
@@ -83,7 +84,7 @@ class Entry:
     meaning: str
 
     def arrays(self):
-        """The arrays of a position, of which a kernel has one."""
+        """The arrays of a position; it is in the first that the kernel has."""
         match = POSITION.fullmatch(self.role)
         return match[1].split(" or ") if match else []
 
@@ -91,9 +92,9 @@ class Entry:
         return self.role in ROLES or bool(self.arrays())
 
     def role_among(self, names):
-        """The role, with those arrays of a position that are among the names; all if none is."""
+        """The role, of a position in the first of its arrays that is among the names."""
         arrays = [array for array in self.arrays() if array in names]
-        return "position in " + " or ".join(arrays) if arrays else self.role
+        return f"position in {arrays[0]}" if arrays else self.role
 
 
 @dataclass
@@ -195,9 +196,9 @@ class Kernel:
                     return source.entries[name]
         return None
 
-    def is_carried_on(self, result):
-        """Whether a result is a parameter's last value."""
-        return any(result.name == parameter.name for parameter in self.takes)
+    def carries_on(self, name):
+        """Whether a result is the last value of the parameter of this name."""
+        return all(any(name == declared.name for declared in side) for side in (self.takes, self.gives))
 
 
 def read_kernels(sources=SOURCES):

@@ -16,7 +16,7 @@ import signal
 import textwrap
 from itertools import groupby
 
-from declarations import read_kernels
+from declarations import FIXED_ROLES, read_kernels
 
 WIDTH = 120
 
@@ -42,7 +42,21 @@ def explanation(kernel, parameter):
 
 def result_explanation(kernel, result):
     """(role, length, meaning) of a result."""
-    return ("", "", "carried on") if kernel.is_carried_on(result) else explanation(kernel, result)
+    return ("", "", "carried on") if kernel.carries_on(result.name) else explanation(kernel, result)
+
+
+def filled(text, width, indent=""):
+    """A text in lines of a width, those behind the first indented."""
+    return textwrap.fill(text, width, subsequent_indent=indent, break_on_hyphens=False)
+
+
+def paragraphs(text):
+    """The parts of a comment: (True, indented lines as they are) or (False, a paragraph in one line)."""
+    for is_literal, lines in groupby(text.splitlines(), key=lambda line: line.startswith("    ")):
+        if is_literal:
+            yield True, "\n".join(lines)
+        else:
+            yield from ((False, " ".join(part.split())) for part in "\n".join(lines).split("\n\n") if part.strip())
 
 
 # table
@@ -54,7 +68,8 @@ def table(kernels):
 
 def table_line(number, kernel):
     parameters = " ".join(f"{name}:{kind}" for name, kind in kernel.parameters)
-    return "\t".join([str(number), str(kernel.numbers[0]), kernel.format, parameters, ",".join(kernel.results) or "none"])
+    results = ",".join(kernel.results) or "none"
+    return "\t".join([str(number), str(kernel.numbers[0]), kernel.format, parameters, results])
 
 
 # describe
@@ -77,7 +92,7 @@ def describe(kernels, numbers):
 def description(kernel):
     names = ", ".join(name for name, _ in kernel.parameters)
     results = ", ".join(result.name or result.type for result in kernel.gives) or "None"
-    call = textwrap.fill(f"{kernel.name}({names}) -> {results}", WIDTH, subsequent_indent="    ")
+    call = filled(f"{kernel.name}({names}) -> {results}", WIDTH, "    ")
     rows = [("parameter", "kind", "role", "", "length", "meaning")]
     for parameter in kernel.takes:
         role, *rest = explanation(kernel, parameter)
@@ -109,7 +124,7 @@ LEANING = re.compile(
     r"\AThe same\b|\b(as above|see above|see below|ditto|likewise|the other way (a)?round|of that (with|without))\b"
 )
 # Numbers of kernels that stand in comments. Those of fewer digits are all taken, so that none of them can be wrong.
-CITED = re.compile(r"(?<![\w.^-])\d{3}(?![\w.])")
+CITED = re.compile(r"(?<![\w.^-])\d{3}(?!\w|\.\d)")
 
 
 def check(kernels):
@@ -157,7 +172,7 @@ def kernel_faults(kernel, declared):
     for result in kernel.gives:
         if not result.name:
             yield f"has a result {result.type} without a name"
-        elif not kernel.is_carried_on(result):
+        elif not kernel.carries_on(result.name):
             yield from explanation_faults(kernel, result)
         elif (result.name, result.kind) not in kernel.parameters:
             yield f"gives {result.name} back in another type"
@@ -171,6 +186,11 @@ def explanation_faults(kernel, parameter):
         yield f"takes {parameter.name}:{parameter.kind} for: {entry.role}"
     elif entry.arrays() and kernel.own_names().isdisjoint(entry.arrays()):
         yield f"has no array for {parameter.name}, {entry.role}"
+    elif entry.role in FIXED_ROLES and kernel.carries_on(parameter.name):
+        yield f"gives {parameter.name} back, which is no {entry.role} then"
+    elif entry.role == "cursor" and all(result.name for result in kernel.gives) and parameter in kernel.takes:
+        if not kernel.carries_on(parameter.name):
+            yield f"does not give the cursor {parameter.name} back"
 
 
 def dictionary_faults(kernels):
@@ -213,14 +233,13 @@ def stub(kernels):
 
 
 def stub_function(number, kernel):
-    parameters = ", ".join(f"{python_name(p.name)}: {STUB_TYPES.get(p.type, p.type)}" for p in kernel.takes)
+    parameters = ", ".join(f"{python_name(p.name)}:~{STUB_TYPES.get(p.type, p.type)}" for p in kernel.takes)
     results = [STUB_RESULTS[result.type] for result in kernel.gives]
-    result = f"Tuple[{', '.join(results)}]" if len(results) > 1 else "".join(results) or "None"
-    signature = textwrap.fill(
-        f"def _c_closure_{number}({parameters}, /) -> {result}:", WIDTH, subsequent_indent=" " * 8, break_long_words=False
-    )
+    result = f"Tuple[{',~'.join(results)}]" if len(results) > 1 else "".join(results) or "None"
+    # No line ends between a name and its type, or outside the parentheses.
+    signature = filled(f"def _c_closure_{number}({parameters}, /)~->~{result}:", WIDTH, " " * 8).replace("~", " ")
     doc = textwrap.indent(stub_doc(kernel), "    ").replace("\\", "\\\\")
-    return f'{signature}\n    """{doc.strip()}\n    """\n'
+    return f'{signature}\n    """\n{doc}\n    """\n'
 
 
 def python_name(name):
@@ -233,13 +252,14 @@ def stub_doc(kernel):
     lines = [stub_doc_line(p.name, *explanation(kernel, p)) for p in kernel.takes]
     lines += ["returns"] if kernel.gives else []
     lines += [stub_doc_line(r.name or r.type, *result_explanation(kernel, r)) for r in kernel.gives]
-    return "\n\n".join(filter(None, [kernel.comment.text, "\n".join(lines)]))
+    parts = [text if is_literal else filled(text, WIDTH - 4) for is_literal, text in paragraphs(kernel.comment.text)]
+    return "\n\n".join(parts + ["\n".join(lines)])
 
 
 def stub_doc_line(name, role, length, meaning):
     brackets = "; ".join(filter(None, [role, length]))
     text = f"{name} ({brackets}): {meaning}" if brackets else f"{name}: {meaning}" if meaning else name
-    return textwrap.fill(text, WIDTH - 4, subsequent_indent="    ")
+    return filled(text, WIDTH - 4, "    ")
 
 
 # reference
@@ -255,7 +275,8 @@ def reference(kernels):
             for kernel in group:
                 lines += reference_lines(kernel)
     lines += ["## By number", ""]
-    lines += [f"- \\_c_closure_{number}: [{kernel.name}](#{kernel.numbers[0]})" for number, kernel in by_number(kernels)]
+    for number, kernel in by_number(kernels):
+        lines.append(f"- \\_c_closure_{number}: [{kernel.name}](#{kernel.numbers[0]})")
     return "\n".join(lines)
 
 
@@ -274,14 +295,8 @@ def reference_lines(kernel):
 
 
 def markdown(text):
-    """A comment in Markdown: its indented lines as they are, all else as paragraphs in which only `names` are marked."""
-    blocks = []
-    for is_literal, lines in groupby(text.splitlines(), key=lambda line: line.startswith("    ")):
-        if is_literal:
-            blocks.append("\n".join(lines))
-        else:
-            blocks += [escaped(" ".join(paragraph.split())) for paragraph in "\n".join(lines).split("\n\n")]
-    return "\n\n".join(block for block in blocks if block)
+    """A comment in Markdown: its indented lines as they are, all else in paragraphs with nothing but `names` marked."""
+    return "\n\n".join(part if is_literal else escaped(part) for is_literal, part in paragraphs(text))
 
 
 def escaped(text):
