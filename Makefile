@@ -9,7 +9,7 @@ SETUP ?=
 
 # All that is needed beyond Debian's base, a C++ compiler and make.
 PACKAGES = python3 python3-dev python3-venv meson python3-mesonpy ninja-build python3-pip \
-	clang clang-tidy clang-format \
+	clang clang-tidy clang-format mypy \
 	python3-numpy python3-scipy python3-cvxopt python3-matplotlib \
 	python3-pytest python3-pytest-xdist python3-hypothesis
 

@@ -30,6 +30,7 @@ from scipy.sparse import csr_matrix
 from . import kernels
 from .model import Constraint, Domain, Model, Problem, Values, Variable, assemble
 from .stacks import Record, Stacks
+from .sums import merge_terms
 
 CONES = ("nonnegative", "nonpositive", "quadratic", "semidefinite")
 
@@ -138,7 +139,7 @@ class ConicModel(Model):
     # ---- Linear rows and the objective
 
     def _linear_rows(self) -> Tuple[np.ndarray, np.ndarray, np.ndarray, np.ndarray, np.ndarray]:
-        s, e = self.stacks, merge_terms(self.stacks)
+        s, e = self.stacks, _merge_row_terms(self.stacks)
         flat, *_ = s.terms(e)
         nmat, most, nbar = kernels.measure_rows_by_term(0, self._barj, 0, e.nelem, e.nidxs, e.ptr, s.w.i32, s.w.i64, 0)
         self._barA.append(self._matrices(
@@ -158,7 +159,7 @@ class ConicModel(Model):
         """Takes the last record, of one element, off the w stack as the objective; sense is "min" or "max"."""
         s = self.stacks
         self._check_objective(sense)
-        e, w = merge_terms(s), s.w
+        e, w = _merge_row_terms(s), s.w
         nlin, nbar = kernels.measure_row(0, e.nidxs, e.nnz, 0, w.i64)
         subj, cof = np.zeros(nlin, dtype=np.int32), np.zeros(nlin)
         kernels.split_row(cof, e.cof, e.nidxs, e.nnz, w.f64, w.i64, subj)
@@ -236,7 +237,7 @@ class ConicModel(Model):
 
     def _expressions(self) -> np.ndarray:
         """Takes the last record off w as affine expressions, one for each element; their numbers."""
-        s, e = self.stacks, merge_terms(self.stacks)
+        s, e = self.stacks, _merge_row_terms(self.stacks)
         w, size = s.w, math.prod(s.w.extents(e))
         flat, *_ = s.terms(e)
         nmat, nlin, nbar = kernels.measure_rows_by_coefficient(
@@ -281,24 +282,11 @@ def places(dim: np.ndarray, barj: np.ndarray, i: np.ndarray, j: np.ndarray) -> n
     return (np.cumsum(squares) - squares)[barj] + dim[barj] * i.astype(np.int64) + j
 
 
-def merge_terms(s: Stacks) -> Record:
-    """Adds up the terms on one variable in each element; the rest are sorted by number, the negative ones first."""
-    w, r, x, e = s.w, s.r, s.x, s.operands(1)[0]
-    if e.ncodeatom:
+def _merge_row_terms(s: Stacks) -> Record:
+    """Merges the terms of rows, those on semidefinite elements first. ValueError if a coefficient has code."""
+    if s.operands(1)[0].ncodeatom:
         raise ValueError("a row has coefficients with code, which must be run before the row is made")
-    perm, _, _ = x.reserve(n32=e.nnz + kernels.longest_element(0, e.nelem, e.ptr, w.i32) + 2)
-    kernels.sort_terms(e.nelem, e.nidxs, perm, e.ptr, w.i32, w.i64, perm + e.nnz, x.i32)
-    _, nnz = kernels.measure_merged_terms(
-        e.cof, 0, e.nelem, e.nidxs, perm, e.ptr, 0, 0, w.f64, w.i32, w.i64, x.i32)
-    result = r.reserve_record(e.nd, e.nelem, nnz, hassp=e.hassp)
-    kernels.copy_extents(e.nd, r.i32, result.shape, e.shape, w.i32)
-    if e.hassp:
-        kernels.copy_variables(e.sp, e.nelem, r.i64, result.sp, w.i64)
-    kernels.write_merged_terms(
-        e.cconst, e.code, 0, e.codeptr, e.cof, 0, e.nelem, e.nidxs, 0, perm, e.ptr,
-        result.cconst, result.code, result.codeptr, result.cof, r.f64, r.i32, r.i64, 0, result.nidxs, result.ptr,
-        w.f64, w.i32, w.i64, x.i32)
-    return s.finish(1, result)
+    return merge_terms(s)
 
 
 def _symmetric(numbers: np.ndarray, count: int, d: int) -> np.ndarray:

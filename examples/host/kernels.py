@@ -1,8 +1,8 @@
 """The kernels that this host layer calls, by name.
 
 The module `fragments` offers its kernels by number alone; the names here are those of their declarations in `src/`,
-which tell what each of them does. Arguments are positional: scalars, positions on stack arrays and the arrays
-themselves, in the alphabetical order of the parameters' names; counters that a kernel advances come back as its result.
+which tell what each of them does (`make describe N=472`). Arguments are positional: scalars, positions on stack arrays
+and the arrays themselves, in an order of each kernel's own; counters that a kernel advances come back as its result.
 """
 
 import sys

@@ -276,8 +276,8 @@ void write_tree(Tree& tree, Program& program, f64& cof)
 // operands or counts them wrong, or else, for a term that doesn't leave exactly one value, the number of its nodes;
 // that term and all behind it write nothing to the target and to `fixterm`. `depth` and `nodes` come back as they were
 // at the end of the last term.
-KERNEL((380), (i32, i32, i32, i32), compact_code, i32 children, i32 childptr, I32 code, i32 codepos, F64 code_consts,
-       i32 constpos, i32 k, i32 fail, F64 fixterm, i32 fixpos, i32 nterm, I32 ptr, i32 ptrpos, i32 stack, i32 depth,
+KERNEL((380), (i32, i32, i32, i32), compact_code, i32 children, i32 childptr, CI32 code, i32 codepos, CF64 code_consts,
+       i32 constpos, i32 k, i32 fail, F64 fixterm, i32 fixpos, i32 nterm, CI32 ptr, i32 ptrpos, i32 stack, i32 depth,
        I32 target_code, i32 tcodepos, F64 target_const, i32 tconstpos, I32 target_ptr, i32 tptrpos, i32 valpos,
        i32 oppos, i32 nodes, F64 xf64, I32 xi32)
 {

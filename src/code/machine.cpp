@@ -21,7 +21,7 @@ namespace fragments {
 namespace {
 
 struct Rows {
-  I32 begin, end, first_atom, sizes;
+  CI32 begin, end, first_atom, sizes;
   I64 variables;
   I32 code;
   F64 cconst;
@@ -47,8 +47,8 @@ void evaluate(const Rows& rows, i64 n, Machine machine, i32& top, Entry entry)
 }  // namespace
 
 // Evaluates the first `nrows` rows to columns and values. Variables are cut to 32 bits.
-KERNEL((25), (i32, i32), evaluate_rows, F64 cconst, I32 code, I64 codenidx, I32 codeptr, I32 codesizes, i32 k,
-       i32 nrows, F64 param_value, I32 rowptrb, I32 rowptre, i32 xbase, i32 top, I32 subj, F64 val, F64 xf64)
+KERNEL((25), (i32, i32), evaluate_rows, F64 cconst, I32 code, I64 codenidx, CI32 codeptr, CI32 codesizes, i32 k,
+       i32 nrows, F64 param_value, CI32 rowptrb, CI32 rowptre, i32 xbase, i32 top, I32 subj, F64 val, F64 xf64)
 {
   const Machine machine{.param_value = param_value, .stack{xf64, xbase}};
   const Rows rows{rowptrb, rowptre, codeptr, codesizes, codenidx, code, cconst};
@@ -61,8 +61,8 @@ KERNEL((25), (i32, i32), evaluate_rows, F64 cconst, I32 code, I64 codenidx, I32 
 }
 
 // Evaluates all rows, as many as `row_param_ptrb` has entries, to rows, columns and values.
-KERNEL((134), (i32, i32), evaluate_all_rows, F64 cconst, I32 code, i32 k, I32 param_code_sizes, F64 param_value,
-       I64 param_varidx, I32 row_code_ptr, I32 row_param_ptrb, I32 row_param_ptre, i32 xbase, i32 top, I32 subi,
+KERNEL((134), (i32, i32), evaluate_all_rows, F64 cconst, I32 code, i32 k, CI32 param_code_sizes, F64 param_value,
+       I64 param_varidx, CI32 row_code_ptr, CI32 row_param_ptrb, CI32 row_param_ptre, i32 xbase, i32 top, I32 subi,
        I32 subj, F64 val, F64 xf64)
 {
   const Machine machine{.param_value = param_value, .stack{xf64, xbase}};

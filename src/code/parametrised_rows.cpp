@@ -41,7 +41,7 @@ struct ParametrisedTerms {
   bool has_terms(i64 i) const { return ptr[i] < ptr[i + 1]; }
 };
 
-i32 atoms_of_row(I32 param_code_sizes, i32 begin, i32 end)
+i32 atoms_of_row(CI32 param_code_sizes, i32 begin, i32 end)
 {
   i32 atoms = 0;
   for (i64 t = begin; t < end; ++t) atoms += param_code_sizes[t];
@@ -80,7 +80,7 @@ KERNEL((135), (i32, i32), count_parametrised_terms, i32 code, i32 codeptr, i32 n
 }
 
 // Gives every row with terms to file its stretch of terms and atoms. The entries of other rows stay as they are.
-KERNEL((136), (i32, i32), lay_out_rows, i32 code, i32 codeptr, i32 c, i32 k, I32 nativeidxs, i32 nelem, i32 ptr,
+KERNEL((136), (i32, i32), lay_out_rows, i32 code, i32 codeptr, i32 c, i32 k, CI32 nativeidxs, i32 nelem, i32 ptr,
        I32 ri32, I32 row_code_ptr, I32 row_param_ptrb, I32 row_param_ptre)
 {
   const ParametrisedTerms terms{{ri32, ptr}, {ri32, codeptr}, {ri32, code}};
@@ -103,9 +103,9 @@ KERNEL((136), (i32, i32), lay_out_rows, i32 code, i32 codeptr, i32 c, i32 k, I32
 
 // Copies the terms and atoms of every row into its stretch. Returns whether `allnonneg` came in true and no filed
 // variable is negative, as the placeholder of a missing variable is.
-KERNEL((137), (bool), file_rows, F64 cconst, i32 cconstpos, I32 code, i32 codepos, i32 codeptr, I32 nativeidxs,
-       i32 nelem, i32 nidxs, bool allnonneg, I32 param_code_sizes, I64 param_varidx, i32 ptr, F64 rf64, I32 ri32,
-       I64 ri64, I32 row_code_ptr, I32 row_param_ptrb)
+KERNEL((137), (bool), file_rows, F64 cconst, i32 cconstpos, I32 code, i32 codepos, i32 codeptr, CI32 nativeidxs,
+       i32 nelem, i32 nidxs, bool allnonneg, I32 param_code_sizes, I64 param_varidx, i32 ptr, CF64 rf64, I32 ri32,
+       CI64 ri64, CI32 row_code_ptr, CI32 row_param_ptrb)
 {
   const ParametrisedTerms terms{{ri32, ptr}, {ri32, codeptr}, {ri32, codepos}};
   const Run operands{rf64, cconstpos};
@@ -130,7 +130,7 @@ KERNEL((137), (bool), file_rows, F64 cconst, i32 cconstpos, I32 code, i32 codepo
 
 // Takes out as many rows as `nativeidxs` has entries, and their atoms and terms off `c` and `k`. There is no table if
 // `row_param_ptrb` is None.
-KERNEL((138), (i32, i32), take_out_rows, i32 c, I32 nativeidxs, I32 param_code_sizes, I32 row_param_ptrb,
+KERNEL((138), (i32, i32), take_out_rows, i32 c, CI32 nativeidxs, CI32 param_code_sizes, I32 row_param_ptrb,
        I32 row_param_ptre, i32 k)
 {
   if (!row_param_ptrb.data) return {c, k};
@@ -143,14 +143,14 @@ KERNEL((138), (i32, i32), take_out_rows, i32 c, I32 nativeidxs, I32 param_code_s
 }
 
 // `c` and the atoms of one row.
-KERNEL((139), (i32), add_atoms_of_row, i32 c, i32 row, I32 param_code_sizes, I32 row_param_ptrb, I32 row_param_ptre)
+KERNEL((139), (i32), add_atoms_of_row, i32 c, i32 row, CI32 param_code_sizes, CI32 row_param_ptrb, CI32 row_param_ptre)
 {
   return c + atoms_of_row(param_code_sizes, row_param_ptrb[row], row_param_ptre[row]);
 }
 
 // Takes out rows and their terms off `k`; the count of atoms is the caller's. There is no table if `row_code_ptr` is
 // None, which is all that it is asked for.
-KERNEL((144), (i32), take_out_terms, i32 k, I32 nativeidxs, i32 nelem, I32 row_code_ptr, I32 row_param_ptrb,
+KERNEL((144), (i32), take_out_terms, i32 k, CI32 nativeidxs, i32 nelem, CI32 row_code_ptr, I32 row_param_ptrb,
        I32 row_param_ptre)
 {
   if (!row_code_ptr.data) return k;

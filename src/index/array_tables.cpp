@@ -24,7 +24,7 @@ KERNEL((445), (), add_extents_of_table, i32 dim, I32 resshape, CI32Table shapes)
 
 // Interleaves `width` lists of native indices: element r of every list in turn, for each r below the product of the
 // extents resshape[0 .. nd-1]. Fills con_nativeidxs[product * width].
-KERNEL((256), (), interleave_lists, I32 con_nativeidxs, i32 width, i32 nd, CI32Table nidxlist, I32 resshape)
+KERNEL((256), (), interleave_lists, I32 con_nativeidxs, i32 width, i32 nd, CI32Table nidxlist, CI32 resshape)
 {
   const i64 size = product<i64>(1, resshape, 0, nd);
   i64 pos = 0;

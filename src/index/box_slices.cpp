@@ -45,7 +45,7 @@ class Coordinates {
 // of each element, all of them before they are tested, and keeps those of the last one. Without axes every element is
 // inside. O(count * nd).
 template <class Position, class Inside>
-void filter_by_box(I32 astart, I32 astop, i32 nd, I32 index, I32 shape, I64 stride, i64 count, Position position,
+void filter_by_box(CI32 astart, CI32 astop, i32 nd, I32 index, I32 shape, I64 stride, i64 count, Position position,
                    Inside inside)
 {
   if (count <= 0) return;
@@ -72,7 +72,7 @@ KERNEL((260), (), slice_by_walk, I32 con_nativeidxs, I32 firsta, I32 lasta, i32 
 }
 
 // Dense: appends the native indices inside the box to `rnidxs`, from slot `pos` on; returns the slot behind them.
-KERNEL((317), (i32), slice_dense_by_filter, I32 astart, I32 astop, I32 index, i32 nd, i32 pos, I32 nidxs, I32 rnidxs,
+KERNEL((317), (i32), slice_dense_by_filter, CI32 astart, CI32 astop, I32 index, i32 nd, i32 pos, CI32 nidxs, I32 rnidxs,
        I32 shape, I64 stride)
 {
   filter_by_box(
@@ -82,8 +82,8 @@ KERNEL((317), (i32), slice_dense_by_filter, I32 astart, I32 astop, I32 index, i3
 }
 
 // Sparse: `count` plus the number of elements inside the box.
-KERNEL((318), (i32), count_in_box, I32 astart, I32 astop, i32 nd, I32 index, i32 count, I32 nidxs, I32 shape, I64 sp,
-       I64 stride)
+KERNEL((318), (i32), count_in_box, CI32 astart, CI32 astop, i32 nd, I32 index, i32 count, CI32 nidxs, I32 shape,
+       CI64 sp, I64 stride)
 {
   filter_by_box(
       astart, astop, nd, index, shape, stride, nidxs.count, [&](i64 e) { return sp[e]; }, [&](i64) { ++count; });
@@ -92,8 +92,8 @@ KERNEL((318), (i32), count_in_box, I32 astart, I32 astop, i32 nd, I32 index, i32
 
 // Sparse: appends the elements inside the box, the native indices to `rnidxs` and the flat positions in the result, by
 // its strides `rstride`, to `rsp`, from slot `pos` on; returns the slot behind them.
-KERNEL((320), (i32), slice_sparse_by_filter, I32 astart, I32 astop, I32 index, i32 nd, i32 pos, I32 nidxs, I32 rnidxs,
-       I64 rsp, I64 rstride, I32 shape, I64 sp, I64 stride)
+KERNEL((320), (i32), slice_sparse_by_filter, CI32 astart, CI32 astop, I32 index, i32 nd, i32 pos, CI32 nidxs,
+       I32 rnidxs, I64 rsp, CI64 rstride, I32 shape, CI64 sp, I64 stride)
 {
   filter_by_box(
       astart, astop, nd, index, shape, stride, nidxs.count, [&](i64 e) { return sp[e]; },

@@ -11,7 +11,7 @@ namespace fragments {
 namespace {
 
 // The flat positions of n rows up to the first one with an index outside; that row and those behind it are left out.
-bool check_and_flatten(bool bad, i32 n, I32 shape, I32x2 sp, I64 sparsity, I32 strides)
+bool check_and_flatten(bool bad, i32 n, CI32 shape, CI32x2 sp, I64 sparsity, CI32 strides)
 {
   for (i64 r = 0; r < n && !bad; ++r) {
     const Row index{sp, r};
@@ -21,7 +21,7 @@ bool check_and_flatten(bool bad, i32 n, I32 shape, I32x2 sp, I64 sparsity, I32 s
   return bad;
 }
 
-void flatten_in_order(I32 curperm, I32x2 midxs, i32 n, i32 nd, I64 sparsity, I32 strides)
+void flatten_in_order(CI32 curperm, CI32x2 midxs, i32 n, i32 nd, I64 sparsity, CI32 strides)
 {
   for (i64 r = 0; r < n; ++r) sparsity[r] = flat_position(Row{midxs, curperm[r]}, strides, nd);
 }
@@ -29,20 +29,20 @@ void flatten_in_order(I32 curperm, I32x2 midxs, i32 n, i32 nd, I64 sparsity, I32
 }  // namespace
 
 // The flat positions of n rows of `sparsity`.
-KERNEL((44), (), flatten_rows, i32 nd, i32 n, I64 sp, I32x2 sparsity, I64 strides)
+KERNEL((44), (), flatten_rows, i32 nd, i32 n, I64 sp, CI32x2 sparsity, CI64 strides)
 {
   for (i64 r = 0; r < n; ++r) sp[r] = flat_position(Row{sparsity, r}, strides, nd);
 }
 
 // The flat positions of n rows of the table `sp`, into `sparsity`. The first row with an index below 0 or at or above
 // its extent sets `bad`; from that row on nothing is written, and nothing at all if `bad` comes in set.
-KERNEL((51), (bool), check_and_flatten_rows_a, bool bad, i32 n, I32 shape, I32x2 sp, I64 sparsity, I32 strides)
+KERNEL((51), (bool), check_and_flatten_rows_a, bool bad, i32 n, CI32 shape, CI32x2 sp, I64 sparsity, CI32 strides)
 {
   return check_and_flatten(bad, n, shape, sp, sparsity, strides);
 }
 
 // The same for another call site.
-KERNEL((64), (bool), check_and_flatten_rows_b, bool bad, i32 n, I32 shape, I32x2 sp, I64 sparsity, I32 strides)
+KERNEL((64), (bool), check_and_flatten_rows_b, bool bad, i32 n, CI32 shape, CI32x2 sp, I64 sparsity, CI32 strides)
 {
   return check_and_flatten(bad, n, shape, sp, sparsity, strides);
 }
@@ -55,7 +55,7 @@ KERNEL((53, 66, 219, 237), (), number_rows, I32 curperm, i32 n)
 
 // One stable pass, by axis d = nd-1-pass: the n rows in the order of `curperm` go to `tgtperm`, sorted by their
 // coordinate. Buckets are ptr[0 .. shape[d]]; each is left at its end.
-KERNEL((54, 67), (), sort_rows_by_axis, I32 curperm, i32 pass, I32x2 midxs, i32 nd, i32 n, I32 ptr, I32 shape,
+KERNEL((54, 67), (), sort_rows_by_axis, CI32 curperm, i32 pass, CI32x2 midxs, i32 nd, i32 n, I32 ptr, CI32 shape,
        I32 tgtperm)
 {
   const i64 d = i64{nd} - 1 - pass;
@@ -67,13 +67,13 @@ KERNEL((54, 67), (), sort_rows_by_axis, I32 curperm, i32 pass, I32x2 midxs, i32 
 }
 
 // The flat positions of n rows in the order of `curperm`.
-KERNEL((55), (), flatten_sorted_rows_a, I32 curperm, I32x2 midxs, i32 n, i32 nd, I64 sparsity, I32 strides)
+KERNEL((55), (), flatten_sorted_rows_a, CI32 curperm, CI32x2 midxs, i32 n, i32 nd, I64 sparsity, CI32 strides)
 {
   flatten_in_order(curperm, midxs, n, nd, sparsity, strides);
 }
 
 // The same for another call site.
-KERNEL((68), (), flatten_sorted_rows_b, I32 curperm, I32x2 midxs, i32 n, i32 nd, I64 sparsity, I32 strides)
+KERNEL((68), (), flatten_sorted_rows_b, CI32 curperm, CI32x2 midxs, i32 n, i32 nd, I64 sparsity, CI32 strides)
 {
   flatten_in_order(curperm, midxs, n, nd, sparsity, strides);
 }

@@ -14,7 +14,7 @@ KERNEL((106, 107, 109), (), start_odometer, i32 n, I64 st, i64 x)
 // st[j] is the flat position at the start of its run, strides[nd-1-j] apart. A level that reaches its extent starts
 // over and carries to the next; the last level doesn't. The levels that started over take the position of the one that
 // didn't.
-KERNEL((108), (), step_odometer, I32 dims, I32 ii, i32 nd, I64 st, I64 strides)
+KERNEL((108), (), step_odometer, CI32 dims, I32 ii, i32 nd, I64 st, CI64 strides)
 {
   i64 j = 0;
   for (i64 axis = i64{nd} - 1; axis >= 0; --axis) {
@@ -28,7 +28,7 @@ KERNEL((108), (), step_odometer, I32 dims, I32 ii, i32 nd, I64 st, I64 strides)
 
 // One step of the index `ndidx` through the box from `first` up to `last`, exclusive: along the last axis, with a carry
 // of one level. A carry out of the axis in front of it is the caller's; the box must have room along the last axis.
-KERNEL((112), (), step_index, I32 first, I32 last, I32 ndidx)
+KERNEL((112), (), step_index, CI32 first, CI32 last, I32 ndidx)
 {
   const i64 n = ndidx.count;
   if (n < 1) return;

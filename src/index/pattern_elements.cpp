@@ -10,7 +10,7 @@ namespace fragments {
 //
 // The position is that of element k, the slot written, not of the element found: position and native index belong
 // together only if the elements found are the first ones of `sp` and k comes in as 0. This is intended.
-KERNEL((325), (i32), restrict_pattern, i32 k, I32 nidxs, I32 rnidxs, I64 rsp, I64 sp, i32 lo, i32 hi)
+KERNEL((325), (i32), restrict_pattern, i32 k, CI32 nidxs, I32 rnidxs, I64 rsp, CI64 sp, i32 lo, i32 hi)
 {
   for (i64 m = 0; m < sp.count; ++m) {
     if (sp[m] < lo || sp[m] >= hi) continue;
@@ -23,7 +23,7 @@ KERNEL((325), (i32), restrict_pattern, i32 k, I32 nidxs, I32 rnidxs, I64 rsp, I6
 
 // The flat positions of an array's elements, from slot `base` on: all of `sp`, which may be empty, or for a dense
 // array, `sp` None, the numbers of its len(nidxs) elements.
-KERNEL((314), (), append_positions, I64 dest, I32 nidxs, i32 base, I64 sp)
+KERNEL((314), (), append_positions, I64 dest, CI32 nidxs, i32 base, CI64 sp)
 {
   const Run to{dest, base};
   if (sp.data) {
@@ -34,13 +34,13 @@ KERNEL((314), (), append_positions, I64 dest, I32 nidxs, i32 base, I64 sp)
 }
 
 // The native indices, from slot `base` on.
-KERNEL((326), (), append_native_indices, I32 dst, I32 nidxs, i32 base)
+KERNEL((326), (), append_native_indices, I32 dst, CI32 nidxs, i32 base)
 {
   copy_slots(Run{dst, base}, Run{nidxs, 0}, nidxs.count);
 }
 
 // The values of a dense array at the positions of a pattern, which has as many elements as `nidxs` has entries.
-KERNEL((329), (), gather_stored_values, F64 cvals, I32 nidxs, I64 sp, F64 values)
+KERNEL((329), (), gather_stored_values, F64 cvals, CI32 nidxs, CI64 sp, CF64 values)
 {
   for (i64 k = 0; k < nidxs.count; ++k) cvals[k] = values[sp[k]];
 }

@@ -20,21 +20,21 @@ namespace {
 // The coordinate along axis d of flat positions.
 class Coordinate {
  public:
-  Coordinate(i32 d, I32 shape, I64 strides) : extent_(shape[d]), stride_(strides[d]) {}
+  Coordinate(i32 d, CI32 shape, CI64 strides) : extent_(shape[d]), stride_(strides[d]) {}
   i64 operator()(i64 flat) const { return extent_.remainder(stride_.quotient(flat)); }
 
  private:
   Divisor extent_, stride_;
 };
 
-void count_by_axis(i32 d, I32 ptr, i32 n, I32 shape, I64 strides, I64 sp)
+void count_by_axis(i32 d, I32 ptr, i32 n, CI32 shape, CI64 strides, CI64 sp)
 {
   if (n < 1) return;
   const Coordinate coordinate(d, shape, strides);
   count_buckets(ptr, n, [&](i64 k) { return coordinate(sp[k]); });
 }
 
-void place_by_axis(i32 d, I32 from, I32 to, I32 ptr, i32 n, I32 shape, I64 strides, I64 sp)
+void place_by_axis(i32 d, CI32 from, I32 to, I32 ptr, i32 n, CI32 shape, CI64 strides, CI64 sp)
 {
   if (n < 1) return;
   const Coordinate coordinate(d, shape, strides);
@@ -57,7 +57,7 @@ KERNEL((299), (), clear_pattern_buckets, i32 n, I32 ptr)
 
 // Counts the elements by their coordinate along axis d, those of coordinate b in ptr[b+1]. They are taken as they are
 // stored: the order reached doesn't matter here.
-KERNEL((300), (), count_elements_by_axis, i32 d, I32 ptr, i32 nnz, I32 rshape, I64 rstrides, I64 sp)
+KERNEL((300), (), count_elements_by_axis, i32 d, I32 ptr, i32 nnz, CI32 rshape, CI64 rstrides, CI64 sp)
 {
   count_by_axis(d, ptr, nnz, rshape, rstrides, sp);
 }
@@ -70,32 +70,33 @@ KERNEL((301, 322), (), add_up_pattern_buckets, i32 n, I32 ptr)
 
 // Sorts the elements, in the order of `perm`, by their coordinate along axis d: the order reached goes to `perm2`. Each
 // bucket's ptr[b] is left at its end.
-KERNEL((302), (), place_elements_by_axis, i32 d, I32 perm, I32 perm2, I32 ptr, i32 nnz, I32 rshape, I64 rstrides,
-       I64 sp)
+KERNEL((302), (), place_elements_by_axis, i32 d, CI32 perm, I32 perm2, I32 ptr, i32 nnz, CI32 rshape, CI64 rstrides,
+       CI64 sp)
 {
   place_by_axis(d, perm, perm2, ptr, nnz, rshape, rstrides, sp);
 }
 
 // Zeroes ptr[0 .. rshape[d]], for a pass by axis d.
-KERNEL((220, 241), (), clear_view_buckets, i32 d, I32 ptr, I32 rshape)
+KERNEL((220, 241), (), clear_view_buckets, i32 d, I32 ptr, CI32 rshape)
 {
   clear_buckets(ptr, rshape[d]);
 }
 
 // Counts n elements by their coordinate along axis d, as they are stored.
-KERNEL((221, 242), (), count_view_by_axis, i32 d, I32 ptr, i32 n, I32 rshape, I64 rsp, I64 s)
+KERNEL((221, 242), (), count_view_by_axis, i32 d, I32 ptr, i32 n, CI32 rshape, CI64 rsp, CI64 s)
 {
   count_by_axis(d, ptr, n, rshape, s, rsp);
 }
 
 // From the counts to the starts of the buckets of axis d.
-KERNEL((222, 243), (), add_up_view_buckets, i32 d, I32 ptr, I32 rshape)
+KERNEL((222, 243), (), add_up_view_buckets, i32 d, I32 ptr, CI32 rshape)
 {
   add_up(ptr, rshape[d]);
 }
 
 // Sorts n elements, in the order of `curperm`, by their coordinate along axis d: the order reached goes to `tgtperm`.
-KERNEL((223, 244), (), place_view_by_axis, I32 curperm, i32 d, I32 ptr, i32 n, I32 rshape, I64 rsp, I64 s, I32 tgtperm)
+KERNEL((223, 244), (), place_view_by_axis, CI32 curperm, i32 d, I32 ptr, i32 n, CI32 rshape, CI64 rsp, CI64 s,
+       I32 tgtperm)
 {
   place_by_axis(d, curperm, tgtperm, ptr, n, rshape, s, rsp);
 }

@@ -7,7 +7,7 @@
 namespace fragments {
 
 // Counts the entries of a matrix of d2 columns by column, those of column j in ptr[j+1].
-KERNEL((321), (), count_by_column, i32 d2, I32 ptr, I64 sp)
+KERNEL((321), (), count_by_column, i32 d2, I32 ptr, CI64 sp)
 {
   const Divisor columns(d2);
   count_buckets(ptr, sp.count, [&](i64 k) { return columns.remainder(sp[k]); });
@@ -15,7 +15,7 @@ KERNEL((321), (), count_by_column, i32 d2, I32 ptr, I64 sp)
 
 // Places the entries column by column: entry (i, j) of a matrix of d2 columns becomes entry (j, i) of one of d1. Since
 // `sp` ascends, the rows of each column come in order, and `tsp` ascends strictly.
-KERNEL((323), (), place_transposed, i32 d1, i32 d2, I32 nidxs, I32 ptr, I64 sp, I32 tnidxs, I64 tsp)
+KERNEL((323), (), place_transposed, i32 d1, i32 d2, CI32 nidxs, I32 ptr, CI64 sp, I32 tnidxs, I64 tsp)
 {
   struct Entry {
     i64 k, row, column;

@@ -8,97 +8,97 @@
 namespace fragments {
 
 // The first n extents of a constraint.
-KERNEL((60, 97), (), copy_constraint_extents, I32 accshape, i32 n, I32 shape)
+KERNEL((60, 97), (), copy_constraint_extents, I32 accshape, i32 n, CI32 shape)
 {
   copy_extents(accshape, 0, shape, 0, n);
 }
 
 // The first n extents of a cone.
-KERNEL((72, 90), (), copy_cone_extents, i32 n, I32 coneshape, I32 shape)
+KERNEL((72, 90), (), copy_cone_extents, i32 n, I32 coneshape, CI32 shape)
 {
   copy_extents(coneshape, 0, shape, 0, n);
 }
 
 // The first n extents of a result.
-KERNEL((225), (), copy_result_extents, i32 n, I32 rshape, I32 shape)
+KERNEL((225), (), copy_result_extents, i32 n, I32 rshape, CI32 shape)
 {
   copy_extents(rshape, 0, shape, 0, n);
 }
 
 // The first n extents of a stack of arrays, from its first item.
-KERNEL((289), (), copy_first_item_extents, i32 n, I32 rshape, I32 shapei)
+KERNEL((289), (), copy_first_item_extents, i32 n, I32 rshape, CI32 shapei)
 {
   copy_extents(rshape, 0, shapei, 0, n);
 }
 
 // The first n extents of a stored expression.
-KERNEL((604, 606), (), copy_stored_extents, i32 n, I32 sh, I32 shape)
+KERNEL((604, 606), (), copy_stored_extents, i32 n, CI32 sh, I32 shape)
 {
   copy_extents(shape, 0, sh, 0, n);
 }
 
 // All extents of `shape` to the front of `s`, which may be longer.
-KERNEL((595), (), copy_extents_to_front, I32 s, I32 shape)
+KERNEL((595), (), copy_extents_to_front, I32 s, CI32 shape)
 {
   copy_extents(s, 0, shape, 0, shape.count);
 }
 
 // The first n extents to a record's shape at `pos`.
-KERNEL((145), (), push_view_extents, i32 n, I32 ri32, I32 shape, i32 pos)
+KERNEL((145), (), push_view_extents, i32 n, I32 ri32, CI32 shape, i32 pos)
 {
   copy_extents(ri32, pos, shape, 0, n);
 }
 
 // All extents to a record's shape at `base`.
-KERNEL((573), (), push_stored_extents, I32 ri32, I32 shape, i32 base)
+KERNEL((573), (), push_stored_extents, I32 ri32, CI32 shape, i32 base)
 {
   copy_extents(ri32, base, shape, 0, shape.count);
 }
 
 // The extents from..to-1 to their own places.
-KERNEL((152), (), copy_extent_range, i32 from, i32 to, I32 rshape, I32 shape)
+KERNEL((152), (), copy_extent_range, i32 from, i32 to, I32 rshape, CI32 shape)
 {
   copy_extents(rshape, 0, shape, from, to);
 }
 
 // The extents behind axis d of nd to their own places.
-KERNEL((228), (), copy_extents_behind, i32 d, i32 nd, I32 rshape, I32 shape)
+KERNEL((228), (), copy_extents_behind, i32 d, i32 nd, I32 rshape, CI32 shape)
 {
   copy_extents(rshape, 0, shape, i64{d} + 1, nd);
 }
 
 // The extents behind axis d of nd, one place down: axis d goes. Here of a constraint.
-KERNEL((61, 98), (), close_axis_of_constraint, I32 accshape, i32 d, i32 nd, I32 shape)
+KERNEL((61, 98), (), close_axis_of_constraint, I32 accshape, i32 d, i32 nd, CI32 shape)
 {
   copy_extents(accshape, -1, shape, i64{d} + 1, nd);
 }
 
 // The same for a cone.
-KERNEL((73, 91), (), close_axis_of_cone, i32 d, i32 nd, I32 coneshape, I32 shape)
+KERNEL((73, 91), (), close_axis_of_cone, i32 d, i32 nd, I32 coneshape, CI32 shape)
 {
   copy_extents(coneshape, -1, shape, i64{d} + 1, nd);
 }
 
 // The same for a view that is made.
-KERNEL((154), (), close_axis_of_result, i32 d, i32 nd, I32 rshape, I32 shape)
+KERNEL((154), (), close_axis_of_result, i32 d, i32 nd, I32 rshape, CI32 shape)
 {
   copy_extents(rshape, -1, shape, i64{d} + 1, nd);
 }
 
 // The extents behind axis d of nd, two places down: axis d is the second one to go.
-KERNEL((74, 92), (), close_second_axis_of_cone, i32 d, I32 coneshape, i32 nd, I32 shape)
+KERNEL((74, 92), (), close_second_axis_of_cone, i32 d, I32 coneshape, i32 nd, CI32 shape)
 {
   copy_extents(coneshape, -2, shape, i64{d} + 1, nd);
 }
 
 // The extents from axis d of nd on, one place up: a new axis d comes.
-KERNEL((226), (), open_axis_of_result, i32 d, i32 nd, I32 rshape, I32 shape)
+KERNEL((226), (), open_axis_of_result, i32 d, i32 nd, I32 rshape, CI32 shape)
 {
   copy_extents(rshape, 1, shape, d, nd);
 }
 
 // Axis k of the result is axis perm[k] of `shape`, for k below n.
-KERNEL((167), (), permute_extents, i32 n, I32 perm, I32 rshape, I32 shape)
+KERNEL((167), (), permute_extents, i32 n, CI32 perm, I32 rshape, CI32 shape)
 {
   for (i64 k = 0; k < n; ++k) rshape[k] = shape[perm[k]];
 }
@@ -116,20 +116,20 @@ KERNEL((605, 607), (), fill_stored_with_ones, i32 lo, i32 hi, I32 shape)
 }
 
 // Extent 1 for the axes of `s`, n in all, that `shape` doesn't have.
-KERNEL((596), (), fill_missing_with_ones, i32 n, I32 s, I32 shape)
+KERNEL((596), (), fill_missing_with_ones, i32 n, I32 s, CI32 shape)
 {
   fill_ones(s, shape.count, n);
 }
 
 // c plus the number of extents other than 1 among the first n.
-KERNEL((204), (i32), count_real_axes, i32 n, i32 c, I32 shape)
+KERNEL((204), (i32), count_real_axes, i32 n, i32 c, CI32 shape)
 {
   for (i64 k = 0; k < n; ++k) c += shape[k] != 1;
   return c;
 }
 
 // The extents other than 1 among the first n, in order.
-KERNEL((205), (), drop_axes_of_extent_one, i32 n, I32 realshape, I32 shape)
+KERNEL((205), (), drop_axes_of_extent_one, i32 n, I32 realshape, CI32 shape)
 {
   i64 c = 0;
   for (i64 k = 0; k < n; ++k) {

@@ -13,7 +13,7 @@ namespace fragments {
 namespace {
 
 // The extents of a box: first inclusive, last exclusive.
-i32 box_size(i32 init, I32 first, I32 last, i32 n)
+i32 box_size(i32 init, CI32 first, CI32 last, i32 n)
 {
   for (i64 d = 0; d < n; ++d) init = wrapping_mul(init, wrapping_sub(last[d], first[d]));
   return init;
@@ -22,265 +22,265 @@ i32 box_size(i32 init, I32 first, I32 last, i32 n)
 }  // namespace
 
 // `acc` times all of `shape`.
-KERNEL((0, 50, 63, 190), (i32), size_acc_shape, i32 acc, I32 shape)
+KERNEL((0, 50, 63, 190), (i32), size_acc_shape, i32 acc, CI32 shape)
 {
   return product(acc, shape, 0, shape.count);
 }
 
 // `init` times all of `shape`.
-KERNEL((193, 261, 262), (i32), size_shape_init, I32 shape, i32 init)
+KERNEL((193, 261, 262), (i32), size_shape_init, CI32 shape, i32 init)
 {
   return product(init, shape, 0, shape.count);
 }
 
 // `acc` times all of `rshape`.
-KERNEL((155), (i32), size_rshape_acc, I32 rshape, i32 acc)
+KERNEL((155), (i32), size_rshape_acc, CI32 rshape, i32 acc)
 {
   return product(acc, rshape, 0, rshape.count);
 }
 
 // `init` times all of `dims`.
-KERNEL((277), (i32), size_dims_init, I32 dims, i32 init)
+KERNEL((277), (i32), size_dims_init, CI32 dims, i32 init)
 {
   return product(init, dims, 0, dims.count);
 }
 
 // `init` times all of `vals`.
-KERNEL((576), (i32), size_init_vals, i32 init, I32 vals)
+KERNEL((576), (i32), size_init_vals, i32 init, CI32 vals)
 {
   return product(init, vals, 0, vals.count);
 }
 
 // `init` times all of `eshape`.
-KERNEL((588), (i32), size_eshape_init, I32 eshape, i32 init)
+KERNEL((588), (i32), size_eshape_init, CI32 eshape, i32 init)
 {
   return product(init, eshape, 0, eshape.count);
 }
 
 // `init` times all of `shape`.
-KERNEL((249), (i64), size64_shape_init_a, I32 shape, i64 init)
+KERNEL((249), (i64), size64_shape_init_a, CI32 shape, i64 init)
 {
   return product(init, shape, 0, shape.count);
 }
 
 // `init` times all of `shape`.
-KERNEL((268), (i64), size64_shape_init_b, I32 shape, i64 init)
+KERNEL((268), (i64), size64_shape_init_b, CI32 shape, i64 init)
 {
   return product(init, shape, 0, shape.count);
 }
 
 // `init` times all of `shape`.
-KERNEL((276), (i64), size64_init_shape_a, i64 init, I32 shape)
+KERNEL((276), (i64), size64_init_shape_a, i64 init, CI32 shape)
 {
   return product(init, shape, 0, shape.count);
 }
 
 // `init` times all of `shape`.
-KERNEL((278), (i64), size64_init_shape_b, i64 init, I32 shape)
+KERNEL((278), (i64), size64_init_shape_b, i64 init, CI32 shape)
 {
   return product(init, shape, 0, shape.count);
 }
 
 // `init` times all of `shape`.
-KERNEL((279), (i64), size64_init_shape_c, i64 init, I32 shape)
+KERNEL((279), (i64), size64_init_shape_c, i64 init, CI32 shape)
 {
   return product(init, shape, 0, shape.count);
 }
 
 // `init` times all of `shape`.
-KERNEL((280), (i64), size64_init_shape_d, i64 init, I32 shape)
+KERNEL((280), (i64), size64_init_shape_d, i64 init, CI32 shape)
 {
   return product(init, shape, 0, shape.count);
 }
 
 // `acc` times all of `rshape`.
-KERNEL((150), (i64), size64_rshape_acc, I32 rshape, i64 acc)
+KERNEL((150), (i64), size64_rshape_acc, CI32 rshape, i64 acc)
 {
   return product(acc, rshape, 0, rshape.count);
 }
 
 // `init` times all of `dims`.
-KERNEL((281), (i64), size64_dims_init, I32 dims, i64 init)
+KERNEL((281), (i64), size64_dims_init, CI32 dims, i64 init)
 {
   return product(init, dims, 0, dims.count);
 }
 
 // `init` times all of `dim`.
-KERNEL((288), (i64), size64_dim_init, I32 dim, i64 init)
+KERNEL((288), (i64), size64_dim_init, CI32 dim, i64 init)
 {
   return product(init, dim, 0, dim.count);
 }
 
 // `init` times all of `dims_`.
-KERNEL((617), (i64), size64_dims_init_a, I32 dims_, i64 init)
+KERNEL((617), (i64), size64_dims_init_a, CI32 dims_, i64 init)
 {
   return product(init, dims_, 0, dims_.count);
 }
 
 // `init` times all of `dims_`.
-KERNEL((625), (i64), size64_dims_init_b, I32 dims_, i64 init)
+KERNEL((625), (i64), size64_dims_init_b, CI32 dims_, i64 init)
 {
   return product(init, dims_, 0, dims_.count);
 }
 
 // `acc` times the first n extents of `shape`.
-KERNEL((56, 93, 147, 156, 160, 210), (i32), leading_size_acc_n_shape, i32 acc, i32 n, I32 shape)
+KERNEL((56, 93, 147, 156, 160, 210), (i32), leading_size_acc_n_shape, i32 acc, i32 n, CI32 shape)
 {
   return product(acc, shape, 0, n);
 }
 
 // `acc` times the first n extents of `shape`.
-KERNEL((57, 69, 94, 198), (i32), leading_size_n_acc_shape, i32 n, i32 acc, I32 shape)
+KERNEL((57, 69, 94, 198), (i32), leading_size_n_acc_shape, i32 n, i32 acc, CI32 shape)
 {
   return product(acc, shape, 0, n);
 }
 
 // `init` times the first n extents of `shape`.
-KERNEL((206, 599), (i32), leading_size_n_shape_init, i32 n, I32 shape, i32 init)
+KERNEL((206, 599), (i32), leading_size_n_shape_init, i32 n, CI32 shape, i32 init)
 {
   return product(init, shape, 0, n);
 }
 
 // `acc` times the first n extents of `rshape`.
-KERNEL((232), (i32), leading_size_n_acc_rshape, i32 n, i32 acc, I32 rshape)
+KERNEL((232), (i32), leading_size_n_acc_rshape, i32 n, i32 acc, CI32 rshape)
 {
   return product(acc, rshape, 0, n);
 }
 
 // `init` times the first n extents of `resshape`.
-KERNEL((254), (i32), leading_size_init_n_resshape, i32 init, i32 n, I32 resshape)
+KERNEL((254), (i32), leading_size_init_n_resshape, i32 init, i32 n, CI32 resshape)
 {
   return product(init, resshape, 0, n);
 }
 
 // `init` times the first n extents of `rshape`.
-KERNEL((316), (i32), leading_size_init_n_rshape, i32 init, i32 n, I32 rshape)
+KERNEL((316), (i32), leading_size_init_n_rshape, i32 init, i32 n, CI32 rshape)
 {
   return product(init, rshape, 0, n);
 }
 
 // `init` times the first n extents of `idims`.
-KERNEL((633), (i32), leading_size_n_idims_init, i32 n, I32 idims, i32 init)
+KERNEL((633), (i32), leading_size_n_idims_init, i32 n, CI32 idims, i32 init)
 {
   return product(init, idims, 0, n);
 }
 
 // `init` times the first n extents of `jdims`.
-KERNEL((634), (i32), leading_size_n_jdims_init, i32 n, I32 jdims, i32 init)
+KERNEL((634), (i32), leading_size_n_jdims_init, i32 n, CI32 jdims, i32 init)
 {
   return product(init, jdims, 0, n);
 }
 
 // `acc` times the first n extents of `shape`.
-KERNEL((84), (i64), leading_size64_n_acc_shape, i32 n, i64 acc, I32 shape)
+KERNEL((84), (i64), leading_size64_n_acc_shape, i32 n, i64 acc, CI32 shape)
 {
   return product(acc, shape, 0, n);
 }
 
 // `acc` times the first n extents of `shape`.
-KERNEL((229), (i64), leading_size64_acc_n_shape, i64 acc, i32 n, I32 shape)
+KERNEL((229), (i64), leading_size64_acc_n_shape, i64 acc, i32 n, CI32 shape)
 {
   return product(acc, shape, 0, n);
 }
 
 // `init` times the first n extents of `shape`.
-KERNEL((610), (i64), leading_size64_n_shape_init, i32 n, I32 shape, i64 init)
+KERNEL((610), (i64), leading_size64_n_shape_init, i32 n, CI32 shape, i64 init)
 {
   return product(init, shape, 0, n);
 }
 
 // `acc` times the first n extents of `rshape`.
-KERNEL((234), (i64), leading_size64_acc_n_rshape, i64 acc, i32 n, I32 rshape)
+KERNEL((234), (i64), leading_size64_acc_n_rshape, i64 acc, i32 n, CI32 rshape)
 {
   return product(acc, rshape, 0, n);
 }
 
 // `init` times the first n extents of `rshape`.
-KERNEL((293), (i64), leading_size64_n_init_rshape, i32 n, i64 init, I32 rshape)
+KERNEL((293), (i64), leading_size64_n_init_rshape, i32 n, i64 init, CI32 rshape)
 {
   return product(init, rshape, 0, n);
 }
 
 // `acc` times the n extents of a record's shape at `pos`.
-KERNEL((81), (i32), stack_size_n_acc_ri32_pos, i32 n, i32 acc, I32 ri32, i32 pos)
+KERNEL((81), (i32), stack_size_n_acc_ri32_pos, i32 n, i32 acc, CI32 ri32, i32 pos)
 {
   return product(acc, Run{ri32, pos}, 0, n);
 }
 
 // n times the n extents of a record's shape at `pos`: the number of axes is a factor too. This is intended.
-KERNEL((45), (i32), stack_size_n_ri32_pos, i32 n, I32 ri32, i32 pos)
+KERNEL((45), (i32), stack_size_n_ri32_pos, i32 n, CI32 ri32, i32 pos)
 {
   return product(n, Run{ri32, pos}, 0, n);
 }
 
 // `init` times the n extents that end before `top`.
-KERNEL((613), (i64), stack_size64_n_i32_top_init, i32 n, I32 i32_arg, i32 top, i64 init)
+KERNEL((613), (i64), stack_size64_n_i32_top_init, i32 n, CI32 i32_arg, i32 top, i64 init)
 {
   return product(init, Run{i32_arg, i64{top} - n}, 0, n);
 }
 
 // `acc` times the extents of `shape` behind axis d.
-KERNEL((58, 95, 200), (i32), trailing_size_d_acc_nd_shape, i32 d, i32 acc, i32 nd, I32 shape)
+KERNEL((58, 95, 200), (i32), trailing_size_d_acc_nd_shape, i32 d, i32 acc, i32 nd, CI32 shape)
 {
   return product_between(acc, shape, d, nd);
 }
 
 // `acc` times the extents of `shape` behind axis d.
-KERNEL((70, 71, 199), (i32), trailing_size_d_nd_acc_shape, i32 d, i32 nd, i32 acc, I32 shape)
+KERNEL((70, 71, 199), (i32), trailing_size_d_nd_acc_shape, i32 d, i32 nd, i32 acc, CI32 shape)
 {
   return product_between(acc, shape, d, nd);
 }
 
 // `acc` times the extents of `shape` behind axis d.
-KERNEL((149, 153, 212), (i32), trailing_size_acc_nd_d_shape, i32 acc, i32 nd, i32 d, I32 shape)
+KERNEL((149, 153, 212), (i32), trailing_size_acc_nd_d_shape, i32 acc, i32 nd, i32 d, CI32 shape)
 {
   return product_between(acc, shape, d, nd);
 }
 
 // `acc` times the extents of `shape` behind axis d.
-KERNEL((157, 161, 211), (i32), trailing_size_nd_d_acc_shape, i32 nd, i32 d, i32 acc, I32 shape)
+KERNEL((157, 161, 211), (i32), trailing_size_nd_d_acc_shape, i32 nd, i32 d, i32 acc, CI32 shape)
 {
   return product_between(acc, shape, d, nd);
 }
 
 // `acc` times the extents of `rshape` behind axis d.
-KERNEL((233), (i32), trailing_size_d_acc_nd_rshape, i32 d, i32 acc, i32 nd, I32 rshape)
+KERNEL((233), (i32), trailing_size_d_acc_nd_rshape, i32 d, i32 acc, i32 nd, CI32 rshape)
 {
   return product_between(acc, rshape, d, nd);
 }
 
 // `acc` times the extents of `shape` behind axis d.
-KERNEL((85), (i64), trailing_size64_d_nd_acc_shape, i32 d, i32 nd, i64 acc, I32 shape)
+KERNEL((85), (i64), trailing_size64_d_nd_acc_shape, i32 d, i32 nd, i64 acc, CI32 shape)
 {
   return product_between(acc, shape, d, nd);
 }
 
 // `acc` times the extents of `shape` behind axis d.
-KERNEL((86), (i64), trailing_size64_d_acc_nd_shape, i32 d, i64 acc, i32 nd, I32 shape)
+KERNEL((86), (i64), trailing_size64_d_acc_nd_shape, i32 d, i64 acc, i32 nd, CI32 shape)
 {
   return product_between(acc, shape, d, nd);
 }
 
 // `acc` times the extents of `shape` strictly between the axes lo and hi.
-KERNEL((148, 158, 162), (i32), inner_size_acc_lo_hi_shape, i32 acc, i32 lo, i32 hi, I32 shape)
+KERNEL((148, 158, 162), (i32), inner_size_acc_lo_hi_shape, i32 acc, i32 lo, i32 hi, CI32 shape)
 {
   return product_between(acc, shape, lo, hi);
 }
 
 // `init` times the extents of `resshape` strictly between the axes lo and hi.
-KERNEL((255), (i32), inner_size_init_lo_hi_resshape, i32 init, i32 lo, i32 hi, I32 resshape)
+KERNEL((255), (i32), inner_size_init_lo_hi_resshape, i32 init, i32 lo, i32 hi, CI32 resshape)
 {
   return product_between(init, resshape, lo, hi);
 }
 
 // `init` times the extents of `rshape` strictly between the axes lo and hi.
-KERNEL((294), (i64), inner_size64_lo_init_hi_rshape, i32 lo, i64 init, i32 hi, I32 rshape)
+KERNEL((294), (i64), inner_size64_lo_init_hi_rshape, i32 lo, i64 init, i32 hi, CI32 rshape)
 {
   return product_between(init, rshape, lo, hi);
 }
 
 // `acc` times the first nd extents, those of the axes d and e left out.
-KERNEL((83), (i32), size_without_axes, i32 d, i32 e, i32 nd, i32 acc, I32 shape)
+KERNEL((83), (i32), size_without_axes, i32 d, i32 e, i32 nd, i32 acc, CI32 shape)
 {
   for (i32 k = 0; k < nd; ++k) {
     if (k != d && k != e) acc = wrapping_mul(acc, shape[k]);
@@ -289,33 +289,105 @@ KERNEL((83), (i32), size_without_axes, i32 d, i32 e, i32 nd, i32 acc, I32 shape)
 }
 
 // `acc` times the extents last[k] - first[k] of a box of n axes.
-KERNEL((184), (i32), box_size_first_last_n_acc, I32 first, I32 last, i32 n, i32 acc)
+KERNEL((184), (i32), box_size_first_last_n_acc, CI32 first, CI32 last, i32 n, i32 acc)
 {
   return box_size(acc, first, last, n);
 }
 
 // `init` times the extents lasta[d] - firsta[d] of a box of n axes.
-KERNEL((259), (i32), box_size_firsta_lasta_n_init, I32 firsta, I32 lasta, i32 n, i32 init)
+KERNEL((259), (i32), box_size_firsta_lasta_n_init, CI32 firsta, CI32 lasta, i32 n, i32 init)
 {
   return box_size(init, firsta, lasta, n);
 }
 
-// The five-axis fold of a shape around two axes: the extents before the first into dim[0].
-KERNEL((263), (), fold_leading_axes, i32 n, I32 dim, I32 shape)
+// init times the n extents from `top` on: elements of an operand of an inner product.
+KERNEL((356), (i64), product_of_inner_product_extents, i32 n, i64 init, i32 top, CI32 wi32)
 {
-  fold_axes(dim, 0, shape, 0, n);
+  return product(init, Run{wi32, top}, 0, n);
 }
 
-// The extents strictly between the two axes into dim[2].
-KERNEL((264), (), fold_axes_between, i32 lo, i32 hi, I32 dim, I32 shape)
+// init times the n extents from `top` on: elements of an operand of an element-wise product.
+KERNEL((360), (i64), product_of_elementwise_product_extents, i32 n, i64 init, i32 top, CI32 wi32)
 {
-  fold_axes(dim, 2, shape, i64{lo} + 1, hi);
+  return product(init, Run{wi32, top}, 0, n);
 }
 
-// The extents behind the second axis `lo` into dim[4]; `hi` is the number of axes.
-KERNEL((265), (), fold_trailing_axes, i32 lo, I32 dim, i32 hi, I32 shape)
+// acc times the n extents from `base` on: elements of a factor.
+KERNEL((462), (i64), product_of_factor_extents, i32 n, i64 acc, i32 base, CI32 wi32)
 {
-  fold_axes(dim, 4, shape, i64{lo} + 1, hi);
+  return product(acc, Run{wi32, base}, 0, n);
+}
+
+// acc times the n extents from `base` on: elements of a summand.
+KERNEL((507), (i64), product_of_summand_extents, i32 n, i32 base, i64 acc, CI32 wi32)
+{
+  return product(acc, Run{wi32, base}, 0, n);
+}
+
+// acc times the hi-lo extents from `base` on: axes lo to hi-1.
+KERNEL((494), (i64), product_of_extent_range, i64 acc, i32 hi, i32 lo, i32 base, CI32 wi32)
+{
+  return product(acc, Run{wi32, base}, 0, static_cast<i64>(hi) - lo);
+}
+
+// acc times the hi-lo extents from `base` on: the size of a block.
+KERNEL((497), (i64), product_of_block_extents, i32 hi, i32 lo, i64 acc, i32 base, CI32 wi32)
+{
+  return product(acc, Run{wi32, base}, 0, static_cast<i64>(hi) - lo);
+}
+
+// init times the first n extents of the shape at `top`: those before an axis.
+KERNEL((424, 431, 529, 535), (i32), extents_before, i32 init, i32 n, i32 top, CI32 wi32)
+{
+  return product(init, Run{wi32, top}, 0, n);
+}
+
+// The same with its scalars in another order.
+KERNEL((437), (i32), stacked_extents_before, i32 n, i32 init, i32 top, CI32 wi32)
+{
+  return product(init, Run{wi32, top}, 0, n);
+}
+
+// init times the extents behind the axis `dim` of the shape at `top`.
+KERNEL((425, 434, 530, 536), (i32), extents_behind, i32 init, i32 dim, i32 nd, i32 top, CI32 wi32)
+{
+  return product_between(init, Run{wi32, top}, dim, nd);
+}
+
+// The same with its scalars in another order.
+KERNEL((438), (i32), stacked_extents_behind, i32 dim, i32 nd, i32 init, i32 top, CI32 wi32)
+{
+  return product_between(init, Run{wi32, top}, dim, nd);
+}
+
+// acc times the last n extents before base+hi.
+KERNEL((495), (i64), product_of_last_extents, i64 acc, i32 hi, i32 n, i32 base, CI32 wi32)
+{
+  return product(acc, Run{wi32, static_cast<i64>(base) + hi - n}, 0, n);
+}
+
+// `acc` times the extents before an axis: the first n.
+KERNEL((542), (i64), size64_before_axis, i64 acc, i32 shape, CI32 wi32, i32 n)
+{
+  return product(acc, Run{wi32, shape}, 0, n);
+}
+
+// `acc` times the extents strictly between the axes `lo` and `hi`.
+KERNEL((543), (i64), size64_between_axes, i64 acc, i32 shape, CI32 wi32, i32 lo, i32 hi)
+{
+  return product_between(acc, Run{wi32, shape}, lo, hi);
+}
+
+// `acc` times the extents behind the axis `lo`, `hi` being the number of axes.
+KERNEL((544), (i64), size64_behind_axis, i64 acc, i32 hi, i32 shape, CI32 wi32, i32 lo)
+{
+  return product_between(acc, Run{wi32, shape}, lo, hi);
+}
+
+// `acc` times the n extents; `flag` comes back as it was given.
+KERNEL((556), (bool, i32), size_with_flag, i32 n, bool flag, i32 acc, i32 shape, I32 wi32)
+{
+  return {flag, product(acc, Run{wi32, shape}, 0, n)};
 }
 
 }  // namespace fragments

@@ -1,13 +1,13 @@
 // Searches in ascending lists, and the merge step of a sort.
 
-#include "frame/frame.h"
+#include "index/order.h"
 
 namespace fragments {
 namespace {
 
 // The first position from `pos` on whose entry is at or above `key`, or the list's length; `pos` itself if it is past
 // that. Linear: a sweep over ascending keys passes through the list once.
-i32 scan_to(i64 key, i32 pos, I64 sp)
+i32 scan_to(i64 key, i32 pos, CI64 sp)
 {
   i64 place = pos;
   while (place < sp.count && sp[place] < key) ++place;
@@ -28,19 +28,19 @@ std::tuple<i32, i32> bisect(i32 lo, i32 hi, IsAbove is_above)
 }  // namespace
 
 // The first position from `pos` on with an entry at or above `key`; the list's length if there is none.
-KERNEL((311), (i32), scan_to_key, i64 key, i32 pos, I64 sp)
+KERNEL((311), (i32), scan_to_key, i64 key, i32 pos, CI64 sp)
 {
   return scan_to(key, pos, sp);
 }
 
 // The same for a 32-bit key.
-KERNEL((312), (i32), scan_to_key_32, i32 key, i32 pos, I64 sp)
+KERNEL((312), (i32), scan_to_key_32, i32 key, i32 pos, CI64 sp)
 {
   return scan_to(key, pos, sp);
 }
 
 // `acc` plus the number of entries from lo up to hi-1. Scans all of the list, which need not be sorted.
-KERNEL((324), (i32), count_in_range, i32 acc, I64 sp, i32 lo, i32 hi)
+KERNEL((324), (i32), count_in_range, i32 acc, CI64 sp, i32 lo, i32 hi)
 {
   i64 count = 0;
   for (i64 m = 0; m < sp.count; ++m) count += lo <= sp[m] && sp[m] < hi;
@@ -49,20 +49,20 @@ KERNEL((324), (i32), count_in_range, i32 acc, I64 sp, i32 lo, i32 hi)
 
 // Bisects lo..hi to neighbours around the end of the entries that equal `key`: with values[lo] at or below and
 // values[hi] above `key` at the start, the result is so too.
-KERNEL((110), (i32, i32), bisect_behind_key, i32 lo, i32 hi, i64 key, I64 values)
+KERNEL((110), (i32, i32), bisect_behind_key, i32 lo, i32 hi, i64 key, CI64 values)
 {
   return bisect(lo, hi, [&](i64 m) { return key < values[m]; });
 }
 
 // The same around their start: values[lo] stays below, values[hi] at or above `key`.
-KERNEL((111), (i32, i32), bisect_before_key, i32 lo, i32 hi, i64 key, I64 values)
+KERNEL((111), (i32, i32), bisect_before_key, i32 lo, i32 hi, i64 key, CI64 values)
 {
   return bisect(lo, hi, [&](i64 m) { return values[m] >= key; });
 }
 
 // Merges the runs src[i..m) and src[m..e), each ascending by vals[item], into `tgt` from i on. The left item goes first
 // only if it is strictly smaller: of equal items the right one comes first. This is intended.
-KERNEL((129), (), merge_sorted_runs, i32 i, i32 m, i32 e, I32 src, I32 tgt, I64 vals)
+KERNEL((129), (), merge_sorted_runs, i32 i, i32 m, i32 e, I32 src, I32 tgt, CI64 vals)
 {
   i64 left = i, right = m, to = i;
   while (left < m && right < e) {
@@ -70,6 +70,12 @@ KERNEL((129), (), merge_sorted_runs, i32 i, i32 m, i32 e, I32 src, I32 tgt, I64 
   }
   while (left < m) tgt[to++] = src[left++];
   while (right < e) tgt[to++] = src[right++];
+}
+
+// `ok`, and the pattern ascends strictly.
+KERNEL((42), (bool), check_pattern_order, bool ok, CI64 sp)
+{
+  return ok && is_ascending(sp, sp.count);
 }
 
 }  // namespace fragments

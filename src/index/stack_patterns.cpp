@@ -42,7 +42,7 @@ void add_to_positions(Run<i64> sp, i64 n, i64 distance)
 // `axis_inner` 0, `offset` counts positions and itemsizes[item] is added to it; along another one it counts coordinates
 // and dimsizes[item], the item's extent, is added. `inner` is the product of the extents behind the axis, `total` the
 // extent of the whole.
-KERNEL((295), (i64), stack_item, i32 axis_inner, i64 inner, i32 total, I32 dimsizes, i32 item, I64 itemsizes, i32 n,
+KERNEL((295), (i64), stack_item, i32 axis_inner, i64 inner, i32 total, CI32 dimsizes, i32 item, CI64 itemsizes, i32 n,
        i32 start, i64 offset, I64 sp)
 {
   const Run positions{sp, start};
@@ -57,7 +57,7 @@ KERNEL((295), (i64), stack_item, i32 axis_inner, i64 inner, i32 total, I32 dimsi
 
 // Stacking along the leading axis: adds `add` to the numnz[k] positions of operand k, from `pos` on. Returns the place
 // behind them.
-KERNEL((235), (i32), stack_view_along_leading_axis, i32 k, i32 pos, i64 add, I32 numnz, I64 rsp)
+KERNEL((235), (i32), stack_view_along_leading_axis, i32 k, i32 pos, i64 add, CI32 numnz, I64 rsp)
 {
   const i32 n = numnz[k];
   if (n <= 0) return pos;
@@ -68,7 +68,7 @@ KERNEL((235), (i32), stack_view_along_leading_axis, i32 k, i32 pos, i64 add, I32
 // Stacking n operands along any axis: operand k has the extent sdims[k] there and begins at offset[k] of the whole
 // extent p; q is the product of the extents behind the axis. Its numnz[k] positions stand from `pos` on, behind those
 // of the operands before it. Returns the place behind the last.
-KERNEL((238), (i32), stack_views, i32 p, i32 q, i32 pos, i32 n, I32 numnz, I32 offset, I64 rsp, I32 sdims)
+KERNEL((238), (i32), stack_views, i32 p, i32 q, i32 pos, i32 n, CI32 numnz, CI32 offset, I64 rsp, CI32 sdims)
 {
   for (i64 k = 0; k < n; ++k) {
     const i32 count = numnz[k];

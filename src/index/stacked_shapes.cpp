@@ -12,31 +12,31 @@ KERNEL((250), (), fill_shape_table, i32 rows, i32 cols, I32x2 shape)
 }
 
 // The shape of one item, into its row. The rest of the row stays as it is.
-KERNEL((252), (), enter_item_shape, i32 row, I32x2 shape, I32 shpi)
+KERNEL((252), (), enter_item_shape, i32 row, I32x2 shape, CI32 shpi)
 {
   copy_extents(Row{shape, row}, 0, shpi, 0, shpi.count);
 }
 
 // The same for a stored expression.
-KERNEL((597), (), enter_stored_shape, i32 row, I32x2 shapes, I32 shp)
+KERNEL((597), (), enter_stored_shape, i32 row, I32x2 shapes, CI32 shp)
 {
   copy_extents(Row{shapes, row}, 0, shp, 0, shp.count);
 }
 
 // Extent 1 for the axes of a row of n that `shp` lacks.
-KERNEL((598), (), fill_rest_of_row, i32 row, i32 n, I32x2 shapes, I32 shp)
+KERNEL((598), (), fill_rest_of_row, i32 row, i32 n, I32x2 shapes, CI32 shp)
 {
   fill_ones(Row{shapes, row}, shp.count, n);
 }
 
 // Adds the extents along `axis` of the rows 1 .. n-1 to resshape[axis], which holds that of row 0.
-KERNEL((253), (), add_extents_along_axis, i32 axis, i32 n, I32 resshape, I32x2 shape)
+KERNEL((253), (), add_extents_along_axis, i32 axis, i32 n, I32 resshape, CI32x2 shape)
 {
   for (i64 j = 1; j < n; ++j) resshape[axis] = wrapping_add(resshape[axis], shape(j, axis));
 }
 
 // Whether an item fits the others: clears `flag` if its shape differs from `rshape` in any axis but `axis`.
-KERNEL((290), (bool), check_item_shape, i32 axis, bool flag, I32 rshape, I32 shapei)
+KERNEL((290), (bool), check_item_shape, i32 axis, bool flag, CI32 rshape, CI32 shapei)
 {
   for (i64 j = 0; j < shapei.count; ++j) flag &= j == axis || rshape[j] == shapei[j];
   return flag;
@@ -46,7 +46,7 @@ KERNEL((290), (bool), check_item_shape, i32 axis, bool flag, I32 rshape, I32 sha
 // the axes that it lacks must have extent 1 in the whole, or `flag` is cleared. An item that lacks `axis` itself has
 // extent 1 there, and its other axes aren't looked at; this is intended.
 KERNEL((291), (bool, i32), add_item_to_stack, i32 axis, bool flag, i32 total, I32 dimsizes, i32 item, i32 rank,
-       I32 rshape, I32 shapei)
+       CI32 rshape, CI32 shapei)
 {
   i32 extent = 1;
   if (axis < shapei.count) {

@@ -8,75 +8,69 @@
 namespace fragments {
 
 // Row-major strides of a variable or constraint.
-KERNEL((175, 180, 257, 304), (), row_major_strides_of_view, i32 n, I32 shape, I64 strides)
+KERNEL((175, 180, 257, 304), (), row_major_strides_of_view, i32 n, CI32 shape, I64 strides)
 {
   row_major_strides(strides, shape, n);
 }
 
 // Row-major strides of a domain.
-KERNEL((43), (), row_major_strides_of_domain, i32 nd, I32 shape, I64 strides)
+KERNEL((43), (), row_major_strides_of_domain, i32 nd, CI32 shape, I64 strides)
 {
   row_major_strides(strides, shape, nd);
 }
 
 // Row-major strides of an array that is read by multi-index.
-KERNEL((273), (), row_major_strides_of_array, i32 n, I32 shape, I64 st)
+KERNEL((273), (), row_major_strides_of_array, i32 n, CI32 shape, I64 st)
 {
   row_major_strides(st, shape, n);
 }
 
 // Row-major strides of a pattern that is sorted by axes.
-KERNEL((297), (), row_major_strides_of_pattern, i32 n, I32 rshape, I64 rstrides)
+KERNEL((297), (), row_major_strides_of_pattern, i32 n, CI32 rshape, I64 rstrides)
 {
   row_major_strides(rstrides, rshape, n);
 }
 
 // Row-major strides of a view that is made.
-KERNEL((218, 240), (), row_major_strides_of_result, i32 n, I32 rshape, I64 s)
+KERNEL((218, 240), (), row_major_strides_of_result, i32 n, CI32 rshape, I64 s)
 {
   row_major_strides(s, rshape, n);
 }
 
 // Row-major strides of a stored expression.
-KERNEL((577, 579), (), row_major_strides_of_stored, i32 n, I64 s, I32 shp)
+KERNEL((577, 579), (), row_major_strides_of_stored, i32 n, I64 s, CI32 shp)
 {
   row_major_strides(s, shp, n);
 }
 
 // Row-major strides in 32 bits.
-KERNEL((99), (), row_major_strides_32, i32 nd, I32 shape, I32 stride)
+KERNEL((99), (), row_major_strides_32, i32 nd, CI32 shape, I32 stride)
 {
   row_major_strides(stride, shape, nd);
 }
 
 // Row-major strides in 32 bits, the last one set to 1.
-KERNEL((49, 62), (), row_major_strides_32_from_one, i32 nd, I32 shape, I32 strides)
+KERNEL((49, 62), (), row_major_strides_32_from_one, i32 nd, CI32 shape, I32 strides)
 {
   if (nd > 0) strides[i64{nd} - 1] = 1;
   row_major_strides(strides, shape, nd);
 }
 
-// The row-major strides of a five-axis fold, in 32 bits.
-KERNEL((266, 550), (), row_major_strides_of_fold, I32 dim, I32 stride)
-{
-  row_major_strides(stride, dim, 5);
-}
-
 // The row-major strides of the array that has axis perm[d] of `shape` as its axis d.
-KERNEL((207), (), row_major_strides_permuted, i32 nd, I32 perm, I64 pstrides, I32 shape)
+KERNEL((207), (), row_major_strides_permuted, i32 nd, CI32 perm, I64 pstrides, CI32 shape)
 {
   fill_strides(pstrides, nd, [&](i64 d) { return shape[perm[d]]; });
 }
 
 // Mirrored strides, which the box slices take: they grow from the last axis as row-major ones do, but the extents come
 // from the front: stride[d] = shape[n-1-d] * stride[d+1]. This is intended.
-KERNEL((315), (), mirrored_strides_of_array, i32 n, I32 shape, I64 stride)
+KERNEL((315), (), mirrored_strides_of_array, i32 n, CI32 shape, I64 stride)
 {
   fill_strides(stride, n, [&](i64 d) { return shape[n - d]; });
 }
 
 // The mirrored strides of a slice.
-KERNEL((319), (), mirrored_strides_of_result, i32 n, I32 rshape, I64 rstride)
+KERNEL((319), (), mirrored_strides_of_result, i32 n, CI32 rshape, I64 rstride)
 {
   fill_strides(rstride, n, [&](i64 d) { return rshape[n - d]; });
 }

@@ -8,7 +8,7 @@ namespace fragments {
 namespace {
 
 // `start` plus the first n entries, wrapping around.
-i32 sum(i32 start, I32 entries, i64 n)
+i32 sum(i32 start, CI32 entries, i64 n)
 {
   for (i64 k = 0; k < n; ++k) start = wrapping_add(start, entries[k]);
   return start;
@@ -17,7 +17,7 @@ i32 sum(i32 start, I32 entries, i64 n)
 // The least and the greatest of values[idx[k]] for k from first up to last-1, into res[slot] and res[slot+1]. An empty
 // range writes nothing.
 template <class T>
-void extremes(i64 first, I64 idx, i64 last, StridedArray<T> res, i64 slot, StridedArray<T> values)
+void extremes(i64 first, CI64 idx, i64 last, StridedArray<T> res, i64 slot, StridedArray<T> values)
 {
   if (first >= last) return;
   T least = values[idx[first]];
@@ -32,7 +32,7 @@ void extremes(i64 first, I64 idx, i64 last, StridedArray<T> res, i64 slot, Strid
 }
 
 template <class T>
-void extremes_of_one_or_two(i64 first, I64 idx, i64 last, StridedArray<T> res, StridedArray<T> vals1,
+void extremes_of_one_or_two(i64 first, CI64 idx, i64 last, StridedArray<T> res, StridedArray<T> vals1,
                             StridedArray<T> vals2)
 {
   extremes(first, idx, last, res, 0, vals1);
@@ -42,50 +42,50 @@ void extremes_of_one_or_two(i64 first, I64 idx, i64 last, StridedArray<T> res, S
 }  // namespace
 
 // `init` plus the first n entries of `numnz`.
-KERNEL((227, 251), (i32), sum_of_counts, i32 n, I32 numnz, i32 init)
+KERNEL((227, 251), (i32), sum_of_counts, i32 n, CI32 numnz, i32 init)
 {
   return sum(init, numnz, n);
 }
 
 // `init` plus all of `nnzs`.
-KERNEL((292), (i32), sum_of_all_counts, I32 nnzs, i32 init)
+KERNEL((292), (i32), sum_of_all_counts, CI32 nnzs, i32 init)
 {
   return sum(init, nnzs, nnzs.count);
 }
 
 // Where each of n stacked operands begins along the axis: offset[i+1] = offset[i] + sdims[i]. offset[0] is the
 // caller's, and the last extent isn't read.
-KERNEL((236), (), offsets_of_operands, i32 n, I32 offset, I32 sdims)
+KERNEL((236), (), offsets_of_operands, i32 n, I32 offset, CI32 sdims)
 {
   for (i64 i = 0; i < i64{n} - 1; ++i) offset[i + 1] = wrapping_add(offset[i], sdims[i]);
 }
 
 // The greatest of `acc` and the first n extents of `shape`.
-KERNEL((52, 65), (i32), greatest_extent_of_shape, i32 acc, i32 n, I32 shape)
+KERNEL((52, 65), (i32), greatest_extent_of_shape, i32 acc, i32 n, CI32 shape)
 {
   return greatest(acc, shape, 0, n);
 }
 
 // The greatest of `acc` and the first n extents of `rshape`.
-KERNEL((217), (i32), greatest_extent_of_result, i32 acc, i32 n, I32 rshape)
+KERNEL((217), (i32), greatest_extent_of_result, i32 acc, i32 n, CI32 rshape)
 {
   return greatest(acc, rshape, 0, n);
 }
 
 // The same with n first.
-KERNEL((239), (i32), greatest_extent_of_result_n_first, i32 n, i32 acc, I32 rshape)
+KERNEL((239), (i32), greatest_extent_of_result_n_first, i32 n, i32 acc, CI32 rshape)
 {
   return greatest(acc, rshape, 0, n);
 }
 
 // The greatest of `init`, which stands for extent 0, and the extents 1 .. n-1.
-KERNEL((296), (i32), greatest_extent_behind_first, i32 init, i32 n, I32 rshape)
+KERNEL((296), (i32), greatest_extent_behind_first, i32 init, i32 n, CI32 rshape)
 {
   return greatest(init, rshape, 1, n);
 }
 
 // The least of `lo` and the greatest of `hi` and the entries 1 .. n-1; `lo` and `hi` stand for entry 0.
-KERNEL((594), (i32, i32), extremes_of_ranks, i32 lo, i32 hi, i32 n, I32 nds)
+KERNEL((594), (i32, i32), extremes_of_ranks, i32 lo, i32 hi, i32 n, CI32 nds)
 {
   for (i64 k = 1; k < n; ++k) lo = std::min(lo, nds[k]);
   return {lo, greatest(hi, nds, 1, n)};
@@ -93,15 +93,21 @@ KERNEL((594), (i32, i32), extremes_of_ranks, i32 lo, i32 hi, i32 n, I32 nds)
 
 // The least and the greatest of vals1[idx[k]] for k from first up to last-1, into res[0] and res[1]; those of `vals2`,
 // unless it is None, into res[2] and res[3]. An empty range writes nothing.
-KERNEL((104), (), extremes_of_positions, i64 first, I64 idx, i64 last, I64 res, I64 vals1, I64 vals2)
+KERNEL((104), (), extremes_of_positions, i64 first, CI64 idx, i64 last, I64 res, I64 vals1, I64 vals2)
 {
   extremes_of_one_or_two(first, idx, last, res, vals1, vals2);
 }
 
 // The same for 32-bit values.
-KERNEL((105), (), extremes_of_indices, i64 first, I64 idx, i64 last, I32 res, I32 vals1, I32 vals2)
+KERNEL((105), (), extremes_of_indices, i64 first, CI64 idx, i64 last, I32 res, I32 vals1, I32 vals2)
 {
   extremes_of_one_or_two(first, idx, last, res, vals1, vals2);
+}
+
+// The greatest of `acc` and the n extents.
+KERNEL((526, 558), (i32), greatest_extent, i32 acc, i32 n, i32 shape, CI32 wi32)
+{
+  return greatest(acc, Run{wi32, shape}, 0, n);
 }
 
 }  // namespace fragments

@@ -5,7 +5,7 @@
 namespace fragments {
 
 // A shape[0] by shape[1] matrix row by row. Source and target may be one array: the copy runs in ascending order.
-KERNEL((327), (), flatten_values, I32 shape, F64 vals, F64x2 values2)
+KERNEL((327), (), flatten_values, CI32 shape, F64 vals, CF64x2 values2)
 {
   for (i64 r = 0; r < shape[0]; ++r) {
     const i64 cols = shape[1];
@@ -14,7 +14,7 @@ KERNEL((327), (), flatten_values, I32 shape, F64 vals, F64x2 values2)
 }
 
 // The entries of a matrix of shape[1] columns at the flat positions `sp`.
-KERNEL((328), (), gather_values, I32 shape, I64 sp, F64 vals, F64x2 values2)
+KERNEL((328), (), gather_values, CI32 shape, CI64 sp, F64 vals, CF64x2 values2)
 {
   if (sp.count < 1) return;
   const Divisor cols(shape[1]);
@@ -25,13 +25,13 @@ KERNEL((328), (), gather_values, I32 shape, I64 sp, F64 vals, F64x2 values2)
 }
 
 // A list as the first column of a table.
-KERNEL((331), (), write_first_column, I32x2 idxs, I32 indexes)
+KERNEL((331), (), write_first_column, I32x2 idxs, CI32 indexes)
 {
   for (i64 k = 0; k < indexes.count; ++k) idxs(k, 0) = indexes[k];
 }
 
 // A list as the first row of a table.
-KERNEL((332), (), write_first_row, I32x2 idxs, I32 indexes)
+KERNEL((332), (), write_first_row, I32x2 idxs, CI32 indexes)
 {
   for (i64 k = 0; k < indexes.count; ++k) idxs(0, k) = indexes[k];
 }

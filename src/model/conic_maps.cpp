@@ -54,7 +54,8 @@ struct Triangles {
 
 // Binds n expressions from `from` on to a constraint with the constants `lb`, and behind them the same expressions once
 // more with the constants `ub`: a ranged constraint uses each expression twice.
-KERNEL((1), (), bind_ranged_expressions, I32 accafeidxs, F64 accb, I32 afeidxs, i32 from, i32 to, F64 lb, i32 n, F64 ub)
+KERNEL((1), (), bind_ranged_expressions, I32 accafeidxs, F64 accb, CI32 afeidxs, i32 from, i32 to, CF64 lb, i32 n,
+       CF64 ub)
 {
   const Run source{afeidxs, from};
   const Run lower{accafeidxs, to}, upper{accafeidxs, static_cast<i64>(to) + n};
@@ -67,7 +68,7 @@ KERNEL((1), (), bind_ranged_expressions, I32 accafeidxs, F64 accb, I32 afeidxs, 
 }
 
 // Binds n expressions from `from` on to a constraint with the constants `b`.
-KERNEL((2), (), bind_expressions, I32 accafeidxs, F64 accb, I32 afeidxs, i32 from, i32 to, F64 b, i32 n)
+KERNEL((2), (), bind_expressions, I32 accafeidxs, F64 accb, CI32 afeidxs, i32 from, i32 to, CF64 b, i32 n)
 {
   const Run source{afeidxs, from};
   const Run target{accafeidxs, to};
@@ -79,8 +80,8 @@ KERNEL((2), (), bind_expressions, I32 accafeidxs, F64 accb, I32 afeidxs, i32 fro
 }
 
 // Enters m constraints of d elements each, the elements' numbers and expressions constraint by constraint.
-KERNEL((4), (), enter_elements, I32 accidxs, I32 acon_elm_accid, I32 acon_elm_afe, I32 acon_elm_ofs, F64 acon_elm_scale,
-       I32 aconidxs, I32 afeidxs, i32 d, i32 m)
+KERNEL((4), (), enter_elements, CI32 accidxs, I32 acon_elm_accid, I32 acon_elm_afe, I32 acon_elm_ofs,
+       F64 acon_elm_scale, CI32 aconidxs, CI32 afeidxs, i32 d, i32 m)
 {
   i64 k = 0;
   for (i32 i = 0; i < m; ++i) {
@@ -95,7 +96,7 @@ KERNEL((4), (), enter_elements, I32 accidxs, I32 acon_elm_accid, I32 acon_elm_af
 }
 
 // Enters n variables in constraints of d entries each; the last constraint may be filled in part.
-KERNEL((9), (), enter_variables, I32 accidxs, i32 d, i32 n, I64 nativeidxs, I32 var_elm_acc_idx, I32 var_elm_acc_ofs)
+KERNEL((9), (), enter_variables, CI32 accidxs, i32 d, i32 n, CI64 nativeidxs, I32 var_elm_acc_idx, I32 var_elm_acc_ofs)
 {
   i64 constraint = 0;
   i32 offset = 0;
@@ -111,7 +112,7 @@ KERNEL((9), (), enter_variables, I32 accidxs, i32 d, i32 n, I64 nativeidxs, I32 
 }
 
 // Takes n variables out of their constraints.
-KERNEL((10), (), remove_variables, i32 n, I64 nativeidxs, I32 var_elm_acc_idx)
+KERNEL((10), (), remove_variables, i32 n, CI64 nativeidxs, I32 var_elm_acc_idx)
 {
   for (i64 k = 0; k < n; ++k) var_elm_acc_idx[nativeidxs[k]] = -1;
 }
@@ -119,7 +120,7 @@ KERNEL((10), (), remove_variables, i32 n, I64 nativeidxs, I32 var_elm_acc_idx)
 // Sets the scale of off-diagonal elements to s in q2*q0*q4 triangles of order d that are listed by columns, the first
 // `cols` columns of each. `aconidxs` lists the elements from place c on; those of the diagonal are not read and keep
 // their scale. Returns the place behind the last.
-KERNEL((87), (i32), scale_triangle_elements, F64 acon_elm_scale, I32 aconidxs, i64 q0, i64 cols, i64 q2, i64 d, i64 q4,
+KERNEL((87), (i32), scale_triangle_elements, F64 acon_elm_scale, CI32 aconidxs, i64 q0, i64 cols, i64 q2, i64 d, i64 q4,
        i32 c, f64 s)
 {
   const i64 triangles = q2 * q0 * q4;
@@ -135,7 +136,7 @@ KERNEL((87), (i32), scale_triangle_elements, F64 acon_elm_scale, I32 aconidxs, i
 // Packs the expressions of lower triangles, listed from place c on: without `flag` listed by rows and packed by
 // columns, with it listed by columns, each from the diagonal down, and packed by rows. `nrow` is the number of rows or
 // columns that are listed. Returns the place behind the last.
-KERNEL((88), (i32), pack_triangles, I32 afeidxs, I32 afetrilperm, i32 rowlen, i64 nblocks, i64 d, i64 nmid, i64 nrow,
+KERNEL((88), (i32), pack_triangles, CI32 afeidxs, I32 afetrilperm, i32 rowlen, i64 nblocks, i64 d, i64 nmid, i64 nrow,
        i64 ninner, i32 c, bool flag)
 {
   const Triangles triangles{rowlen, nblocks, nmid, ninner};
@@ -153,7 +154,7 @@ KERNEL((88), (i32), pack_triangles, I32 afeidxs, I32 afetrilperm, i32 rowlen, i6
 // Spreads triangles packed by columns over the full symmetric matrices: `pafeidxs`, from place 0, gets the expression
 // of (i, j) or, above the diagonal, of (j, i). Both matrix axes have the order d, and `flag` makes no difference; this
 // is intended.
-KERNEL((89), (), unpack_triangles, I32 afeidxs, i32 rowlen, i64 nblocks, i64 d, i64 nmid, i64 d2, i64 ninner,
+KERNEL((89), (), unpack_triangles, CI32 afeidxs, i32 rowlen, i64 nblocks, i64 d, i64 nmid, i64 d2, i64 ninner,
        I32 pafeidxs, [[maybe_unused]] bool flag)
 {
   const Triangles triangles{rowlen, nblocks, nmid, ninner};
@@ -167,7 +168,7 @@ KERNEL((89), (), unpack_triangles, I32 afeidxs, i32 rowlen, i64 nblocks, i64 d, 
 // Numbers the entries (a, b, e) of an array (q, r, p) from c on and stores the numbers in an array `perm` (q, p, r),
 // its last two axes swapped. If `ofs` is not None, its first n entries go to the entries of `g` with the numbers that
 // begin `perm`. Returns the number behind the last.
-KERNEL((96), (i32), permute_middle_axis, i32 p, i32 q, i32 r, i32 n, F64 g, i32 c, F64 ofs, I32 perm)
+KERNEL((96), (i32), permute_middle_axis, i32 p, i32 q, i32 r, i32 n, F64 g, i32 c, CF64 ofs, I32 perm)
 {
   for (i64 a = 0; a < q; ++a) {
     for (i64 b = 0; b < r; ++b) {

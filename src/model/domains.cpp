@@ -8,8 +8,8 @@ namespace fragments {
 // The bounds of n elements: `scalar` takes the one pair for all, `dense` a pair for each; else the sparse bounds go to
 // their elements in an array of nd axes, whose extents stand at `pos`, and the other elements keep what they hold.
 // Scratch: nd strides.
-KERNEL((82), (), write_bounds, F64 bl, F64 bu, bool dense, F64 domlb, bool scalar, I32x2 domsp, F64 domub, i32 nd,
-       i32 n, I32 ri32, i32 pos)
+KERNEL((82), (), write_bounds, F64 bl, F64 bu, bool dense, CF64 domlb, bool scalar, CI32x2 domsp, CF64 domub, i32 nd,
+       i32 n, CI32 ri32, i32 pos)
 {
   if (scalar) {
     if (n < 1) return;
@@ -36,7 +36,7 @@ KERNEL((82), (), write_bounds, F64 bl, F64 bu, bool dense, F64 domlb, bool scala
 }
 
 // Sparse bounds of one side, with the strides given.
-KERNEL((100), (), scatter_bounds_of_side, F64 b, F64 dombnd, I32x2 domsp, i32 nd, I32 stride)
+KERNEL((100), (), scatter_bounds_of_side, F64 b, CF64 dombnd, CI32x2 domsp, i32 nd, CI32 stride)
 {
   for (i64 r = 0; r < domsp.rows; ++r) b[flat_position(Row{domsp, r}, stride, nd)] = dombnd[r];
 }

@@ -22,26 +22,26 @@ i32 maximum(i32 m, StridedArray<T> numbers, i64 first)
 }  // namespace
 
 // The maximum of m and all entries.
-KERNEL((3), (i32), largest_conic_constraint, I32 accidxs, i32 m)
+KERNEL((3), (i32), largest_conic_constraint, CI32 accidxs, i32 m)
 {
   return maximum(m, accidxs, 0);
 }
 
 // The maximum of m and all entries but the first, which is intended: entry 0 is never looked at.
-KERNEL((5, 6), (i32), largest_native_number, i32 m, I64 nativeidxs)
+KERNEL((5, 6), (i32), largest_native_number, i32 m, CI64 nativeidxs)
 {
   return maximum(m, nativeidxs, 1);
 }
 
 // c plus the number of entries above 0.
-KERNEL((11, 13), (i32), count_positive, i32 c, I64 idxs)
+KERNEL((11, 13), (i32), count_positive, i32 c, CI64 idxs)
 {
   for (i64 k = 0; k < idxs.count; ++k) c += idxs[k] > 0;
   return c;
 }
 
 // The entries above 0, in order.
-KERNEL((12, 14), (i32), select_positive, I64 idxs, i32 c, I32 nativeidxs)
+KERNEL((12, 14), (i32), select_positive, CI64 idxs, i32 c, I32 nativeidxs)
 {
   for (i64 k = 0; k < idxs.count; ++k) {
     if (idxs[k] > 0) nativeidxs[c++] = static_cast<i32>(idxs[k]);
@@ -50,14 +50,14 @@ KERNEL((12, 14), (i32), select_positive, I64 idxs, i32 c, I32 nativeidxs)
 }
 
 // c plus the number of entries at or above 0.
-KERNEL((21), (i32), count_nonnegative, I64 nativeidxs, i32 c)
+KERNEL((21), (i32), count_nonnegative, CI64 nativeidxs, i32 c)
 {
   for (i64 k = 0; k < nativeidxs.count; ++k) c += nativeidxs[k] >= 0;
   return c;
 }
 
 // The entries at or above 0, in order, each with its value.
-KERNEL((22), (i32), select_nonnegative_with_values, i32 c, I64 nativeidxs, I32 subj, F64 val, F64 values)
+KERNEL((22), (i32), select_nonnegative_with_values, i32 c, CI64 nativeidxs, I32 subj, F64 val, CF64 values)
 {
   for (i64 k = 0; k < nativeidxs.count; ++k) {
     if (nativeidxs[k] < 0) continue;

@@ -5,13 +5,13 @@
 namespace fragments {
 
 // res[k] = param_value[idxs[k]] for all of `idxs`.
-KERNEL((101), (), read_parameters, I32 idxs, F64 param_value, F64 res)
+KERNEL((101), (), read_parameters, CI32 idxs, CF64 param_value, F64 res)
 {
   for (i64 k = 0; k < idxs.count; ++k) res[k] = param_value[idxs[k]];
 }
 
 // param_value[idxs[k]] = vals[k] for all of `idxs`; of a repeated number the last value stays.
-KERNEL((102), (), set_parameters, I32 idxs, F64 param_value, F64 vals)
+KERNEL((102), (), set_parameters, CI32 idxs, F64 param_value, CF64 vals)
 {
   for (i64 k = 0; k < idxs.count; ++k) param_value[idxs[k]] = vals[k];
 }

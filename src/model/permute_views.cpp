@@ -8,7 +8,7 @@ namespace fragments {
 namespace {
 
 // to[k] = from[perm[k]] for k below n.
-void gather(I64 to, I64 from, I64 perm, i32 n)
+void gather(I64 to, CI64 from, CI64 perm, i32 n)
 {
   for (i64 k = 0; k < n; ++k) to[k] = from[perm[k]];
 }
@@ -20,7 +20,7 @@ void gather(I64 to, I64 from, I64 perm, i32 n)
 // takes digit nd-1, while the slots of the elements before keep what they took. This is intended; n is at most nd.
 // Digit nd-1 of a number below nd is 0 in every base, so that t comes out as 0. Without axes t is 0, for any n.
 template <class Element>
-void for_each_permuted(i32 nd, i32 n, I32 perm, I64 pstrides, I32 shape, Element element)
+void for_each_permuted(i32 nd, i32 n, CI32 perm, CI64 pstrides, CI32 shape, Element element)
 {
   const Scratch<i32> slot(nd);
   for (i64 k = 0; k < n; ++k) {
@@ -42,20 +42,20 @@ void for_each_permuted(i32 nd, i32 n, I32 perm, I64 pstrides, I32 shape, Element
 }  // namespace
 
 // n numbers, number k from place perm[k].
-KERNEL((165), (), permute_numbers, i32 n, I64 nidxs, I64 perm, I64 rnidxs)
+KERNEL((165), (), permute_numbers, i32 n, CI64 nidxs, CI64 perm, I64 rnidxs)
 {
   gather(rnidxs, nidxs, perm, n);
 }
 
 // The same for n flat positions.
-KERNEL((166), (), permute_positions, i32 n, I64 perm, I64 rsp, I64 sp)
+KERNEL((166), (), permute_positions, i32 n, CI64 perm, I64 rsp, CI64 sp)
 {
   gather(rsp, sp, perm, n);
 }
 
 // The transpose of a matrix of d1 rows and d2 columns. In strips of 8 rows, so that a cache line of the result is
 // filled at once.
-KERNEL((168, 169), (), transpose_view, i32 d1, i32 d2, I64 nativeidxs, I64 residxs)
+KERNEL((168, 169), (), transpose_view, i32 d1, i32 d2, CI64 nativeidxs, I64 residxs)
 {
   for (i64 strip = 0; strip < d1; strip += 8) {
     const i64 end = std::min<i64>(strip + 8, d1);
@@ -66,13 +66,13 @@ KERNEL((168, 169), (), transpose_view, i32 d1, i32 d2, I64 nativeidxs, I64 resid
 }
 
 // Dense, by axes: residxs[t] = nativeidxs[k] for the element k at position t.
-KERNEL((208), (), permute_dense_view, I64 nativeidxs, i32 nd, i32 n, I32 perm, I64 pstrides, I64 residxs, I32 shape)
+KERNEL((208), (), permute_dense_view, CI64 nativeidxs, i32 nd, i32 n, CI32 perm, CI64 pstrides, I64 residxs, CI32 shape)
 {
   for_each_permuted(nd, n, perm, pstrides, shape, [&](i64 k, i32 t) { residxs[t] = nativeidxs[k]; });
 }
 
 // Sparse, by axes: ressp[k] = t.
-KERNEL((209), (), permute_pattern, i32 nd, i32 n, I32 perm, I64 pstrides, I64 ressp, I32 shape)
+KERNEL((209), (), permute_pattern, i32 nd, i32 n, CI32 perm, CI64 pstrides, I64 ressp, CI32 shape)
 {
   for_each_permuted(nd, n, perm, pstrides, shape, [&](i64 k, i32 t) { ressp[k] = t; });
 }

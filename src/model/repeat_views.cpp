@@ -9,7 +9,7 @@ namespace fragments {
 
 // Sparse, along the leading axis: n elements, `reps` times; `step` is the size of the operand.
 KERNEL((214), (i32), repeat_along_leading_axis, i64 step, i32 pos, i32 reps, i32 n, I64 rnativeidxs, I64 rsp,
-       I64 tnativeidxs, I64 tsp)
+       CI64 tnativeidxs, CI64 tsp)
 {
   for (i64 r = 0; r < reps && n > 0; ++r, pos += n) {
     const i64 distance = step * r;
@@ -20,7 +20,8 @@ KERNEL((214), (i32), repeat_along_leading_axis, i64 step, i32 pos, i32 reps, i32
 }
 
 // Sparse, along a new last axis: each of n elements, m times.
-KERNEL((215), (i32), repeat_along_last_axis, i32 pos, i32 m, i32 n, I64 rnativeidxs, I64 rsp, I64 tnativeidxs, I64 tsp)
+KERNEL((215), (i32), repeat_along_last_axis, i32 pos, i32 m, i32 n, I64 rnativeidxs, I64 rsp, CI64 tnativeidxs,
+       CI64 tsp)
 {
   for (i64 r = 0; r < n; ++r) {
     for (i64 t = 0; t < m; ++t, ++pos) {
@@ -35,7 +36,7 @@ KERNEL((215), (i32), repeat_along_last_axis, i32 pos, i32 m, i32 n, I64 rnativei
 // distance of neighbours along the axis before, u = p*q*reps that distance in the result. The repetitions of each of n
 // elements follow each other, so that `rsp` doesn't ascend; this is intended, and it is sorted afterwards.
 KERNEL((216), (i32), repeat_along_axis, i32 p, i32 q, i32 pos, i32 reps, i32 n, i32 u, I64 rnativeidxs, I64 rsp, i32 v,
-       i32 w, I64 tnativeidxs, I64 tsp)
+       i32 w, CI64 tnativeidxs, CI64 tsp)
 {
   const Divisor extent(p), behind(q), slab(v), stride(w);
   const i64 step = i64{p} * q;
@@ -52,7 +53,7 @@ KERNEL((216), (i32), repeat_along_axis, i32 p, i32 q, i32 pos, i32 reps, i32 n, 
 }
 
 // Dense, along any axis: n blocks of m numbers, each `reps` times.
-KERNEL((224), (i32), repeat_blocks, i32 m, i32 n, i32 pos, i32 reps, I64 rnativeidxs, I64 tnativeidxs)
+KERNEL((224), (i32), repeat_blocks, i32 m, i32 n, i32 pos, i32 reps, I64 rnativeidxs, CI64 tnativeidxs)
 {
   for (i64 a = 0; a < n; ++a) {
     for (i64 t = 0; t < reps && m > 0; ++t, pos += m) {

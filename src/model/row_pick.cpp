@@ -13,7 +13,7 @@ namespace fragments {
 namespace {
 
 // Picks the row of the terms p .. e-1 into `to`.
-void pick_row(const Operand& rows, i32 p, i32 e, I64 varidxs, Run<f64> to)
+void pick_row(const Operand& rows, i32 p, i32 e, CI64 varidxs, Run<f64> to)
 {
   for (i64 j = 0; j < varidxs.count && p < e;) {
     const i64 w = rows.nidxs[p], t = varidxs[j];
@@ -27,7 +27,7 @@ void pick_row(const Operand& rows, i32 p, i32 e, I64 varidxs, Run<f64> to)
 }
 
 // Picks n rows into the block from place c on and returns the place behind it.
-i32 pick_rows(const Operand& rows, i32 n, I64 varidxs, F64 cof, i32 c)
+i32 pick_rows(const Operand& rows, i32 n, CI64 varidxs, F64 cof, i32 c)
 {
   for (i64 r = 0; r < n; ++r) {
     pick_row(rows, rows.ptr[r], rows.ptr[r + 1], varidxs, {cof, c});
@@ -42,7 +42,7 @@ struct SideBlock {
   I32 subi;
   i32 place;
 
-  void pick(const Operand& rows, i64 r, I64 varidxs, i32 row)
+  void pick(const Operand& rows, i64 r, CI64 varidxs, i32 row)
   {
     pick_row(rows, rows.ptr[r], rows.ptr[r + 1], varidxs, {cof, place});
     const Run run{subi, place};
@@ -54,15 +54,15 @@ struct SideBlock {
 }  // namespace
 
 // Picks n rows into `cof` from place c on.
-KERNEL((32), (i32), pick_coefficients, F64 cof, i32 fpos, i32 n, i32 ipos, i32 c, i32 ppos, I64 varidxs, F64 wf64,
-       I32 wi32, I64 wi64)
+KERNEL((32), (i32), pick_coefficients, F64 cof, i32 fpos, i32 n, i32 ipos, i32 c, i32 ppos, CI64 varidxs, CF64 wf64,
+       CI32 wi32, CI64 wi64)
 {
   return pick_rows({.ptr{wi32, ppos}, .nidxs{wi64, ipos}, .cof{wf64, fpos}}, n, varidxs, cof, c);
 }
 
 // The same with its scalars in another order.
-KERNEL((41), (i32), pick_coefficients_from_place, F64 cof, i32 fpos, i32 c, i32 n, i32 ipos, i32 ppos, I64 varidxs,
-       F64 wf64, I32 wi32, I64 wi64)
+KERNEL((41), (i32), pick_coefficients_from_place, F64 cof, i32 fpos, i32 c, i32 n, i32 ipos, i32 ppos, CI64 varidxs,
+       CF64 wf64, CI32 wi32, CI64 wi64)
 {
   return pick_rows({.ptr{wi32, ppos}, .nidxs{wi64, ipos}, .cof{wf64, fpos}}, n, varidxs, cof, c);
 }
@@ -70,7 +70,7 @@ KERNEL((41), (i32), pick_coefficients_from_place, F64 cof, i32 fpos, i32 c, i32 
 // Picks n rows into a block for each side: conic rows into `ccof` from place `cc` on, linear ones into `lcof` from `lc`
 // on. `csubi` and `lsubi` get the row number at every place of a row, also where the row has no such variable.
 KERNEL((33), (i32, i32), pick_coefficients_by_side, F64 ccof, i32 cc, i32 fpos, I32 conidxs, I32 csubi, F64 lcof,
-       i32 lc, I32 lsubi, i32 n, i32 ipos, i32 ppos, I64 varidxs, F64 wf64, I32 wi32, I64 wi64)
+       i32 lc, I32 lsubi, i32 n, i32 ipos, i32 ppos, CI64 varidxs, CF64 wf64, CI32 wi32, CI64 wi64)
 {
   const StackArrays w{wi32, wi64, wf64};
   const Operand rows = w.operand(ppos, ipos, fpos);
@@ -83,15 +83,9 @@ KERNEL((33), (i32, i32), pick_coefficients_by_side, F64 ccof, i32 cc, i32 fpos, 
 }
 
 // `ok`, and the first n of the variables to pick ascend strictly.
-KERNEL((40), (bool), check_picked_variables, i32 n, I64 varidxs_, bool ok)
+KERNEL((40), (bool), check_picked_variables, i32 n, CI64 varidxs_, bool ok)
 {
   return ok && is_ascending(varidxs_, n);
-}
-
-// `ok`, and the pattern ascends strictly.
-KERNEL((42), (bool), check_pattern_order, bool ok, I64 sp)
-{
-  return ok && is_ascending(sp, sp.count);
 }
 
 }  // namespace fragments

@@ -56,7 +56,7 @@ struct RowSizes {
 
 // Adds the sizes of n rows; linear_terms(p, e) counts among the terms p .. e-1 behind the negative numbers of a row.
 template <class LinearTerms>
-void measure_rows(const Operand& rows, i32 n, I32 barj, RowSizes& sizes, LinearTerms linear_terms)
+void measure_rows(const Operand& rows, i32 n, CI32 barj, RowSizes& sizes, LinearTerms linear_terms)
 {
   for (i64 r = 0; r < n; ++r) {
     const i32 s = rows.ptr[r], e = rows.ptr[r + 1];
@@ -124,7 +124,7 @@ struct MatrixList {
 
 // One matrix for each run of one semidefinite variable in n rows; ptr[r+1] becomes the number of matrices behind row r.
 template <class Start>
-void append_matrices(const Operand& rows, i32 n, const SemidefiniteElements& elements, I32 barvar_dim,
+void append_matrices(const Operand& rows, i32 n, const SemidefiniteElements& elements, CI32 barvar_dim,
                      StridedArray<Start> ptr, MatrixList& to)
 {
   for (i64 r = 0; r < n; ++r) {
@@ -144,8 +144,8 @@ void append_matrices(const Operand& rows, i32 n, const SemidefiniteElements& ele
 // Sizes n rows: adds the matrices of 77 to `nblk`, the semidefinite terms to `nbar`, and to `nlin` the terms behind
 // them. Only constant terms that lead those are left out of `nlin`, which is intended: the ones behind a linear term
 // count.
-KERNEL((75), (i32, i32, i32), measure_rows_by_term, i32 nblk, I32 barvar_block_elm_barj, i32 nlin, i32 n, i32 ipos,
-       i32 ppos, I32 ri32, I64 ri64, i32 nbar)
+KERNEL((75), (i32, i32, i32), measure_rows_by_term, i32 nblk, CI32 barvar_block_elm_barj, i32 nlin, i32 n, i32 ipos,
+       i32 ppos, CI32 ri32, CI64 ri64, i32 nbar)
 {
   const Operand rows{.ptr{ri32, ppos}, .nidxs{ri64, ipos}};
   RowSizes sizes{nblk, nlin, nbar};
@@ -158,8 +158,8 @@ KERNEL((75), (i32, i32, i32), measure_rows_by_term, i32 nblk, I32 barvar_block_e
 
 // The same, but `nlin` grows by all terms behind the semidefinite ones, constant terms included, whose coefficient
 // differs from 0.0; NaN does.
-KERNEL((78), (i32, i32, i32), measure_rows_by_coefficient, i32 nblk, I32 barvar_block_elm_barj, i32 fpos, i32 nlin,
-       i32 n, i32 ipos, i32 ppos, F64 rf64, I32 ri32, I64 ri64, i32 nbar)
+KERNEL((78), (i32, i32, i32), measure_rows_by_coefficient, i32 nblk, CI32 barvar_block_elm_barj, i32 fpos, i32 nlin,
+       i32 n, i32 ipos, i32 ppos, CF64 rf64, CI32 ri32, CI64 ri64, i32 nbar)
 {
   const StackArrays r{ri32, ri64, rf64};
   const Operand rows = r.operand(ppos, ipos, fpos);
@@ -174,7 +174,7 @@ KERNEL((78), (i32, i32, i32), measure_rows_by_coefficient, i32 nblk, I32 barvar_
 
 // The linear terms of n rows; constant terms are added to `bfix` in the order of the terms.
 KERNEL((76), (), split_linear_and_constant_terms, F64 bfix, F64 cof, i32 fpos, i32 n, i32 ipos, i32 ppos, I32 ptrb,
-       F64 rf64, I32 ri32, I64 ri64, I32 subj)
+       CF64 rf64, CI32 ri32, CI64 ri64, I32 subj)
 {
   const StackArrays r{ri32, ri64, rf64};
   const Operand rows = r.operand(ppos, ipos, fpos);
@@ -186,8 +186,8 @@ KERNEL((76), (), split_linear_and_constant_terms, F64 bfix, F64 cof, i32 fpos, i
 }
 
 // The linear and constant terms of n rows whose coefficient differs from 0.0; NaN does.
-KERNEL((79), (), split_nonzero_terms, F64 cof, i32 fpos, i32 n, i32 ipos, i32 ppos, I64 ptrb, F64 rf64, I32 ri32,
-       I64 ri64, I32 subj)
+KERNEL((79), (), split_nonzero_terms, F64 cof, i32 fpos, i32 n, i32 ipos, i32 ppos, I64 ptrb, CF64 rf64, CI32 ri32,
+       CI64 ri64, I32 subj)
 {
   const StackArrays r{ri32, ri64, rf64};
   const Operand rows = r.operand(ppos, ipos, fpos);
@@ -197,8 +197,8 @@ KERNEL((79), (), split_nonzero_terms, F64 cof, i32 fpos, i32 n, i32 ipos, i32 pp
 // The semidefinite terms of n rows as matrices, one for each run of one variable; `nz` entries and `nm` matrices are
 // there already. The coefficient of an element off the diagonal is halved. `ptr[r+1]` is `nm` behind row r.
 KERNEL((77), (i32, i32), write_row_matrices, i32 nz, i32 nm, I32 barsubj, I32 barvar_block_elm_barj,
-       I32 barvar_block_elm_i, I32 barvar_block_elm_j, I32 barvar_dim, i32 fpos, F64 matcof, I32 matdim, I32 matnnz,
-       I32 matsubi, I32 matsubj, i32 ipos, i32 n, I32 ptr, i32 ppos, F64 rf64, I32 ri32, I64 ri64)
+       I32 barvar_block_elm_i, I32 barvar_block_elm_j, CI32 barvar_dim, i32 fpos, F64 matcof, I32 matdim, I32 matnnz,
+       I32 matsubi, I32 matsubj, i32 ipos, i32 n, I32 ptr, i32 ppos, CF64 rf64, CI32 ri32, CI64 ri64)
 {
   MatrixList matrices{barsubj, matdim, matnnz, matsubi, matsubj, matcof, nz, nm};
   append_matrices({.ptr{ri32, ppos}, .nidxs{ri64, ipos}, .cof{rf64, fpos}}, n,
@@ -208,8 +208,8 @@ KERNEL((77), (i32, i32), write_row_matrices, i32 nz, i32 nm, I32 barsubj, I32 ba
 
 // The same with a 64-bit `ptr`.
 KERNEL((80), (i32, i32), write_row_matrices_wide, i32 nz, i32 nm, I32 barsubj, I32 barvar_block_elm_barj,
-       I32 barvar_block_elm_i, I32 barvar_block_elm_j, I32 barvar_dim, i32 fpos, F64 matcof, I32 matdim, I32 matnnz,
-       I32 matsubi, I32 matsubj, i32 ipos, i32 n, I64 ptr, i32 ppos, F64 rf64, I32 ri32, I64 ri64)
+       I32 barvar_block_elm_i, I32 barvar_block_elm_j, CI32 barvar_dim, i32 fpos, F64 matcof, I32 matdim, I32 matnnz,
+       I32 matsubi, I32 matsubj, i32 ipos, i32 n, I64 ptr, i32 ppos, CF64 rf64, CI32 ri32, CI64 ri64)
 {
   MatrixList matrices{barsubj, matdim, matnnz, matsubi, matsubj, matcof, nz, nm};
   append_matrices({.ptr{ri32, ppos}, .nidxs{ri64, ipos}, .cof{rf64, fpos}}, n,
@@ -218,7 +218,7 @@ KERNEL((80), (i32, i32), write_row_matrices_wide, i32 nz, i32 nm, I32 barsubj, I
 }
 
 // Sizes a single row of n terms, in any order: adds the semidefinite ones to `nbar`, all others to `nlin`.
-KERNEL((46), (i32, i32), measure_row, i32 nlin, i32 pos, i32 n, i32 nbar, I64 ri64)
+KERNEL((46), (i32, i32), measure_row, i32 nlin, i32 pos, i32 n, i32 nbar, CI64 ri64)
 {
   const Run nidxs{ri64, pos};
   for (i64 k = 0; k < n; ++k) {
@@ -229,14 +229,14 @@ KERNEL((46), (i32, i32), measure_row, i32 nlin, i32 pos, i32 n, i32 nbar, I64 ri
 }
 
 // The linear and constant terms of a single row of n terms, to `subj` and `cof` from place 0.
-KERNEL((47), (), split_row, F64 cof, i32 fpos, i32 ipos, i32 n, F64 rf64, I64 ri64, I32 subj)
+KERNEL((47), (), split_row, F64 cof, i32 fpos, i32 ipos, i32 n, CF64 rf64, CI64 ri64, I32 subj)
 {
   append_terms({.nidxs{ri64, ipos}, .cof{rf64, fpos}}, 0, n, subj, cof, 0, [](i32, i64 v) { return v >= 0; });
 }
 
 // n terms on semidefinite elements as triplets: variable, row, column and coefficient, halved off the diagonal.
-KERNEL((48), (), write_semidefinite_terms, I32 barvar_block_elm_barj, I32 barvar_block_elm_i, I32 barvar_block_elm_j,
-       i32 fpos, i32 ipos, i32 n, F64 rf64, I64 ri64, I32 subj, I32 subk, I32 subl, F64 val)
+KERNEL((48), (), write_semidefinite_terms, CI32 barvar_block_elm_barj, CI32 barvar_block_elm_i, CI32 barvar_block_elm_j,
+       i32 fpos, i32 ipos, i32 n, CF64 rf64, CI64 ri64, I32 subj, I32 subk, I32 subl, F64 val)
 {
   const Run nidxs{ri64, ipos};
   const Run cof{rf64, fpos};

@@ -18,7 +18,7 @@ KERNEL((7), (), number_semidefinite_variables, I32 barvaridxs, i32 first, i32 n)
 // the order of each variable, and in `nativeidxs`, from place 0, the numbers of the block's elements themselves, not
 // their complements.
 KERNEL((8), (), fill_semidefinite_block, I32 barvar_block_elm_barj, I32 barvar_block_elm_i, I32 barvar_block_elm_j,
-       I32 barvar_block_elm_ptr, I32 barvar_dim, i32 blk, i32 d, i32 first, I64 nativeidxs, i32 n)
+       CI32 barvar_block_elm_ptr, I32 barvar_dim, i32 blk, i32 d, i32 first, I64 nativeidxs, i32 n)
 {
   if (n <= 0) return;
   // Variables of order 0 have no elements and no base.

@@ -24,19 +24,19 @@ struct ConicElements {
   I32 acon_elm_ofs;    // its offset inside the constraint
   F64 acon_elm_scale;  // the factor from the cone's entry to the element
 
-  f64 value(F64 vector, i64 a) const
+  f64 value(CF64 vector, i64 a) const
   {
     return vector[static_cast<i64>(acon_elm_ofs[a]) + accptr[acon_elm_accid[a]]] * acon_elm_scale[a];
   }
 };
 
-void gather_constraints(Run<f64> res, I32 nativeidxs, i32 n, const ConicElements& elements, F64 conic, F64 linear)
+void gather_constraints(Run<f64> res, CI32 nativeidxs, i32 n, const ConicElements& elements, CF64 conic, CF64 linear)
 {
   gather(res, nativeidxs, n, [&](i64 v) { return v < 0 ? elements.value(conic, ~v) : linear[v]; });
 }
 
 // to[k] = lower[k] - upper[k] for k below n: the dual value of a pair of bounds.
-void subtract(F64 to, F64 lower, F64 upper, i32 n)
+void subtract(F64 to, CF64 lower, CF64 upper, i32 n)
 {
   for (i64 k = 0; k < n; ++k) to[k] = lower[k] - upper[k];
 }
@@ -55,41 +55,41 @@ i32 clear(i32 start, i32 end, Array... arrays)
 }  // namespace
 
 // The primal values of constraints: `xc` of linear rows, scaled entries of `accx` of conic elements.
-KERNEL((15), (), gather_constraint_values, I32 accptr, F64 accx, I32 acon_elm_accid, I32 acon_elm_ofs,
-       F64 acon_elm_scale, i32 n, I32 nativeidxs, i32 pos, F64 res, F64 xc)
+KERNEL((15), (), gather_constraint_values, I32 accptr, CF64 accx, I32 acon_elm_accid, I32 acon_elm_ofs,
+       F64 acon_elm_scale, i32 n, CI32 nativeidxs, i32 pos, F64 res, CF64 xc)
 {
   gather_constraints({res, pos}, nativeidxs, n, {accptr, acon_elm_accid, acon_elm_ofs, acon_elm_scale}, accx, xc);
 }
 
 // The dual values of constraints: `y` of linear rows, scaled entries of `accy` of conic elements.
-KERNEL((16), (), gather_constraint_duals, I32 accptr, F64 accy, I32 acon_elm_accid, I32 acon_elm_ofs,
-       F64 acon_elm_scale, i32 n, I32 nativeidxs, i32 pos, F64 res, F64 y)
+KERNEL((16), (), gather_constraint_duals, I32 accptr, CF64 accy, I32 acon_elm_accid, I32 acon_elm_ofs,
+       F64 acon_elm_scale, i32 n, CI32 nativeidxs, i32 pos, F64 res, CF64 y)
 {
   gather_constraints({res, pos}, nativeidxs, n, {accptr, acon_elm_accid, acon_elm_ofs, acon_elm_scale}, accy, y);
 }
 
 // The values of a variable without semidefinite elements; 0.0 for numbers at or below 0.
-KERNEL((17), (), gather_scalar_values, i32 n, I64 nativeidxs, i32 pos, F64 res, F64 xx)
+KERNEL((17), (), gather_scalar_values, i32 n, CI64 nativeidxs, i32 pos, F64 res, CF64 xx)
 {
   gather(Run{res, pos}, nativeidxs, n, [&](i64 v) { return v > 0 ? xx[v] : 0.0; });
 }
 
 // The same with the opposite sign. A value of 0.0 gives -0.0, a number at or below 0 gives 0.0.
-KERNEL((18), (), gather_negated_values, i32 n, I64 nativeidxs, i32 pos, F64 res, F64 xx)
+KERNEL((18), (), gather_negated_values, i32 n, CI64 nativeidxs, i32 pos, F64 res, CF64 xx)
 {
   gather(Run{res, pos}, nativeidxs, n, [&](i64 v) { return v > 0 ? -xx[v] : 0.0; });
 }
 
 // The values of a variable: `xx` of scalar elements, `barx` of semidefinite ones.
-KERNEL((19), (), gather_variable_values, F64 barx, i32 n, I64 nativeidxs, i32 pos, F64 res, F64 xx)
+KERNEL((19), (), gather_variable_values, CF64 barx, i32 n, CI64 nativeidxs, i32 pos, F64 res, CF64 xx)
 {
   gather(Run{res, pos}, nativeidxs, n, [&](i64 v) { return v > 0 ? xx[v] : v < 0 ? barx[~v] : 0.0; });
 }
 
 // The dual values of a variable: `bars` of semidefinite elements, an entry of `accy` of scalar ones that live in the
 // affine conic constraint `var_elm_acc_idx[v]`, `yx` of those that live in none (-1).
-KERNEL((20), (), gather_variable_duals, I32 accptr, F64 accy, F64 bars, i32 n, I64 nativeidxs, i32 pos, F64 res,
-       I32 var_elm_acc_idx, I32 var_elm_acc_ofs, F64 yx)
+KERNEL((20), (), gather_variable_duals, CI32 accptr, CF64 accy, CF64 bars, i32 n, CI64 nativeidxs, i32 pos, F64 res,
+       CI32 var_elm_acc_idx, CI32 var_elm_acc_ofs, CF64 yx)
 {
   gather(Run{res, pos}, nativeidxs, n, [&](i64 v) {
     if (v < 0) return bars[~v];
@@ -100,13 +100,13 @@ KERNEL((20), (), gather_variable_duals, I32 accptr, F64 accy, F64 bars, i32 n, I
 }
 
 // The duals of n variables from those of their lower and upper bounds.
-KERNEL((23), (), subtract_variable_duals, i32 n, F64 slx, F64 sux, F64 yx)
+KERNEL((23), (), subtract_variable_duals, i32 n, CF64 slx, CF64 sux, F64 yx)
 {
   subtract(yx, slx, sux, n);
 }
 
 // The duals of n linear rows from those of their lower and upper bounds.
-KERNEL((24), (), subtract_constraint_duals, i32 n, F64 slc, F64 suc, F64 y)
+KERNEL((24), (), subtract_constraint_duals, i32 n, CF64 slc, CF64 suc, F64 y)
 {
   subtract(y, slc, suc, n);
 }

@@ -49,4 +49,11 @@ KERNEL((164), (i32), mirror_upper_triangle, CI64 basevar_nativeidxs, CI32 dim, i
   return scatter_packed_triangle(dim, stride, true, k, basevar_nativeidxs, residxs);
 }
 
+// Takes the native indices of the triangle in order, from `nativeidxs[k]` on, each to its element in `nidxs` and to the
+// mirror. `upper` tells which triangle they are of. Returns the k behind them.
+KERNEL((267), (i32), scatter_triangle, CI32 dim, i32 k, CI32 nativeidxs, I32 nidxs, CI32 stride, bool upper)
+{
+  return scatter_packed_triangle(dim, stride, upper, k, nativeidxs, nidxs);
+}
+
 }  // namespace fragments

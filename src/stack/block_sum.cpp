@@ -11,7 +11,7 @@
 namespace fragments {
 
 // acc plus the number of blocks that n flat positions lie in.
-KERNEL((496), (i32), count_blocks, i64 blk, i32 acc, i32 n, i32 sp, I64 wi64)
+KERNEL((496), (i32), count_blocks, i64 blk, i32 acc, i32 n, i32 sp, CI64 wi64)
 {
   for_each_row_run(Run{wi64, sp}, n, blk, [&](i64, i32, i32) { ++acc; });
   return acc;
@@ -20,7 +20,7 @@ KERNEL((496), (i32), count_blocks, i64 blk, i32 acc, i32 n, i32 sp, I64 wi64)
 // The pattern of the next `ng` blocks, from element `cur` of the operand's n elements on; returns how far it got.
 // `rsp` is written only with `rhassp`, `rptr[0]` is the caller's.
 KERNEL((499), (i32), write_blocks, i64 blk, i32 n, i32 ptr, bool rhassp, I32 ri32, I64 ri64, i32 ng, i32 rptr, i32 rsp,
-       i32 cur, i32 sp, I32 wi32, I64 wi64)
+       i32 cur, i32 sp, CI32 wi32, CI64 wi64)
 {
   const Operand operand{.ptr{wi32, ptr}};
   const Run pattern{wi64, sp};

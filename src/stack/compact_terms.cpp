@@ -35,7 +35,7 @@ bool is_folded(const Operand& operand, i64 t)
 // Whether every term is alive, if `ok` is set. A term without code is dead if its coefficient is zero, one with code if
 // that code is a single zero besides: the constant zero or the mark of folding.
 KERNEL((395), (bool), are_terms_alive, i32 cconst, i32 code, i32 codeptr, i32 cof, bool ok, i32 ncodeatom, i32 nnz,
-       F64 wf64, I32 wi32)
+       CF64 wf64, CI32 wi32)
 {
   const StackArrays w{wi32, {}, wf64};
   const Operand operand = w.coded_terms(cof, codeptr, code, cconst);
@@ -48,28 +48,9 @@ KERNEL((395), (bool), are_terms_alive, i32 cconst, i32 code, i32 codeptr, i32 co
   return ok;
 }
 
-// Copies a record field by field from w to r.
-KERNEL((396), (), copy_record, i32 cconst, i32 code, i32 codeptr, i32 cof, bool hassp, i32 ncodeatom, i32 nd, i32 nelem,
-       i32 nidxs, i32 nnz, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64,
-       i32 rnidxs, i32 rptr, i32 rshape, i32 rsp, i32 shape, i32 sp, F64 wf64, I32 wi32, I64 wi64)
-{
-  const auto copy_i32 = [&](i32 to, i32 from, i64 n) { copy_slots(Run{ri32, to}, Run{wi32, from}, n); };
-  const auto copy_i64 = [&](i32 to, i32 from, i64 n) { copy_slots(Run{ri64, to}, Run{wi64, from}, n); };
-  const auto copy_f64 = [&](i32 to, i32 from, i64 n) { copy_slots(Run{rf64, to}, Run{wf64, from}, n); };
-  copy_i32(rshape, shape, nd);
-  if (hassp) copy_i64(rsp, sp, nelem);
-  copy_i32(rptr, ptr, nelem + i64{1});
-  copy_i64(rnidxs, nidxs, nnz);
-  copy_f64(rcof, cof, nnz);
-  if (ncodeatom <= 0) return;
-  copy_i32(rcodeptr, codeptr, nnz + i64{1});
-  copy_i32(rcode, code, ncodeatom);
-  copy_f64(rcconst, cconst, ncodeatom);
-}
-
 // Measures what is kept: `c` atoms, `e` elements with a term, `k` terms.
-KERNEL((386), (i32, i32, i32), measure_kept_terms, i32 cof, i32 nelem, i32 ptr, i32 c, i32 e, i32 k, F64 wf64, I32 wi32,
-       i32 code, i32 codeptr, I32 xi32)
+KERNEL((386), (i32, i32, i32), measure_kept_terms, i32 cof, i32 nelem, i32 ptr, i32 c, i32 e, i32 k, CF64 wf64,
+       CI32 wi32, i32 code, i32 codeptr, CI32 xi32)
 {
   const Operand operand{.ptr{wi32, ptr}, .cof{wf64, cof}, .codeptr{xi32, codeptr}, .code{xi32, code}};
   for (i64 i = 0; i < nelem; ++i) {
@@ -86,7 +67,7 @@ KERNEL((386), (i32, i32, i32), measure_kept_terms, i32 cof, i32 nelem, i32 ptr, 
 }
 
 // Whether `nelem` elements are fewer than the shape has, so that they need a pattern. `flag` is not read.
-KERNEL((387), (bool), needs_pattern, i32 nd, [[maybe_unused]] bool flag, i32 nelem, i32 shape, I32 wi32)
+KERNEL((387), (bool), needs_pattern, i32 nd, [[maybe_unused]] bool flag, i32 nelem, i32 shape, CI32 wi32)
 {
   return product(i64{1}, Run{wi32, shape}, 0, nd) > nelem;
 }
@@ -96,7 +77,8 @@ KERNEL((387), (bool), needs_pattern, i32 nd, [[maybe_unused]] bool flag, i32 nel
 // written; without, each keeps its place. `rptr[0]` and `rcodeptr[0]` are the caller's.
 KERNEL((390), (i32, i32, i32), write_kept_terms, i32 c, i32 cof, i32 e, bool hassp, i32 nelem, i32 nidxs, i32 k,
        i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, bool rhassp, I32 ri32, I64 ri64, i32 rnidxs,
-       i32 rptr, i32 rsp, i32 sp, F64 wf64, I32 wi32, I64 wi64, i32 xcconst, i32 code, i32 codeptr, F64 xf64, I32 xi32)
+       i32 rptr, i32 rsp, i32 sp, CF64 wf64, CI32 wi32, CI64 wi64, i32 xcconst, i32 code, i32 codeptr, CF64 xf64,
+       CI32 xi32)
 {
   const Operand operand{.ptr{wi32, ptr},
                         .nidxs{wi64, nidxs},
@@ -135,7 +117,7 @@ KERNEL((390), (i32, i32, i32), write_kept_terms, i32 c, i32 cof, i32 e, bool has
 // Finishes a result of which nothing drops: variables and coefficients from w, `ptr` and, if `hassp`, `sp` from
 // elsewhere on r, in ascending order.
 KERNEL((389), (), move_result, i32 cof, bool hassp, i32 nelem, i32 nidxs, i32 nnz, i32 ptr, i32 rcof, F64 rf64,
-       I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, i32 sp, F64 wf64, I64 wi64)
+       I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, i32 sp, CF64 wf64, CI64 wi64)
 {
   copy_slots(Run{ri64, rnidxs}, Run{wi64, nidxs}, nnz);
   copy_slots(Run{rf64, rcof}, Run{wf64, cof}, nnz);

@@ -41,8 +41,8 @@ void walk_columns(const ByColumn& p, i32& cursor, i64 ecols, Match match, Elemen
 
 // Measures P*E, sparse E.
 KERNEL((343), (i32, i32, i32), measure_diagonal_of_left_product, i32 codeptr, i32 ecols, i32 ptr, i32 ncodeatom,
-       i32 nelem, i32 pcols, i32 pnelem, i32 perm, i32 psp, i32 c, i32 e, i32 k, i32 sp, I32 wi32, I64 wi64, I32 xi32,
-       I64 xi64)
+       i32 nelem, i32 pcols, i32 pnelem, i32 perm, i32 psp, i32 c, i32 e, i32 k, i32 sp, CI32 wi32, CI64 wi64,
+       CI32 xi32, CI64 xi64)
 {
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
   const ByRow p{{xi64, psp}, pnelem, pcols};
@@ -59,7 +59,7 @@ KERNEL((343), (i32, i32, i32), measure_diagonal_of_left_product, i32 codeptr, i3
 KERNEL((344), (), write_diagonal_of_left_product, i32 cconst, i32 code, i32 codeptr, i32 cof, i32 ecols, i32 perm,
        i32 ncodeatom, i32 nelem, i32 nidxs, i32 rdim, i32 pcols, i32 param, i32 pnelem, i32 psp, i32 ptr, i32 rcconst,
        i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnelem, i32 rnidxs, i32 rhascode, i32 rptr,
-       i32 rshape, i32 rsp, i32 sp, F64 wf64, I32 wi32, I64 wi64, I32 xi32, I64 xi64)
+       i32 rshape, i32 rsp, i32 sp, CF64 wf64, CI32 wi32, CI64 wi64, CI32 xi32, CI64 xi64)
 {
   if (rnelem <= 0) return;
   const StackArrays w{wi32, wi64, wf64};
@@ -82,7 +82,7 @@ KERNEL((344), (), write_diagonal_of_left_product, i32 cconst, i32 code, i32 code
 
 // Measures P*E, dense E.
 KERNEL((345), (i32, i32, i32), measure_diagonal_of_left_product_with_dense, i32 codeptr, i32 ecols, i32 ncodeatom,
-       i32 pcols, i32 pnelem, i32 psp, i32 ptr, i32 c, i32 e, i32 k, I32 wi32, I64 xi64)
+       i32 pcols, i32 pnelem, i32 psp, i32 ptr, i32 c, i32 e, i32 k, CI32 wi32, CI64 xi64)
 {
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
   const ByRow p{{xi64, psp}, pnelem, pcols};
@@ -96,7 +96,7 @@ KERNEL((345), (i32, i32, i32), measure_diagonal_of_left_product_with_dense, i32 
 KERNEL((346), (), write_diagonal_of_left_product_with_dense, i32 cconst, i32 code, i32 codeptr, i32 cof, i32 ecols,
        i32 ncodeatom, i32 nidxs, i32 rdim, i32 pcols, i32 param, i32 pnelem, i32 psp, i32 ptr, i32 rcconst, i32 rcode,
        i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rhascode, i32 rnidxs, i32 rptr, i32 rshape, i32 rsp,
-       F64 wf64, I32 wi32, I64 wi64, I32 xi32, I64 xi64)
+       CF64 wf64, CI32 wi32, CI64 wi64, CI32 xi32, CI64 xi64)
 {
   const StackArrays w{wi32, wi64, wf64};
   const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
@@ -117,7 +117,7 @@ KERNEL((346), (), write_diagonal_of_left_product_with_dense, i32 cconst, i32 cod
 // Measures E*P, sparse E.
 KERNEL((351), (i32, i32, i32, i32, i32), measure_diagonal_of_right_product, i32 codeptr, i32 ecols, i32 i, i32 j,
        i32 ncodeatom, i32 nelem, i32 pcols, i32 pnelem, i32 perm, i32 psp, i32 ptr, i32 c, i32 e, i32 k, i32 sp,
-       I32 wi32, I64 wi64, I32 xi32, I64 xi64)
+       CI32 wi32, CI64 wi64, CI32 xi32, CI64 xi64)
 {
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
   const ByRow rows{{wi64, sp}, nelem, ecols};
@@ -132,7 +132,7 @@ KERNEL((351), (i32, i32, i32, i32, i32), measure_diagonal_of_right_product, i32 
 KERNEL((352), (i32, i32, i32, i32, i32), write_diagonal_of_right_product, i32 cconst, i32 code, i32 c, i32 codeptr,
        i32 cof, i32 ecols, i32 e, i32 i, i32 j, i32 ncodeatom, i32 nelem, i32 nidxs, i32 k, i32 pcols, i32 param,
        i32 pnelem, i32 perm, i32 psp, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32,
-       I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, i32 sp, F64 wf64, I32 wi32, I64 wi64, I32 xi32, I64 xi64)
+       I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, i32 sp, CF64 wf64, CI32 wi32, CI64 wi64, CI32 xi32, CI64 xi64)
 {
   const StackArrays w{wi32, wi64, wf64};
   const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
@@ -152,8 +152,8 @@ KERNEL((352), (i32, i32, i32, i32, i32), write_diagonal_of_right_product, i32 cc
 
 // Measures E*P, dense E.
 KERNEL((353), (i32, i32, i32, i32), measure_diagonal_of_right_product_with_dense, i32 codeptr, i32 ecols, i32 j,
-       i32 ncodeatom, i32 pcols, i32 pnelem, i32 perm, i32 psp, i32 ptr, i32 c, i32 e, i32 k, I32 wi32, I32 xi32,
-       I64 xi64)
+       i32 ncodeatom, i32 pcols, i32 pnelem, i32 perm, i32 psp, i32 ptr, i32 c, i32 e, i32 k, CI32 wi32, CI32 xi32,
+       CI64 xi64)
 {
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
   const ByColumn p{{xi64, psp}, {xi32, perm}, pnelem, Divisor(pcols)};
@@ -167,7 +167,7 @@ KERNEL((353), (i32, i32, i32, i32), measure_diagonal_of_right_product_with_dense
 KERNEL((354), (i32, i32, i32, i32), write_diagonal_of_right_product_with_dense, i32 cconst, i32 code, i32 c,
        i32 codeptr, i32 cof, i32 ecols, i32 e, i32 j, i32 ncodeatom, i32 nidxs, i32 k, i32 pcols, i32 param, i32 pnelem,
        i32 perm, i32 psp, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64,
-       i32 rnidxs, i32 rptr, i32 rsp, F64 wf64, I32 wi32, I64 wi64, I32 xi32, I64 xi64)
+       i32 rnidxs, i32 rptr, i32 rsp, CF64 wf64, CI32 wi32, CI64 wi64, CI32 xi32, CI64 xi64)
 {
   const StackArrays w{wi32, wi64, wf64};
   const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);

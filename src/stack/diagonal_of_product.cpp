@@ -29,7 +29,7 @@ namespace {
 // The right form with a dense E: entry(k, f) for each entry k and the element f that it meets, element(j) after each
 // column j of M.
 template <class Entry, class Element>
-void walk_columns(I32 msubi, I32 msubj, Run<i32> perm, i32 mnnz, i32 d1, Entry entry, Element element)
+void walk_columns(CI32 msubi, CI32 msubj, Run<const i32> perm, i32 mnnz, i32 d1, Entry entry, Element element)
 {
   for (i32 q = 0; q < mnnz;) {
     const i32 j = msubj[perm[q]];
@@ -42,8 +42,8 @@ void walk_columns(I32 msubi, I32 msubj, Run<i32> perm, i32 mnnz, i32 d1, Entry e
 // The right form with a sparse E: column j of M against row j of E, by cursors that only move forward. entry(k, e) for
 // each match of entry k and stored element e, element(j) after each column with a match.
 template <class Entry, class Element>
-void walk_columns_and_rows(I32 msubi, I32 msubj, Run<i32> perm, i32 mnnz, i32 mdimj, Run<i64> sp, i32 nelem, i32 d1,
-                           Entry entry, Element element)
+void walk_columns_and_rows(CI32 msubi, CI32 msubj, Run<const i32> perm, i32 mnnz, i32 mdimj, Run<const i64> sp,
+                           i32 nelem, i32 d1, Entry entry, Element element)
 {
   i32 e = 0, q = 0;
   for (i64 j = 0; j < mdimj; ++j) {
@@ -63,7 +63,7 @@ void walk_columns_and_rows(I32 msubi, I32 msubj, Run<i32> perm, i32 mnnz, i32 md
 // The left form with a dense E, from entry `mi` on: entry(k, f) for each entry k and the element f that it meets,
 // element(i) after each row i of M.
 template <class Entry, class Element>
-void walk_rows(i32& mi, I32 msubi, I32 msubj, i32 d1, Entry entry, Element element)
+void walk_rows(i32& mi, CI32 msubi, CI32 msubj, i32 d1, Entry entry, Element element)
 {
   const i32 mnnz = static_cast<i32>(msubi.count);
   while (mi < mnnz) {
@@ -77,8 +77,8 @@ void walk_rows(i32& mi, I32 msubi, I32 msubj, i32 d1, Entry entry, Element eleme
 // either list is exhausted. entry(k, e) for each match, element(i) after each row with a match. One division an
 // element.
 template <class Entry, class Element>
-void walk_rows_and_columns(i32& mi, I32 msubi, I32 msubj, i32& q, Run<i32> perm, i32 nelem, Run<i64> sp, i32 d1,
-                           Entry entry, Element element)
+void walk_rows_and_columns(i32& mi, CI32 msubi, CI32 msubj, i32& q, Run<const i32> perm, i32 nelem, Run<const i64> sp,
+                           i32 d1, Entry entry, Element element)
 {
   const i32 mnnz = static_cast<i32>(msubi.count);
   if (mi >= mnnz || q >= nelem) return;
@@ -111,15 +111,15 @@ void walk_rows_and_columns(i32& mi, I32 msubi, I32 msubj, i32& q, Run<i32> perm,
 }  // namespace
 
 // Right form: sorts the entries of M by column.
-KERNEL((451), (), sort_matrix_by_column, i32 mdimj, i32 mnnz, I32 msubj, I32 xi32, i32 xcolptr, i32 xperm)
+KERNEL((451), (), sort_matrix_by_column, i32 mdimj, i32 mnnz, CI32 msubj, I32 xi32, i32 xcolptr, i32 xperm)
 {
   sort_by_column(Run{xi32, xcolptr}, mdimj, Run{xi32, xperm}, mnnz, [&](i64 k) { return msubj[k]; });
 }
 
 // Right form: measures. The sizes grow from what comes in.
-KERNEL((452), (i32, i32, i32), measure_right_diagonal, i32 codeptr, i32 d1, bool hassp, i32 mdimj, i32 mnnz, I32 msubi,
-       I32 msubj, i32 ncodeatom, i32 nelem, i32 ptr, i32 rncodeatom, i32 rnelem, i32 rnnz, i32 sp, I32 wi32, I64 wi64,
-       I32 xi32, i32 xperm)
+KERNEL((452), (i32, i32, i32), measure_right_diagonal, i32 codeptr, i32 d1, bool hassp, i32 mdimj, i32 mnnz, CI32 msubi,
+       CI32 msubj, i32 ncodeatom, i32 nelem, i32 ptr, i32 rncodeatom, i32 rnelem, i32 rnnz, i32 sp, CI32 wi32,
+       CI64 wi64, CI32 xi32, i32 xperm)
 {
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
   Size size(operand, ncodeatom > 0, {.elements = rnelem, .terms = rnnz, .atoms = rncodeatom});
@@ -135,9 +135,9 @@ KERNEL((452), (i32, i32, i32), measure_right_diagonal, i32 codeptr, i32 d1, bool
 
 // Right form: writes. `rptr[0]` and `rcodeptr[0]` are the caller's.
 KERNEL((453), (i32, i32, i32), write_right_diagonal, i32 cconst, i32 code, i32 codei, i32 codeptr, i32 cof, i32 d1,
-       i32 elmi, bool hassp, i32 mdimj, i32 mnnz, I32 msubi, I32 msubj, F64 mval, i32 ncodeatom, i32 nelem, i32 nidxs,
-       i32 nzi, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs,
-       i32 rptr, i32 rsp, i32 sp, F64 wf64, I32 wi32, I64 wi64, I32 xi32, i32 xperm)
+       i32 elmi, bool hassp, i32 mdimj, i32 mnnz, CI32 msubi, CI32 msubj, CF64 mval, i32 ncodeatom, i32 nelem,
+       i32 nidxs, i32 nzi, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64,
+       i32 rnidxs, i32 rptr, i32 rsp, i32 sp, CF64 wf64, CI32 wi32, CI64 wi64, CI32 xi32, i32 xperm)
 {
   const StackArrays w{wi32, wi64, wf64};
   const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
@@ -158,8 +158,8 @@ KERNEL((453), (i32, i32, i32), write_right_diagonal, i32 cconst, i32 code, i32 c
 
 // Left form, dense E: measures from entry `mi` on, which comes back as the number of entries. The sizes grow from what
 // comes in.
-KERNEL((455), (i32, i32, i32, i32), measure_left_diagonal, i32 codeptr, i32 d1, i32 mi, I32 msubi, I32 msubj,
-       i32 ncodeatom, i32 ptr, i32 rncodeatom, i32 rnelem, i32 rnnz, I32 wi32)
+KERNEL((455), (i32, i32, i32, i32), measure_left_diagonal, i32 codeptr, i32 d1, i32 mi, CI32 msubi, CI32 msubj,
+       i32 ncodeatom, i32 ptr, i32 rncodeatom, i32 rnelem, i32 rnnz, CI32 wi32)
 {
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
   Size size(operand, ncodeatom > 0, {.elements = rnelem, .terms = rnnz, .atoms = rncodeatom});
@@ -170,9 +170,10 @@ KERNEL((455), (i32, i32, i32, i32), measure_left_diagonal, i32 codeptr, i32 d1, 
 
 // Left form, dense E: writes all of the record, its one extent `rdim`, `rptr[0]` and, if the operand has code,
 // `rcodeptr[0]` included.
-KERNEL((456), (), write_left_diagonal, i32 cconst, i32 code, i32 codeptr, i32 cof, i32 d1, i32 rdim, I32 msubi,
-       I32 msubj, F64 mval, i32 ncodeatom, i32 nidxs, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64,
-       I32 ri32, I64 ri64, i32 rncodeatom, i32 rnidxs, i32 rptr, i32 rshape, i32 rsp, F64 wf64, I32 wi32, I64 wi64)
+KERNEL((456), (), write_left_diagonal, i32 cconst, i32 code, i32 codeptr, i32 cof, i32 d1, i32 rdim, CI32 msubi,
+       CI32 msubj, CF64 mval, i32 ncodeatom, i32 nidxs, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof,
+       F64 rf64, I32 ri32, I64 ri64, i32 rncodeatom, i32 rnidxs, i32 rptr, i32 rshape, i32 rsp, CF64 wf64, CI32 wi32,
+       CI64 wi64)
 {
   const StackArrays w{wi32, wi64, wf64};
   const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
@@ -190,8 +191,8 @@ KERNEL((456), (), write_left_diagonal, i32 cconst, i32 code, i32 codeptr, i32 co
 }
 
 // Left form, sparse E: sorts its elements by column and measures. The sizes grow from what comes in.
-KERNEL((457), (i32, i32, i32), measure_sparse_left_diagonal, i32 codeptr, i32 d1, I32 msubi, I32 msubj, i32 ncodeatom,
-       i32 nelem, i32 ptr, i32 rncodeatom, i32 rnelem, i32 rnnz, i32 sp, I32 wi32, I64 wi64, i32 xcolptr, i32 xperm,
+KERNEL((457), (i32, i32, i32), measure_sparse_left_diagonal, i32 codeptr, i32 d1, CI32 msubi, CI32 msubj, i32 ncodeatom,
+       i32 nelem, i32 ptr, i32 rncodeatom, i32 rnelem, i32 rnnz, i32 sp, CI32 wi32, CI64 wi64, i32 xcolptr, i32 xperm,
        I32 xi32)
 {
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
@@ -209,9 +210,9 @@ KERNEL((457), (i32, i32, i32), measure_sparse_left_diagonal, i32 codeptr, i32 d1
 // Left form, sparse E: writes, from entry `mi` and place `q` on; they come back as the walk left them, one of them at
 // the end of its list. `rptr[0]` and `rcodeptr[0]` are the caller's.
 KERNEL((458), (i32, i32, i32, i32, i32), write_sparse_left_diagonal, i32 cconst, i32 code, i32 codei, i32 codeptr,
-       i32 cof, i32 d1, i32 elmi, i32 q, i32 mi, I32 msubi, I32 msubj, F64 mval, i32 ncodeatom, i32 nelem, i32 nidxs,
+       i32 cof, i32 d1, i32 elmi, i32 q, i32 mi, CI32 msubi, CI32 msubj, CF64 mval, i32 ncodeatom, i32 nelem, i32 nidxs,
        i32 nzi, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs,
-       i32 rptr, i32 rsp, i32 sp, F64 wf64, I32 wi32, I64 wi64, i32 xperm, I32 xi32)
+       i32 rptr, i32 rsp, i32 sp, CF64 wf64, CI32 wi32, CI64 wi64, i32 xperm, CI32 xi32)
 {
   const StackArrays w{wi32, wi64, wf64};
   const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);

@@ -13,7 +13,7 @@
 namespace fragments {
 
 // n plus the number of nonzero entries; NaN is one.
-KERNEL((401), (i32), count_nonzeros, F64 bfix, i32 n)
+KERNEL((401), (i32), count_nonzeros, CF64 bfix, i32 n)
 {
   for (i64 k = 0; k < bfix.count; ++k) n += bfix[k] != 0.0;
   return n;
@@ -21,7 +21,7 @@ KERNEL((401), (i32), count_nonzeros, F64 bfix, i32 n)
 
 // The terms and the `ptr` of a constant array of n elements; `k` terms are there already. A zero, of either sign,
 // leaves its element empty; NaN is a term.
-KERNEL((404), (i32), write_constants, F64 bfix, i32 n, i32 k, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs,
+KERNEL((404), (i32), write_constants, CF64 bfix, i32 n, i32 k, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs,
        i32 rptr)
 {
   const ResultArrays r{ri32, ri64, rf64};
@@ -35,8 +35,8 @@ KERNEL((404), (i32), write_constants, F64 bfix, i32 n, i32 k, i32 rcof, F64 rf64
 
 // A constant matrix of n values as a record of one term an element, on the variable `cvar`. `ptr` is written for mnnz
 // elements, `sp` only with `hassp`.
-KERNEL((492), (), push_matrix, i32 cof, F64 f64_arg, bool hassp, I32 i32_arg, I64 i64_arg, F64 mcof, i32 mdimj,
-       I32 msubi, I32 msubj, i32 mnnz, i32 nidxs, i32 n, i32 ptr, i32 sp, i64 cvar)
+KERNEL((492), (), push_matrix, i32 cof, F64 f64_arg, bool hassp, I32 i32_arg, I64 i64_arg, CF64 mcof, i32 mdimj,
+       CI32 msubi, CI32 msubj, i32 mnnz, i32 nidxs, i32 n, i32 ptr, i32 sp, i64 cvar)
 {
   copy_slots(Run{f64_arg, cof}, Run{mcof, 0}, n);
   fill_slots(Run{i64_arg, nidxs}, n, cvar);
@@ -50,7 +50,7 @@ KERNEL((492), (), push_matrix, i32 cof, F64 f64_arg, bool hassp, I32 i32_arg, I6
 // The shape, the `ptr` of n elements of one term and the unit coefficients of a variable; the caller copies its
 // numbers.
 KERNEL((493), (), push_variable, i32 cof, F64 f64_arg, I32 i32_arg, i32 nd, i32 n, i32 nnz, i32 ptr, i32 rshape,
-       I32 shape)
+       CI32 shape)
 {
   copy_slots(Run{i32_arg, rshape}, Run{shape, 0}, nd);
   fill_multiples(Run{i32_arg, ptr}, 0, n, 1);
@@ -60,8 +60,8 @@ KERNEL((493), (), push_variable, i32 cof, F64 f64_arg, I32 i32_arg, i32 nd, i32 
 // An array of n parameters: one constant term an element, its coefficient 0 plus the value of parameter nidxs[k], by
 // one atom of code. `sp` is copied only with `hassp`. Of a record without elements there is no code: only its shape and
 // rptr[0] are written, not rcodeptr[0].
-KERNEL((313), (), push_parameters, bool hassp, i32 nd, i32 n, I32 nidxs, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof,
-       F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rshape, i32 rsp, I32 shape, I64 sp)
+KERNEL((313), (), push_parameters, bool hassp, i32 nd, i32 n, CI32 nidxs, i32 rcconst, i32 rcode, i32 rcodeptr,
+       i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rshape, i32 rsp, CI32 shape, CI64 sp)
 {
   copy_slots(Run{ri32, rshape}, Run{shape, 0}, nd);
   fill_multiples(Run{ri32, rptr}, 0, std::max(n, 0), 1);

@@ -30,7 +30,7 @@ void for_each_variable(Run<const i64> nidxs, Run<const i32> perm, i64 begin, i64
 }  // namespace
 
 // Whether the variables of every element strictly ascend, if `ok` is set.
-KERNEL((394), (bool), are_variables_ascending, bool ok, i32 nelem, i32 nidxs, i32 ptr, I32 wi32, I64 wi64)
+KERNEL((394), (bool), are_variables_ascending, bool ok, i32 nelem, i32 nidxs, i32 ptr, CI32 wi32, CI64 wi64)
 {
   const Operand operand{.ptr{wi32, ptr}, .nidxs{wi64, nidxs}};
   for (i64 i = 0; i < nelem && ok; ++i) {
@@ -41,7 +41,7 @@ KERNEL((394), (bool), are_variables_ascending, bool ok, i32 nelem, i32 nidxs, i3
 }
 
 // `init` or the number of terms of the longest of n elements, if that is larger.
-KERNEL((391), (i32), longest_element, i32 init, i32 n, i32 ptr, I32 wi32)
+KERNEL((391), (i32), longest_element, i32 init, i32 n, i32 ptr, CI32 wi32)
 {
   const Run ends{wi32, ptr};
   for (i64 i = 0; i < n; ++i) {
@@ -53,7 +53,7 @@ KERNEL((391), (i32), longest_element, i32 init, i32 n, i32 ptr, I32 wi32)
 
 // Sorts the terms of each element by variable into `perm` on x: by counting where the variables lie close together, by
 // merging where not. `bucket` needs one slot more than the longest element has terms.
-KERNEL((392), (), sort_terms, i32 nelem, i32 nidxs, i32 perm, i32 ptr, I32 wi32, I64 wi64, i32 bucket, I32 xi32)
+KERNEL((392), (), sort_terms, i32 nelem, i32 nidxs, i32 perm, i32 ptr, CI32 wi32, CI64 wi64, i32 bucket, I32 xi32)
 {
   const Operand operand{.ptr{wi32, ptr}, .nidxs{wi64, nidxs}};
   const Run buckets{xi32, bucket};
@@ -93,7 +93,7 @@ KERNEL((392), (), sort_terms, i32 nelem, i32 nidxs, i32 perm, i32 ptr, I32 wi32,
 
 // The same permutation into `perm` on w, by merging alone; `tmp` needs as many slots as the longest element has terms.
 // It begins with all `nnz` terms in their own order.
-KERNEL((393), (), sort_terms_on_w, i32 nelem, i32 nidxs, i32 nnz, i32 perm, i32 tmp, i32 ptr, I32 wi32, I64 wi64)
+KERNEL((393), (), sort_terms_on_w, i32 nelem, i32 nidxs, i32 nnz, i32 perm, i32 tmp, i32 ptr, I32 wi32, CI64 wi64)
 {
   const Operand operand{.ptr{wi32, ptr}, .nidxs{wi64, nidxs}};
   const Run sorted{wi32, perm}, buffer{wi32, tmp};
@@ -108,7 +108,7 @@ KERNEL((393), (), sort_terms_on_w, i32 nelem, i32 nidxs, i32 nnz, i32 perm, i32 
 // Measures merging: `e` and `k` each grow by the number of terms that 400 writes. With code that is every variable of
 // each element, without code those with a part that is not zero; NaN is not.
 KERNEL((397), (i32, i32), measure_merged_terms, i32 cof, i32 ncodeatom, i32 nelem, i32 nidxs, i32 perm, i32 ptr, i32 e,
-       i32 k, F64 wf64, I32 wi32, I64 wi64, I32 xi32)
+       i32 k, CF64 wf64, CI32 wi32, CI64 wi64, CI32 xi32)
 {
   const StackArrays w{wi32, wi64, wf64};
   const Operand operand = w.operand(ptr, nidxs, cof);
@@ -132,7 +132,7 @@ KERNEL((397), (i32, i32), measure_merged_terms, i32 cof, i32 ncodeatom, i32 nele
 // out. Sums begin at 0.0, so that a lone -0.0 comes out as 0.0. Sets `rptr[0]` and, with `rhascode`, `rcodeptr[0]`.
 KERNEL((400), (i32, i32), write_merged_terms, i32 cconst, i32 code, i32 c, i32 codeptr, i32 cof, i32 ncodeatom,
        i32 nelem, i32 nidxs, i32 k, i32 perm, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64,
-       I32 ri32, I64 ri64, i32 rhascode, i32 rnidxs, i32 rptr, F64 wf64, I32 wi32, I64 wi64, I32 xi32)
+       I32 ri32, I64 ri64, i32 rhascode, i32 rnidxs, i32 rptr, CF64 wf64, CI32 wi32, CI64 wi64, CI32 xi32)
 {
   const StackArrays w{wi32, wi64, wf64};
   const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);

@@ -46,7 +46,7 @@ void merge_rows(CI32 msubi, CI32 msubj, i32 mnnz, Run<const i64> sp, i32 nelem, 
 // Checks the entries of a sparse matrix: sets `badidx` for an entry outside (mdimi, mdimj), `badorder` for a pair of
 // neighbours that does not strictly ascend. Always runs both scans, and clears neither flag.
 KERNEL((454, 459, 466), (bool, bool), check_matrix, bool badidx, bool badorder, i32 mdimi, i32 mdimj, i32 mnnz,
-       I32 msubi, I32 msubj)
+       CI32 msubi, CI32 msubj)
 {
   for (i32 k = 0; k < mnnz; ++k) badidx |= is_entry_outside(msubi, msubj, mdimi, mdimj, k);
   for (i32 k = 0; k < mnnz - 1; ++k) badorder |= is_unordered(msubi, msubj, k);
@@ -56,7 +56,7 @@ KERNEL((454, 459, 466), (bool, bool), check_matrix, bool badidx, bool badorder, 
 // The same check for a matrix that may be dense (`msubi` or `msubj` None: nothing to check). It stops at the first
 // fault, so that a matrix with both faults reports `badorder` false; this is intended.
 KERNEL((475), (bool, bool), check_matrix_to_first_fault, bool badidx, bool badorder, i32 mdimi, i32 mdimj, i32 mnnz,
-       I32 msubi, I32 msubj)
+       CI32 msubi, CI32 msubj)
 {
   if (!msubi.data || !msubj.data) return {badidx, badorder};
   for (i32 k = 0; k < mnnz && !badidx; ++k) badidx = is_entry_outside(msubi, msubj, mdimi, mdimj, k);
@@ -70,9 +70,9 @@ KERNEL((475), (bool, bool), check_matrix_to_first_fault, bool badidx, bool bador
 // M is dense if `msubi` or `msubj` is None. With a dense M the incoming `rncodeatom` and `rnnz` are overwritten, and so
 // is `rnelem` for a dense E; for a sparse E the incoming `rnelem` is multiplied with the rest. With a sparse M all
 // three are added to, and a dense E multiplies the incoming `rnelem` by d0 too; callers pass 0.
-KERNEL((467), (i32, i32, i32), measure_product, i32 codeptr, i32 d0, i32 d1, bool hassp, i32 mdimi, i32 mnnz, I32 msubi,
-       I32 msubj, i32 ncodeatom, i32 nelem, i32 nnz, i32 ptr, i32 rncodeatom, i32 rnelem, i32 rnnz, i32 sp, I32 wi32,
-       I64 wi64)
+KERNEL((467), (i32, i32, i32), measure_product, i32 codeptr, i32 d0, i32 d1, bool hassp, i32 mdimi, i32 mnnz,
+       CI32 msubi, CI32 msubj, i32 ncodeatom, i32 nelem, i32 nnz, i32 ptr, i32 rncodeatom, i32 rnelem, i32 rnnz, i32 sp,
+       CI32 wi32, CI64 wi64)
 {
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
   const Run pattern{wi64, sp};
@@ -108,9 +108,9 @@ KERNEL((467), (i32, i32, i32), measure_product, i32 codeptr, i32 d0, i32 d1, boo
 // mval[k], at flat position d1*msubi[k] + msubj[k]; here d1 is the number of columns of the result. Also sets
 // `rcodeptr[0]` in a result with code. O(mnnz * nnz).
 KERNEL((465), (i32, i32), write_matrix_times_element, i32 cconst, i32 code, i32 codei, i32 codeptr, i32 cof, i32 d1,
-       i32 mnnz, I32 msubi, I32 msubj, F64 mval, i32 ncodeatom, i32 nidxs, i32 nnz, i32 nzi, i32 rcconst, i32 rcode,
-       i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, F64 wf64, I32 wi32,
-       I64 wi64)
+       i32 mnnz, CI32 msubi, CI32 msubj, CF64 mval, i32 ncodeatom, i32 nidxs, i32 nnz, i32 nzi, i32 rcconst, i32 rcode,
+       i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, CF64 wf64, CI32 wi32,
+       CI64 wi64)
 {
   const StackArrays w{wi32, wi64, wf64};
   const Operand operand = w.terms(nidxs, cof, codeptr, code, cconst);
@@ -127,8 +127,8 @@ KERNEL((465), (i32, i32), write_matrix_times_element, i32 cconst, i32 code, i32 
 
 // Dense M, dense E, row i of M: `rcof` and `rptr`. Every term of E occurs once in a row's run, zero entries of M
 // included, so `rnidxs` is the operand's `nidxs` once for every row. `ei` is the element cursor of E, 0 at each row.
-KERNEL((468), (i32, i32, i32), write_dense_product_row, i32 cof, i32 d0, i32 ei, i32 elmi, i32 i, i32 d1, F64 mval,
-       i32 nzi, i32 ptr, i32 rcof, F64 rf64, I32 ri32, i32 rptr, F64 wf64, I32 wi32)
+KERNEL((468), (i32, i32, i32), write_dense_product_row, i32 cof, i32 d0, i32 ei, i32 elmi, i32 i, i32 d1, CF64 mval,
+       i32 nzi, i32 ptr, i32 rcof, F64 rf64, I32 ri32, i32 rptr, CF64 wf64, CI32 wi32)
 {
   const StackArrays w{wi32, {}, wf64};
   const Operand operand = w.coefficients(ptr, cof);
@@ -146,8 +146,8 @@ KERNEL((468), (i32, i32, i32), write_dense_product_row, i32 cof, i32 d0, i32 ei,
 
 // Dense M, dense E: the code of all rows, if `rncodeatom` is above 0. Terms and atoms count from 0; `rcodeptr[0]` is
 // the caller's.
-KERNEL((469), (), write_dense_product_code, i32 cconst, i32 code, i32 codeptr, i32 d0, i32 mdimi, i32 d1, F64 mval,
-       i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, F64 rf64, I32 ri32, i32 rncodeatom, F64 wf64, I32 wi32)
+KERNEL((469), (), write_dense_product_code, i32 cconst, i32 code, i32 codeptr, i32 d0, i32 mdimi, i32 d1, CF64 mval,
+       i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, F64 rf64, I32 ri32, i32 rncodeatom, CF64 wf64, CI32 wi32)
 {
   if (rncodeatom <= 0) return;
   const StackArrays w{wi32, {}, wf64};
@@ -167,9 +167,9 @@ KERNEL((469), (), write_dense_product_code, i32 cconst, i32 code, i32 codeptr, i
 
 // Dense M, sparse E, row i of M: `rcof`, `rptr` and, if `rhassp`, `rsp`; one element for each row of E with a stored
 // element. `rnidxs` is the operand's `nidxs` once for every row.
-KERNEL((470), (i32, i32), write_dense_sparse_product_row, i32 cof, i32 d0, i32 d1, i32 elmi, i32 i, i32 mdimj, F64 mval,
-       i32 nelem, i32 nzi, i32 ptr, i32 rcof, F64 rf64, bool rhassp, I32 ri32, I64 ri64, i32 rptr, i32 rsp, i32 sp,
-       F64 wf64, I32 wi32, I64 wi64)
+KERNEL((470), (i32, i32), write_dense_sparse_product_row, i32 cof, i32 d0, i32 d1, i32 elmi, i32 i, i32 mdimj,
+       CF64 mval, i32 nelem, i32 nzi, i32 ptr, i32 rcof, F64 rf64, bool rhassp, I32 ri32, I64 ri64, i32 rptr, i32 rsp,
+       i32 sp, CF64 wf64, CI32 wi32, CI64 wi64)
 {
   const StackArrays w{wi32, {}, wf64};
   const Operand operand = w.coefficients(ptr, cof);
@@ -191,8 +191,8 @@ KERNEL((470), (i32, i32), write_dense_sparse_product_row, i32 cof, i32 d0, i32 d
 // Dense M, sparse E: the code of all rows, if `rncodeatom` is above 0. Terms and atoms count from 0; `rcodeptr[0]` is
 // the caller's.
 KERNEL((471), (), write_dense_sparse_product_code, i32 cconst, i32 code, i32 codeptr, i32 mdimj, i32 d1, i32 mdimi,
-       F64 mval, i32 nelem, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, F64 rf64, I32 ri32, i32 rncodeatom, i32 sp,
-       F64 wf64, I32 wi32, I64 wi64)
+       CF64 mval, i32 nelem, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, F64 rf64, I32 ri32, i32 rncodeatom, i32 sp,
+       CF64 wf64, CI32 wi32, CI64 wi64)
 {
   if (rncodeatom <= 0) return;
   const StackArrays w{wi32, {}, wf64};
@@ -213,9 +213,9 @@ KERNEL((471), (), write_dense_sparse_product_code, i32 cconst, i32 code, i32 cod
 // Sparse M, dense E: all of the product, with code if `rncodeatom` is above 0. Every pair of a row group and a row t of
 // E makes an element, also without terms; rows of M without entries make none. O(mnnz * d0 + terms).
 KERNEL((472), (i32, i32, i32), write_sparse_product, i32 cconst, i32 code, i32 codei, i32 codeptr, i32 cof, i32 d0,
-       i32 d1, i32 elmi, i32 mnnz, I32 msubi, I32 msubj, F64 mval, i32 nidxs, i32 nzi, i32 ptr, i32 rcconst, i32 rcode,
-       i32 rcodeptr, i32 rcof, F64 rf64, bool rhassp, I32 ri32, I64 ri64, i32 rncodeatom, i32 rnidxs, i32 rptr, i32 rsp,
-       F64 wf64, I32 wi32, I64 wi64)
+       i32 d1, i32 elmi, i32 mnnz, CI32 msubi, CI32 msubj, CF64 mval, i32 nidxs, i32 nzi, i32 ptr, i32 rcconst,
+       i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, bool rhassp, I32 ri32, I64 ri64, i32 rncodeatom, i32 rnidxs,
+       i32 rptr, i32 rsp, CF64 wf64, CI32 wi32, CI64 wi64)
 {
   const StackArrays w{wi32, wi64, wf64};
   const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
@@ -236,9 +236,9 @@ KERNEL((472), (i32, i32, i32), write_sparse_product, i32 cconst, i32 code, i32 c
 
 // Sparse M, sparse E: terms, `rptr` and, if `rhassp`, `rsp`. A pair of a row group and a row run makes an element if it
 // has a match, even of elements without terms.
-KERNEL((473), (i32, i32), write_sparse_sparse_product, i32 cof, i32 d0, i32 d1, i32 elmi, i32 mnnz, I32 msubi,
-       I32 msubj, F64 mval, i32 nelem, i32 nidxs, i32 nzi, i32 ptr, i32 rcof, F64 rf64, bool rhassp, I32 ri32, I64 ri64,
-       i32 rnidxs, i32 rptr, i32 rsp, i32 sp, F64 wf64, I32 wi32, I64 wi64)
+KERNEL((473), (i32, i32), write_sparse_sparse_product, i32 cof, i32 d0, i32 d1, i32 elmi, i32 mnnz, CI32 msubi,
+       CI32 msubj, CF64 mval, i32 nelem, i32 nidxs, i32 nzi, i32 ptr, i32 rcof, F64 rf64, bool rhassp, I32 ri32,
+       I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, i32 sp, CF64 wf64, CI32 wi32, CI64 wi64)
 {
   const StackArrays w{wi32, wi64, wf64};
   const Operand operand = w.operand(ptr, nidxs, cof);
@@ -257,8 +257,8 @@ KERNEL((473), (i32, i32), write_sparse_sparse_product, i32 cof, i32 d0, i32 d1, 
 // Sparse M, sparse E: the code of the terms that 473 wrote, by the same walk over the same arguments; `nzi` and `codei`
 // are 0 at the first call.
 KERNEL((474), (i32, i32), write_sparse_sparse_product_code, i32 cconst, i32 code, i32 codei, i32 codeptr, i32 d1,
-       i32 mnnz, I32 msubi, I32 msubj, F64 mval, i32 nelem, i32 nzi, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr,
-       F64 rf64, I32 ri32, i32 sp, F64 wf64, I32 wi32, I64 wi64)
+       i32 mnnz, CI32 msubi, CI32 msubj, CF64 mval, i32 nelem, i32 nzi, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr,
+       F64 rf64, I32 ri32, i32 sp, CF64 wf64, CI32 wi32, CI64 wi64)
 {
   const StackArrays w{wi32, {}, wf64};
   const Operand operand = w.coded(ptr, codeptr, code, cconst);

@@ -35,7 +35,7 @@ void walk_dense_times_columns(i64 erows, i64 ecols, const ByColumn& p, Match mat
 
 // Measures E*P, dense E.
 KERNEL((368), (i32, i32, i32), measure_dense_times_parameters, i32 codeptr, i32 erows, i32 ecols, i32 ncodeatom,
-       i32 pcols, i32 pnelem, i32 perm, i32 psp, i32 ptr, i32 c, i32 e, i32 k, I32 wi32, I32 xi32, I64 xi64)
+       i32 pcols, i32 pnelem, i32 perm, i32 psp, i32 ptr, i32 c, i32 e, i32 k, CI32 wi32, CI32 xi32, CI64 xi64)
 {
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
   const ByColumn p{{xi64, psp}, {xi32, perm}, pnelem, Divisor(pcols)};
@@ -47,8 +47,8 @@ KERNEL((368), (i32, i32, i32), measure_dense_times_parameters, i32 codeptr, i32 
 
 // Measures E*P, sparse E.
 KERNEL((369), (i32, i32, i32), measure_sparse_times_parameters, i32 codeptr, i32 ecols, i32 ncodeatom, i32 nelem,
-       i32 pcols, i32 pnelem, i32 perm, i32 psp, i32 ptr, i32 c, i32 e, i32 k, i32 sp, I32 wi32, I64 wi64, I32 xi32,
-       I64 xi64)
+       i32 pcols, i32 pnelem, i32 perm, i32 psp, i32 ptr, i32 c, i32 e, i32 k, i32 sp, CI32 wi32, CI64 wi64, CI32 xi32,
+       CI64 xi64)
 {
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
   const ByRow rows{{wi64, sp}, nelem, ecols};
@@ -64,7 +64,7 @@ KERNEL((369), (i32, i32, i32), measure_sparse_times_parameters, i32 codeptr, i32
 KERNEL((370), (i32, i32, i32), write_expression_times_parameters, i32 cconst, i32 code, i32 c, i32 codeptr, i32 cof,
        i32 erows, i32 ecols, i32 e, bool hassp, i32 ncodeatom, i32 nelem, i32 nidxs, i32 k, i32 pcols, i32 param,
        i32 pnelem, i32 perm, i32 psp, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32,
-       I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, i32 sp, F64 wf64, I32 wi32, I64 wi64, I32 xi32, I64 xi64)
+       I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, i32 sp, CF64 wf64, CI32 wi32, CI64 wi64, CI32 xi32, CI64 xi64)
 {
   const StackArrays w{wi32, wi64, wf64};
   const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
@@ -90,7 +90,7 @@ KERNEL((370), (i32, i32, i32), write_expression_times_parameters, i32 cconst, i3
 // row, column and inner index are the caller's, and so is `rptr`.
 KERNEL((371), (i32, i32), write_product_step, i32 cconst, i32 code, i32 c, i32 codeptr, i32 cof, i32 ecols, i32 pcols,
        i32 col, i32 inner, i32 ncodeatom, i32 nidxs, i32 k, i32 row, i32 param, i32 ptr, i32 rcconst, i32 rcode,
-       i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, F64 wf64, I32 wi32, I64 wi64, I32 xi32)
+       i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, CF64 wf64, CI32 wi32, CI64 wi64, CI32 xi32)
 {
   const StackArrays w{wi32, wi64, wf64};
   const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
@@ -104,7 +104,7 @@ KERNEL((371), (i32, i32), write_product_step, i32 cconst, i32 code, i32 c, i32 c
 
 // Measures P*E, dense E. An entry (r, s) of P meets all of row s of E, whose terms stand together. O(entries of P).
 KERNEL((372), (i32, i32, i32), measure_parameters_times_dense, i32 codeptr, i32 ecols, i32 ncodeatom, i32 pcols,
-       i32 pnelem, i32 ptr, i32 c, i32 e, i32 k, I32 wi32, I64 xi64, i32 psp)
+       i32 pnelem, i32 ptr, i32 c, i32 e, i32 k, CI32 wi32, CI64 xi64, i32 psp)
 {
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
   const ByRow p{{xi64, psp}, pnelem, pcols};
@@ -124,8 +124,8 @@ KERNEL((372), (i32, i32, i32), measure_parameters_times_dense, i32 codeptr, i32 
 // P*E, dense E, without `rcof`. `j` is the entry of P to begin with; it comes back as `pnelem`.
 KERNEL((374), (i32, i32, i32, i32), write_parameters_times_dense, i32 cconst, i32 code, i32 c, i32 codeptr, i32 cof,
        i32 ecols, i32 e, i32 j, i32 ncodeatom, i32 nidxs, i32 k, i32 pcols, i32 param, i32 pnelem, i32 ptr, i32 rcconst,
-       i32 rcode, i32 rcodeptr, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, F64 wf64, I32 wi32,
-       I64 wi64, I32 xi32, I64 xi64, i32 psp)
+       i32 rcode, i32 rcodeptr, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, CF64 wf64, CI32 wi32,
+       CI64 wi64, CI32 xi32, CI64 xi64, i32 psp)
 {
   const StackArrays w{wi32, wi64, wf64};
   const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
@@ -150,8 +150,8 @@ KERNEL((374), (i32, i32, i32, i32), write_parameters_times_dense, i32 cconst, i3
 
 // Measures P*E, sparse E.
 KERNEL((376), (i32, i32, i32), measure_parameters_times_sparse, i32 codeptr, i32 ecols, i32 ncodeatom, i32 nelem,
-       i32 pcols, i32 pnelem, i32 ptr, i32 c, i32 e, i32 k, i32 sp, I32 wi32, I64 wi64, I32 xi32, I64 xi64, i32 perm,
-       i32 psp)
+       i32 pcols, i32 pnelem, i32 ptr, i32 c, i32 e, i32 k, i32 sp, CI32 wi32, CI64 wi64, CI32 xi32, CI64 xi64,
+       i32 perm, i32 psp)
 {
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
   const ByRow p{{xi64, psp}, pnelem, pcols};
@@ -167,7 +167,7 @@ KERNEL((376), (i32, i32, i32), measure_parameters_times_sparse, i32 codeptr, i32
 KERNEL((379), (i32, i32, i32, i32), write_parameters_times_sparse, i32 cconst, i32 code, i32 c, i32 codeptr, i32 cof,
        i32 ecols, i32 e, i32 ncodeatom, i32 nelem, i32 nidxs, i32 k, i32 pcols, i32 param, i32 pnelem, i32 j, i32 ptr,
        i32 rcconst, i32 rcode, i32 rcodeptr, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, i32 sp,
-       F64 wf64, I32 wi32, I64 wi64, I32 xi32, I64 xi64, i32 perm, i32 psp)
+       CF64 wf64, CI32 wi32, CI64 wi64, CI32 xi32, CI64 xi64, i32 perm, i32 psp)
 {
   const StackArrays w{wi32, wi64, wf64};
   const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);

@@ -18,7 +18,7 @@ namespace {
 
 // match(f, j) for every stored element f of E that meets entry j.
 template <class Match>
-void join(Run<i64> sp, i32& i, i32 nelem, Run<i64> psp, i32& j, i32 pnelem, Match match)
+void join(Run<const i64> sp, i32& i, i32 nelem, Run<const i64> psp, i32& j, i32 pnelem, Match match)
 {
   intersect(
       i, nelem, j, pnelem, [&](i32 f) { return sp[f]; }, [&](i32 entry) { return psp[entry]; }, match);
@@ -26,7 +26,7 @@ void join(Run<i64> sp, i32& i, i32 nelem, Run<i64> psp, i32& j, i32 pnelem, Matc
 
 // Measures the product: element(f) for every element of E that meets an entry.
 template <class Element>
-void for_each_factor(bool hassp, Run<i64> sp, i32 nelem, Run<i64> psp, i32 pnelem, Element element)
+void for_each_factor(bool hassp, Run<const i64> sp, i32 nelem, Run<const i64> psp, i32 pnelem, Element element)
 {
   if (hassp) {
     i32 i = 0, j = 0;
@@ -40,7 +40,7 @@ void for_each_factor(bool hassp, Run<i64> sp, i32 nelem, Run<i64> psp, i32 pnele
 
 // Measures the inner product.
 KERNEL((355), (i32, i32), measure_inner_product, i32 codeptr, bool hassp, i32 ncodeatom, i32 nelem, i32 pnelem, i32 psp,
-       i32 ptr, i32 c, i32 k, i32 sp, I32 wi32, I64 wi64, I64 xi64)
+       i32 ptr, i32 c, i32 k, i32 sp, CI32 wi32, CI64 wi64, CI64 xi64)
 {
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
   Size size(operand, ncodeatom > 0, {.terms = k, .atoms = c});
@@ -51,8 +51,8 @@ KERNEL((355), (i32, i32), measure_inner_product, i32 codeptr, bool hassp, i32 nc
 // Inner product, sparse E: the terms of the one element, whose `rptr` is the caller's.
 KERNEL((357), (i32, i32, i32, i32), write_inner_product, i32 cconst, i32 code, i32 c, i32 codeptr, i32 cof, i32 i,
        i32 ncodeatom, i32 nelem, i32 nidxs, i32 k, i32 j, i32 param, i32 pnelem, i32 psp, i32 ptr, i32 rcconst,
-       i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 sp, F64 wf64, I32 wi32,
-       I64 wi64, I32 xi32, I64 xi64)
+       i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 sp, CF64 wf64, CI32 wi32,
+       CI64 wi64, CI32 xi32, CI64 xi64)
 {
   const StackArrays w{wi32, wi64, wf64};
   const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
@@ -69,7 +69,7 @@ KERNEL((357), (i32, i32, i32, i32), write_inner_product, i32 cconst, i32 code, i
 // Inner product, dense E.
 KERNEL((358), (i32, i32), write_inner_product_of_dense, i32 cconst, i32 code, i32 c, i32 codeptr, i32 cof,
        i32 ncodeatom, i32 nidxs, i32 k, i32 param, i32 pnelem, i32 psp, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr,
-       i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, F64 wf64, I32 wi32, I64 wi64, I32 xi32, I64 xi64)
+       i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, CF64 wf64, CI32 wi32, CI64 wi64, CI32 xi32, CI64 xi64)
 {
   const StackArrays w{wi32, wi64, wf64};
   const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
@@ -85,7 +85,7 @@ KERNEL((358), (i32, i32), write_inner_product_of_dense, i32 cconst, i32 code, i3
 
 // Measures the element-wise product. For a dense E `e` comes back as it is, since the result has `pnelem` elements.
 KERNEL((359), (i32, i32, i32), measure_elementwise_parameter_product, i32 codeptr, bool hassp, i32 ncodeatom, i32 nelem,
-       i32 pnelem, i32 psp, i32 ptr, i32 c, i32 e, i32 k, i32 sp, I32 wi32, I64 wi64, I64 xi64)
+       i32 pnelem, i32 psp, i32 ptr, i32 c, i32 e, i32 k, i32 sp, CI32 wi32, CI64 wi64, CI64 xi64)
 {
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
   Size size(operand, ncodeatom > 0, {.elements = e, .terms = k, .atoms = c});
@@ -100,7 +100,7 @@ KERNEL((359), (i32, i32, i32), measure_elementwise_parameter_product, i32 codept
 KERNEL((362), (i32, i32, i32, i32, i32), write_elementwise_parameter_product, i32 cconst, i32 code, i32 c, i32 codeptr,
        i32 cof, i32 i, i32 e, i32 ncodeatom, i32 nelem, i32 nidxs, i32 k, i32 j, i32 param, i32 pnelem, i32 psp,
        i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr,
-       i32 rsp, i32 sp, F64 wf64, I32 wi32, I64 wi64, I32 xi32, I64 xi64)
+       i32 rsp, i32 sp, CF64 wf64, CI32 wi32, CI64 wi64, CI32 xi32, CI64 xi64)
 {
   const StackArrays w{wi32, wi64, wf64};
   const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
@@ -121,8 +121,8 @@ KERNEL((362), (i32, i32, i32, i32, i32), write_elementwise_parameter_product, i3
 // Element-wise product, dense E: one element for each entry, also one without terms.
 KERNEL((363), (i32, i32), write_elementwise_parameter_product_of_dense, i32 cconst, i32 code, i32 c, i32 codeptr,
        i32 cof, i32 ncodeatom, i32 nidxs, i32 k, i32 param, i32 pnelem, i32 psp, i32 ptr, i32 rcconst, i32 rcode,
-       i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, F64 wf64, I32 wi32,
-       I64 wi64, I32 xi32, I64 xi64)
+       i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, CF64 wf64, CI32 wi32,
+       CI64 wi64, CI32 xi32, CI64 xi64)
 {
   const StackArrays w{wi32, wi64, wf64};
   const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);

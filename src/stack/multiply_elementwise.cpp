@@ -11,8 +11,8 @@
 namespace fragments {
 
 // Measures the product with a constant array. The sizes grow from what comes in.
-KERNEL((461), (i32, i32, i32), measure_elementwise_product, i32 codeptr, bool hassp, I64 msp, i32 ncodeatom, i32 nelem,
-       i32 ptr, i32 rncodeatom, i32 rnelem, i32 rnnz, i32 sp, I32 wi32, I64 wi64)
+KERNEL((461), (i32, i32, i32), measure_elementwise_product, i32 codeptr, bool hassp, CI64 msp, i32 ncodeatom, i32 nelem,
+       i32 ptr, i32 rncodeatom, i32 rnelem, i32 rnnz, i32 sp, CI32 wi32, CI64 wi64)
 {
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
   Size size(operand, ncodeatom > 0, {.elements = rnelem, .terms = rnnz, .atoms = rncodeatom});
@@ -25,10 +25,10 @@ KERNEL((461), (i32, i32, i32), measure_elementwise_product, i32 codeptr, bool ha
 
 // Writes the product with a constant array: all of the record, with `rnd` extents, `rptr[0]` and, if the operand has
 // code, `rcodeptr[0]`.
-KERNEL((463), (), write_elementwise_product, i32 cconst, i32 code, i32 codeptr, i32 cof, bool hassp, F64 mcof, I64 msp,
-       i32 ncodeatom, i32 nelem, i32 nidxs, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32,
-       I64 ri64, i32 rncodeatom, i32 rnd, i32 rnidxs, i32 rptr, i32 rshape, i32 rsp, i32 shape, i32 sp, F64 wf64,
-       I32 wi32, I64 wi64)
+KERNEL((463), (), write_elementwise_product, i32 cconst, i32 code, i32 codeptr, i32 cof, bool hassp, CF64 mcof,
+       CI64 msp, i32 ncodeatom, i32 nelem, i32 nidxs, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64,
+       I32 ri32, I64 ri64, i32 rncodeatom, i32 rnd, i32 rnidxs, i32 rptr, i32 rshape, i32 rsp, i32 shape, i32 sp,
+       CF64 wf64, CI32 wi32, CI64 wi64)
 {
   const StackArrays w{wi32, wi64, wf64};
   const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
@@ -48,7 +48,8 @@ KERNEL((463), (), write_elementwise_product, i32 cconst, i32 code, i32 codeptr, 
 // Writes the product with a scalar: all of the record but `rcodeptr[0]`.
 KERNEL((464), (), write_scalar_product, f64 c, i32 cconst, i32 code, i32 codeptr, i32 cof, bool hassp, i32 ncodeatom,
        i32 nd, i32 nelem, i32 nidxs, i32 nnz, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64,
-       I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rshape, i32 rsp, i32 shape, i32 sp, F64 wf64, I32 wi32, I64 wi64)
+       I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rshape, i32 rsp, i32 shape, i32 sp, CF64 wf64, CI32 wi32,
+       CI64 wi64)
 {
   copy_slots(Run{ri32, rshape}, Run{wi32, shape}, nd);
   if (hassp) copy_slots(Run{ri64, rsp}, Run{wi64, sp}, nelem);

@@ -31,7 +31,7 @@ namespace {
 
 // Row and column of the n elements of a pattern with `width` columns; row(t, m) for each row t with m elements.
 template <class EachRow>
-void split_pattern(Run<i64> sp, i32 n, i32 width, Run<i32> rows, Run<i32> cols, EachRow row)
+void split_pattern(Run<const i64> sp, i32 n, i32 width, Run<i32> rows, Run<i32> cols, EachRow row)
 {
   for_each_row_run(sp, n, width, [&](i64 t, i32 b, i32 e) {
     const i64 row_start = t * width;
@@ -70,8 +70,8 @@ void intersect_groups(const Outer& outer, const Inner& inner, Match match, Eleme
 
 // Rows of a sparse x against columns of M.
 template <class Match, class Element>
-void intersect_right(Run<i32> rowptr, i32 xd0, Run<i32> cols, Run<i32> mcolptr, i32 mdimj, I32 msubi, Run<i32> perm,
-                     Match match, Element element)
+void intersect_right(Run<i32> rowptr, i32 xd0, Run<const i32> cols, Run<i32> mcolptr, i32 mdimj, CI32 msubi,
+                     Run<const i32> perm, Match match, Element element)
 {
   const Groups x_rows{rowptr, xd0, [&](i32 e) { return cols[e]; }};
   const Groups matrix_columns{mcolptr, mdimj, [&](i32 p) { return msubi[perm[p]]; }};
@@ -80,8 +80,8 @@ void intersect_right(Run<i32> rowptr, i32 xd0, Run<i32> cols, Run<i32> mcolptr, 
 
 // Rows of M against columns of a sparse x.
 template <class Match, class Element>
-void intersect_left(Run<i32> mrowptr, i32 mdimi, I32 msubj, Run<i32> colptr, i32 xd1, Run<i32> rows, Run<i32> perm,
-                    Match match, Element element)
+void intersect_left(Run<i32> mrowptr, i32 mdimi, CI32 msubj, Run<i32> colptr, i32 xd1, Run<const i32> rows,
+                    Run<const i32> perm, Match match, Element element)
 {
   const Groups matrix_rows{mrowptr, mdimi, [&](i32 p) { return msubj[p]; }};
   const Groups x_columns{colptr, xd1, [&](i32 q) { return rows[perm[q]]; }};
@@ -91,7 +91,7 @@ void intersect_left(Run<i32> mrowptr, i32 mdimi, I32 msubj, Run<i32> colptr, i32
 }  // namespace
 
 // Clears `ok` if an entry lies outside (mdimi, mdimj) or does not come strictly before the next.
-KERNEL((489), (bool), is_matrix_valid, i32 mdimi, i32 mdimj, I32 msubi, I32 msubj, bool ok)
+KERNEL((489), (bool), is_matrix_valid, i32 mdimi, i32 mdimj, CI32 msubi, CI32 msubj, bool ok)
 {
   for (i64 k = 0; k < msubi.count; ++k) ok &= !is_entry_outside(msubi, msubj, mdimi, mdimj, k);
   for (i64 k = 0; k < msubi.count - 1; ++k) ok &= !is_unordered(msubi, msubj, k);
@@ -99,14 +99,14 @@ KERNEL((489), (bool), is_matrix_valid, i32 mdimi, i32 mdimj, I32 msubi, I32 msub
 }
 
 // Sets `badidx` if an entry lies outside (mdimi, mdimj).
-KERNEL((490), (bool), has_entry_outside, bool badidx, i32 mdimi, i32 mdimj, I32 msubi, I32 msubj)
+KERNEL((490), (bool), has_entry_outside, bool badidx, i32 mdimi, i32 mdimj, CI32 msubi, CI32 msubj)
 {
   for (i64 k = 0; k < msubi.count; ++k) badidx |= is_entry_outside(msubi, msubj, mdimi, mdimj, k);
   return badidx;
 }
 
 // Sets `badorder` if an entry does not come strictly before the next.
-KERNEL((491), (bool), has_unordered_entries, bool badorder, I32 msubi, I32 msubj)
+KERNEL((491), (bool), has_unordered_entries, bool badorder, CI32 msubi, CI32 msubj)
 {
   for (i64 k = 0; k < msubi.count - 1; ++k) badorder |= is_unordered(msubi, msubj, k);
   return badorder;
@@ -114,7 +114,7 @@ KERNEL((491), (bool), has_unordered_entries, bool badorder, I32 msubi, I32 msubj
 
 // Counts the rows, of d1 elements each, that the n flat positions of a pattern lie in; 1 for a vector. The result
 // replaces `res`, which comes back only for an empty pattern.
-KERNEL((476), (i32), count_stored_rows, i32 n, i32 sp, I64 wi64, i32 res, i32 xnd, i32 d1)
+KERNEL((476), (i32), count_stored_rows, i32 n, i32 sp, CI64 wi64, i32 res, i32 xnd, i32 d1)
 {
   if (n < 1) return res;
   if (xnd < 2) return 1;
@@ -124,8 +124,8 @@ KERNEL((476), (i32), count_stored_rows, i32 n, i32 sp, I64 wi64, i32 res, i32 xn
 }
 
 // Right product, dense M, sparse x: one element for each stored row of x and each column of M. Sets `rptr[0]`.
-KERNEL((477), (), write_dense_right_product, F64 mcof, i32 mdimj, i32 nidxs, i32 nelem, i32 rcof, F64 rf64, I32 ri32,
-       I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, i32 sp, I64 wi64, i32 xd1)
+KERNEL((477), (), write_dense_right_product, CF64 mcof, i32 mdimj, i32 nidxs, i32 nelem, i32 rcof, F64 rf64, I32 ri32,
+       I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, i32 sp, CI64 wi64, i32 xd1)
 {
   const Run variables{wi64, nidxs}, pattern{wi64, sp};
   const ResultArrays r{ri32, ri64, rf64};
@@ -143,7 +143,7 @@ KERNEL((477), (), write_dense_right_product, F64 mcof, i32 mdimj, i32 nidxs, i32
 
 // Sorts the entries of M by column. One column needs no sort, and its `msubj` is not read. `nb`, the number of buckets
 // to add up, is mdimj.
-KERNEL((478), (), sort_entries_by_column, i32 mdimj, i32 nb, i32 mcolptr, I32 msubj, i32 mnnz, i32 perm, I32 wi32)
+KERNEL((478), (), sort_entries_by_column, i32 mdimj, i32 nb, i32 mcolptr, CI32 msubj, i32 mnnz, i32 perm, I32 wi32)
 {
   const Run column_ptr{wi32, mcolptr}, permutation{wi32, perm};
   if (mdimj == 1) {
@@ -156,7 +156,7 @@ KERNEL((478), (), sort_entries_by_column, i32 mdimj, i32 nb, i32 mcolptr, I32 ms
 }
 
 // acc plus the number of columns with an entry, from the entries sorted by column.
-KERNEL((479), (i32), count_used_columns, I32 msubj, i32 acc, i32 n, i32 perm, I32 wi32)
+KERNEL((479), (i32), count_used_columns, CI32 msubj, i32 acc, i32 n, i32 perm, CI32 wi32)
 {
   const Run permutation{wi32, perm};
   for (i64 q = 0; q < n; ++q) acc += q == 0 || msubj[permutation[q]] != msubj[permutation[q - 1]];
@@ -164,9 +164,9 @@ KERNEL((479), (i32), count_used_columns, I32 msubj, i32 acc, i32 n, i32 perm, I3
 }
 
 // Right product, sparse M sorted by column, dense x: one element for each row of x and each column of M with an entry.
-KERNEL((480), (i32, i32), write_sparse_right_product, i32 elmi, i32 nzi, F64 mcof, i32 mdimj, I32 msubi, I32 msubj,
-       i32 nidxs, i32 mnnz, i32 perm, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, I32 wi32,
-       I64 wi64, i32 xd0, i32 xd1)
+KERNEL((480), (i32, i32), write_sparse_right_product, i32 elmi, i32 nzi, CF64 mcof, i32 mdimj, CI32 msubi, CI32 msubj,
+       i32 nidxs, i32 mnnz, i32 perm, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, CI32 wi32,
+       CI64 wi64, i32 xd0, i32 xd1)
 {
   const Run permutation{wi32, perm};
   const ResultArrays r{ri32, ri64, rf64};
@@ -188,8 +188,8 @@ KERNEL((480), (i32, i32), write_sparse_right_product, i32 elmi, i32 nzi, F64 mco
 // Row and column of each element of a sparse x, and where its rows start: since the pattern ascends, its elements lie
 // in row order and are only counted, into slots that 481 has zeroed. A vector lies in one row. `nb`, the number of rows
 // to add up, is xshape[0].
-KERNEL((482), (), split_pattern_by_row, i32 xnd, i32 nelem, i32 rowptr, i32 sp, I32 wi32, I64 wi64, i32 nb, I32 xshape,
-       i32 rows, i32 cols)
+KERNEL((482), (), split_pattern_by_row, i32 xnd, i32 nelem, i32 rowptr, i32 sp, I32 wi32, CI64 wi64, i32 nb,
+       CI32 xshape, i32 rows, i32 cols)
 {
   const Run pattern{wi64, sp};
   const Run row_ptr{wi32, rowptr}, row{wi32, rows}, column{wi32, cols};
@@ -206,7 +206,7 @@ KERNEL((482), (), split_pattern_by_row, i32 xnd, i32 nelem, i32 rowptr, i32 sp, 
 
 // Measures the right product of sparse M and sparse x: `rnelem` pairs of a row of x and a column of M that meet, `rnnz`
 // matches.
-KERNEL((483), (i32, i32), measure_right_product, i32 mdimj, i32 mcolptr, I32 msubi, i32 rnelem, i32 rnnz, i32 perm,
+KERNEL((483), (i32, i32), measure_right_product, i32 mdimj, i32 mcolptr, CI32 msubi, i32 rnelem, i32 rnnz, i32 perm,
        i32 rowptr, I32 wi32, i32 xd0, i32 cols)
 {
   intersect_right(
@@ -216,9 +216,9 @@ KERNEL((483), (i32, i32), measure_right_product, i32 mdimj, i32 mcolptr, I32 msu
 }
 
 // Writes the right product of sparse M and sparse x. Sets `rptr[0]`; `rsp` only with `rhassp`.
-KERNEL((484), (), write_sparse_sparse_right_product, F64 mcof, i32 mdimj, i32 mcolptr, I32 msubi, i32 nidxs, i32 perm,
+KERNEL((484), (), write_sparse_sparse_right_product, CF64 mcof, i32 mdimj, i32 mcolptr, CI32 msubi, i32 nidxs, i32 perm,
        i32 rowptr, i32 rcof, F64 rf64, bool rhassp, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, I32 wi32,
-       I64 wi64, i32 xd0, i32 cols)
+       CI64 wi64, i32 xd0, i32 cols)
 {
   const Run variables{wi64, nidxs};
   const Run permutation{wi32, perm};
@@ -239,8 +239,8 @@ KERNEL((484), (), write_sparse_sparse_right_product, F64 mcof, i32 mdimj, i32 mc
 // Prepares and measures the left product of sparse M and sparse x: `mrowptr`, row and column of each element of x,
 // the elements sorted by column (a vector is one column); then `rnelem` pairs of a row of M and a column of x that
 // meet, and `rnnz` matches.
-KERNEL((485), (i32, i32), measure_left_product, i32 mdimi, i32 mrowptr, I32 msubi, I32 msubj, i32 xnd, i32 nelem,
-       i32 perm, i32 colptr, i32 rnelem, i32 rnnz, i32 sp, i32 xd1, I32 xi32, I64 xi64, i32 rows, i32 cols)
+KERNEL((485), (i32, i32), measure_left_product, i32 mdimi, i32 mrowptr, CI32 msubi, CI32 msubj, i32 xnd, i32 nelem,
+       i32 perm, i32 colptr, i32 rnelem, i32 rnnz, i32 sp, i32 xd1, I32 xi32, CI64 xi64, i32 rows, i32 cols)
 {
   const Run row_ptr{xi32, mrowptr}, column_ptr{xi32, colptr}, permutation{xi32, perm}, row{xi32, rows},
       column{xi32, cols};
@@ -271,7 +271,7 @@ KERNEL((485), (i32, i32), measure_left_product, i32 mdimi, i32 mrowptr, I32 msub
 
 // Measures the left product of sparse M and dense x: an element for each row of M with an entry and each column of x.
 // The incoming `rnelem` is multiplied too, the incoming `rnnz` replaced.
-KERNEL((486), (i32, i32), measure_left_dense_product, i32 mnnz, I32 msubi, i32 rnelem, i32 rnnz, i32 xd1)
+KERNEL((486), (i32, i32), measure_left_dense_product, i32 mnnz, CI32 msubi, i32 rnelem, i32 rnnz, i32 xd1)
 {
   for_each_row_group(msubi, mnnz, [&](i32, i32, i32) { ++rnelem; });
   rnnz = xd1 * mnnz;
@@ -279,8 +279,8 @@ KERNEL((486), (i32, i32), measure_left_dense_product, i32 mnnz, I32 msubi, i32 r
 }
 
 // Writes the left product of sparse M and sparse x from what 485 left. Sets `rptr[0]`.
-KERNEL((487), (), write_sparse_sparse_left_product, F64 mcof, i32 mdimi, i32 mrowptr, I32 msubj, i32 nidxs, i32 perm,
-       i32 colptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, i32 xd1, I32 xi32, I64 xi64,
+KERNEL((487), (), write_sparse_sparse_left_product, CF64 mcof, i32 mdimi, i32 mrowptr, CI32 msubj, i32 nidxs, i32 perm,
+       i32 colptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, i32 xd1, I32 xi32, CI64 xi64,
        i32 rows)
 {
   const Run variables{xi64, nidxs};
@@ -296,8 +296,8 @@ KERNEL((487), (), write_sparse_sparse_left_product, F64 mcof, i32 mdimi, i32 mro
 
 // Writes the left product of sparse M and dense x: an element for each row of M with an entry and each column of x.
 // Sets `rptr[0]`.
-KERNEL((488), (), write_sparse_left_product, F64 mcof, i32 mnnz, I32 msubi, I32 msubj, i32 nidxs, i32 rcof, F64 rf64,
-       I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, i32 xd1, I64 xi64)
+KERNEL((488), (), write_sparse_left_product, CF64 mcof, i32 mnnz, CI32 msubi, CI32 msubj, i32 nidxs, i32 rcof, F64 rf64,
+       I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, i32 xd1, CI64 xi64)
 {
   const Run variables{xi64, nidxs};
   const ResultArrays r{ri32, ri64, rf64};

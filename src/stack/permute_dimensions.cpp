@@ -13,7 +13,7 @@
 namespace fragments {
 
 // The extents of the result.
-KERNEL((418), (), write_permuted_shape, I32 dperm, i32 nd, I32 ri32, i32 rshape, i32 shape, I32 wi32)
+KERNEL((418), (), write_permuted_shape, CI32 dperm, i32 nd, I32 ri32, i32 rshape, i32 shape, CI32 wi32)
 {
   const Run extents{wi32, shape};
   const Run rextents{ri32, rshape};
@@ -23,8 +23,8 @@ KERNEL((418), (), write_permuted_shape, I32 dperm, i32 nd, I32 ri32, i32 rshape,
 // The flat position in the result of each stored element, from its position on w at `from`; `stride` are the operand's
 // strides. A record without axes has the one position 0. Allocates `nd` coordinates, which are divided anew only where
 // they change.
-KERNEL((419), (), write_permuted_positions, I32 dperm, i32 from, i32 nd, i32 nelem, I32 ri32, i32 rshape, I64 sp,
-       I64 stride, I64 wi64)
+KERNEL((419), (), write_permuted_positions, CI32 dperm, i32 from, i32 nd, i32 nelem, CI32 ri32, i32 rshape, I64 sp,
+       CI64 stride, CI64 wi64)
 {
   const Run pattern{wi64, from};
   const Run rextents{ri32, rshape};
@@ -49,8 +49,8 @@ KERNEL((419), (), write_permuted_positions, I32 dperm, i32 from, i32 nd, i32 nel
 // Writes the elements in the order of `perm`, with their new flat positions `sp`; stretches of neighbours move as one
 // run of terms. `rptr[0]` and `rcodeptr[0]` are the caller's.
 KERNEL((420), (i32, i32, i32), write_permuted, i32 cconst, i32 code, i32 c, i32 codeptr, i32 cof, i32 nidxs, i32 ptr,
-       i32 e, i32 k, i32 ncodeatom, i32 nelem, I64 perm, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64,
-       I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, I64 sp, F64 wf64, I32 wi32, I64 wi64)
+       i32 e, i32 k, i32 ncodeatom, i32 nelem, CI64 perm, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64,
+       I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, CI64 sp, CF64 wf64, CI32 wi32, CI64 wi64)
 {
   const StackArrays w{wi32, wi64, wf64};
   const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
@@ -75,9 +75,9 @@ KERNEL((420), (i32, i32, i32), write_permuted, i32 cconst, i32 code, i32 c, i32 
 // Transposes a dense record; `stride` and `dstride` are the row-major strides of the operand and of the result. Axes at
 // the end that stay where they are make a block that moves as one run. The two axes before it are walked by steps, and
 // the coordinates on all others divided once for each pair of them. Sets `rptr[0]` and, with code, `rcodeptr[0]`.
-KERNEL((421), (), write_dense_permuted, i32 cconst, i32 code, i32 codeptr, I32 dperm, I64 dstride, i32 cof, i32 nidxs,
+KERNEL((421), (), write_dense_permuted, i32 cconst, i32 code, i32 codeptr, CI32 dperm, CI64 dstride, i32 cof, i32 nidxs,
        i32 ptr, i32 ncodeatom, i32 nd, i32 nelem, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32,
-       I64 ri64, i32 rnidxs, i32 rptr, I64 stride, F64 wf64, I32 wi32, I64 wi64)
+       I64 ri64, i32 rnidxs, i32 rptr, CI64 stride, CF64 wf64, CI32 wi32, CI64 wi64)
 {
   const StackArrays w{wi32, wi64, wf64};
   const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
@@ -116,7 +116,7 @@ KERNEL((421), (), write_dense_permuted, i32 cconst, i32 code, i32 codeptr, I32 d
 // `rcodeptr[0]`.
 KERNEL((422), (), write_sparse_transpose, i32 cconst, i32 code, i32 codeptr, i32 rows, i32 cols, i32 cof, i32 nidxs,
        i32 ptr, i32 from, i32 ncodeatom, i32 nelem, i32 perm, i32 bucket, i32 rcconst, i32 rcode, i32 rcodeptr,
-       i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, F64 wf64, I32 wi32, I64 wi64, I32 xi32)
+       i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, CF64 wf64, CI32 wi32, CI64 wi64, I32 xi32)
 {
   const StackArrays w{wi32, wi64, wf64};
   const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
@@ -146,7 +146,7 @@ KERNEL((422), (), write_sparse_transpose, i32 cconst, i32 code, i32 codeptr, i32
 // not `rcodeptr[0]`.
 KERNEL((423), (), write_dense_transpose, i32 cconst, i32 code, i32 codeptr, i32 cols, i32 rows, i32 cof, i32 nidxs,
        i32 ptr, i32 ncodeatom, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs,
-       i32 rptr, F64 wf64, I32 wi32, I64 wi64)
+       i32 rptr, CF64 wf64, CI32 wi32, CI64 wi64)
 {
   const StackArrays w{wi32, wi64, wf64};
   const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);

@@ -17,7 +17,7 @@ namespace {
 constexpr i32 not_stored = -1;
 
 // The first of n ascending positions that is not below `index`, or n.
-i32 lower_bound(Run<i64> sp, i32 n, i64 index)
+i32 lower_bound(Run<const i64> sp, i32 n, i64 index)
 {
   i32 low = 0, high = n;
   while (low < high) {
@@ -33,7 +33,7 @@ i32 lower_bound(Run<i64> sp, i32 n, i64 index)
 }  // namespace
 
 // The row-major flat index of each row of coordinates. It allocates a table of nd strides.
-KERNEL((407), (), flatten_coordinates, I32x2 idxs, i32 nd, I32 shape, I64 this_idxs)
+KERNEL((407), (), flatten_coordinates, CI32x2 idxs, i32 nd, CI32 shape, I64 this_idxs)
 {
   const Scratch<i64> strides{nd};
   if (nd > 0) strides[nd - 1] = 1;
@@ -42,7 +42,7 @@ KERNEL((407), (), flatten_coordinates, I32x2 idxs, i32 nd, I32 shape, I64 this_i
 }
 
 // Measures a pick from a dense operand.
-KERNEL((409), (i32, i32), measure_pick, i32 codeptr, I64 idxs, i32 ncodeatom, i32 ptr, i32 c, i32 k, I32 wi32)
+KERNEL((409), (i32, i32), measure_pick, i32 codeptr, CI64 idxs, i32 ncodeatom, i32 ptr, i32 c, i32 k, CI32 wi32)
 {
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
   Size size(operand, ncodeatom > 0, {.terms = k, .atoms = c});
@@ -51,9 +51,9 @@ KERNEL((409), (i32, i32), measure_pick, i32 codeptr, I64 idxs, i32 ncodeatom, i3
 }
 
 // Writes a pick from a dense operand. `rptr[0]` and `rcodeptr[0]` are the caller's.
-KERNEL((410), (i32, i32), write_pick, i32 cconst, i32 code, i32 c, i32 codeptr, i32 cof, I64 idxs, i32 k, i32 nidxs,
+KERNEL((410), (i32, i32), write_pick, i32 cconst, i32 code, i32 c, i32 codeptr, i32 cof, CI64 idxs, i32 k, i32 nidxs,
        i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rhascode, i32 rnidxs,
-       i32 rptr, F64 wf64, I32 wi32, I64 wi64)
+       i32 rptr, CF64 wf64, CI32 wi32, CI64 wi64)
 {
   const StackArrays w{wi32, wi64, wf64};
   const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
@@ -71,8 +71,8 @@ KERNEL((410), (i32, i32), write_pick, i32 cconst, i32 code, i32 c, i32 codeptr, 
 
 // Finds each index in the pattern of a sparse operand by bisection and measures the pick: xi32[slot + i] is the number
 // of the stored element, or -1.
-KERNEL((411), (i32, i32), find_pick, i32 codeptr, I64 idxs, i32 ncodeatom, i32 nelem, i32 ptr, i32 c, i32 k, i32 sp,
-       i32 slot, I32 wi32, I64 wi64, I32 xi32)
+KERNEL((411), (i32, i32), find_pick, i32 codeptr, CI64 idxs, i32 ncodeatom, i32 nelem, i32 ptr, i32 c, i32 k, i32 sp,
+       i32 slot, CI32 wi32, CI64 wi64, I32 xi32)
 {
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
   Size size(operand, ncodeatom > 0, {.terms = k, .atoms = c});
@@ -89,9 +89,9 @@ KERNEL((411), (i32, i32), find_pick, i32 codeptr, I64 idxs, i32 ncodeatom, i32 n
 
 // Writes a pick from a sparse operand, its elements being those that 411 found; `idxs` only gives their count.
 // `rptr[0]` and `rcodeptr[0]` are the caller's.
-KERNEL((412), (i32, i32), write_found_pick, i32 cconst, i32 code, i32 c, i32 codeptr, i32 cof, I64 idxs, i32 k,
+KERNEL((412), (i32, i32), write_found_pick, i32 cconst, i32 code, i32 c, i32 codeptr, i32 cof, CI64 idxs, i32 k,
        i32 nidxs, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rhascode,
-       i32 rnidxs, i32 rptr, i32 slot, F64 wf64, I32 wi32, I64 wi64, I32 xi32)
+       i32 rnidxs, i32 rptr, i32 slot, CF64 wf64, CI32 wi32, CI64 wi64, CI32 xi32)
 {
   const StackArrays w{wi32, wi64, wf64};
   const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);

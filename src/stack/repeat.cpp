@@ -13,7 +13,7 @@ namespace fragments {
 KERNEL((426), (), repeat, i32 cconst, i32 code, i32 codeptr, i32 cof, i32 d0, i32 d1, i32 d2, i32 dim, bool hassp,
        i32 n, i32 ncodeatom, i32 nd, i32 nelem, i32 nidxs, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof,
        i32 rdim, F64 rf64, I32 ri32, I64 ri64, i32 rhascode, i32 rnidxs, i32 rptr, i32 rshape, i32 rsp, i32 shape,
-       i32 sp, F64 wf64, I32 wi32, I64 wi64)
+       i32 sp, CF64 wf64, CI32 wi32, CI64 wi64)
 {
   const StackArrays w{wi32, wi64, wf64};
   const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);

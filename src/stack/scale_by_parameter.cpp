@@ -10,7 +10,7 @@ namespace fragments {
 // of the result has all of the operand's terms times parameter i. The other fields are filled beforehand: `rcof` 0,
 // `rptr` the multiples of `nnz`, `rnidxs` n copies of the operand's; `rcodeptr[0]` is the caller's.
 KERNEL((337), (), write_parameters_times_element_code, i32 cconst, i32 code, i32 cof, i32 ncodeatom, i32 nnz, i32 param,
-       i32 codeptr, i32 rcconst, i32 rcode, i32 rcodeptr, F64 rf64, I32 ri32, i32 n, F64 wf64, I32 wi32, I32 xi32)
+       i32 codeptr, i32 rcconst, i32 rcode, i32 rcodeptr, F64 rf64, I32 ri32, i32 n, CF64 wf64, CI32 wi32, CI32 xi32)
 {
   const StackArrays w{wi32, {}, wf64};
   const Operand operand = w.coded_terms(cof, codeptr, code, cconst);
@@ -29,7 +29,7 @@ KERNEL((337), (), write_parameters_times_element_code, i32 cconst, i32 code, i32
 KERNEL((338), (), write_parameter_times_expression, i32 cconst, i32 code, i32 cof, i32 ncodeatom, i32 nidxs, i32 nnz,
        i32 p, i32 ptr, i32 codeptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, bool hassp, I32 ri32,
        I64 ri64, i32 rhascode, i32 rnd, i32 rnelem, i32 rnidxs, i32 rnnz, i32 rptr, i32 rshape, i32 rsp, i32 shape,
-       i32 sp, F64 wf64, I32 wi32, I64 wi64)
+       i32 sp, CF64 wf64, CI32 wi32, CI64 wi64)
 {
   const StackArrays w{wi32, {}, wf64};
   const Operand operand = w.coded_terms(cof, codeptr, code, cconst);

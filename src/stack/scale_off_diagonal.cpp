@@ -13,7 +13,7 @@ namespace {
 
 // The stretches of all elements, by the pattern in a sparse record.
 template <class Stretch>
-void for_each_stretch(const FoldExtents& dim, bool hassp, Run<i64> sp, i32 nelem, Stretch stretch)
+void for_each_stretch(const FoldExtents& dim, bool hassp, Run<const i64> sp, i32 nelem, Stretch stretch)
 {
   if (hassp) {
     i64 stride[5] = {0, 0, 0, 0, 1};
@@ -31,28 +31,10 @@ void scale(Run<f64> cof, Terms terms, f64 factor)
 
 }  // namespace
 
-// `acc` times the extents before an axis: the first n.
-KERNEL((542), (i64), size64_before_axis, i64 acc, i32 shape, I32 wi32, i32 n)
-{
-  return product(acc, Run{wi32, shape}, 0, n);
-}
-
-// `acc` times the extents strictly between the axes `lo` and `hi`.
-KERNEL((543), (i64), size64_between_axes, i64 acc, i32 shape, I32 wi32, i32 lo, i32 hi)
-{
-  return product_between(acc, Run{wi32, shape}, lo, hi);
-}
-
-// `acc` times the extents behind the axis `lo`, `hi` being the number of axes.
-KERNEL((544), (i64), size64_behind_axis, i64 acc, i32 hi, i32 shape, I32 wi32, i32 lo)
-{
-  return product_between(acc, Run{wi32, shape}, lo, hi);
-}
-
 // Multiplies the coefficients off the diagonal by `factor`, in place, in a record without code. Terms are found by the
 // result's `rptr`; `nelem` and the operand's `sp` are used only if `hassp`.
 KERNEL((545), (), scale_off_diagonal, i64 dim0, i64 dim1, i64 dim2, i64 dim3, i64 dim4, bool hassp, i32 nelem, i32 rcof,
-       F64 rf64, I32 ri32, i32 rptr, f64 factor, i32 sp, I64 wi64)
+       F64 rf64, CI32 ri32, i32 rptr, f64 factor, i32 sp, CI64 wi64)
 {
   const Run ptr{ri32, rptr};
   const Run cof{rf64, rcof};
@@ -66,7 +48,7 @@ KERNEL((545), (), scale_off_diagonal, i64 dim0, i64 dim1, i64 dim2, i64 dim3, i6
 // same; this is intended.
 KERNEL((546), (), scale_off_diagonal_with_code, i32 cconst, i32 code, i32 codeptr, i64 dim0, i64 dim1, i64 dim2,
        i64 dim3, i64 dim4, bool hassp, i32 nelem, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64,
-       I32 ri32, f64 factor, i32 sp, F64 wf64, I32 wi32, I64 wi64)
+       I32 ri32, f64 factor, i32 sp, CF64 wf64, CI32 wi32, CI64 wi64)
 {
   const StackArrays w{wi32, {}, wf64};
   const Operand operand = w.coded(ptr, codeptr, code, cconst);

@@ -54,13 +54,13 @@ void for_each_stretch(const Box& box, i32 d, i64 begin, i64 end, const Stretch& 
 }  // namespace
 
 // Row-major strides of the operand; `st[nd-1]` is the caller's.
-KERNEL((413), (), write_operand_strides, i32 nd, i32 shape, I64 st, I32 wi32)
+KERNEL((413), (), write_operand_strides, i32 nd, i32 shape, I64 st, CI32 wi32)
 {
   row_major_strides(st, Run{wi32, shape}, nd);
 }
 
 // Row-major strides of the result; `rst[nd-1]` is the caller's.
-KERNEL((416), (), write_slice_strides, i32 nd, I32 rshape, I64 rst)
+KERNEL((416), (), write_slice_strides, i32 nd, CI32 rshape, I64 rst)
 {
   row_major_strides(rst, rshape, nd);
 }
@@ -68,7 +68,7 @@ KERNEL((416), (), write_slice_strides, i32 nd, I32 rshape, I64 rst)
 // Measures a slice. For a dense operand `e` is replaced by the volume of the box, for a sparse one the stored elements
 // in the box are added to it.
 KERNEL((414), (i32, i32, i32), measure_slice, i32 codeptr, I32 first, bool hassp, I32 last, i32 ncodeatom, i32 nd,
-       i32 nelem, i32 ptr, i32 c, i32 e, i32 k, i32 shape, i32 sp, I64 st, I32 wi32, I64 wi64)
+       i32 nelem, i32 ptr, i32 c, i32 e, i32 k, i32 shape, i32 sp, I64 st, I32 wi32, CI64 wi64)
 {
   const Box box{nd, {wi32, shape}, st, first, last};
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
@@ -93,8 +93,8 @@ KERNEL((414), (i32, i32, i32), measure_slice, i32 codeptr, I32 first, bool hassp
 // caller's.
 KERNEL((417), (i32, i32, i32), write_slice, i32 cconst, i32 code, i32 c, i32 codeptr, i32 cof, I32 first, bool hassp,
        i32 e, i32 k, I32 last, i32 nd, i32 nelem, i32 nidxs, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof,
-       F64 rf64, I32 ri32, I64 ri64, i32 rhascode, i32 rnidxs, i32 rptr, i32 rsp, I64 rst, i32 shape, i32 sp, I64 st,
-       F64 wf64, I32 wi32, I64 wi64)
+       F64 rf64, I32 ri32, I64 ri64, i32 rhascode, i32 rnidxs, i32 rptr, i32 rsp, CI64 rst, i32 shape, i32 sp, I64 st,
+       CF64 wf64, I32 wi32, CI64 wi64)
 {
   const Box box{nd, {wi32, shape}, st, first, last};
   const StackArrays w{wi32, wi64, wf64};

@@ -33,7 +33,7 @@ KERNEL((335), (), write_placeholder_variables, I64 ri64, i32 top, i32 n)
 }
 
 // A run of n variables, `times` copies one behind the other.
-KERNEL((336), (), repeat_variables, i32 from, i32 n, I64 ri64, i32 times, i32 top, I64 wi64)
+KERNEL((336), (), repeat_variables, i32 from, i32 n, I64 ri64, i32 times, i32 top, CI64 wi64)
 {
   const Run run{wi64, from};
   for (i64 copy = 0; copy < times; ++copy) copy_slots(Run{ri64, top + copy * n}, run, n);
@@ -64,82 +64,82 @@ KERNEL((517), (), zero_ptr_on_x, i32 flag, i32 n, i32 pos, I32 xi32)
 }
 
 // Copies the `ptr` of n elements.
-KERNEL((381), (), copy_ptr, i32 n, i32 from, I32 ri32, i32 to, I32 wi32)
+KERNEL((381), (), copy_ptr, i32 n, i32 from, I32 ri32, i32 to, CI32 wi32)
 {
   copy_slots(Run{ri32, to}, Run{wi32, from}, static_cast<i64>(n) + 1);
 }
 
 // Copies n extents.
 KERNEL((361, 382, 388, 398, 435, 532, 537, 552, 568, 571), (), copy_extents, i32 n, I32 ri32, i32 to, i32 from,
-       I32 wi32)
+       CI32 wi32)
 {
   copy_slots(Run{ri32, to}, Run{wi32, from}, n);
 }
 
 // Copies n extents of a summand.
-KERNEL((498, 500, 503, 505, 509), (), copy_summand_extents, I32 ri32, i32 n, i32 to, i32 from, I32 wi32)
+KERNEL((498, 500, 503, 505, 509), (), copy_summand_extents, I32 ri32, i32 n, i32 to, i32 from, CI32 wi32)
 {
   copy_slots(Run{ri32, to}, Run{wi32, from}, n);
 }
 
 // Copies n variables.
-KERNEL((383), (), copy_variables, i32 from, i32 n, I64 ri64, i32 to, I64 wi64)
+KERNEL((383), (), copy_variables, i32 from, i32 n, I64 ri64, i32 to, CI64 wi64)
 {
   copy_slots(Run{ri64, to}, Run{wi64, from}, n);
 }
 
 // Copies n coefficients.
-KERNEL((384), (), copy_coefficients, i32 from, i32 n, i32 to, F64 rf64, F64 wf64)
+KERNEL((384), (), copy_coefficients, i32 from, i32 n, i32 to, F64 rf64, CF64 wf64)
 {
   copy_slots(Run{rf64, to}, Run{wf64, from}, n);
 }
 
 // Copies the flat positions of n elements, if the record has a pattern.
-KERNEL((385, 399), (), copy_pattern, bool hassp, i32 n, I64 ri64, i32 to, i32 from, I64 wi64)
+KERNEL((385, 399), (), copy_pattern, bool hassp, i32 n, I64 ri64, i32 to, i32 from, CI64 wi64)
 {
   if (hassp) copy_slots(Run{ri64, to}, Run{wi64, from}, n);
 }
 
 // Copies the extents of operand 0, which has `nd[0]` of them.
-KERNEL((515), (), copy_first_extents, I32 nd, I32 ri32, i32 pos, I32 shape_base, I32 wi32)
+KERNEL((515), (), copy_first_extents, CI32 nd, I32 ri32, i32 pos, CI32 shape_base, CI32 wi32)
 {
   if (nd[0] > 0) copy_slots(Run{ri32, pos}, Run{wi32, shape_base[0]}, nd[0]);
 }
 
 // Copies the extents behind a removed axis, each one place down: axis d of the result is axis d+1 of the operand, for d
 // from `lo` up to `hi`-2.
-KERNEL((533, 538), (), copy_extents_behind_axis, i32 lo, i32 hi, I32 ri32, i32 rshape, i32 shape, I32 wi32)
+KERNEL((533, 538), (), copy_extents_behind_axis, i32 lo, i32 hi, I32 ri32, i32 rshape, i32 shape, CI32 wi32)
 {
   const i64 first = lo;
   copy_slots(Run{ri32, rshape + first}, Run{wi32, shape + first + 1}, hi - first - 1);
 }
 
 // Copies n extents from an array of their own: the shape of a constant array.
-KERNEL((402), (), push_extents, i32 n, I32 ri32, i32 rshape, I32 shape)
+KERNEL((402), (), push_extents, i32 n, I32 ri32, i32 rshape, CI32 shape)
 {
   copy_slots(Run{ri32, rshape}, Run{shape, 0}, n);
 }
 
 // Copies n extents from an array of their own: the shape of a slice.
-KERNEL((415), (), push_slice_extents, i32 n, I32 ri32, I32 rshape, i32 top)
+KERNEL((415), (), push_slice_extents, i32 n, I32 ri32, CI32 rshape, i32 top)
 {
   copy_slots(Run{ri32, top}, Run{rshape, 0}, n);
 }
 
 // Copies n flat positions from an array of their own, if the constant array has a pattern.
-KERNEL((403), (), push_pattern, bool hassp, i32 n, I64 ri64, i32 rsp, I64 sparsity)
+KERNEL((403), (), push_pattern, bool hassp, i32 n, I64 ri64, i32 rsp, CI64 sparsity)
 {
   if (hassp) copy_slots(Run{ri64, rsp}, Run{sparsity, 0}, n);
 }
 
 // Copies n extents from one array to another.
-KERNEL((444), (), copy_shape, i32 n, I32 resshape, I32 shape)
+KERNEL((444), (), copy_shape, i32 n, I32 resshape, CI32 shape)
 {
   copy_slots(Run{resshape, 0}, Run{shape, 0}, n);
 }
 
 // Copies as many extents as `rshape` has room for from one array to another.
-KERNEL((502), (), fill_shape, I32 rshape, I32 shape)
+KERNEL((502), (), fill_shape, I32 rshape, CI32 shape)
 {
   copy_slots(Run{rshape, 0}, Run{shape, 0}, rshape.count);
 }
@@ -161,6 +161,31 @@ KERNEL((521), (), add_up_ptr_on_x, i32 flag, i32 n, i32 pos, I32 xi32)
 KERNEL((524), (), shift_ptr_up, I32 ri32, i32 n, i32 pos)
 {
   shift_up(Run{ri32, pos}, n);
+}
+
+// The identity permutation of n elements.
+KERNEL((527, 563), (), write_identity_permutation, i32 base, i32 n, I32 xi32)
+{
+  number_items(Run{xi32, base}, n);
+}
+
+// Copies a record field by field from w to r.
+KERNEL((396, 557), (), copy_record, i32 cconst, i32 code, i32 codeptr, i32 cof, bool hassp, i32 ncodeatom, i32 nd,
+       i32 nelem, i32 nidxs, i32 nnz, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32,
+       I64 ri64, i32 rnidxs, i32 rptr, i32 rshape, i32 rsp, i32 shape, i32 sp, CF64 wf64, CI32 wi32, CI64 wi64)
+{
+  const auto copy_i32 = [&](i32 to, i32 from, i64 n) { copy_slots(Run{ri32, to}, Run{wi32, from}, n); };
+  const auto copy_i64 = [&](i32 to, i32 from, i64 n) { copy_slots(Run{ri64, to}, Run{wi64, from}, n); };
+  const auto copy_f64 = [&](i32 to, i32 from, i64 n) { copy_slots(Run{rf64, to}, Run{wf64, from}, n); };
+  copy_i32(rshape, shape, nd);
+  if (hassp) copy_i64(rsp, sp, nelem);
+  copy_i32(rptr, ptr, nelem + i64{1});
+  copy_i64(rnidxs, nidxs, nnz);
+  copy_f64(rcof, cof, nnz);
+  if (ncodeatom <= 0) return;
+  copy_i32(rcodeptr, codeptr, nnz + i64{1});
+  copy_i32(rcode, code, ncodeatom);
+  copy_f64(rcconst, cconst, ncodeatom);
 }
 
 }  // namespace fragments

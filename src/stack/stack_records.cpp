@@ -25,7 +25,7 @@ namespace {
 
 // The operands' fields.
 struct OperandTables {
-  I32 ptr_base, nidxs_base, cof_base, codeptr, code, cconst, ncodeatom;
+  CI32 ptr_base, nidxs_base, cof_base, codeptr, code, cconst, ncodeatom;
   I32 wi32;
   I64 wi64;
   F64 wf64;
@@ -55,7 +55,7 @@ void append_elements(Writer& result, const OperandTables& from, i64 k, i64 b, i6
 }  // namespace
 
 // Copies a shape.
-KERNEL((427), (), copy_operand_shape, i32 n, I32 shape, I32 shape_)
+KERNEL((427), (), copy_operand_shape, i32 n, I32 shape, CI32 shape_)
 {
   copy_slots(Run{shape, 0}, Run{shape_, 0}, n);
 }
@@ -63,8 +63,8 @@ KERNEL((427), (), copy_operand_shape, i32 n, I32 shape, I32 shape_)
 // Checks that the operands from 1 on have the number of axes and, but for `dim`, the extents of operand 0: `bad` if
 // not. The operand whose own number is `dim` may have any number of axes, which is intended; its first `nd` extents are
 // compared all the same. `alldense` stays if no operand from 1 on is sparse; for operand 0 the caller has set it.
-KERNEL((428), (bool, bool), check_operands, bool alldense, i32 dim, I32 hassp, bool bad, i32 n, i32 nd, I32 nds,
-       i32 shape, I32 shape_base, I32 wi32)
+KERNEL((428), (bool, bool), check_operands, bool alldense, i32 dim, CI32 hassp, bool bad, i32 n, i32 nd, CI32 nds,
+       i32 shape, CI32 shape_base, CI32 wi32)
 {
   const Run expected{wi32, shape};
   const auto extents_differ = [&](i64 k, i64 from, i64 to) {
@@ -83,7 +83,7 @@ KERNEL((428), (bool, bool), check_operands, bool alldense, i32 dim, I32 hassp, b
 
 // The extent of the result at `dim`: `total` plus the operands' extents there. A new axis, `dim` at or behind `nd`, has
 // the extent n, whatever `total` is.
-KERNEL((429), (i32), stacked_extent, i32 dim, i32 n, i32 nd, i32 total, I32 shape_base, I32 wi32)
+KERNEL((429), (i32), stacked_extent, i32 dim, i32 n, i32 nd, i32 total, CI32 shape_base, CI32 wi32)
 {
   if (dim >= nd) return n;
   for (i64 k = 0; k < n; ++k) total = wrapping_add(total, wi32[static_cast<i64>(shape_base[k]) + dim]);
@@ -92,7 +92,7 @@ KERNEL((429), (i32), stacked_extent, i32 dim, i32 n, i32 nd, i32 total, I32 shap
 
 // Measures the result: whether it has code, `c` its atoms, `e` its elements, `k` its terms. Atoms count only if there
 // is code at all.
-KERNEL((430), (bool, i32, i32, i32), measure_stack, i32 n, I32 ncodeatom, I32 nelem, I32 nnz, bool hascode, i32 c,
+KERNEL((430), (bool, i32, i32, i32), measure_stack, i32 n, CI32 ncodeatom, CI32 nelem, CI32 nnz, bool hascode, i32 c,
        i32 e, i32 k)
 {
   for (i64 operand = 0; operand < n; ++operand) {
@@ -107,20 +107,20 @@ KERNEL((430), (bool, i32, i32, i32), measure_stack, i32 n, I32 ncodeatom, I32 ne
 }
 
 // Where each operand begins on the axis `dim` of the result; `offset[0]` is the caller's.
-KERNEL((432), (), write_offsets, I32 d1s, i32 n, I32 offset)
+KERNEL((432), (), write_offsets, CI32 d1s, i32 n, I32 offset)
 {
   for (i64 i = 0; i < n - 1; ++i) offset[i + 1] = wrapping_add(offset[i], d1s[i]);
 }
 
 // `init` plus the operands' extents at `dim`.
-KERNEL((433), (i32), sum_of_extents, i32 init, I32 d1s, i32 n)
+KERNEL((433), (i32), sum_of_extents, i32 init, CI32 d1s, i32 n)
 {
   for (i64 i = 0; i < n; ++i) init = wrapping_add(init, d1s[i]);
   return init;
 }
 
 // `init` or the largest extent of the result, if that is larger.
-KERNEL((440), (i32), largest_extent, i32 init, I32 ri32, i32 n, i32 top)
+KERNEL((440), (i32), largest_extent, i32 init, CI32 ri32, i32 n, i32 top)
 {
   const Run extents{ri32, top};
   for (i64 i = 0; i < n; ++i) init = extents[i] > init ? extents[i] : init;
@@ -129,9 +129,9 @@ KERNEL((440), (i32), largest_extent, i32 init, I32 ri32, i32 n, i32 top)
 
 // Stack of dense operands: for every a, the elements of one a of each operand in turn, which lie together. Without
 // `hascode` no table of code is read and `rcodeptr` is not touched.
-KERNEL((436), (), write_dense_stack, I32 cconst, I32 code, I32 codeptr, I32 cof_base, i32 d0, I32 d1s, i32 d2, i32 n,
-       I32 ncodeatom, I32 nidxs_base, bool hascode, I32 ptr_base, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof,
-       F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, F64 wf64, I32 wi32, I64 wi64)
+KERNEL((436), (), write_dense_stack, CI32 cconst, CI32 code, I32 codeptr, CI32 cof_base, i32 d0, CI32 d1s, i32 d2,
+       i32 n, CI32 ncodeatom, CI32 nidxs_base, bool hascode, CI32 ptr_base, i32 rcconst, i32 rcode, i32 rcodeptr,
+       i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, F64 wf64, I32 wi32, I64 wi64)
 {
   const OperandTables operands{ptr_base, nidxs_base, cof_base, codeptr, code, cconst, ncodeatom, wi32, wi64, wf64};
   const ResultArrays r{ri32, ri64, rf64};
@@ -150,10 +150,10 @@ KERNEL((436), (), write_dense_stack, I32 cconst, I32 code, I32 codeptr, I32 cof_
 
 // Stack of dense and sparse operands along the first axis: one operand behind the other, the flat positions of each
 // shifted by the sizes of the ones before. Always writes `rsp`. An operand without axes has the size 1.
-KERNEL((439), (), write_first_axis_stack, I32 cconst, I32 code, I32 codeptr, I32 cof_base, I32 hassp, i32 n,
-       I32 ncodeatom, i32 nd, I32 nelem, I32 nidxs_base, I32 ptr_base, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof,
-       F64 rf64, I32 ri32, I64 ri64, i32 rhascode, i32 rnidxs, i32 rptr, i32 rsp, I32 shape_base, I32 sp_base, F64 wf64,
-       I32 wi32, I64 wi64)
+KERNEL((439), (), write_first_axis_stack, CI32 cconst, CI32 code, I32 codeptr, CI32 cof_base, CI32 hassp, i32 n,
+       CI32 ncodeatom, i32 nd, CI32 nelem, CI32 nidxs_base, CI32 ptr_base, i32 rcconst, i32 rcode, i32 rcodeptr,
+       i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rhascode, i32 rnidxs, i32 rptr, i32 rsp, CI32 shape_base,
+       CI32 sp_base, F64 wf64, I32 wi32, I64 wi64)
 {
   const OperandTables operands{ptr_base, nidxs_base, cof_base, codeptr, code, cconst, ncodeatom, wi32, wi64, wf64};
   const ResultArrays r{ri32, ri64, rf64};
@@ -182,8 +182,8 @@ KERNEL((439), (), write_first_axis_stack, I32 cconst, I32 code, I32 codeptr, I32
 
 // The keys of a sparse stack: for each stored element of each operand in turn, its flat position in the result at
 // `key`, the operand's number at `opnum`, its own number in the operand at `elnum`.
-KERNEL((441), (), write_stack_keys, I32 d1s, i32 d2, I32 hassp, i32 n, I32 nelem, I32 offset, i32 rdim, I32 sp_base,
-       i32 opnum, i32 elnum, i32 key, I64 wi64, I32 xi32, I64 xi64)
+KERNEL((441), (), write_stack_keys, CI32 d1s, i32 d2, CI32 hassp, i32 n, CI32 nelem, CI32 offset, i32 rdim,
+       CI32 sp_base, i32 opnum, i32 elnum, i32 key, I64 wi64, I32 xi32, I64 xi64)
 {
   Run operand_number{xi32, opnum}, element_number{xi32, elnum};
   Run keys{xi64, key};
@@ -208,8 +208,8 @@ KERNEL((441), (), write_stack_keys, I32 d1s, i32 d2, I32 hassp, i32 n, I32 nelem
 // Sorts the n keys of a sparse stack by radix, one counting sort of the coordinates on each axis, the last axis first.
 // The permutation moves to and fro between `order` and `other`; what is returned first is where it ended up. The
 // buckets are left as the last pass leaves them. Allocates `nd` strides.
-KERNEL((442), (i32, i32), sort_stack_keys, i32 order, I32 ri32, i32 nd, i32 n, i32 rshape, i32 other, i32 key, I32 xi32,
-       I64 xi64, i32 bucket)
+KERNEL((442), (i32, i32), sort_stack_keys, i32 order, CI32 ri32, i32 nd, i32 n, i32 rshape, i32 other, i32 key,
+       I32 xi32, CI64 xi64, i32 bucket)
 {
   const Run extents{ri32, rshape};
   const Run buckets{xi32, bucket};
@@ -235,10 +235,10 @@ KERNEL((442), (i32, i32), sort_stack_keys, i32 order, I32 ri32, i32 nd, i32 n, i
 
 // Sparse stack in the order of its sorted keys. `hascode` tells whether the result has code, `rhascode` only whether
 // `rcodeptr[0]` is set.
-KERNEL((443), (), write_sorted_stack, I32 cconst, I32 code, I32 codeptr, I32 cof_base, i32 order, I32 ncodeatom,
-       I32 nidxs_base, bool hascode, I32 ptr_base, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32,
+KERNEL((443), (), write_sorted_stack, CI32 cconst, CI32 code, I32 codeptr, CI32 cof_base, i32 order, CI32 ncodeatom,
+       CI32 nidxs_base, bool hascode, CI32 ptr_base, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32,
        I64 ri64, i32 rhascode, i32 rnelem, i32 rnidxs, i32 rptr, i32 rsp, i32 opnum, i32 elnum, i32 key, F64 wf64,
-       I32 wi32, I64 wi64, I32 xi32, I64 xi64)
+       I32 wi32, I64 wi64, CI32 xi32, CI64 xi64)
 {
   const OperandTables operands{ptr_base, nidxs_base, cof_base, codeptr, code, cconst, ncodeatom, wi32, wi64, wf64};
   const ResultArrays r{ri32, ri64, rf64};

@@ -51,33 +51,15 @@ class Groups {
 }  // namespace
 
 // The shape of the result on arrays of their own, first part: the n extents before the axis.
-KERNEL((540), (), copy_extents_before_summed_axis, i32 n, I32 r, I32 shape)
+KERNEL((540), (), copy_extents_before_summed_axis, i32 n, I32 r, CI32 shape)
 {
   copy_extents(r, 0, shape, 0, n);
 }
 
 // The second part: the extents behind the axis `dim`, each one place down.
-KERNEL((541), (), copy_extents_behind_summed_axis, i32 dim, I32 r, I32 shape)
+KERNEL((541), (), copy_extents_behind_summed_axis, i32 dim, I32 r, CI32 shape)
 {
   copy_extents(r, -1, shape, i64{dim} + 1, shape.count);
-}
-
-// The greatest of `acc` and the n extents.
-KERNEL((526), (i32), greatest_extent, i32 acc, i32 n, i32 shape, I32 wi32)
-{
-  return greatest(acc, Run{wi32, shape}, 0, n);
-}
-
-// The same for the sort by mirror keys.
-KERNEL((558), (i32), greatest_extent_for_mirror, i32 acc, i32 n, i32 shape, I32 wi32)
-{
-  return greatest(acc, Run{wi32, shape}, 0, n);
-}
-
-// The identity permutation of n elements.
-KERNEL((527, 563), (), write_identity_permutation, i32 base, i32 n, I32 xi32)
-{
-  number_items(Run{xi32, base}, n);
 }
 
 // Sorts the permutation at `source` by all axes but `dim`, which puts the elements of a group side by side, ascending
@@ -86,7 +68,7 @@ KERNEL((527, 563), (), write_identity_permutation, i32 base, i32 n, I32 xi32)
 // stands. Along the last axis, or behind it, groups are side by side already: nothing is done. O((nd - 1) * (nelem +
 // extent)).
 KERNEL((528), (i32, i32), sort_by_group, i32 dim, i32 nd, i32 nelem, i32 ptr, i32 sp, i32 source, i32 target, i32 shape,
-       I32 wi32, I64 wi64, I32 xi32)
+       CI32 wi32, CI64 wi64, I32 xi32)
 {
   if (dim >= nd - 1) return {source, target};
   const Run extents{wi32, shape};
@@ -113,7 +95,7 @@ KERNEL((528), (i32, i32), sort_by_group, i32 dim, i32 nd, i32 nelem, i32 ptr, i3
 // Counts the groups of the n elements in sorted order: adds 1 to `count` at each one whose group is not the group (a,
 // b) before it. Returns the last group and the count, so that a further call can go on.
 KERNEL((531), (i64, i64, i32), count_groups, i32 ext_inner, i32 inner, i32 n, i32 count, i64 a, i64 b, i32 outer,
-       i32 perm, i32 sp, I64 wi64, I32 xi32)
+       i32 perm, i32 sp, CI64 wi64, CI32 xi32)
 {
   const Run order{xi32, perm};
   const Run pattern{wi64, sp};
@@ -132,7 +114,7 @@ KERNEL((531), (i64, i64, i32), count_groups, i32 ext_inner, i32 inner, i32 n, i3
 KERNEL((534), (i32, i32, i32, i32), write_sparse_sum_along_axis, i32 cconst, i32 code, i32 c, i32 codeptr, i32 cof,
        i32 cursor, i32 g, i32 ext_inner, i32 inner, i32 ncodeatom, i32 nelem, i32 nidxs, i32 t, i32 ptr, i32 rcconst,
        i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, i32 outer,
-       i32 perm, i32 sp, F64 wf64, I32 wi32, I64 wi64, I32 xi32)
+       i32 perm, i32 sp, CF64 wf64, CI32 wi32, CI64 wi64, CI32 xi32)
 {
   const StackArrays w{wi32, wi64, wf64};
   const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
@@ -174,7 +156,7 @@ KERNEL((534), (i32, i32, i32, i32), write_sparse_sum_along_axis, i32 cconst, i32
 KERNEL((539), (i32, i32, i32), write_dense_sum_along_axis, i32 cconst, i32 code, i32 codeptr, i32 cof, i32 ext,
        i32 ext_inner, i32 inner, i32 inner_step, i32 ncodeatom, i32 nidxs, i32 outer, i32 ptr, i32 rcconst, i32 rcode,
        i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rncodeatom, i32 rnelem, i32 rnidxs, i32 rnnz, i32 rptr,
-       F64 wf64, I32 wi32, I64 wi64)
+       CF64 wf64, CI32 wi32, CI64 wi64)
 {
   const StackArrays w{wi32, wi64, wf64};
   const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);

@@ -11,20 +11,20 @@
 namespace fragments {
 
 // Row-major strides; `s[nd-1]` is the caller's.
-KERNEL((449), (), write_strides_of_picks, i32 nd, I64 s, I32 shape)
+KERNEL((449), (), write_strides_of_picks, i32 nd, I64 s, CI32 shape)
 {
   row_major_strides(s, shape, nd);
 }
 
 // Adds the flat position of each row of coordinates to `res`.
-KERNEL((450), (), add_flat_positions, i32 nd, I64 res, I64 s, I32x2 vsub)
+KERNEL((450), (), add_flat_positions, i32 nd, I64 res, CI64 s, CI32x2 vsub)
 {
   for (i64 r = 0; r < vsub.rows; ++r) res[r] = flat_position(Row{vsub, r}, s, nd, res[r]);
 }
 
 // `rnnz` plus the number of terms of the result. It has two atoms a term more than the chosen elements have.
-KERNEL((447), (i32), count_terms_of_picks, bool hassp, i32 nelem, i32 ptr, i32 rnnz, i32 sp, I64 vsub, I32 wi32,
-       I64 wi64)
+KERNEL((447), (i32), count_terms_of_picks, bool hassp, i32 nelem, i32 ptr, i32 rnnz, i32 sp, CI64 vsub, CI32 wi32,
+       CI64 wi64)
 {
   const Run ends{wi32, ptr};
   find_stored(vsub, hassp, Run{wi64, sp}, nelem, [&](i32, i64 f) { rnnz += ends[f + 1] - ends[f]; });
@@ -35,7 +35,7 @@ KERNEL((447), (i32), count_terms_of_picks, bool hassp, i32 nelem, i32 ptr, i32 r
 // caller's.
 KERNEL((448), (i32, i32), write_sum_of_picks, i32 cconst, i32 code, i32 codei, i32 codeptr, i32 cof, bool hassp,
        i32 nelem, i32 nidxs, i32 nzi, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32,
-       I64 ri64, i32 rncodeatom, i32 rnidxs, i32 sp, F64 vcof, I64 vsub, F64 wf64, I32 wi32, I64 wi64)
+       I64 ri64, i32 rncodeatom, i32 rnidxs, i32 sp, CF64 vcof, CI64 vsub, CF64 wf64, CI32 wi32, CI64 wi64)
 {
   const StackArrays w{wi32, wi64, wf64};
   const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);

@@ -49,7 +49,7 @@ struct OperandTables {
 };
 
 // Terms and atoms of a sum, from the sizes of its operands.
-void count_terms(bool hascode, i32 n, I32 ncodeatom, I32 nnz, i32& rncodeatom, i32& rnnz)
+void count_terms(bool hascode, i32 n, CI32 ncodeatom, CI32 nnz, i32& rncodeatom, i32& rnnz)
 {
   for (i64 k = 0; k < n; ++k) {
     rnnz += nnz[k];
@@ -61,7 +61,7 @@ void count_terms(bool hascode, i32 n, I32 ncodeatom, I32 nnz, i32& rncodeatom, i
 // operands that store it, as their element e, and then element(position). It allocates a cursor an operand; each step
 // looks at all operands once, to advance those that it meets and to find the next position.
 template <class Stored, class Element>
-void walk_union(i32 n, I32 nelem, I32 sp_base, I64 wi64, Stored stored, Element element)
+void walk_union(i32 n, CI32 nelem, CI32 sp_base, CI64 wi64, Stored stored, Element element)
 {
   constexpr i64 none = -1;
   const Scratch<i32> cursors{n};
@@ -84,7 +84,7 @@ void walk_union(i32 n, I32 nelem, I32 sp_base, I64 wi64, Stored stored, Element 
 }
 
 // Operand k as far as its terms and atoms are counted.
-Operand counted_operand(I32 ptr_base, I32 codeptr, I32 ncodeatom, I32 wi32, i64 k)
+Operand counted_operand(CI32 ptr_base, CI32 codeptr, CI32 ncodeatom, CI32 wi32, i64 k)
 {
   Operand operand{.ptr{wi32, ptr_base[k]}, .hascode = ncodeatom[k] > 0};
   if (operand.hascode) operand.codeptr = {wi32, codeptr[k]};
@@ -130,7 +130,7 @@ void scatter_operand(Writer& result, const OperandTables& operands, i64 k, i32 n
 }  // namespace
 
 // Clears `ok` if an operand has another number of axes than operand 0, or other extents.
-KERNEL((511), (bool), have_equal_shapes, i32 n, I32 nd, bool ok, I32 shape_base, I32 wi32)
+KERNEL((511), (bool), have_equal_shapes, i32 n, CI32 nd, bool ok, CI32 shape_base, CI32 wi32)
 {
   for (i64 k = 1; k < n && ok; ++k) {
     ok = nd[k] == nd[0];
@@ -140,14 +140,14 @@ KERNEL((511), (bool), have_equal_shapes, i32 n, I32 nd, bool ok, I32 shape_base,
 }
 
 // Sets `flag` if one of n operands has code.
-KERNEL((512), (bool), has_code, bool flag, i32 n, I32 ncodeatom)
+KERNEL((512), (bool), has_code, bool flag, i32 n, CI32 ncodeatom)
 {
   for (i64 k = 0; k < n; ++k) flag |= ncodeatom[k] > 0;
   return flag;
 }
 
 // Measures a dense sum; its elements are those of its shape.
-KERNEL((513), (i32, i32), measure_dense_sum_of_operands, bool hascode, i32 n, I32 ncodeatom, I32 nnz, i32 rncodeatom,
+KERNEL((513), (i32, i32), measure_dense_sum_of_operands, bool hascode, i32 n, CI32 ncodeatom, CI32 nnz, i32 rncodeatom,
        i32 rnnz)
 {
   count_terms(hascode, n, ncodeatom, nnz, rncodeatom, rnnz);
@@ -155,8 +155,8 @@ KERNEL((513), (i32, i32), measure_dense_sum_of_operands, bool hascode, i32 n, I3
 }
 
 // Measures a sum of sparse operands.
-KERNEL((514), (i32, i32, i32), measure_sparse_sum_of_operands, bool hascode, i32 n, I32 ncodeatom, I32 nelem, I32 nnz,
-       i32 rncodeatom, i32 rnelem, i32 rnnz, I32 sp_base, I64 wi64)
+KERNEL((514), (i32, i32, i32), measure_sparse_sum_of_operands, bool hascode, i32 n, CI32 ncodeatom, CI32 nelem,
+       CI32 nnz, i32 rncodeatom, i32 rnelem, i32 rnnz, CI32 sp_base, CI64 wi64)
 {
   count_terms(hascode, n, ncodeatom, nnz, rncodeatom, rnnz);
   walk_union(
@@ -166,8 +166,8 @@ KERNEL((514), (i32, i32, i32), measure_sparse_sum_of_operands, bool hascode, i32
 
 // Counts the terms and atoms of sparse operand k into the slots behind its elements. An operand without code in a
 // result with code counts one atom an element, not one a term; this is intended.
-KERNEL((518), (), count_sparse_operand, bool hascode, I32 codeptr, i32 k, I32 ncodeatom, I32 nelem, I32 ptr_base,
-       I32 ri32, i32 rptr, I32 sp_base, I32 wi32, I64 wi64, i32 xpos, I32 xi32)
+KERNEL((518), (), count_sparse_operand, bool hascode, CI32 codeptr, i32 k, CI32 ncodeatom, CI32 nelem, CI32 ptr_base,
+       I32 ri32, i32 rptr, CI32 sp_base, CI32 wi32, CI64 wi64, i32 xpos, I32 xi32)
 {
   if (nelem[k] < 1) return;
   const Operand operand = counted_operand(ptr_base, codeptr, ncodeatom, wi32, k);
@@ -177,8 +177,8 @@ KERNEL((518), (), count_sparse_operand, bool hascode, I32 codeptr, i32 k, I32 nc
 }
 
 // Counts the terms and atoms of dense operand k into the slots behind its elements.
-KERNEL((519), (), count_dense_operand, bool hascode, I32 codeptr, i32 k, I32 ncodeatom, I32 nelem, I32 ptr_base,
-       I32 ri32, i32 rptr, I32 wi32, i32 xpos, I32 xi32)
+KERNEL((519), (), count_dense_operand, bool hascode, CI32 codeptr, i32 k, CI32 ncodeatom, CI32 nelem, CI32 ptr_base,
+       I32 ri32, i32 rptr, CI32 wi32, i32 xpos, I32 xi32)
 {
   if (nelem[k] < 1) return;
   const Operand operand = counted_operand(ptr_base, codeptr, ncodeatom, wi32, k);
@@ -188,8 +188,9 @@ KERNEL((519), (), count_dense_operand, bool hascode, I32 codeptr, i32 k, I32 nco
 
 // Writes sparse operand k into a dense result.
 KERNEL((522), (), write_sparse_operand, bool hascode, I32 cconst, I32 code, I32 codeptr, I32 cof_base, i32 k,
-       I32 ncodeatom, I32 nelem, I32 nidxs_base, I32 ptr_base, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64,
-       I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, I32 sp_base, F64 w, F64 wf64, I32 wi32, I64 wi64, i32 xpos, I32 xi32)
+       I32 ncodeatom, CI32 nelem, I32 nidxs_base, I32 ptr_base, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof,
+       F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, CI32 sp_base, CF64 w, F64 wf64, I32 wi32, I64 wi64, i32 xpos,
+       I32 xi32)
 {
   if (nelem[k] < 1) return;
   const OperandTables operands{ptr_base, nidxs_base, cof_base, codeptr, code, cconst, ncodeatom, wi32, wi64, wf64};
@@ -201,8 +202,8 @@ KERNEL((522), (), write_sparse_operand, bool hascode, I32 cconst, I32 code, I32 
 
 // Writes dense operand k into a dense result.
 KERNEL((523), (), write_dense_operand, bool hascode, I32 cconst, I32 code, I32 codeptr, I32 cof_base, i32 k,
-       I32 ncodeatom, I32 nelem, I32 nidxs_base, I32 ptr_base, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64,
-       I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, F64 w, F64 wf64, I32 wi32, I64 wi64, i32 xpos, I32 xi32)
+       I32 ncodeatom, CI32 nelem, I32 nidxs_base, I32 ptr_base, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof,
+       F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, CF64 w, F64 wf64, I32 wi32, I64 wi64, i32 xpos, I32 xi32)
 {
   if (nelem[k] < 1) return;
   const OperandTables operands{ptr_base, nidxs_base, cof_base, codeptr, code, cconst, ncodeatom, wi32, wi64, wf64};
@@ -213,8 +214,8 @@ KERNEL((523), (), write_dense_operand, bool hascode, I32 cconst, I32 code, I32 c
 
 // Writes a sum of n sparse operands, by the union of their patterns. `rptr[0]` and `rcodeptr[0]` are the caller's.
 KERNEL((525), (), write_sparse_sum_of_operands, bool hascode, I32 cconst, I32 code, I32 codeptr, I32 cof_base, i32 n,
-       I32 ncodeatom, I32 nelem, I32 nidxs_base, I32 ptr_base, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64,
-       I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, I32 sp_base, F64 w, F64 wf64, I32 wi32, I64 wi64)
+       I32 ncodeatom, CI32 nelem, I32 nidxs_base, I32 ptr_base, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof,
+       F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, CI32 sp_base, CF64 w, F64 wf64, I32 wi32, I64 wi64)
 {
   const OperandTables operands{ptr_base, nidxs_base, cof_base, codeptr, code, cconst, ncodeatom, wi32, wi64, wf64};
   const ResultArrays r{ri32, ri64, rf64};

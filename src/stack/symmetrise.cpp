@@ -24,30 +24,6 @@ constexpr f64 half = 0.5;
 
 }  // namespace
 
-// The five-axis fold of the operand's shape: the first n extents into dim[0].
-KERNEL((559), (), fold_mirror_leading_axes, I32 dim, i32 n, i32 shape, I32 wi32)
-{
-  fold_axes(dim, 0, Run{wi32, shape}, 0, n);
-}
-
-// The extents strictly between the two axes into dim[2].
-KERNEL((560), (), fold_mirror_axes_between, I32 dim, i32 lo, i32 hi, i32 shape, I32 wi32)
-{
-  fold_axes(dim, 2, Run{wi32, shape}, i64{lo} + 1, hi);
-}
-
-// The extents behind the second axis `lo` into dim[4]; `hi` is the number of axes.
-KERNEL((561), (), fold_mirror_trailing_axes, I32 dim, i32 lo, i32 hi, i32 shape, I32 wi32)
-{
-  fold_axes(dim, 4, Run{wi32, shape}, i64{lo} + 1, hi);
-}
-
-// The strides of the fold; stride[4] is the caller's.
-KERNEL((562), (), write_fold_strides, I32 dim, I64 stride)
-{
-  row_major_strides(stride, dim, 5);
-}
-
 // Sorts the permutation of n elements at `source` by four axes of the fold, `sortidx`, the least significant first: a
 // stable counting sort for each axis, which places into `target` and swaps the two; an axis of extent below 2 is passed
 // over. Returns (source, target), the first being where the sorted permutation stands. The axes 1, 2, 3, 0 turn the
@@ -55,8 +31,8 @@ KERNEL((562), (), write_fold_strides, I32 dim, I64 stride)
 //
 // Every pass adds up dim[3] buckets, whatever the extent of its axis: a shorter axis also adds up slots behind its
 // buckets, as they stand, and a longer one is added up in part. This is intended.
-KERNEL((564), (i32, i32), sort_by_mirror, i32 source, I32 dim, i32 n, I32 sortidx, i32 sp, I64 stride, i32 target,
-       I64 wi64, I32 xi32, i32 ptr)
+KERNEL((564), (i32, i32), sort_by_mirror, i32 source, CI32 dim, i32 n, CI32 sortidx, i32 sp, CI64 stride, i32 target,
+       CI64 wi64, I32 xi32, i32 ptr)
 {
   const Run buckets{xi32, ptr};
   const Run pattern{wi64, sp};
@@ -77,7 +53,7 @@ KERNEL((564), (i32, i32), sort_by_mirror, i32 source, I32 dim, i32 n, I32 sortid
 
 // Sparse: adds the atoms and terms of the result to `nc` and `nnz`.
 KERNEL((565), (i32, i32), measure_sparse_mean, i32 codeptr, i32 ncodeatom, i32 nelem, i32 ptr, i32 nc, i32 nnz, i32 sp,
-       I64 stride, I32 wi32, I64 wi64)
+       CI64 stride, CI32 wi32, CI64 wi64)
 {
   if (nelem <= 0) return {nc, nnz};
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
@@ -94,7 +70,7 @@ KERNEL((565), (i32, i32), measure_sparse_mean, i32 codeptr, i32 ncodeatom, i32 n
 }
 
 // The mirror keys of n elements in the order of `perm`.
-KERNEL((566), (), write_mirror_keys, i32 key, i32 n, i32 perm, I64 stride, I64 wi64, I32 xi32, I64 xi64, i32 sp)
+KERNEL((566), (), write_mirror_keys, i32 key, i32 n, i32 perm, CI64 stride, CI64 wi64, CI32 xi32, I64 xi64, i32 sp)
 {
   if (n <= 0) return;
   const FoldStrides strides(stride);
@@ -105,7 +81,7 @@ KERNEL((566), (), write_mirror_keys, i32 key, i32 n, i32 perm, I64 stride, I64 w
 }
 
 // Sparse: adds the elements of the result to `acc`. `stride` is not read.
-KERNEL((567), (i32), count_mean_elements, i32 n, i32 sp, i32 acc, [[maybe_unused]] I64 stride, I64 wi64, I64 xi64,
+KERNEL((567), (i32), count_mean_elements, i32 n, i32 sp, i32 acc, [[maybe_unused]] CI64 stride, CI64 wi64, CI64 xi64,
        i32 key)
 {
   if (n <= 0) return acc;
@@ -119,8 +95,8 @@ KERNEL((567), (i32), count_mean_elements, i32 n, i32 sp, i32 acc, [[maybe_unused
 // mirror keys.
 KERNEL((569), (i32, i32, i32, i32, i32), write_sparse_mean, i32 cconst, i32 code, i32 c, i32 codeptr, i32 cof, i32 ia,
        i32 g, i32 ib, i32 ncodeatom, i32 nelem, i32 nidxs, i32 t, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr,
-       i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, i32 sp, i32 key, I64 stride, F64 wf64,
-       I32 wi32, I64 wi64, I32 xi32, I64 xi64, i32 perm)
+       i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, i32 sp, i32 key, CI64 stride, CF64 wf64,
+       CI32 wi32, CI64 wi64, CI32 xi32, CI64 xi64, i32 perm)
 {
   if (ia >= nelem && ib >= nelem) return {c, ia, g, ib, t};
   const StackArrays w{wi32, wi64, wf64};
@@ -150,8 +126,8 @@ KERNEL((569), (i32, i32, i32, i32, i32), write_sparse_mean, i32 cconst, i32 code
 }
 
 // Dense: adds the atoms and terms of the result to `nc` and `nnz`.
-KERNEL((570), (i32, i32), measure_dense_mean, i32 nc, I32 dim, i32 codeptr, i32 ncodeatom, i32 ptr, i32 nnz, I64 stride,
-       I32 wi32)
+KERNEL((570), (i32, i32), measure_dense_mean, i32 nc, CI32 dim, i32 codeptr, i32 ncodeatom, i32 ptr, i32 nnz,
+       CI64 stride, CI32 wi32)
 {
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
   Size mean(operand, ncodeatom > 0, {.terms = nnz, .atoms = nc});
@@ -170,10 +146,10 @@ KERNEL((570), (i32, i32), measure_dense_mean, i32 nc, I32 dim, i32 codeptr, i32 
 
 // Dense: writes the mean. Cursors: `c` atoms, `g` elements, `t` terms of the result, `e` the operand's element, 0 at
 // the start. Code is written if the operand has it; `rhascode` is not read.
-KERNEL((572), (i32, i32, i32, i32), write_dense_mean, i32 cconst, i32 code, i32 c, i32 codeptr, i32 cof, i32 e, I32 dim,
-       i32 g, i32 ncodeatom, i32 nidxs, i32 t, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64,
-       I32 ri32, I64 ri64, [[maybe_unused]] i32 rhascode, i32 rnidxs, i32 rptr, I64 stride, F64 wf64, I32 wi32,
-       I64 wi64)
+KERNEL((572), (i32, i32, i32, i32), write_dense_mean, i32 cconst, i32 code, i32 c, i32 codeptr, i32 cof, i32 e,
+       CI32 dim, i32 g, i32 ncodeatom, i32 nidxs, i32 t, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof,
+       F64 rf64, I32 ri32, I64 ri64, [[maybe_unused]] i32 rhascode, i32 rnidxs, i32 rptr, CI64 stride, CF64 wf64,
+       CI32 wi32, CI64 wi64)
 {
   const StackArrays w{wi32, wi64, wf64};
   const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);

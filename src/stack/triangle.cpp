@@ -23,24 +23,6 @@ i32 write_triangle_positions(I32 dim, i32 k, Run<i64> sp, I32 stride, bool upper
 
 }  // namespace
 
-// The five-axis fold of the operand's shape: the first n extents into dim[0].
-KERNEL((547), (), fold_triangle_leading_axes, I32 dim, i32 shape, I32 wi32, i32 n)
-{
-  fold_axes(dim, 0, Run{wi32, shape}, 0, n);
-}
-
-// The extents strictly between the two axes into dim[2].
-KERNEL((548), (), fold_triangle_axes_between, I32 dim, i32 shape, I32 wi32, i32 lo, i32 hi)
-{
-  fold_axes(dim, 2, Run{wi32, shape}, i64{lo} + 1, hi);
-}
-
-// The extents behind the second axis `lo` into dim[4]; `hi` is the number of axes.
-KERNEL((549), (), fold_triangle_trailing_axes, I32 dim, i32 hi, i32 shape, I32 wi32, i32 lo)
-{
-  fold_axes(dim, 4, Run{wi32, shape}, i64{lo} + 1, hi);
-}
-
 // Adds the atoms and terms of the triangle to `nc` and `nnz`.
 KERNEL((551), (i32, i32), measure_triangle, i32 codeptr, I32 dim, bool hassp, i32 ncodeatom, i32 nelem, i32 ptr, i32 nc,
        i32 nnz, i32 sp, I32 stride, bool upper, I32 wi32, I64 wi64)
@@ -110,29 +92,6 @@ KERNEL((555), (i32, i32), write_triangle, i32 cconst, i32 code, i32 c, i32 codep
     }
   });
   return {result.atoms, result.terms};
-}
-
-// `acc` times the n extents; `flag` comes back as it was given.
-KERNEL((556), (bool, i32), size_with_flag, i32 n, bool flag, i32 acc, i32 shape, I32 wi32)
-{
-  return {flag, product(acc, Run{wi32, shape}, 0, n)};
-}
-
-// Copies a whole record: `rsp` only if `hassp`, the code's fields only if `ncodeatom` is above 0.
-KERNEL((557), (), copy_record_unchanged, i32 cconst, i32 code, i32 codeptr, i32 cof, bool hassp, i32 ncodeatom, i32 nd,
-       i32 nelem, i32 nidxs, i32 nnz, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32,
-       I64 ri64, i32 rnidxs, i32 rptr, i32 rshape, i32 rsp, i32 shape, i32 sp, F64 wf64, I32 wi32, I64 wi64)
-{
-  copy_slots(Run{ri32, rshape}, Run{wi32, shape}, nd);
-  if (hassp) copy_slots(Run{ri64, rsp}, Run{wi64, sp}, nelem);
-  copy_slots(Run{ri32, rptr}, Run{wi32, ptr}, i64{nelem} + 1);
-  copy_slots(Run{ri64, rnidxs}, Run{wi64, nidxs}, nnz);
-  copy_slots(Run{rf64, rcof}, Run{wf64, cof}, nnz);
-  if (ncodeatom > 0) {
-    copy_slots(Run{ri32, rcodeptr}, Run{wi32, codeptr}, i64{nnz} + 1);
-    copy_slots(Run{ri32, rcode}, Run{wi32, code}, ncodeatom);
-    copy_slots(Run{rf64, rcconst}, Run{wf64, cconst}, ncodeatom);
-  }
 }
 
 }  // namespace fragments

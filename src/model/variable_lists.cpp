@@ -8,27 +8,27 @@
 namespace fragments {
 
 // Whether the first n entries strictly ascend; false if `flag` came in so.
-KERNEL((245), (bool), check_variables_ascend, bool flag, i32 n, I64 varidxs)
+KERNEL((245), (bool), check_variables_ascend, bool flag, i32 n, CI64 varidxs)
 {
   return flag && is_ascending(varidxs, n);
 }
 
 // Narrows n entries, one slot up.
-KERNEL((246), (), narrow_behind_first, i32 n, I64 varidxs, I32 varidxs32)
+KERNEL((246), (), narrow_behind_first, i32 n, CI64 varidxs, I32 varidxs32)
 {
   for (i64 k = 0; k < n; ++k) varidxs32[k + 1] = static_cast<i32>(varidxs[k]);
 }
 
 // `count` plus the number of ascents between neighbours in the order of `perm`: in a sorted one, the number of distinct
 // variables less 1.
-KERNEL((247), (i32), count_distinct_variables, i32 n, i32 count, I64 perm, I64 varidxs)
+KERNEL((247), (i32), count_distinct_variables, i32 n, i32 count, CI64 perm, CI64 varidxs)
 {
   return count + count_ascents(varidxs, n, [&](i64 k) { return perm[k]; });
 }
 
 // Appends the entry behind each ascent to `varidxs32`, from slot `count` on; returns the slot behind them. The ascents
 // are those of the list as it stands, while the entries are taken in the order of `perm`; this is intended.
-KERNEL((248), (i32), narrow_behind_ascents, i32 count, i32 n, I64 perm, I64 varidxs, I32 varidxs32)
+KERNEL((248), (i32), narrow_behind_ascents, i32 count, i32 n, CI64 perm, CI64 varidxs, I32 varidxs32)
 {
   for (i64 k = 0; k < i64{n} - 1; ++k) {
     if (varidxs[k] < varidxs[k + 1]) varidxs32[count++] = static_cast<i32>(varidxs[perm[k + 1]]);
@@ -37,13 +37,13 @@ KERNEL((248), (i32), narrow_behind_ascents, i32 count, i32 n, I64 perm, I64 vari
 }
 
 // Concatenation, first part: the first set as it is. Nothing is sorted, repeats stay.
-KERNEL((274), (), copy_first_set, I32 r, I32 set1)
+KERNEL((274), (), copy_first_set, I32 r, CI32 set1)
 {
   for (i64 k = 0; k < set1.count; ++k) r[k] = set1[k];
 }
 
 // The second part: the second set behind the first, of which only the length is used.
-KERNEL((275), (), append_second_set, I32 r, I32 set1, I32 set2)
+KERNEL((275), (), append_second_set, I32 r, CI32 set1, CI32 set2)
 {
   for (i64 k = 0; k < set2.count; ++k) r[set1.count + k] = set2[k];
 }
