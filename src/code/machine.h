@@ -10,9 +10,9 @@ namespace fragments {
 // The stack grows from slot 0 of its run. Pushing writes the slot at the depth, and no other slot is ever cleared or
 // written, so that slots above the depth keep what was there. Depths are not checked.
 struct Machine {
-  Run<i32> opcode{};   // of the next atom
-  Run<f64> operand{};  // of the next atom
-  F64 param_value{};
+  Run<const i32> opcode{};   // of the next atom
+  Run<const f64> operand{};  // of the next atom
+  CF64 param_value{};
   Run<f64> stack{};
 
   // Runs the next n atoms, n above 0, from a depth on. Programs are pushes for the most part, then products and sums of

@@ -7,14 +7,22 @@
 //     param_varidx                    i64[terms]  variable of a term
 //     code, cconst                    i32[atoms], f64[atoms]
 //
-// Rows are appended behind `k` terms and `c` atoms. A row that is taken out leaves a hole, and the counters then only
-// tell how much is in use. Element i of the expression, whose fields lie on the r stack, is row `nativeidxs[i]`.
+// Rows are appended behind the terms and atoms that the table has. A row that is taken out leaves a hole, and the
+// counters then only tell how much is in use. Element i of the expression, whose fields lie on the r stack, is row
+// `nativeidxs[i]`.
 //
-//     file rows      measure 135, grow the arrays, lay out 136, copy 137
-//     replace rows   take out 138 or 144, then file
+//     file rows       measure 135, grow the arrays 140 to 143, lay out 136, copy 137
+//     replace rows    take out 138, or 139 and 144, then file
+//     evaluate        134
 //
 // A term is left out if it is trivial: one atom that is a constant, or the mark of a constant that stands in `cof`. A
 // term without atoms isn't trivial and is filed with size 0.
+//
+// - k (cursor): the terms of the table
+// - c (cursor): the atoms of the table
+// - nativeidxs (array; nelem): the row of each element
+// - capacity (value): the slots of a growable array; with 0 or less the kernel may never end
+// - need (size): the slots that are needed
 
 #include "code/opcodes.h"
 
@@ -23,9 +31,9 @@ namespace {
 
 // The terms of a record whose coefficients are code.
 struct ParametrisedTerms {
-  Run<i32> ptr;
-  Run<i32> codeptr;
-  Run<i32> code;
+  Run<const i32> ptr;
+  Run<const i32> codeptr;
+  Run<const i32> code;
 
   // term(t, a, b) for each term of element i that isn't trivial; its atoms are a .. b-1.
   template <class Term>
@@ -67,7 +75,8 @@ i32 grown(i32 capacity, i32 top, i32 need)
 }  // namespace
 
 // Counts the terms to file and their atoms, on top of `k` and `c`.
-KERNEL((135), (i32, i32), count_parametrised_terms, i32 code, i32 codeptr, i32 nelem, i32 k, i32 c, i32 ptr, I32 ri32)
+KERNEL((135), (i32 k, i32 c), count_parametrised_terms, i32 code, i32 codeptr, i32 nelem, i32 k, i32 c, i32 ptr,
+       CI32 ri32)
 {
   const ParametrisedTerms terms{{ri32, ptr}, {ri32, codeptr}, {ri32, code}};
   for (i64 i = 0; i < nelem; ++i) {
@@ -80,8 +89,8 @@ KERNEL((135), (i32, i32), count_parametrised_terms, i32 code, i32 codeptr, i32 n
 }
 
 // Gives every row with terms to file its stretch of terms and atoms. The entries of other rows stay as they are.
-KERNEL((136), (i32, i32), lay_out_rows, i32 code, i32 codeptr, i32 c, i32 k, CI32 nativeidxs, i32 nelem, i32 ptr,
-       I32 ri32, I32 row_code_ptr, I32 row_param_ptrb, I32 row_param_ptre)
+KERNEL((136), (i32 c, i32 k), lay_out_rows, i32 code, i32 codeptr, i32 c, i32 k, CI32 nativeidxs, i32 nelem, i32 ptr,
+       CI32 ri32, I32 row_code_ptr, I32 row_param_ptrb, I32 row_param_ptre)
 {
   const ParametrisedTerms terms{{ri32, ptr}, {ri32, codeptr}, {ri32, code}};
   for (i64 i = 0; i < nelem; ++i) {
@@ -101,11 +110,16 @@ KERNEL((136), (i32, i32), lay_out_rows, i32 code, i32 codeptr, i32 c, i32 k, CI3
   return {c, k};
 }
 
-// Copies the terms and atoms of every row into its stretch. Returns whether `allnonneg` came in true and no filed
-// variable is negative, as the placeholder of a missing variable is.
-KERNEL((137), (bool), file_rows, F64 cconst, i32 cconstpos, I32 code, i32 codepos, i32 codeptr, CI32 nativeidxs,
-       i32 nelem, i32 nidxs, bool allnonneg, I32 param_code_sizes, I64 param_varidx, i32 ptr, CF64 rf64, I32 ri32,
-       CI64 ri64, CI32 row_code_ptr, CI32 row_param_ptrb)
+// Copies the terms and atoms of every row into the stretch that 136 gave it.
+//
+// - code (array; atoms): the opcodes of the table
+// - codepos (position in ri32; atoms): the opcodes of the expression
+// - cconstpos (position in rf64; atoms): their constants
+// - allnonneg (flag): comes back false if it came in false or a variable that is filed is negative, as the placeholder
+//   of a missing variable is
+KERNEL((137), (bool allnonneg), file_rows, F64 cconst, i32 cconstpos, I32 code, i32 codepos, i32 codeptr,
+       CI32 nativeidxs, i32 nelem, i32 nidxs, bool allnonneg, I32 param_code_sizes, I64 param_varidx, i32 ptr,
+       CF64 rf64, CI32 ri32, CI64 ri64, CI32 row_code_ptr, CI32 row_param_ptrb)
 {
   const ParametrisedTerms terms{{ri32, ptr}, {ri32, codeptr}, {ri32, codepos}};
   const Run operands{rf64, cconstpos};
@@ -128,9 +142,10 @@ KERNEL((137), (bool), file_rows, F64 cconst, i32 cconstpos, I32 code, i32 codepo
   return allnonneg;
 }
 
-// Takes out as many rows as `nativeidxs` has entries, and their atoms and terms off `c` and `k`. There is no table if
-// `row_param_ptrb` is None.
-KERNEL((138), (i32, i32), take_out_rows, i32 c, CI32 nativeidxs, CI32 param_code_sizes, I32 row_param_ptrb,
+// Takes out rows, and their atoms and terms off `c` and `k`. There is no table if `row_param_ptrb` is None.
+//
+// - nativeidxs (array; its length counts): the rows
+KERNEL((138), (i32 c, i32 k), take_out_rows, i32 c, CI32 nativeidxs, CI32 param_code_sizes, I32 row_param_ptrb,
        I32 row_param_ptre, i32 k)
 {
   if (!row_param_ptrb.data) return {c, k};
@@ -142,15 +157,20 @@ KERNEL((138), (i32, i32), take_out_rows, i32 c, CI32 nativeidxs, CI32 param_code
   return {c, k};
 }
 
-// `c` and the atoms of one row.
-KERNEL((139), (i32), add_atoms_of_row, i32 c, i32 row, CI32 param_code_sizes, CI32 row_param_ptrb, CI32 row_param_ptre)
+// Adds the atoms of one row to a count.
+//
+// - c (start): what the atoms are added to
+KERNEL((139), (i32 c), add_atoms_of_row, i32 c, i32 row, CI32 param_code_sizes, CI32 row_param_ptrb,
+       CI32 row_param_ptre)
 {
   return c + atoms_of_row(param_code_sizes, row_param_ptrb[row], row_param_ptre[row]);
 }
 
 // Takes out rows and their terms off `k`; the count of atoms is the caller's. There is no table if `row_code_ptr` is
 // None, which is all that it is asked for.
-KERNEL((144), (i32), take_out_terms, i32 k, CI32 nativeidxs, i32 nelem, CI32 row_code_ptr, I32 row_param_ptrb,
+//
+// - nelem (count): the rows
+KERNEL((144), (i32 k), take_out_terms, i32 k, CI32 nativeidxs, i32 nelem, CI32 row_code_ptr, I32 row_param_ptrb,
        I32 row_param_ptre)
 {
   if (!row_code_ptr.data) return k;
@@ -159,25 +179,29 @@ KERNEL((144), (i32), take_out_terms, i32 k, CI32 nativeidxs, i32 nelem, CI32 row
 }
 
 // The capacity of a growable array, doubled until it is at least `need`.
-KERNEL((140), (i32), grown_capacity, i32 capacity, i32 need)
+KERNEL((140), (i32 capacity), grown_capacity, i32 capacity, i32 need)
 {
   return grown(capacity, 0, need);
 }
 
-// The same with its arguments swapped.
-KERNEL((141), (i32), capacity_for_need, i32 need, i32 capacity)
+// The capacity of a growable array, doubled until it is at least `need`, which comes first.
+KERNEL((141), (i32 capacity), capacity_for_need, i32 need, i32 capacity)
 {
   return grown(capacity, 0, need);
 }
 
-// The same for an array that is filled up to `top`, doubled until there is room for `need` more.
-KERNEL((142), (i32), grown_capacity_above_top, i32 top, i32 capacity, i32 need)
+// The capacity of a growable array, doubled until there is room for `need` slots more.
+//
+// - top (size): the slots that are filled
+KERNEL((142), (i32 capacity), grown_capacity_above_top, i32 top, i32 capacity, i32 need)
 {
   return grown(capacity, top, need);
 }
 
-// The same with its arguments in another order.
-KERNEL((143), (i32), capacity_for_need_above_top, i32 need, i32 top, i32 capacity)
+// The capacity of a growable array, doubled until there is room for `need` slots more, which come first.
+//
+// - top (size): the slots that are filled
+KERNEL((143), (i32 capacity), capacity_for_need_above_top, i32 need, i32 top, i32 capacity)
 {
   return grown(capacity, top, need);
 }

@@ -1,14 +1,16 @@
-// Compaction: drops the terms whose coefficient is zero, once their code is folded. The folded code lies on the x stack
-// (`code` and `codeptr` on xi32, its constants on xf64); the atom 10 alone is the code of a term whose coefficient is
-// all in `cof`.
+// Compaction: drops the terms whose coefficient is zero, once 380 has folded their code. The folded code lies on the x
+// stack; the atom 10 alone is the code of a term whose coefficient is all in `cof`.
 //
-//     is it needed at all?   396 copies a record if every term is alive 395 (and in order, see merge_terms.cpp)
+//     is it needed at all?   396 copies a record if every term is alive 395 and their order is right 394
 //     compaction             measure 386, does the result need a pattern 387, write 390
 //     nothing to drop        389 finishes a result that is on r already
 //
 // An element whose terms all drop stays in a dense result, without terms, and leaves a sparse one. A NaN in `cof`
 // counts as zero when terms are dropped, so that it is lost, but as alive when it is asked whether any must be; both
 // are intended.
+//
+// - c (cursor): the atoms of the result so far
+// - k (cursor): the terms of the result so far
 
 #include "index/shape.h"
 #include "index/slots.h"
@@ -32,9 +34,9 @@ bool is_folded(const Operand& operand, i64 t)
 
 }  // namespace
 
-// Whether every term is alive, if `ok` is set. A term without code is dead if its coefficient is zero, one with code if
-// that code is a single zero besides: the constant zero or the mark of folding.
-KERNEL((395), (bool), are_terms_alive, i32 cconst, i32 code, i32 codeptr, i32 cof, bool ok, i32 ncodeatom, i32 nnz,
+// Whether every term is alive. A term without code is dead if its coefficient is zero, one with code if that code is a
+// single zero besides: the constant zero or the mark of folding. The code is that of the operand on w.
+KERNEL((395), (bool ok), are_terms_alive, i32 cconst, i32 code, i32 codeptr, i32 cof, bool ok, i32 ncodeatom, i32 nnz,
        CF64 wf64, CI32 wi32)
 {
   const StackArrays w{wi32, {}, wf64};
@@ -48,11 +50,17 @@ KERNEL((395), (bool), are_terms_alive, i32 cconst, i32 code, i32 codeptr, i32 co
   return ok;
 }
 
-// Measures what is kept: `c` atoms, `e` elements with a term, `k` terms.
-KERNEL((386), (i32, i32, i32), measure_kept_terms, i32 cof, i32 nelem, i32 ptr, i32 c, i32 e, i32 k, CF64 wf64,
+// Measures what is kept, on top of what comes in; `e` grows by the elements that keep a term.
+//
+// - code (position in xi32; atoms): the opcodes of the folded code
+// - codeptr (position in xi32; terms + 1): where the folded code of each term begins; it ends where the next begins
+KERNEL((386), (i32 c, i32 e, i32 k), measure_kept_terms, i32 cof, i32 nelem, i32 ptr, i32 c, i32 e, i32 k, CF64 wf64,
        CI32 wi32, i32 code, i32 codeptr, CI32 xi32)
 {
-  const Operand operand{.ptr{wi32, ptr}, .cof{wf64, cof}, .codeptr{xi32, codeptr}, .code{xi32, code}};
+  const StackArrays w{wi32, {}, wf64};
+  Operand operand = w.coefficients(ptr, cof);
+  operand.codeptr = {xi32, codeptr};
+  operand.code = {xi32, code};
   for (i64 i = 0; i < nelem; ++i) {
     const i32 terms_before = k, end = operand.ptr[i + 1];
     for (i32 t = operand.ptr[i]; t < end; ++t) {
@@ -66,26 +74,33 @@ KERNEL((386), (i32, i32, i32), measure_kept_terms, i32 cof, i32 nelem, i32 ptr, 
   return {c, e, k};
 }
 
-// Whether `nelem` elements are fewer than the shape has, so that they need a pattern. `flag` is not read.
-KERNEL((387), (bool), needs_pattern, i32 nd, [[maybe_unused]] bool flag, i32 nelem, i32 shape, CI32 wi32)
+// Whether `nelem` elements are fewer than the shape has, so that they need a pattern.
+//
+// - flag (flag): not read
+// - needs_sp (flag): whether the result needs a pattern
+// - nelem (count): the elements of the result
+KERNEL((387), (bool needs_sp), needs_pattern, i32 nd, [[maybe_unused]] bool flag, i32 nelem, i32 shape, CI32 wi32)
 {
   return product(i64{1}, Run{wi32, shape}, 0, nd) > nelem;
 }
 
 // Writes what is kept. A term with a nonzero coefficient keeps that and the first atom of its code, however long it is;
-// any other gets the coefficient 0.0 and its code. With `rhassp` an element without terms is left out and `rsp` is
-// written; without, each keeps its place. `rptr[0]` and `rcodeptr[0]` are the caller's.
-KERNEL((390), (i32, i32, i32), write_kept_terms, i32 c, i32 cof, i32 e, bool hassp, i32 nelem, i32 nidxs, i32 k,
+// any other gets the coefficient 0.0 and its code. `rptr[0]` and `rcodeptr[0]` are the caller's.
+//
+// - rhassp (flag): whether elements without terms are left out and `rsp` is written; without, each keeps its place
+// - code (position in xi32; atoms): the opcodes of the folded code
+// - xcconst (position in xf64; atoms): the constants of the folded code
+// - codeptr (position in xi32; terms + 1): where the folded code of each term begins; it ends where the next begins
+KERNEL((390), (i32 c, i32 e, i32 k), write_kept_terms, i32 c, i32 cof, i32 e, bool hassp, i32 nelem, i32 nidxs, i32 k,
        i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, bool rhassp, I32 ri32, I64 ri64, i32 rnidxs,
        i32 rptr, i32 rsp, i32 sp, CF64 wf64, CI32 wi32, CI64 wi64, i32 xcconst, i32 code, i32 codeptr, CF64 xf64,
        CI32 xi32)
 {
-  const Operand operand{.ptr{wi32, ptr},
-                        .nidxs{wi64, nidxs},
-                        .cof{wf64, cof},
-                        .codeptr{xi32, codeptr},
-                        .code{xi32, code},
-                        .cconst{xf64, xcconst}};
+  const StackArrays w{wi32, wi64, wf64};
+  Operand operand = w.operand(ptr, nidxs, cof);
+  operand.codeptr = {xi32, codeptr};
+  operand.code = {xi32, code};
+  operand.cconst = {xf64, xcconst};
   const Run pattern{wi64, sp};
   const ResultArrays r{ri32, ri64, rf64};
   Writer result =
@@ -115,7 +130,10 @@ KERNEL((390), (i32, i32, i32), write_kept_terms, i32 c, i32 cof, i32 e, bool has
 }
 
 // Finishes a result of which nothing drops: variables and coefficients from w, `ptr` and, if `hassp`, `sp` from
-// elsewhere on r, in ascending order.
+// elsewhere on r, slot by slot upwards.
+//
+// - ptr (position in ri32; nelem + 1): the `ptr` that is copied
+// - sp (position in ri64; nelem): the pattern that is copied
 KERNEL((389), (), move_result, i32 cof, bool hassp, i32 nelem, i32 nidxs, i32 nnz, i32 ptr, i32 rcof, F64 rf64,
        I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, i32 sp, CF64 wf64, CI64 wi64)
 {

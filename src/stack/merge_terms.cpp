@@ -5,8 +5,9 @@
 //     sort                   longest element 391, permutation on x 392 (or on w 393)
 //     merge                  measure 397, write 400
 //
-// `perm` holds term numbers of the record, slot for slot behind each other as `ptr` tells; terms of one variable keep
-// their order.
+// - perm (position in xi32 or wi32; terms): the numbers of the record's terms, those of each element in the slots that
+//   `ptr` tells, by variable and those of one variable in their order
+// - k (cursor): the terms of the result so far
 
 #include "index/counting_sort.h"
 #include "stack/merge_sort.h"
@@ -29,8 +30,8 @@ void for_each_variable(Run<const i64> nidxs, Run<const i32> perm, i64 begin, i64
 
 }  // namespace
 
-// Whether the variables of every element strictly ascend, if `ok` is set.
-KERNEL((394), (bool), are_variables_ascending, bool ok, i32 nelem, i32 nidxs, i32 ptr, CI32 wi32, CI64 wi64)
+// Whether the variables of every element strictly ascend.
+KERNEL((394), (bool ok), are_variables_ascending, bool ok, i32 nelem, i32 nidxs, i32 ptr, CI32 wi32, CI64 wi64)
 {
   const Operand operand{.ptr{wi32, ptr}, .nidxs{wi64, nidxs}};
   for (i64 i = 0; i < nelem && ok; ++i) {
@@ -41,7 +42,7 @@ KERNEL((394), (bool), are_variables_ascending, bool ok, i32 nelem, i32 nidxs, i3
 }
 
 // `init` or the number of terms of the longest of n elements, if that is larger.
-KERNEL((391), (i32), longest_element, i32 init, i32 n, i32 ptr, CI32 wi32)
+KERNEL((391), (i32 init), longest_element, i32 init, i32 n, i32 ptr, CI32 wi32)
 {
   const Run ends{wi32, ptr};
   for (i64 i = 0; i < n; ++i) {
@@ -52,7 +53,9 @@ KERNEL((391), (i32), longest_element, i32 init, i32 n, i32 ptr, CI32 wi32)
 }
 
 // Sorts the terms of each element by variable into `perm` on x: by counting where the variables lie close together, by
-// merging where not. `bucket` needs one slot more than the longest element has terms.
+// merging where not.
+//
+// - bucket (position in xi32; longest element + 1): scratch
 KERNEL((392), (), sort_terms, i32 nelem, i32 nidxs, i32 perm, i32 ptr, CI32 wi32, CI64 wi64, i32 bucket, I32 xi32)
 {
   const Operand operand{.ptr{wi32, ptr}, .nidxs{wi64, nidxs}};
@@ -61,7 +64,7 @@ KERNEL((392), (), sort_terms, i32 nelem, i32 nidxs, i32 perm, i32 ptr, CI32 wi32
     const i32 first = operand.ptr[i];
     const i64 n = operand.ptr[i + 1] - i64{first};
     if (n <= 0) continue;
-    const Run sorted{xi32, static_cast<i64>(perm) + first};
+    const Run sorted{xi32, i64{perm} + first};
     const Run variables = operand.nidxs.from(first);
     if (n == 1) {
       sorted[0] = first;
@@ -91,8 +94,9 @@ KERNEL((392), (), sort_terms, i32 nelem, i32 nidxs, i32 perm, i32 ptr, CI32 wi32
   }
 }
 
-// The same permutation into `perm` on w, by merging alone; `tmp` needs as many slots as the longest element has terms.
-// It begins with all `nnz` terms in their own order.
+// Sorts the terms of each element by variable into `perm` on w, by merging alone.
+//
+// - tmp (position in wi32; longest element): scratch
 KERNEL((393), (), sort_terms_on_w, i32 nelem, i32 nidxs, i32 nnz, i32 perm, i32 tmp, i32 ptr, I32 wi32, CI64 wi64)
 {
   const Operand operand{.ptr{wi32, ptr}, .nidxs{wi64, nidxs}};
@@ -105,10 +109,12 @@ KERNEL((393), (), sort_terms_on_w, i32 nelem, i32 nidxs, i32 nnz, i32 perm, i32 
   }
 }
 
-// Measures merging: `e` and `k` each grow by the number of terms that 400 writes. With code that is every variable of
-// each element, without code those with a part that is not zero; NaN is not.
-KERNEL((397), (i32, i32), measure_merged_terms, i32 cof, i32 ncodeatom, i32 nelem, i32 nidxs, i32 perm, i32 ptr, i32 e,
-       i32 k, CF64 wf64, CI32 wi32, CI64 wi64, CI32 xi32)
+// Measures merging. With code every variable of each element is written, without code those with a part that is not
+// zero; NaN is not.
+//
+// - e, k (cursor): both grow by the number of terms that 400 writes
+KERNEL((397), (i32 e, i32 k), measure_merged_terms, i32 cof, i32 ncodeatom, i32 nelem, i32 nidxs, i32 perm, i32 ptr,
+       i32 e, i32 k, CF64 wf64, CI32 wi32, CI64 wi64, CI32 xi32)
 {
   const StackArrays w{wi32, wi64, wf64};
   const Operand operand = w.operand(ptr, nidxs, cof);
@@ -130,7 +136,9 @@ KERNEL((397), (i32, i32), measure_merged_terms, i32 cof, i32 ncodeatom, i32 nele
 // Writes the merged record. With code each term gets the atoms of all its parts in their order and, if there are
 // several, the atom (8, their number) that adds up the values. Without code a term whose parts are all zero is left
 // out. Sums begin at 0.0, so that a lone -0.0 comes out as 0.0. Sets `rptr[0]` and, with `rhascode`, `rcodeptr[0]`.
-KERNEL((400), (i32, i32), write_merged_terms, i32 cconst, i32 code, i32 c, i32 codeptr, i32 cof, i32 ncodeatom,
+//
+// - c (cursor): the atoms of the result so far
+KERNEL((400), (i32 c, i32 k), write_merged_terms, i32 cconst, i32 code, i32 c, i32 codeptr, i32 cof, i32 ncodeatom,
        i32 nelem, i32 nidxs, i32 k, i32 perm, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64,
        I32 ri32, I64 ri64, i32 rhascode, i32 rnidxs, i32 rptr, CF64 wf64, CI32 wi32, CI64 wi64, CI32 xi32)
 {

@@ -3,11 +3,15 @@
 //
 //     strides of the operand 413 and, for a sparse one, of the result 416; measure 414; write 417
 //
-// The operand's extents are on the w stack at `shape`, its row-major strides in `st`. Cursors come in and go back: `c`
-// atoms, `e` elements, `k` terms.
+// - st (array; nd): the operand's strides, in elements, row-major
+// - first (array; nd): where the box begins along each axis, inclusive
+// - last (array; nd): where the box ends along each axis, exclusive
+// - c (cursor): the atoms of the result so far
+// - k (cursor): the terms of the result so far
 
 #include <algorithm>
 
+#include "frame/scratch.h"
 #include "index/shape.h"
 #include "stack/record.h"
 
@@ -16,22 +20,22 @@ namespace {
 
 struct Box {
   i32 nd;
-  Run<i32> shape;
-  I64 st;
-  I32 first;
-  I32 last;
+  Run<const i32> shape;
+  CI64 st;
+  CI32 first;
+  CI32 last;
 };
 
-// Whether the box holds the flat position f. coordinate(d, x) is called for axis after axis, up to the first on which f
-// lies outside.
-template <class Coordinate>
-bool holds(const Box& box, i64 f, Coordinate coordinate)
+// Whether the box holds the flat position f. inside(d, x) is called with its coordinate for axis after axis, up to the
+// first on which f lies outside.
+template <class Inside>
+bool holds(const Box& box, i64 f, Inside inside)
 {
   for (i64 d = 0; d < box.nd; ++d) {
     i64 x = box.st[d] == 1 ? f : f / box.st[d];
     if (x >= box.shape[d]) x %= box.shape[d];
     if (x < box.first[d] || x >= box.last[d]) return false;
-    coordinate(d, x);
+    inside(d, x);
   }
   return true;
 }
@@ -53,25 +57,27 @@ void for_each_stretch(const Box& box, i32 d, i64 begin, i64 end, const Stretch& 
 
 }  // namespace
 
-// Row-major strides of the operand; `st[nd-1]` is the caller's.
+// The operand's row-major strides; the last, st[nd-1], is the caller's.
 KERNEL((413), (), write_operand_strides, i32 nd, i32 shape, I64 st, CI32 wi32)
 {
   row_major_strides(st, Run{wi32, shape}, nd);
 }
 
-// Row-major strides of the result; `rst[nd-1]` is the caller's.
+// The result's row-major strides; the last, rst[nd-1], is the caller's.
 KERNEL((416), (), write_slice_strides, i32 nd, CI32 rshape, I64 rst)
 {
   row_major_strides(rst, rshape, nd);
 }
 
-// Measures a slice. For a dense operand `e` is replaced by the volume of the box, for a sparse one the stored elements
-// in the box are added to it.
-KERNEL((414), (i32, i32, i32), measure_slice, i32 codeptr, I32 first, bool hassp, I32 last, i32 ncodeatom, i32 nd,
-       i32 nelem, i32 ptr, i32 c, i32 e, i32 k, i32 shape, i32 sp, I64 st, I32 wi32, CI64 wi64)
+// Measures a slice, on top of what comes in.
+//
+// - e (cursor): the elements of the result; for a dense operand the volume of the box, whatever comes in
+KERNEL((414), (i32 c, i32 e, i32 k), measure_slice, i32 codeptr, CI32 first, bool hassp, CI32 last, i32 ncodeatom,
+       i32 nd, i32 nelem, i32 ptr, i32 c, i32 e, i32 k, i32 shape, i32 sp, CI64 st, CI32 wi32, CI64 wi64)
 {
   const Box box{nd, {wi32, shape}, st, first, last};
-  const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
+  const StackArrays w{wi32, {}, {}};
+  const Operand operand = w.counted(ptr, codeptr);
   const Run pattern{wi64, sp};
   Size size(operand, ncodeatom > 0, {.elements = e, .terms = k, .atoms = c});
 
@@ -89,12 +95,11 @@ KERNEL((414), (i32, i32, i32), measure_slice, i32 codeptr, I32 first, bool hassp
   return {size.atoms, size.elements, size.terms};
 }
 
-// Writes a slice; for a sparse operand with the flat positions in the result. `rptr[0]` and `rcodeptr[0]` are the
-// caller's.
-KERNEL((417), (i32, i32, i32), write_slice, i32 cconst, i32 code, i32 c, i32 codeptr, i32 cof, I32 first, bool hassp,
-       i32 e, i32 k, I32 last, i32 nd, i32 nelem, i32 nidxs, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof,
-       F64 rf64, I32 ri32, I64 ri64, i32 rhascode, i32 rnidxs, i32 rptr, i32 rsp, CI64 rst, i32 shape, i32 sp, I64 st,
-       CF64 wf64, I32 wi32, CI64 wi64)
+// Writes a slice. `rsp` and `rst` are used for a sparse operand alone. `rptr[0]` and `rcodeptr[0]` are the caller's.
+KERNEL((417), (i32 c, i32 e, i32 k), write_slice, i32 cconst, i32 code, i32 c, i32 codeptr, i32 cof, CI32 first,
+       bool hassp, i32 e, i32 k, CI32 last, i32 nd, i32 nelem, i32 nidxs, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr,
+       i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rhascode, i32 rnidxs, i32 rptr, i32 rsp, CI64 rst, i32 shape, i32 sp,
+       CI64 st, CF64 wf64, CI32 wi32, CI64 wi64)
 {
   const Box box{nd, {wi32, shape}, st, first, last};
   const StackArrays w{wi32, wi64, wf64};
@@ -105,11 +110,11 @@ KERNEL((417), (i32, i32, i32), write_slice, i32 cconst, i32 code, i32 c, i32 cod
       r.sparse_writer(rptr, rsp, rnidxs, rcof, rcodeptr, rcode, rcconst, {.elements = e, .terms = k, .atoms = c});
   with_constant(rhascode > 0, [&](auto hascode) {
     if (hassp) {
+      const Scratch<i64> index(nd);
       for (i64 i = 0; i < nelem; ++i) {
-        i64 flat = 0;
-        if (!holds(box, pattern[i], [&](i64 d, i64 x) { flat += (x - first[d]) * rst[d]; })) continue;
+        if (!holds(box, pattern[i], [&](i64 d, i64 x) { index[d] = x - first[d]; })) continue;
         result.append(operand, i, hascode);
-        result.close_element(flat);
+        result.close_element(flat_position(index, rst, nd));
       }
     } else {
       for_each_stretch(box, 0, 0, nelem,
