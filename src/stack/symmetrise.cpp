@@ -41,7 +41,8 @@ constexpr f64 half = 0.5;
 // of the mirror keys.
 //
 // Every pass adds up dim[3] buckets, whatever the extent of its axis: a shorter axis also adds up slots behind its
-// buckets, as they stand, and a longer one is added up in part, so that it isn't sorted by. This is intended.
+// buckets, as they stand, and a longer one is added up in part, so that elements are put over one another. This is
+// intended.
 //
 // - n (count): the stored elements of the operand
 // - sortidx (array; 4): the axes of the fold to sort by
