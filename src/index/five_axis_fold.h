@@ -54,7 +54,7 @@ struct FoldStrides {
 };
 
 // Where an element stands in its row: in front of the diagonal, i3 < i1, on it, or behind it.
-enum Side { front, diagonal, behind };
+enum DiagonalSide { before_diagonal, on_diagonal, behind_diagonal };
 
 // The flat positions of a row: bound[side] to, not including, bound[side + 1].
 struct FoldRow {
@@ -63,14 +63,17 @@ struct FoldRow {
   FoldRow() = default;
   FoldRow(i64 begin, i64 i1, i64 stride2, i64 stride3)
   {
-    const i64 end = begin + stride2, on_diagonal = std::min(begin + i1 * stride3, end);
-    bound[front] = begin;
-    bound[diagonal] = on_diagonal;
-    bound[behind] = std::min(on_diagonal + stride3, end);
+    const i64 end = begin + stride2, diagonal = std::min(begin + i1 * stride3, end);
+    bound[before_diagonal] = begin;
+    bound[on_diagonal] = diagonal;
+    bound[behind_diagonal] = std::min(diagonal + stride3, end);
     bound[3] = end;
   }
   bool contains(i64 flat) const { return bound[0] <= flat && flat < bound[3]; }
-  Side side(i64 flat) const { return flat < bound[diagonal] ? front : flat < bound[behind] ? diagonal : behind; }
+  DiagonalSide side(i64 flat) const
+  {
+    return flat < bound[on_diagonal] ? before_diagonal : flat < bound[behind_diagonal] ? on_diagonal : behind_diagonal;
+  }
 };
 
 // The row around a flat position. Divides when it moves on to another row only.
@@ -101,14 +104,15 @@ void for_each_stored_stretch(const FoldStrides& strides, Run<const i64> sp, i64 
   RowCursor cursor(strides);
   for (i64 b = 0, e; b < nelem; b = e) {
     const FoldRow& row = cursor.around(sp[b]);
-    const Side side = row.side(sp[b]);
+    const DiagonalSide side = row.side(sp[b]);
     e = b + 1;
     while (e < nelem && row.bound[side] <= sp[e] && sp[e] < row.bound[side + 1]) ++e;
     stretch(b, e, side);
   }
 }
 
-// The same for all elements of a dense record.
+// Walks all elements of a dense record in stretches of neighbours on one side of one row: stretch(b, e, side) for the
+// elements b .. e-1.
 template <class Stretch>
 void for_each_stretch(const FoldExtents& dim, Stretch stretch)
 {
@@ -117,24 +121,32 @@ void for_each_stretch(const FoldExtents& dim, Stretch stretch)
     for (i64 i1 = 0; i1 < dim[1]; ++i1) {
       for (i64 i2 = 0; i2 < dim[2]; ++i2) {
         const FoldRow row(begin, i1, dim[3] * dim[4], dim[4]);
-        for (const Side side : {front, diagonal, behind}) stretch(row.bound[side], row.bound[side + 1], side);
+        for (const DiagonalSide side : {before_diagonal, on_diagonal, behind_diagonal}) {
+          stretch(row.bound[side], row.bound[side + 1], side);
+        }
         begin = row.bound[3];
       }
     }
   }
 }
 
-// Walks all elements in ascending order: element(mirror, is_on_diagonal), `mirror` being a flat position.
-template <class Element>
-void for_each_mirror(CI32 dim, CI64 stride, Element element)
+// Walks all elements in ascending order: element_on_diagonal() for each one there, element_off_diagonal(mirror) for all
+// others, with the flat position of the mirror.
+template <class OnDiagonal, class OffDiagonal>
+void for_each_mirror(CI32 dim, CI64 stride, OnDiagonal element_on_diagonal, OffDiagonal element_off_diagonal)
 {
+  if (dim[4] <= 0) return;
   for (i64 i0 = 0; i0 < dim[0]; ++i0) {
     for (i64 i1 = 0; i1 < dim[1]; ++i1) {
       for (i64 i2 = 0; i2 < dim[2]; ++i2) {
         const i64 dim3 = dim[3], dim4 = dim[4];
         for (i64 i3 = 0; i3 < dim3; ++i3) {
-          const i64 mirror = stride[0] * i0 + stride[1] * i3 + stride[2] * i2 + stride[3] * i1;
-          for (i64 i4 = 0; i4 < dim4; ++i4) element(mirror + i4, i1 == i3);
+          if (i3 == i1) {
+            for (i64 i4 = 0; i4 < dim4; ++i4) element_on_diagonal();
+          } else {
+            const i64 mirror = stride[0] * i0 + stride[1] * i3 + stride[2] * i2 + stride[3] * i1;
+            for (i64 i4 = 0; i4 < dim4; ++i4) element_off_diagonal(mirror + i4);
+          }
         }
       }
     }
@@ -148,10 +160,11 @@ struct Positions {
 };
 
 // Walks one triangle, i3 from 0 to i1 or, if `upper`, from i1 to dim[1]-1, in runs of elements and their mirrors:
-// run(flat, mirror, n), both Positions. With dim[4] 1 a run goes along i3, else along i4.
+// run(flat, mirror, n), both Positions. With dim[4] 1 a run goes along i3, else along i4. No run is empty.
 template <class T, class EachRun>
 void for_each_run_in_triangle(CI32 dim, StridedArray<T> stride, bool upper, EachRun run)
 {
+  if (dim[4] <= 0) return;
   for (i64 i0 = 0; i0 < dim[0]; ++i0) {
     for (i64 i1 = 0; i1 < dim[1]; ++i1) {
       for (i64 i2 = 0; i2 < dim[2]; ++i2) {

@@ -1,18 +1,23 @@
-// Transposition: axis d of the result is axis dperm[d] of the operand. Terms keep their order inside an element.
+// Transposition: axis d of the result is axis dperm[d] of the operand. Elements move with their terms, which keep their
+// order inside an element.
 //
 //     shape            418
 //     dense operand    write 421, or 423 for two axes
 //     sparse operand   flat positions in the result 419, which the caller sorts into `perm`, write 420; or, for two
 //                      axes, all of it 422
+//
+// - from (position in wi64; nelem): the flat positions of the operand's stored elements
+// - sp (array; nelem): the flat position in the result of each stored element of the operand
+// - rows, cols (extent): the rows and columns of the operand
 
 #include "index/counting_sort.h"
 #include "index/divisor.h"
-#include "index/slots.h"
+#include "index/pattern_runs.h"
 #include "stack/record.h"
 
 namespace fragments {
 
-// The extents of the result.
+// Writes the extents of the result: extent d is extent dperm[d] of the operand.
 KERNEL((418), (), write_permuted_shape, CI32 dperm, i32 nd, I32 ri32, i32 rshape, i32 shape, CI32 wi32)
 {
   const Run extents{wi32, shape};
@@ -20,9 +25,10 @@ KERNEL((418), (), write_permuted_shape, CI32 dperm, i32 nd, I32 ri32, i32 rshape
   for (i64 d = 0; d < nd; ++d) rextents[d] = extents[dperm[d]];
 }
 
-// The flat position in the result of each stored element, from its position on w at `from`; `stride` are the operand's
-// strides. A record without axes has the one position 0. Allocates `nd` coordinates, which are divided anew only where
-// they change.
+// Computes the flat position in the result of each stored element, into `sp`. A record without axes has the one
+// position 0. Allocates `nd` coordinates, which are divided anew only where they change.
+//
+// - stride (array; nd): the row-major strides of the operand
 KERNEL((419), (), write_permuted_positions, CI32 dperm, i32 from, i32 nd, i32 nelem, CI32 ri32, i32 rshape, I64 sp,
        CI64 stride, CI64 wi64)
 {
@@ -46,11 +52,15 @@ KERNEL((419), (), write_permuted_positions, CI32 dperm, i32 from, i32 nd, i32 ne
   }
 }
 
-// Writes the elements in the order of `perm`, with their new flat positions `sp`; stretches of neighbours move as one
-// run of terms. `rptr[0]` and `rcodeptr[0]` are the caller's.
-KERNEL((420), (i32, i32, i32), write_permuted, i32 cconst, i32 code, i32 c, i32 codeptr, i32 cof, i32 nidxs, i32 ptr,
-       i32 e, i32 k, i32 ncodeatom, i32 nelem, CI64 perm, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64,
-       I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, CI64 sp, CF64 wf64, CI32 wi32, CI64 wi64)
+// Writes the elements of a sparse operand in the order of `perm`, with their flat positions from `sp`; stretches of
+// neighbours move as one run of terms. `rptr[0]` and `rcodeptr[0]` are the caller's.
+//
+// - perm (array; nelem): the numbers of the operand's elements, ascending by `sp`
+// - c (cursor): the atoms of the result so far
+// - k (cursor): the terms of the result so far
+KERNEL((420), (i32 c, i32 e, i32 k), write_permuted, i32 cconst, i32 code, i32 c, i32 codeptr, i32 cof, i32 nidxs,
+       i32 ptr, i32 e, i32 k, i32 ncodeatom, i32 nelem, CI64 perm, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof,
+       F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, CI64 sp, CF64 wf64, CI32 wi32, CI64 wi64)
 {
   const StackArrays w{wi32, wi64, wf64};
   const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
@@ -58,23 +68,21 @@ KERNEL((420), (i32, i32, i32), write_permuted, i32 cconst, i32 code, i32 c, i32 
   Writer result =
       r.sparse_writer(rptr, rsp, rnidxs, rcof, rcodeptr, rcode, rcconst, {.elements = e, .terms = k, .atoms = c});
   with_constant(ncodeatom > 0, [&](auto hascode) {
-    for (i64 i = 0; i < nelem;) {
-      const i64 source = perm[i];
-      i64 n = 0;
-      do {
-        result.sp[result.elements + n] = sp[source + n];
-        ++n;
-      } while (i + n < nelem && perm[i + n] == source + n);
-      result.append_elements(operand, source, source + n, hascode);
-      i += n;
-    }
+    for_each_neighbour_run(perm, 0, nelem, [&](i64 first, i64 last) {
+      copy_run(result.sp.from(result.elements), Run{sp, first}, last - first);
+      result.append_elements(operand, first, last, hascode);
+    });
   });
   return {result.atoms, result.elements, result.terms};
 }
 
-// Transposes a dense record; `stride` and `dstride` are the row-major strides of the operand and of the result. Axes at
-// the end that stay where they are make a block that moves as one run. The two axes before it are walked by steps, and
-// the coordinates on all others divided once for each pair of them. Sets `rptr[0]` and, with code, `rcodeptr[0]`.
+// Writes the transpose of a dense record of any number of axes. Axes at the end that stay where they are make a block
+// that moves as one run. The two axes before it are walked by steps, and the coordinates on all others divided once for
+// each pair of them. Sets `rptr[0]` and, with code, `rcodeptr[0]`.
+//
+// - nelem (count): the elements of the record
+// - stride (array; nd): the row-major strides of the operand
+// - dstride (array; nd): the row-major strides of the result
 KERNEL((421), (), write_dense_permuted, i32 cconst, i32 code, i32 codeptr, CI32 dperm, CI64 dstride, i32 cof, i32 nidxs,
        i32 ptr, i32 ncodeatom, i32 nd, i32 nelem, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32,
        I64 ri64, i32 rnidxs, i32 rptr, CI64 stride, CF64 wf64, CI32 wi32, CI64 wi64)
@@ -101,7 +109,7 @@ KERNEL((421), (), write_dense_permuted, i32 cconst, i32 code, i32 codeptr, CI32 
         plane_source += rest / dstride[d] * step(d);
         rest %= dstride[d];
       }
-      for (i64 r = 0; r < plane; r += row, plane_source += row_step) {
+      for (i64 a = 0; a < plane; a += row, plane_source += row_step) {
         i64 source = plane_source;
         for (i64 b = 0; b < row; b += block, source += block_step) {
           result.append_elements(operand, source, source + block, hascode);
@@ -111,9 +119,11 @@ KERNEL((421), (), write_dense_permuted, i32 cconst, i32 code, i32 codeptr, CI32 
   });
 }
 
-// Transposes a sparse matrix of `cols` columns and `rows` rows, its pattern on w at `from`: sorts the elements by
-// column into `perm`, with cols+1 slots of `bucket`, and writes them in that order. Sets `rptr[0]`, but not
-// `rcodeptr[0]`.
+// Writes the transpose of a sparse matrix: sorts its elements by column into `perm`, by counting, and writes them in
+// that order. Sets `rptr[0]`; `rcodeptr[0]` is the caller's.
+//
+// - perm (position in xi32; nelem): the numbers of the elements, by column
+// - bucket (position in xi32; cols + 1): the buckets of the sort
 KERNEL((422), (), write_sparse_transpose, i32 cconst, i32 code, i32 codeptr, i32 rows, i32 cols, i32 cof, i32 nidxs,
        i32 ptr, i32 from, i32 ncodeatom, i32 nelem, i32 perm, i32 bucket, i32 rcconst, i32 rcode, i32 rcodeptr,
        i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, CF64 wf64, CI32 wi32, CI64 wi64, I32 xi32)
@@ -142,8 +152,8 @@ KERNEL((422), (), write_sparse_transpose, i32 cconst, i32 code, i32 codeptr, i32
   });
 }
 
-// Transposes a dense matrix of `cols` columns and `rows` rows; a single column moves as one run. Sets `rptr[0]`, but
-// not `rcodeptr[0]`.
+// Writes the transpose of a dense matrix; a single column moves as one run. Sets `rptr[0]`; `rcodeptr[0]` is the
+// caller's.
 KERNEL((423), (), write_dense_transpose, i32 cconst, i32 code, i32 codeptr, i32 cols, i32 rows, i32 cof, i32 nidxs,
        i32 ptr, i32 ncodeatom, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs,
        i32 rptr, CF64 wf64, CI32 wi32, CI64 wi64)

@@ -1,5 +1,6 @@
 // The sum of an expression along one axis. It removes the axis `dim`: an element of the result has the terms of all
-// elements that differ along `dim` only, ascending along `dim`. Terms with the same variable are not merged.
+// elements that differ along `dim` only, ascending along `dim`. Terms with the same variable are not merged, so that
+// the result has as many terms and atoms as the operand.
 //
 // The axis splits the shape in `outer`, the product of the extents before it, its own extent `ext`, and `inner`, the
 // product behind it. The element at flat position p falls into the group (a, b), a = p / (ext*inner) % outer and
@@ -10,11 +11,16 @@
 //              write 534
 //
 // The sort leaves a permutation of the stored elements on the x stack, by which they come group by group.
+//
+// - outer (extent): the product of the extents before the axis
+// - inner (extent): the product of the extents behind the axis
+// - ext_inner (extent): `inner` times the extent of the axis
 
 #include <utility>
 
 #include "index/counting_sort.h"
 #include "index/divisor.h"
+#include "index/pattern_runs.h"
 #include "index/shape.h"
 #include "stack/record.h"
 
@@ -28,9 +34,9 @@ struct Group {
 
 // The group of a flat position. The quotient is kept for a block of ext*inner positions, where the sort leaves
 // consecutive elements.
-class Groups {
+class GroupFinder {
  public:
-  Groups(i32 ext_inner, i32 inner, i32 outer) : ext_inner_(ext_inner), outer_(outer), inner_(inner) {}
+  GroupFinder(i32 ext_inner, i32 inner, i32 outer) : ext_inner_(ext_inner), outer_(outer), inner_(inner) {}
 
   Group operator()(i64 flat)
   {
@@ -50,25 +56,32 @@ class Groups {
 
 }  // namespace
 
-// The shape of the result on arrays of their own, first part: the n extents before the axis.
+// Copies the first part of the result's shape from one array to another: the n extents before the axis.
+//
+// - n (count): the extents before the axis
+// - r (array; axes - 1): the extents of the result
 KERNEL((540), (), copy_extents_before_summed_axis, i32 n, I32 r, CI32 shape)
 {
   copy_extents(r, 0, shape, 0, n);
 }
 
-// The second part: the extents behind the axis `dim`, each one place down.
+// Copies the second part of the result's shape from one array to another: the extents behind the axis `dim`, each one
+// place down. `shape` has as many slots as the operand has axes.
+//
+// - r (array; axes - 1): the extents of the result
 KERNEL((541), (), copy_extents_behind_summed_axis, i32 dim, I32 r, CI32 shape)
 {
   copy_extents(r, -1, shape, i64{dim} + 1, shape.count);
 }
 
 // Sorts the permutation at `source` by all axes but `dim`, which puts the elements of a group side by side, ascending
-// along `dim`: a counting sort for each axis, the last one first, that places into `target` and swaps the two. `ptr`
-// has room for the greatest extent plus 1. Returns (source, target), the first being where the sorted permutation
-// stands. Along the last axis, or behind it, groups are side by side already: nothing is done. O((nd - 1) * (nelem +
-// extent)).
-KERNEL((528), (i32, i32), sort_by_group, i32 dim, i32 nd, i32 nelem, i32 ptr, i32 sp, i32 source, i32 target, i32 shape,
-       CI32 wi32, CI64 wi64, I32 xi32)
+// along `dim`: a stable counting sort for each axis, the last one first, that places into `target` and swaps the two.
+// The first result is where the sorted permutation stands. Along the last axis, or behind it, groups are side by side
+// already: nothing is done. O((nd - 1) * nelem + the sum of the extents).
+//
+// - ptr (position in xi32; greatest extent + 1): the buckets
+KERNEL((528), (i32 source, i32 target), sort_by_group, i32 dim, i32 nd, i32 nelem, i32 ptr, i32 sp, i32 source,
+       i32 target, i32 shape, CI32 wi32, CI64 wi64, I32 xi32)
 {
   if (dim >= nd - 1) return {source, target};
   const Run extents{wi32, shape};
@@ -79,12 +92,8 @@ KERNEL((528), (i32, i32), sort_by_group, i32 dim, i32 nd, i32 nelem, i32 ptr, i3
     const i32 extent = extents[axis];
     if (axis != dim) {
       const Run from{xi32, source}, to{xi32, target};
-      const Divisor by_stride(stride), by_extent(extent);
-      const auto digit = [&](i64 m) { return by_extent.remainder(by_stride.quotient(pattern[m])); };
-      clear_buckets(buckets, extent);
-      count_buckets(buckets, nelem, [&](i64 k) { return digit(from[k]); });
-      add_up(buckets, extent);
-      reorder_items(buckets, from, to, nelem, digit);
+      const Coordinate coordinate{Divisor(stride), Divisor(extent)};
+      sort_pass(buckets, extent, extent, from, to, nelem, [&](i64 m) { return coordinate(pattern[m]); });
       std::swap(source, target);
     }
     stride = wrapping_mul<i64>(stride, extent);
@@ -92,14 +101,18 @@ KERNEL((528), (i32, i32), sort_by_group, i32 dim, i32 nd, i32 nelem, i32 ptr, i3
   return {source, target};
 }
 
-// Counts the groups of the n elements in sorted order: adds 1 to `count` at each one whose group is not the group (a,
-// b) before it. Returns the last group and the count, so that a further call can go on.
-KERNEL((531), (i64, i64, i32), count_groups, i32 ext_inner, i32 inner, i32 n, i32 count, i64 a, i64 b, i32 outer,
-       i32 perm, i32 sp, CI64 wi64, CI32 xi32)
+// Counts the groups of the n elements in sorted order, the elements of the result: adds 1 to `count` at each one whose
+// group is not that of the element before it. A further call can go on where this one ended.
+//
+// - n (count): the elements of the permutation
+// - count (cursor): the groups
+// - a, b (index): the group of the element before, at the start (-1, -1)
+KERNEL((531), (i64 a, i64 b, i32 count), count_groups, i32 ext_inner, i32 inner, i32 n, i32 count, i64 a, i64 b,
+       i32 outer, i32 perm, i32 sp, CI64 wi64, CI32 xi32)
 {
   const Run order{xi32, perm};
   const Run pattern{wi64, sp};
-  Groups group_of(ext_inner, inner, outer);
+  GroupFinder group_of(ext_inner, inner, outer);
   Group last{a, b};
   for (i64 k = 0; k < n; ++k) {
     const Group group = group_of(pattern[order[k]]);
@@ -109,12 +122,16 @@ KERNEL((531), (i64, i64, i32), count_groups, i32 ext_inner, i32 inner, i32 n, i3
   return {last.a, last.b, count};
 }
 
-// Sparse: writes an element for each group of the sorted elements `cursor` to `nelem`-1, also for a group without
-// terms. `rsp` ascends. Cursors of the result: `c` atoms, `g` elements, `t` terms.
-KERNEL((534), (i32, i32, i32, i32), write_sparse_sum_along_axis, i32 cconst, i32 code, i32 c, i32 codeptr, i32 cof,
-       i32 cursor, i32 g, i32 ext_inner, i32 inner, i32 ncodeatom, i32 nelem, i32 nidxs, i32 t, i32 ptr, i32 rcconst,
-       i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, i32 outer,
-       i32 perm, i32 sp, CF64 wf64, CI32 wi32, CI64 wi64, CI32 xi32)
+// Writes the sum of a sparse operand, a sparse result: an element for each group of the sorted elements from `cursor`
+// on, also for a group without terms. `rsp` ascends. `rptr[0]` and `rcodeptr[0]` are the caller's.
+//
+// - cursor (cursor): the next element in sorted order; comes back as `nelem`
+// - nelem (count): the end of the sorted elements
+// - c (cursor): the atoms of the result so far
+KERNEL((534), (i32 c, i32 cursor, i32 g, i32 t), write_sparse_sum_along_axis, i32 cconst, i32 code, i32 c, i32 codeptr,
+       i32 cof, i32 cursor, i32 g, i32 ext_inner, i32 inner, i32 ncodeatom, i32 nelem, i32 nidxs, i32 t, i32 ptr,
+       i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp,
+       i32 outer, i32 perm, i32 sp, CF64 wf64, CI32 wi32, CI64 wi64, CI32 xi32)
 {
   const StackArrays w{wi32, wi64, wf64};
   const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
@@ -123,40 +140,36 @@ KERNEL((534), (i32, i32, i32, i32), write_sparse_sum_along_axis, i32 cconst, i32
       r.sparse_writer(rptr, rsp, rnidxs, rcof, rcodeptr, rcode, rcconst, {.elements = g, .terms = t, .atoms = c});
   const Run order{xi32, perm};
   const Run pattern{wi64, sp};
-  Groups group_of(ext_inner, inner, outer);
+  GroupFinder group_of(ext_inner, inner, outer);
   with_constant(ncodeatom > 0, [&](auto hascode) {
     Group next{};
     if (cursor < nelem) next = group_of(pattern[order[cursor]]);
     while (cursor < nelem) {
       const Group group = next;
-      const auto goes_on = [&] {
-        ++cursor;
-        if (cursor >= nelem) return false;
-        next = group_of(pattern[order[cursor]]);
-        return next == group;
-      };
-      // Elements that are neighbours in the operand too move as one run: along the last axis, all of a group.
-      for (bool more = true; more;) {
-        const i32 b = order[cursor];
-        i32 e = b;
-        do {
-          ++e;
-          more = goes_on();
-        } while (more && order[cursor] == e);
-        result.append(operand, operand.terms(b, e), hascode);
+      i32 end = cursor + 1;
+      for (; end < nelem; ++end) {
+        next = group_of(pattern[order[end]]);
+        if (next != group) break;
       }
+      // Elements that are neighbours in the operand too move as one run: along the last axis, all of a group.
+      for_each_neighbour_run(order, cursor, end,
+                             [&](i64 b, i64 e) { result.append(operand, operand.terms(b, e), hascode); });
       result.close_element(group.a * inner + group.b);
+      cursor = end;
     }
   });
   return {result.atoms, cursor, result.elements, result.terms};
 }
 
-// Dense: writes all outer*inner elements, without terms where there are none. Neighbours along the axis stand
-// `inner_step` apart. Cursors of the result: `rncodeatom` atoms, `rnelem` elements, `rnnz` terms.
-KERNEL((539), (i32, i32, i32), write_dense_sum_along_axis, i32 cconst, i32 code, i32 codeptr, i32 cof, i32 ext,
-       i32 ext_inner, i32 inner, i32 inner_step, i32 ncodeatom, i32 nidxs, i32 outer, i32 ptr, i32 rcconst, i32 rcode,
-       i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rncodeatom, i32 rnelem, i32 rnidxs, i32 rnnz, i32 rptr,
-       CF64 wf64, CI32 wi32, CI64 wi64)
+// Writes the sum of a dense operand, a dense result: all outer*inner elements, without terms where there are none.
+// `rptr[0]` and `rcodeptr[0]` are the caller's.
+//
+// - ext (extent): the extent of the axis
+// - inner_step (step): the distance of neighbours along the axis in flat positions of the operand: `inner` again
+KERNEL((539), (i32 rncodeatom, i32 rnelem, i32 rnnz), write_dense_sum_along_axis, i32 cconst, i32 code, i32 codeptr,
+       i32 cof, i32 ext, i32 ext_inner, i32 inner, i32 inner_step, i32 ncodeatom, i32 nidxs, i32 outer, i32 ptr,
+       i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rncodeatom, i32 rnelem,
+       i32 rnidxs, i32 rnnz, i32 rptr, CF64 wf64, CI32 wi32, CI64 wi64)
 {
   const StackArrays w{wi32, wi64, wf64};
   const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);

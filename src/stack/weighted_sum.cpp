@@ -1,13 +1,14 @@
 // The weighted sum of two expressions of one shape, R = c1*A + c2*B, the fields of A and B having the endings 1 and 2.
 // Terms are not merged: a variable of both operands occurs twice, A's term first.
 //
-//     A dense,  B dense    write 504
-//     A dense,  B sparse   write 506
-//     A sparse, B sparse   count the elements 508, write 510
+//     A dense,  B dense    shape 503, write 504
+//     A dense,  B sparse   shape 505, write 506
+//     A sparse, B sparse   count the elements 508, shape 509, write 510
 //
-// Cursors of the result come in and go back: `nzi` terms, `elmi` elements, `codei` atoms. In a result with code
-// (`rncodeatom` above 0) a term of an operand with code has its atoms and (2, c), (5); a term of an operand without has
-// the one atom (2, 0.0).
+// In a result with code a term of an operand with code has its atoms and (2, c), (5), c being the operand's factor; a
+// term of an operand without has the one atom (2, 0.0). The result has as many terms as both operands together.
+//
+// - rncodeatom (size): atoms of the result; above 0 it has code
 
 #include "index/merge.h"
 #include "stack/record.h"
@@ -22,21 +23,25 @@ void with_adder(Writer& result, const Operand& a, const Operand& b, bool hascode
 {
   with_constant(hascode || a.hascode || b.hascode, [&](auto anycode) {
     body([&](const Operand& operand, i64 f, f64 weight) {
-      if (anycode)
+      if (anycode) {
         result.append_weighted(operand, f, weight, hascode);
-      else
+      } else {
         result.append_scaled(operand, f, weight, anycode);
+      }
     });
   });
 }
 
 }  // namespace
 
-// Both dense.
-KERNEL((504), (i32, i32), write_dense_sum, i32 cconst1, i32 cconst2, i32 code1, i32 code2, i32 codei, i32 codeptr1,
-       i32 codeptr2, i32 cof1, i32 cof2, i32 nzi, f64 c1, f64 c2, i32 ncodeatom1, i32 ncodeatom2, i32 nidxs1,
-       i32 nidxs2, i32 ptr1, i32 ptr2, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64,
-       i32 rncodeatom, i32 rnelem, i32 rnidxs, i32 rptr, F64 wf64, I32 wi32, I64 wi64)
+// Writes the sum c1*A + c2*B of two dense operands, a dense result, from element 0 on. `rptr[0]` and `rcodeptr[0]` are
+// the caller's.
+//
+// - rnelem (count): the elements of each operand and of the result
+KERNEL((504), (i32 codei, i32 nzi), write_dense_sum, i32 cconst1, i32 cconst2, i32 code1, i32 code2, i32 codei,
+       i32 codeptr1, i32 codeptr2, i32 cof1, i32 cof2, i32 nzi, f64 c1, f64 c2, i32 ncodeatom1, i32 ncodeatom2,
+       i32 nidxs1, i32 nidxs2, i32 ptr1, i32 ptr2, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32,
+       I64 ri64, i32 rncodeatom, i32 rnelem, i32 rnidxs, i32 rptr, CF64 wf64, CI32 wi32, CI64 wi64)
 {
   const StackArrays w{wi32, wi64, wf64};
   const Operand a = w.operand(ptr1, nidxs1, cof1, codeptr1, code1, cconst1, ncodeatom1 > 0);
@@ -53,13 +58,16 @@ KERNEL((504), (i32, i32), write_dense_sum, i32 cconst1, i32 cconst2, i32 code1, 
   return {result.atoms, result.terms};
 }
 
-// A dense, B sparse: a dense result. `i2` is the cursor in B's elements; it comes back as the number of those met,
-// which is below `nelem2` if B has elements behind A's last.
-KERNEL((506), (i32, i32, i32, i32), write_dense_sparse_sum, i32 cconst1, i32 cconst2, i32 code1, i32 code2, i32 codei,
-       i32 codeptr1, i32 codeptr2, i32 cof1, i32 cof2, i32 elmi, i32 i2, f64 c1, f64 c2, i32 ncodeatom1, i32 ncodeatom2,
-       i32 nelem1, i32 nelem2, i32 nidxs1, i32 nidxs2, i32 nzi, i32 ptr1, i32 ptr2, i32 rcconst, i32 rcode,
-       i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rncodeatom, i32 rnidxs, i32 rptr, i32 sp2, F64 wf64,
-       I32 wi32, I64 wi64)
+// Writes the sum c1*A + c2*B of dense A and sparse B, a dense result: an element for each of A's, whose flat positions
+// run from 0 on, with the terms of B's element at this position, if there is one, behind A's. `rptr[0]` and
+// `rcodeptr[0]` are the caller's.
+//
+// - i2 (cursor): the next element of B; comes back below `nelem2` if B has elements behind A's last
+KERNEL((506), (i32 codei, i32 elmi, i32 i2, i32 nzi), write_dense_sparse_sum, i32 cconst1, i32 cconst2, i32 code1,
+       i32 code2, i32 codei, i32 codeptr1, i32 codeptr2, i32 cof1, i32 cof2, i32 elmi, i32 i2, f64 c1, f64 c2,
+       i32 ncodeatom1, i32 ncodeatom2, i32 nelem1, i32 nelem2, i32 nidxs1, i32 nidxs2, i32 nzi, i32 ptr1, i32 ptr2,
+       i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rncodeatom, i32 rnidxs,
+       i32 rptr, i32 sp2, CF64 wf64, CI32 wi32, CI64 wi64)
 {
   const StackArrays w{wi32, wi64, wf64};
   const Operand a = w.operand(ptr1, nidxs1, cof1, codeptr1, code1, cconst1, ncodeatom1 > 0);
@@ -78,20 +86,24 @@ KERNEL((506), (i32, i32, i32, i32), write_dense_sparse_sum, i32 cconst1, i32 cco
   return {result.atoms, result.elements, i2, result.terms};
 }
 
-// acc plus the number of elements of the sum of two sparse operands: the union of their patterns.
-KERNEL((508), (i32), count_union, i32 n1, i32 n2, i32 acc, i32 sp1, i32 sp2, I64 wi64)
+// Counts the elements of the sum of two sparse operands, the union of their patterns, and adds them to `acc`.
+//
+// - n1 (count): the stored elements of the first operand
+// - n2 (count): the stored elements of the second operand
+KERNEL((508), (i32 acc), count_union, i32 n1, i32 n2, i32 acc, i32 sp1, i32 sp2, CI64 wi64)
 {
   const Run pattern1{wi64, sp1}, pattern2{wi64, sp2};
   return acc + union_size(
                    n1, n2, [&](i32 k) { return pattern1[k]; }, [&](i32 k) { return pattern2[k]; });
 }
 
-// Both sparse: all of the sum, by a merge of the patterns. Cursors start at 0; sets `rptr[0]` and, in a result with
-// code, `rcodeptr[0]`.
+// Writes the sum c1*A + c2*B of two sparse operands, a sparse result, from its first element on: an element for each
+// flat position in either pattern, with A's terms in front of B's where it is in both. Sets `rptr[0]` and, in a result
+// with code, `rcodeptr[0]`.
 KERNEL((510), (), write_sparse_sum, i32 cconst1, i32 cconst2, i32 code1, i32 code2, i32 codeptr1, i32 codeptr2,
        i32 cof1, i32 cof2, f64 c1, f64 c2, i32 ncodeatom1, i32 ncodeatom2, i32 nelem1, i32 nelem2, i32 nidxs1,
        i32 nidxs2, i32 ptr1, i32 ptr2, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64,
-       i32 rncodeatom, i32 rnidxs, i32 rptr, i32 rsp, i32 sp1, i32 sp2, F64 wf64, I32 wi32, I64 wi64)
+       i32 rncodeatom, i32 rnidxs, i32 rptr, i32 rsp, i32 sp1, i32 sp2, CF64 wf64, CI32 wi32, CI64 wi64)
 {
   const StackArrays w{wi32, wi64, wf64};
   const Operand a = w.operand(ptr1, nidxs1, cof1, codeptr1, code1, cconst1, ncodeatom1 > 0);
