@@ -25,7 +25,7 @@ def triangle(s: Stacks, a: int, b: int, upper: bool = False) -> Record:
     ncodeatom, nnz = kernels.measure_triangle(
         e.codeptr, dim, e.hassp, e.ncodeatom, e.nelem, e.ptr, 0, 0, e.sp, stride, upper, w.i32, w.i64)
     result = r.reserve_record(e.nd, nelem, nnz, ncodeatom, hassp=True)
-    kernels.copy_extents(e.nd, r.i32, result.shape, e.shape, w.i32)
+    kernels.copy_record_extents(e.nd, r.i32, result.shape, e.shape, w.i32)
     write_positions = kernels.write_upper_triangle_positions if upper else kernels.write_lower_triangle_positions
     write_positions(dim, 0, r.i64, result.sp, stride)
     kernels.write_triangle(
@@ -41,7 +41,7 @@ def scale_off_diagonal(s: Stacks, a: int, b: int, factor: float) -> Record:
     dim, _ = _fold(s, e, a, b)
     ncodeatom = e.ncodeatom + 2 * e.nnz if e.ncodeatom else 0
     result = r.reserve_record(e.nd, e.nelem, e.nnz, ncodeatom, hassp=e.hassp)
-    kernels.copy_record_unchanged(  # without code, which is written anew
+    kernels.copy_record(  # without code, which is written anew
         e.cconst, e.code, e.codeptr, e.cof, e.hassp, 0, e.nd, e.nelem, e.nidxs, e.nnz, e.ptr,
         result.cconst, result.code, result.codeptr, result.cof, r.f64, r.i32, r.i64,
         result.nidxs, result.ptr, result.shape, result.sp, e.shape, e.sp, w.f64, w.i32, w.i64)
@@ -68,7 +68,7 @@ def symmetrise(s: Stacks, a: int, b: int) -> Record:
     else:
         ncodeatom, nnz = kernels.measure_dense_mean(0, dim, e.codeptr, e.ncodeatom, e.ptr, 0, stride, w.i32)
     result = r.reserve_record(e.nd, nelem, nnz, ncodeatom, hassp=e.hassp)
-    kernels.copy_extents(e.nd, r.i32, result.shape, e.shape, w.i32)
+    kernels.copy_record_extents(e.nd, r.i32, result.shape, e.shape, w.i32)
     if e.hassp:
         kernels.write_sparse_mean(
             e.cconst, e.code, 0, e.codeptr, e.cof, 0, 0, 0, e.ncodeatom, e.nelem, e.nidxs, 0, e.ptr,

@@ -292,7 +292,7 @@ def sum_blocks(s: Stacks, naxes: int = 1) -> Record:
     groups = kernels.product_of_block_extents(nd, 0, 1, e.shape, w.i32)
     nelem = kernels.count_blocks(block, 0, e.nelem, e.sp, w.i64) if e.hassp else groups
     result = r.reserve_record(nd, nelem, e.nnz, e.ncodeatom, hassp=e.hassp)
-    kernels.copy_extents(nd, r.i32, result.shape, e.shape, w.i32)
+    kernels.copy_record_extents(nd, r.i32, result.shape, e.shape, w.i32)
     if e.hassp:
         kernels.write_blocks(
             block, e.nelem, e.ptr, True, r.i32, r.i64, nelem, result.ptr, result.sp, 0, e.sp, w.i32, w.i64)
@@ -303,7 +303,7 @@ def sum_blocks(s: Stacks, naxes: int = 1) -> Record:
     kernels.copy_coefficients(e.cof, e.nnz, result.cof, r.f64, w.f64)
     if e.ncodeatom:
         kernels.copy_ptr(e.nnz, e.codeptr, r.i32, result.codeptr, w.i32)
-        kernels.copy_extents(e.ncodeatom, r.i32, result.code, e.code, w.i32)
+        kernels.copy_record_extents(e.ncodeatom, r.i32, result.code, e.code, w.i32)
         kernels.copy_coefficients(e.cconst, e.ncodeatom, result.cconst, r.f64, w.f64)
     return s.finish(1, result)
 

@@ -142,7 +142,7 @@ def multiply_elementwise(s: Stacks, parameter: Parameter) -> Record:
     if not e.hassp:
         nelem = n  # every parameter meets an element
     result = r.reserve_record(e.nd, nelem, nnz, ncodeatom, hassp=True)
-    kernels.copy_extents(e.nd, r.i32, result.shape, e.shape, w.i32)
+    kernels.copy_record_extents(e.nd, r.i32, result.shape, e.shape, w.i32)
     if e.hassp:
         kernels.write_elementwise_parameter_product(
             e.cconst, e.code, 0, e.codeptr, e.cof, 0, 0, e.ncodeatom, e.nelem, e.nidxs, 0, 0, param, n, psp, e.ptr,
@@ -205,7 +205,7 @@ def compact(s: Stacks) -> Record:
     ncodeatom, nelem, nnz = kernels.measure_kept_terms(
         e.cof, e.nelem, e.ptr, 0, 0, 0, w.f64, w.i32, code, codeptr, x.i32)
     result = r.reserve_record(e.nd, nelem if e.hassp else e.nelem, nnz, ncodeatom, hassp=e.hassp)
-    kernels.copy_extents(e.nd, r.i32, result.shape, e.shape, w.i32)
+    kernels.copy_record_extents(e.nd, r.i32, result.shape, e.shape, w.i32)
     kernels.write_kept_terms(
         0, e.cof, 0, e.hassp, e.nelem, e.nidxs, 0, e.ptr, result.cconst, result.code, result.codeptr, result.cof,
         r.f64, e.hassp, r.i32, r.i64, result.nidxs, result.ptr, result.sp, e.sp, w.f64, w.i32, w.i64,

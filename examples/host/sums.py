@@ -32,7 +32,7 @@ def sum_axis(s: Stacks, axis: int) -> Record:
         _, _, nelem = kernels.count_groups(
             extent * inner, inner, e.nelem, 0, -1, -1, outer, order, e.sp, w.i64, x.i32)
     result = r.reserve_record(e.nd - 1, nelem, e.nnz, e.ncodeatom, hassp=e.hassp)
-    kernels.copy_extents(axis, r.i32, result.shape, e.shape, w.i32)
+    kernels.copy_record_extents(axis, r.i32, result.shape, e.shape, w.i32)
     kernels.copy_extents_behind_axis(axis, e.nd, r.i32, result.shape, e.shape, w.i32)
     if e.hassp:
         kernels.write_sparse_sum_along_axis(
@@ -140,7 +140,7 @@ def merge_terms(s: Stacks) -> Record:
     # Each term that is merged into another costs one more atom at most; the kernel tells how many there are.
     most = e.ncodeatom + e.nnz - nnz if e.ncodeatom else 0
     result = r.reserve_record(e.nd, e.nelem, nnz, most, hassp=e.hassp)
-    kernels.copy_extents(e.nd, r.i32, result.shape, e.shape, w.i32)
+    kernels.copy_record_extents(e.nd, r.i32, result.shape, e.shape, w.i32)
     kernels.copy_pattern(e.hassp, e.nelem, r.i64, result.sp, e.sp, w.i64)
     ncodeatom, _ = kernels.write_merged_terms(
         e.cconst, e.code, 0, e.codeptr, e.cof, e.ncodeatom, e.nelem, e.nidxs, 0, order, e.ptr,

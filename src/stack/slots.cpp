@@ -91,7 +91,7 @@ KERNEL((381), (), copy_ptr, i32 n, i32 from, I32 ri32, i32 to, CI32 wi32)
 }
 
 // Copies n extents.
-KERNEL((361, 382, 388, 398, 435, 532, 537, 552, 568, 571), (), copy_extents, i32 n, I32 ri32, i32 to, i32 from,
+KERNEL((361, 382, 388, 398, 435, 532, 537, 552, 568, 571), (), copy_record_extents, i32 n, I32 ri32, i32 to, i32 from,
        CI32 wi32)
 {
   copy_slots(Run{ri32, to}, Run{wi32, from}, n);
