@@ -223,7 +223,7 @@ KERNEL((471), (), write_dense_sparse_product_code, i32 cconst, i32 code, i32 cod
   }
 }
 
-// Sparse M, dense E: all of the product, with code if `rncodeatom` is above 0, with `rsp` if `rhassp`. Every pair of a
+// Sparse M, dense E: terms and `rptr`, with code if `rncodeatom` is above 0, with `rsp` if `rhassp`. Every pair of a
 // row of M with entries and a row of E makes an element, also without terms; rows of M without entries make none.
 // O(mnnz * d0 + terms).
 KERNEL((472), (i32 codei, i32 elmi, i32 nzi), write_sparse_product, i32 cconst, i32 code, i32 codei, i32 codeptr,

@@ -16,7 +16,7 @@
 //     left,  M sparse, x dense    check, measure 486, write 488
 //     left,  M sparse, x sparse   check, sort x by column and measure 485, write 487
 //
-// The check is 489, or 490 and 491 one by one. 477, 484, 487 and 488 set `rptr[0]`; for 480 it is the caller's.
+// The check is 489, or 490 and 491 one by one. Writers write terms, `rptr` and `rsp`; `rptr[0]` too, but for 480.
 //
 // The sorts leave `perm`, `mcolptr`, `colptr`, `mrowptr`, `rowptr`, `rows` and `cols` on the i32 stack.
 //
@@ -137,7 +137,7 @@ KERNEL((491), (bool badorder), has_unordered_entries, bool badorder, CI32 msubi,
 }
 
 // Counts the rows of x that have a stored element, 1 for a vector. The right product with a dense M has this number
-// times mdimj elements, and nelem * mdimj terms.
+// times mdimj elements, and n * mdimj terms.
 //
 // - n (count): the stored elements of x
 // - d1 (extent): the columns of x, above 0
@@ -197,8 +197,8 @@ KERNEL((479), (i32 acc), count_used_columns, CI32 msubj, i32 acc, i32 n, i32 per
   return acc + count_stretches(n, [&](i64 q) { return msubj[permutation[q]]; });
 }
 
-// Right product, sparse M with its order by column `perm`, dense x: all of it but `rptr[0]`. Each row of x and each
-// column of M with an entry make an element. O(mnnz * xd0).
+// Right product, sparse M with its order by column `perm`, dense x: all but `rptr[0]`, the caller's. Each row of x and
+// each column of M with an entry make an element. O(mnnz * xd0).
 KERNEL((480), (i32 elmi, i32 nzi), write_sparse_right_product, i32 elmi, i32 nzi, CF64 mcof, i32 mdimj, CI32 msubi,
        CI32 msubj, i32 nidxs, i32 mnnz, i32 perm, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp,
        CI32 wi32, CI64 wi64, i32 xd0, i32 xd1)
