@@ -21,8 +21,6 @@
 // - xperm (position in xi32; one an item): the entries of M (right) or the stored elements of E (left) by column
 // - mi (cursor): the next entry of M
 
-#include <algorithm>
-
 #include "index/merge.h"
 #include "index/pattern_runs.h"
 #include "stack/column_sort.h"
@@ -72,11 +70,11 @@ template <class Entry, class Element>
 void walk_rows(i32& mi, CI32 msubi, CI32 msubj, i32 d1, Entry entry, Element element)
 {
   const i32 mnnz = static_cast<i32>(msubi.count);
-  for_each_row_group(msubi, mi, mnnz, [&](i32 i, i32 b, i32 e) {
-    for (i32 k = b; k < e; ++k) entry(k, i64{d1} * msubj[k] + i);
+  while (mi < mnnz) {
+    const i32 i = msubi[mi];
+    for (; mi < mnnz && msubi[mi] == i; ++mi) entry(mi, i64{d1} * msubj[mi] + i);
     element(i);
-  });
-  mi = std::max(mi, mnnz);
+  }
 }
 
 // The left form with a sparse E, its elements by column: row i of M against column i of E, from `mi` and `q` on until
