@@ -23,34 +23,44 @@ bool any_unordered(CI64 indices)
 
 }  // namespace
 
-// The pattern of a constant array.
-KERNEL((405), (bool), has_position_outside, bool bad, CI64 sparsity, i64 size)
+// Checks the pattern of a constant array: sets `bad` if a position lies outside 0 .. size-1.
+KERNEL((405), (bool bad), has_position_outside, bool bad, CI64 sparsity, i64 size)
 {
   return bad | any_outside(sparsity, size);
 }
 
-// The flat indices of a pick.
-KERNEL((408), (bool), has_index_outside, CI64 idxs, i64 size, bool bad)
+// Checks the flat indices of a pick: sets `bad` if one lies outside 0 .. size-1.
+//
+// - idxs (array; picks): the flat position of each picked element
+KERNEL((408), (bool bad), has_index_outside, CI64 idxs, i64 size, bool bad)
 {
   return bad | any_outside(idxs, size);
 }
 
-// The coordinates of a pick, n rows of one coordinate an axis.
-KERNEL((406), (bool), has_coordinate_outside, CI32x2 idxs, i32 n, CI32 shape, bool bad)
+// Checks the coordinates of a pick: sets `bad` if one lies outside the extent of its axis.
+//
+// - idxs (array; picks x axes): the coordinates of the picked elements, one element a row
+// - n (count): the picks
+KERNEL((406), (bool bad), has_coordinate_outside, CI32x2 idxs, i32 n, CI32 shape, bool bad)
 {
   for (i64 i = 0; i < n; ++i) bad |= is_any_outside(Row{idxs, i}, shape, idxs.cols);
   return bad;
 }
 
-// The pattern of a constant factor.
-KERNEL((460), (bool, bool), check_pattern, bool bad_order, bool bad_range, CI64 msp, i64 size)
+// Checks the pattern of a constant factor: sets `bad_order` if it does not strictly ascend, `bad_range` if a position
+// lies outside 0 .. size-1.
+KERNEL((460), (bool bad_order, bool bad_range), check_pattern, bool bad_order, bool bad_range, CI64 msp, i64 size)
 {
   return {bad_order | any_unordered(msp), bad_range | any_outside(msp, size)};
 }
 
-// The elements of a weighted pick. They ascend, so that only the first and the last can be out of range; a last index
-// equal to `size` passes, intended so.
-KERNEL((446), (bool, bool), check_picked_elements, bool bad_order, bool bad_range, i64 size, CI64 vsub3)
+// Checks the elements of a weighted pick: sets `bad_order` if they do not strictly ascend, `bad_range` if the first is
+// below 0 or the last above `size`; those between need no test, since they ascend. A last one equal to `size` passes,
+// intended so.
+//
+// - vsub3 (array; elements chosen): the flat position of each chosen element
+KERNEL((446), (bool bad_order, bool bad_range), check_picked_elements, bool bad_order, bool bad_range, i64 size,
+       CI64 vsub3)
 {
   if (vsub3.count < 1) return {bad_order, bad_range};
   return {bad_order | any_unordered(vsub3), bad_range | (vsub3[0] < 0 || vsub3[vsub3.count - 1] > size)};

@@ -6,22 +6,17 @@
 
 namespace fragments {
 
-// Walks the entries begin .. count-1 in row groups, the stretches of entries of one row: group(row, b, e) for the
-// entries b .. e-1.
+// Walks the entries 0 .. count-1 in row groups, the stretches of entries of one row: group(row, b, e) for the entries
+// b .. e-1.
 template <class Group>
-void for_each_row_group(CI32 msubi, i32 begin, i32 count, Group group)
+void for_each_row_group(CI32 msubi, i32 count, Group group)
 {
-  for (i32 b = begin, e; b < count; b = e) {
+  for (i32 b = 0, e; b < count; b = e) {
     const i32 row = msubi[b];
     e = b + 1;
     while (e < count && msubi[e] == row) ++e;
     group(row, b, e);
   }
-}
-template <class Group>
-void for_each_row_group(CI32 msubi, i32 count, Group group)
-{
-  for_each_row_group(msubi, 0, count, group);
 }
 
 // Whether entry k lies outside the matrix; without branches, so that loops over entries are vectorised.

@@ -1,21 +1,25 @@
-// The diagonal of the product of a sparse constant matrix M and an expression E with d1 columns, without the product:
+// The diagonal of the product of a sparse constant matrix M and an expression E, without the product:
 //
 //     right form   R(j) = sum over i of E(j, i) * M(i, j)
 //     left form    R(i) = sum over j of M(i, j) * E(j, i)
 //
 // R is sparse with one axis; an element's position is the column (right) or row (left) of M. Terms are scaled as in the
 // product itself: neither merged nor dropped, with (2, factor) and (5) behind their code. They stand in the order of
-// the entries of M in a column (right) or row (left).
+// the entries of M in a column (right) or row (left). Entries of M ascend strictly by row, then column; kernels without
+// `mnnz` take their number from the length of `msubi`.
 //
 //     right, E dense or sparse   check 454, sort M by column 451, measure 452, write 453
 //     left,  E dense             check 454, measure 455, write 456
 //     left,  E sparse            check 454, sort E by column and measure 457, write 458
 //
-// A sort leaves `xcolptr`, where the items of a column start, and `xperm`, the items by column, on the x stack. A
-// column or row of M that meets a dense E makes an element; one that meets a sparse E does so if an entry and a stored
-// element match. An element of E without terms counts like any other. All walks are linear in the entries and elements.
+// A column or row of M with entries makes an element where E is dense; where it is sparse, it does so if an entry and a
+// stored element match. An element of E without terms counts like any other. All walks are linear in the entries and
+// elements, and the right one with a sparse E in mdimj.
 //
-// Cursors of the result come in and go back: `nzi` terms, `elmi` elements, `codei` atoms.
+// - d1 (extent): the columns of E, above 0 with a sparse E
+// - xcolptr (position in xi32; columns + 1): where the items of each column begin in `xperm`
+// - xperm (position in xi32; one an item): the entries of M (right) or the stored elements of E (left) by column
+// - mi (cursor): the next entry of M
 
 #include "index/merge.h"
 #include "index/pattern_runs.h"
@@ -33,7 +37,7 @@ void walk_columns(CI32 msubi, CI32 msubj, Run<const i32> perm, i32 mnnz, i32 d1,
 {
   for (i32 q = 0; q < mnnz;) {
     const i32 j = msubj[perm[q]];
-    const i64 row_start = static_cast<i64>(d1) * j;
+    const i64 row_start = i64{d1} * j;
     for (; q < mnnz && msubj[perm[q]] == j; ++q) entry(perm[q], row_start + msubi[perm[q]]);
     element(j);
   }
@@ -68,7 +72,7 @@ void walk_rows(i32& mi, CI32 msubi, CI32 msubj, i32 d1, Entry entry, Element ele
   const i32 mnnz = static_cast<i32>(msubi.count);
   while (mi < mnnz) {
     const i32 i = msubi[mi];
-    for (; mi < mnnz && msubi[mi] == i; ++mi) entry(mi, static_cast<i64>(d1) * msubj[mi] + i);
+    for (; mi < mnnz && msubi[mi] == i; ++mi) entry(mi, i64{d1} * msubj[mi] + i);
     element(i);
   }
 }
@@ -97,7 +101,7 @@ void walk_rows_and_columns(i32& mi, CI32 msubi, CI32 msubj, i32& q, Run<const i3
       while (row_end < mnnz && msubi[row_end] == column) ++row_end;
       // In one column the flat positions compare as the rows do.
       const bool met = intersect(
-          mi, row_end, q, column_end, [&](i32 k) { return static_cast<i64>(d1) * msubj[k] + column; },
+          mi, row_end, q, column_end, [&](i32 k) { return i64{d1} * msubj[k] + column; },
           [&](i32 place) { return sp[perm[place]]; }, [&](i32 k, i32 place) { entry(k, perm[place]); });
       if (met) element(column);
       mi = row_end;
@@ -110,16 +114,16 @@ void walk_rows_and_columns(i32& mi, CI32 msubi, CI32 msubj, i32& q, Run<const i3
 
 }  // namespace
 
-// Right form: sorts the entries of M by column.
+// Right form: sorts the entries of M by column, stably, into `xperm` and the mdimj + 1 slots of `xcolptr`.
 KERNEL((451), (), sort_matrix_by_column, i32 mdimj, i32 mnnz, CI32 msubj, I32 xi32, i32 xcolptr, i32 xperm)
 {
   sort_by_column(Run{xi32, xcolptr}, mdimj, Run{xi32, xperm}, mnnz, [&](i64 k) { return msubj[k]; });
 }
 
-// Right form: measures. The sizes grow from what comes in.
-KERNEL((452), (i32, i32, i32), measure_right_diagonal, i32 codeptr, i32 d1, bool hassp, i32 mdimj, i32 mnnz, CI32 msubi,
-       CI32 msubj, i32 ncodeatom, i32 nelem, i32 ptr, i32 rncodeatom, i32 rnelem, i32 rnnz, i32 sp, CI32 wi32,
-       CI64 wi64, CI32 xi32, i32 xperm)
+// Right form: measures, with a sparse E (`hassp`) or a dense one.
+KERNEL((452), (i32 rncodeatom, i32 rnelem, i32 rnnz), measure_right_diagonal, i32 codeptr, i32 d1, bool hassp,
+       i32 mdimj, i32 mnnz, CI32 msubi, CI32 msubj, i32 ncodeatom, i32 nelem, i32 ptr, i32 rncodeatom, i32 rnelem,
+       i32 rnnz, i32 sp, CI32 wi32, CI64 wi64, CI32 xi32, i32 xperm)
 {
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
   Size size(operand, ncodeatom > 0, {.elements = rnelem, .terms = rnnz, .atoms = rncodeatom});
@@ -133,11 +137,11 @@ KERNEL((452), (i32, i32, i32), measure_right_diagonal, i32 codeptr, i32 d1, bool
   return {size.atoms, size.elements, size.terms};
 }
 
-// Right form: writes. `rptr[0]` and `rcodeptr[0]` are the caller's.
-KERNEL((453), (i32, i32, i32), write_right_diagonal, i32 cconst, i32 code, i32 codei, i32 codeptr, i32 cof, i32 d1,
-       i32 elmi, bool hassp, i32 mdimj, i32 mnnz, CI32 msubi, CI32 msubj, CF64 mval, i32 ncodeatom, i32 nelem,
-       i32 nidxs, i32 nzi, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64,
-       i32 rnidxs, i32 rptr, i32 rsp, i32 sp, CF64 wf64, CI32 wi32, CI64 wi64, CI32 xi32, i32 xperm)
+// Right form: writes, with a sparse E (`hassp`) or a dense one. `rptr[0]` and `rcodeptr[0]` are the caller's.
+KERNEL((453), (i32 codei, i32 elmi, i32 nzi), write_right_diagonal, i32 cconst, i32 code, i32 codei, i32 codeptr,
+       i32 cof, i32 d1, i32 elmi, bool hassp, i32 mdimj, i32 mnnz, CI32 msubi, CI32 msubj, CF64 mval, i32 ncodeatom,
+       i32 nelem, i32 nidxs, i32 nzi, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32,
+       I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, i32 sp, CF64 wf64, CI32 wi32, CI64 wi64, CI32 xi32, i32 xperm)
 {
   const StackArrays w{wi32, wi64, wf64};
   const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
@@ -156,10 +160,9 @@ KERNEL((453), (i32, i32, i32), write_right_diagonal, i32 cconst, i32 code, i32 c
   return {result.atoms, result.elements, result.terms};
 }
 
-// Left form, dense E: measures from entry `mi` on, which comes back as the number of entries. The sizes grow from what
-// comes in.
-KERNEL((455), (i32, i32, i32, i32), measure_left_diagonal, i32 codeptr, i32 d1, i32 mi, CI32 msubi, CI32 msubj,
-       i32 ncodeatom, i32 ptr, i32 rncodeatom, i32 rnelem, i32 rnnz, CI32 wi32)
+// Left form, dense E: measures from entry `mi` on, which comes back as the number of entries.
+KERNEL((455), (i32 mi, i32 rncodeatom, i32 rnelem, i32 rnnz), measure_left_diagonal, i32 codeptr, i32 d1, i32 mi,
+       CI32 msubi, CI32 msubj, i32 ncodeatom, i32 ptr, i32 rncodeatom, i32 rnelem, i32 rnnz, CI32 wi32)
 {
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
   Size size(operand, ncodeatom > 0, {.elements = rnelem, .terms = rnnz, .atoms = rncodeatom});
@@ -170,6 +173,8 @@ KERNEL((455), (i32, i32, i32, i32), measure_left_diagonal, i32 codeptr, i32 d1, 
 
 // Left form, dense E: writes all of the record, its one extent `rdim`, `rptr[0]` and, if the operand has code,
 // `rcodeptr[0]` included.
+//
+// - rncodeatom (size): the atoms of the result; above 0 it has code
 KERNEL((456), (), write_left_diagonal, i32 cconst, i32 code, i32 codeptr, i32 cof, i32 d1, i32 rdim, CI32 msubi,
        CI32 msubj, CF64 mval, i32 ncodeatom, i32 nidxs, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof,
        F64 rf64, I32 ri32, I64 ri64, i32 rncodeatom, i32 rnidxs, i32 rptr, i32 rshape, i32 rsp, CF64 wf64, CI32 wi32,
@@ -190,10 +195,11 @@ KERNEL((456), (), write_left_diagonal, i32 cconst, i32 code, i32 codeptr, i32 co
   });
 }
 
-// Left form, sparse E: sorts its elements by column and measures. The sizes grow from what comes in.
-KERNEL((457), (i32, i32, i32), measure_sparse_left_diagonal, i32 codeptr, i32 d1, CI32 msubi, CI32 msubj, i32 ncodeatom,
-       i32 nelem, i32 ptr, i32 rncodeatom, i32 rnelem, i32 rnnz, i32 sp, CI32 wi32, CI64 wi64, i32 xcolptr, i32 xperm,
-       I32 xi32)
+// Left form, sparse E: sorts its stored elements by column, stably, into `xperm` and the d1 + 1 slots of `xcolptr`, and
+// measures.
+KERNEL((457), (i32 rncodeatom, i32 rnelem, i32 rnnz), measure_sparse_left_diagonal, i32 codeptr, i32 d1, CI32 msubi,
+       CI32 msubj, i32 ncodeatom, i32 nelem, i32 ptr, i32 rncodeatom, i32 rnelem, i32 rnnz, i32 sp, CI32 wi32,
+       CI64 wi64, i32 xcolptr, i32 xperm, I32 xi32)
 {
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
   Size size(operand, ncodeatom > 0, {.elements = rnelem, .terms = rnnz, .atoms = rncodeatom});
@@ -209,10 +215,12 @@ KERNEL((457), (i32, i32, i32), measure_sparse_left_diagonal, i32 codeptr, i32 d1
 
 // Left form, sparse E: writes, from entry `mi` and place `q` on; they come back as the walk left them, one of them at
 // the end of its list. `rptr[0]` and `rcodeptr[0]` are the caller's.
-KERNEL((458), (i32, i32, i32, i32, i32), write_sparse_left_diagonal, i32 cconst, i32 code, i32 codei, i32 codeptr,
-       i32 cof, i32 d1, i32 elmi, i32 q, i32 mi, CI32 msubi, CI32 msubj, CF64 mval, i32 ncodeatom, i32 nelem, i32 nidxs,
-       i32 nzi, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs,
-       i32 rptr, i32 rsp, i32 sp, CF64 wf64, CI32 wi32, CI64 wi64, i32 xperm, CI32 xi32)
+//
+// - q (cursor): the next place in `xperm`
+KERNEL((458), (i32 codei, i32 elmi, i32 q, i32 mi, i32 nzi), write_sparse_left_diagonal, i32 cconst, i32 code,
+       i32 codei, i32 codeptr, i32 cof, i32 d1, i32 elmi, i32 q, i32 mi, CI32 msubi, CI32 msubj, CF64 mval,
+       i32 ncodeatom, i32 nelem, i32 nidxs, i32 nzi, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64,
+       I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, i32 sp, CF64 wf64, CI32 wi32, CI64 wi64, i32 xperm, CI32 xi32)
 {
   const StackArrays w{wi32, wi64, wf64};
   const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);

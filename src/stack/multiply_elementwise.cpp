@@ -3,6 +3,9 @@
 //
 //     constant array   check 460, measure 461, write 463; the result is sparse, with the elements that M and E store
 //     scalar           write 464; the result has the operand's sizes, and with code two atoms more a term
+//
+// - msp (array; entries): the flat position of each entry of M, strictly ascending
+// - mcof (array; entries): the value of each entry of M
 
 #include "index/slots.h"
 #include "stack/find_stored.h"
@@ -10,9 +13,10 @@
 
 namespace fragments {
 
-// Measures the product with a constant array. The sizes grow from what comes in.
-KERNEL((461), (i32, i32, i32), measure_elementwise_product, i32 codeptr, bool hassp, CI64 msp, i32 ncodeatom, i32 nelem,
-       i32 ptr, i32 rncodeatom, i32 rnelem, i32 rnnz, i32 sp, CI32 wi32, CI64 wi64)
+// Measures the product with a constant array: an element for each entry of M whose element the operand stores.
+// O(entries of M + nelem).
+KERNEL((461), (i32 rncodeatom, i32 rnelem, i32 rnnz), measure_elementwise_product, i32 codeptr, bool hassp, CI64 msp,
+       i32 ncodeatom, i32 nelem, i32 ptr, i32 rncodeatom, i32 rnelem, i32 rnnz, i32 sp, CI32 wi32, CI64 wi64)
 {
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
   Size size(operand, ncodeatom > 0, {.elements = rnelem, .terms = rnnz, .atoms = rncodeatom});
@@ -24,7 +28,10 @@ KERNEL((461), (i32, i32, i32), measure_elementwise_product, i32 codeptr, bool ha
 }
 
 // Writes the product with a constant array: all of the record, with `rnd` extents, `rptr[0]` and, if the operand has
-// code, `rcodeptr[0]`.
+// code, `rcodeptr[0]`. Every entry of M whose element the operand stores makes an element, also without terms.
+// O(entries of M + nelem + terms).
+//
+// - rncodeatom (size): the atoms of the result; above 0 it has code
 KERNEL((463), (), write_elementwise_product, i32 cconst, i32 code, i32 codeptr, i32 cof, bool hassp, CF64 mcof,
        CI64 msp, i32 ncodeatom, i32 nelem, i32 nidxs, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64,
        I32 ri32, I64 ri64, i32 rncodeatom, i32 rnd, i32 rnidxs, i32 rptr, i32 rshape, i32 rsp, i32 shape, i32 sp,
@@ -45,7 +52,10 @@ KERNEL((463), (), write_elementwise_product, i32 cconst, i32 code, i32 codeptr, 
   });
 }
 
-// Writes the product with a scalar: all of the record but `rcodeptr[0]`.
+// Writes the product with a scalar: all of the record but `rcodeptr[0]`. It has the operand's elements and terms, and
+// if the operand has code, ncodeatom + 2 * nnz atoms.
+//
+// - c (factor): the scalar
 KERNEL((464), (), write_scalar_product, f64 c, i32 cconst, i32 code, i32 codeptr, i32 cof, bool hassp, i32 ncodeatom,
        i32 nd, i32 nelem, i32 nidxs, i32 nnz, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64,
        I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rshape, i32 rsp, i32 shape, i32 sp, CF64 wf64, CI32 wi32,
@@ -53,7 +63,7 @@ KERNEL((464), (), write_scalar_product, f64 c, i32 cconst, i32 code, i32 codeptr
 {
   copy_slots(Run{ri32, rshape}, Run{wi32, shape}, nd);
   if (hassp) copy_slots(Run{ri64, rsp}, Run{wi64, sp}, nelem);
-  copy_slots(Run{ri32, rptr}, Run{wi32, ptr}, static_cast<i64>(nelem) + 1);
+  copy_slots(Run{ri32, rptr}, Run{wi32, ptr}, nelem + i64{1});
   copy_slots(Run{ri64, rnidxs}, Run{wi64, nidxs}, nnz);
   scale_slots(Run{rf64, rcof}, Run{wf64, cof}, nnz, c);
   if (ncodeatom > 0) {

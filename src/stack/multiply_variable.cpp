@@ -7,17 +7,30 @@
 // if `xnd` is 1. A term of the result is a variable of x with a value of M as its coefficient, zeros included; terms
 // are not merged and there is no code. Elements come in row-major order.
 //
-// M has the values `mcof`, dense row-major or of the sparse entries (`msubi`, `msubj`).
+// M has the values `mcof`, dense row-major or of the sparse entries (`msubi`, `msubj`), which ascend strictly by row,
+// then column. 485 and 489 to 491 take their number from the length of `msubi`.
 //
 //     right, M dense,  x sparse   measure 476, write 477
 //     right, M sparse, x dense    check, sort M by column 478, measure 479, write 480
-//     right, M sparse, x sparse   check, sort M by column 478, rows of x 481 and 482, measure 483, write 484
+//     right, M sparse, x sparse   check, sort M by column 478, zero `rowptr` 481, rows of x 482, measure 483, write 484
 //     left,  M sparse, x dense    check, measure 486, write 488
 //     left,  M sparse, x sparse   check, sort x by column and measure 485, write 487
 //
-// The check is 489, or 490 and 491 one by one. The sorts leave on the i32 stack `perm`, entries of M or elements of x
-// by column, each column's run starting at `mcolptr[c]` or `colptr[c]`; `rows` and `cols`, row and column of each
-// element of x; and `rowptr`, `mrowptr`, where the elements of x or the entries of M of a row start.
+// The check is 489, or 490 and 491 one by one. Writers write terms, `rptr` and `rsp`; `rptr[0]` too, but for 480.
+//
+// The sorts leave `perm`, `mcolptr`, `colptr`, `mrowptr`, `rowptr`, `rows` and `cols` on the i32 stack.
+//
+// - perm (position in xi32 or wi32; one an item): the entries of M (right) or the elements of x (left) by column
+// - mcolptr (position in wi32; mdimj + 1): where the entries of M of each column begin in `perm`
+// - colptr (position in xi32; xd1 + 1): where the elements of x of each column begin in `perm`
+// - mrowptr (position in xi32; mdimi + 1): where the entries of M of each row begin
+// - rowptr (position in wi32; rows of x + 1): where the elements of x of each row begin
+// - rows (position in xi32 or wi32; elements): the row of each element of x
+// - cols (position in xi32 or wi32; elements): the column of each element of x
+// - mcof (array; entries): the value of each entry of M; of a dense M all, row by row
+// - xnd (count): the axes of x, 1 or 2
+// - xd0 (extent): the rows of x
+// - xd1 (extent): the columns of x, above 0 with a sparse x; 1 for a vector
 
 #include "index/merge.h"
 #include "index/pattern_runs.h"
@@ -43,21 +56,31 @@ void split_pattern(Run<const i64> sp, i32 n, i32 width, Run<i32> rows, Run<i32> 
   });
 }
 
-// A list of items in groups that start at ptr[g], each group ascending by key.
+// The number of stretches of equal keys among key(0) .. key(n-1).
 template <class Key>
-struct Groups {
-  Run<i32> ptr;
+i32 count_stretches(i64 n, Key key)
+{
+  i32 count = 0;
+  for (i64 k = 0; k < n; ++k) count += k == 0 || key(k) != key(k - 1);
+  return count;
+}
+
+// A list of items in groups, group g being the items ptr[g] .. ptr[g+1]-1, ascending by key.
+template <class Key>
+struct KeyedGroups {
+  Run<const i32> ptr;
   i32 count;
   Key key;
 };
 template <class Key>
-Groups(Run<i32>, i32, Key) -> Groups<Key>;
+KeyedGroups(Run<const i32>, i32, Key) -> KeyedGroups<Key>;
 
 // The walk of the sparse products: every group o of the outer list against every group i of the inner one. match(p, q)
 // for items of one key; element(o, i) after each pair of groups with a match.
 template <class Outer, class Inner, class Match, class Element>
 void intersect_groups(const Outer& outer, const Inner& inner, Match match, Element element)
 {
+  if (inner.count <= 0) return;
   for (i32 o = 0; o < outer.count; ++o) {
     const i32 begin = outer.ptr[o], end = outer.ptr[o + 1];
     if (begin >= end) continue;
@@ -70,60 +93,66 @@ void intersect_groups(const Outer& outer, const Inner& inner, Match match, Eleme
 
 // Rows of a sparse x against columns of M.
 template <class Match, class Element>
-void intersect_right(Run<i32> rowptr, i32 xd0, Run<const i32> cols, Run<i32> mcolptr, i32 mdimj, CI32 msubi,
+void intersect_right(Run<const i32> rowptr, i32 xd0, Run<const i32> cols, Run<const i32> mcolptr, i32 mdimj, CI32 msubi,
                      Run<const i32> perm, Match match, Element element)
 {
-  const Groups x_rows{rowptr, xd0, [&](i32 e) { return cols[e]; }};
-  const Groups matrix_columns{mcolptr, mdimj, [&](i32 p) { return msubi[perm[p]]; }};
+  const KeyedGroups x_rows{rowptr, xd0, [&](i32 e) { return cols[e]; }};
+  const KeyedGroups matrix_columns{mcolptr, mdimj, [&](i32 p) { return msubi[perm[p]]; }};
   intersect_groups(x_rows, matrix_columns, match, element);
 }
 
 // Rows of M against columns of a sparse x.
 template <class Match, class Element>
-void intersect_left(Run<i32> mrowptr, i32 mdimi, CI32 msubj, Run<i32> colptr, i32 xd1, Run<const i32> rows,
+void intersect_left(Run<const i32> mrowptr, i32 mdimi, CI32 msubj, Run<const i32> colptr, i32 xd1, Run<const i32> rows,
                     Run<const i32> perm, Match match, Element element)
 {
-  const Groups matrix_rows{mrowptr, mdimi, [&](i32 p) { return msubj[p]; }};
-  const Groups x_columns{colptr, xd1, [&](i32 q) { return rows[perm[q]]; }};
+  const KeyedGroups matrix_rows{mrowptr, mdimi, [&](i32 p) { return msubj[p]; }};
+  const KeyedGroups x_columns{colptr, xd1, [&](i32 q) { return rows[perm[q]]; }};
   intersect_groups(matrix_rows, x_columns, match, element);
 }
 
 }  // namespace
 
-// Clears `ok` if an entry lies outside (mdimi, mdimj) or does not come strictly before the next.
-KERNEL((489), (bool), is_matrix_valid, i32 mdimi, i32 mdimj, CI32 msubi, CI32 msubj, bool ok)
+// Clears `ok` if an entry of M lies outside (mdimi, mdimj) or does not come strictly before the next by row, then
+// column.
+KERNEL((489), (bool ok), is_matrix_valid, i32 mdimi, i32 mdimj, CI32 msubi, CI32 msubj, bool ok)
 {
   for (i64 k = 0; k < msubi.count; ++k) ok &= !is_entry_outside(msubi, msubj, mdimi, mdimj, k);
   for (i64 k = 0; k < msubi.count - 1; ++k) ok &= !is_unordered(msubi, msubj, k);
   return ok;
 }
 
-// Sets `badidx` if an entry lies outside (mdimi, mdimj).
-KERNEL((490), (bool), has_entry_outside, bool badidx, i32 mdimi, i32 mdimj, CI32 msubi, CI32 msubj)
+// Sets `badidx` if an entry of M lies outside (mdimi, mdimj).
+KERNEL((490), (bool badidx), has_entry_outside, bool badidx, i32 mdimi, i32 mdimj, CI32 msubi, CI32 msubj)
 {
   for (i64 k = 0; k < msubi.count; ++k) badidx |= is_entry_outside(msubi, msubj, mdimi, mdimj, k);
   return badidx;
 }
 
-// Sets `badorder` if an entry does not come strictly before the next.
-KERNEL((491), (bool), has_unordered_entries, bool badorder, CI32 msubi, CI32 msubj)
+// Sets `badorder` if an entry of M does not come strictly before the next by row, then column.
+KERNEL((491), (bool badorder), has_unordered_entries, bool badorder, CI32 msubi, CI32 msubj)
 {
   for (i64 k = 0; k < msubi.count - 1; ++k) badorder |= is_unordered(msubi, msubj, k);
   return badorder;
 }
 
-// Counts the rows, of d1 elements each, that the n flat positions of a pattern lie in; 1 for a vector. The result
-// replaces `res`, which comes back only for an empty pattern.
-KERNEL((476), (i32), count_stored_rows, i32 n, i32 sp, CI64 wi64, i32 res, i32 xnd, i32 d1)
+// Counts the rows of x that have a stored element, 1 for a vector. The right product with a dense M has this number
+// times mdimj elements, and n * mdimj terms.
+//
+// - n (count): the stored elements of x
+// - d1 (extent): the columns of x, above 0
+// - res (cursor): the number of rows; what comes in is replaced unless `n` is 0 or less
+KERNEL((476), (i32 res), count_stored_rows, i32 n, i32 sp, CI64 wi64, i32 res, i32 xnd, i32 d1)
 {
   if (n < 1) return res;
-  if (xnd < 2) return 1;
+  if (n == 1 || xnd < 2) return 1;
   res = 0;
   for_each_row_run(Run{wi64, sp}, n, d1, [&](i64, i32, i32) { ++res; });
   return res;
 }
 
-// Right product, dense M, sparse x: one element for each stored row of x and each column of M. Sets `rptr[0]`.
+// Right product, dense M, sparse x: all of it. Each row of x with a stored element and each column of M make an
+// element. O(terms).
 KERNEL((477), (), write_dense_right_product, CF64 mcof, i32 mdimj, i32 nidxs, i32 nelem, i32 rcof, F64 rf64, I32 ri32,
        I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, i32 sp, CI64 wi64, i32 xd1)
 {
@@ -141,8 +170,10 @@ KERNEL((477), (), write_dense_right_product, CF64 mcof, i32 mdimj, i32 nidxs, i3
   });
 }
 
-// Sorts the entries of M by column. One column needs no sort, and its `msubj` is not read. `nb`, the number of buckets
-// to add up, is mdimj.
+// Right product: sorts the entries of M by column, stably, into `perm` and `mcolptr`. One column needs no sort, and its
+// `msubj` is not read.
+//
+// - nb (count): the columns to add up, mdimj
 KERNEL((478), (), sort_entries_by_column, i32 mdimj, i32 nb, i32 mcolptr, CI32 msubj, i32 mnnz, i32 perm, I32 wi32)
 {
   const Run column_ptr{wi32, mcolptr}, permutation{wi32, perm};
@@ -155,18 +186,22 @@ KERNEL((478), (), sort_entries_by_column, i32 mdimj, i32 nb, i32 mcolptr, CI32 m
   sort_by_column(column_ptr, mdimj, nb, permutation, mnnz, [&](i64 k) { return msubj[k]; });
 }
 
-// acc plus the number of columns with an entry, from the entries sorted by column.
-KERNEL((479), (i32), count_used_columns, CI32 msubj, i32 acc, i32 n, i32 perm, CI32 wi32)
+// Measures the right product of sparse M and dense x: `acc` plus the number of columns of M with an entry, from the
+// entries in the order of `perm`. The product has this number times xd0 elements, and mnnz * xd0 terms.
+//
+// - acc (cursor): the number of columns
+// - n (count): the entries of M
+KERNEL((479), (i32 acc), count_used_columns, CI32 msubj, i32 acc, i32 n, i32 perm, CI32 wi32)
 {
   const Run permutation{wi32, perm};
-  for (i64 q = 0; q < n; ++q) acc += q == 0 || msubj[permutation[q]] != msubj[permutation[q - 1]];
-  return acc;
+  return acc + count_stretches(n, [&](i64 q) { return msubj[permutation[q]]; });
 }
 
-// Right product, sparse M sorted by column, dense x: one element for each row of x and each column of M with an entry.
-KERNEL((480), (i32, i32), write_sparse_right_product, i32 elmi, i32 nzi, CF64 mcof, i32 mdimj, CI32 msubi, CI32 msubj,
-       i32 nidxs, i32 mnnz, i32 perm, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, CI32 wi32,
-       CI64 wi64, i32 xd0, i32 xd1)
+// Right product, sparse M with its order by column `perm`, dense x: all but `rptr[0]`, the caller's. Each row of x and
+// each column of M with an entry make an element. O(mnnz * xd0).
+KERNEL((480), (i32 elmi, i32 nzi), write_sparse_right_product, i32 elmi, i32 nzi, CF64 mcof, i32 mdimj, CI32 msubi,
+       CI32 msubj, i32 nidxs, i32 mnnz, i32 perm, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp,
+       CI32 wi32, CI64 wi64, i32 xd0, i32 xd1)
 {
   const Run permutation{wi32, perm};
   const ResultArrays r{ri32, ri64, rf64};
@@ -185,9 +220,12 @@ KERNEL((480), (i32, i32), write_sparse_right_product, i32 elmi, i32 nzi, CF64 mc
   return {result.elements, result.terms};
 }
 
-// Row and column of each element of a sparse x, and where its rows start: since the pattern ascends, its elements lie
-// in row order and are only counted, into slots that 481 has zeroed. A vector lies in one row. `nb`, the number of rows
-// to add up, is xshape[0].
+// Right product: row and column of each element of a sparse x, and where its rows start: since the pattern ascends, its
+// elements lie in row order and are only counted, into the slots of `rowptr` that 481 has zeroed. A vector lies in one
+// row.
+//
+// - nb (count): the rows to add up, xshape[0]
+// - xshape (array; 2): the extents of x; not read for a vector
 KERNEL((482), (), split_pattern_by_row, i32 xnd, i32 nelem, i32 rowptr, i32 sp, I32 wi32, CI64 wi64, i32 nb,
        CI32 xshape, i32 rows, i32 cols)
 {
@@ -204,10 +242,11 @@ KERNEL((482), (), split_pattern_by_row, i32 xnd, i32 nelem, i32 rowptr, i32 sp, 
   add_up(row_ptr, nb);
 }
 
-// Measures the right product of sparse M and sparse x: `rnelem` pairs of a row of x and a column of M that meet, `rnnz`
-// matches.
-KERNEL((483), (i32, i32), measure_right_product, i32 mdimj, i32 mcolptr, CI32 msubi, i32 rnelem, i32 rnnz, i32 perm,
-       i32 rowptr, I32 wi32, i32 xd0, i32 cols)
+// Measures the right product of sparse M and sparse x: an element for each row of x and column of M with a match, that
+// is, an entry whose row is the column of the stored element, and a term for each match. O(rows of x with elements *
+// (mdimj + mnnz) + mdimj * nelem).
+KERNEL((483), (i32 rnelem, i32 rnnz), measure_right_product, i32 mdimj, i32 mcolptr, CI32 msubi, i32 rnelem, i32 rnnz,
+       i32 perm, i32 rowptr, CI32 wi32, i32 xd0, i32 cols)
 {
   intersect_right(
       Run{wi32, rowptr}, xd0, Run{wi32, cols}, Run{wi32, mcolptr}, mdimj, msubi, Run{wi32, perm},
@@ -215,9 +254,10 @@ KERNEL((483), (i32, i32), measure_right_product, i32 mdimj, i32 mcolptr, CI32 ms
   return {rnelem, rnnz};
 }
 
-// Writes the right product of sparse M and sparse x. Sets `rptr[0]`; `rsp` only with `rhassp`.
+// Right product, sparse M, sparse x: all of it, with `rsp` if `rhassp`. A row of x and a column of M make an element if
+// an entry's row is the column of a stored element.
 KERNEL((484), (), write_sparse_sparse_right_product, CF64 mcof, i32 mdimj, i32 mcolptr, CI32 msubi, i32 nidxs, i32 perm,
-       i32 rowptr, i32 rcof, F64 rf64, bool rhassp, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, I32 wi32,
+       i32 rowptr, i32 rcof, F64 rf64, bool rhassp, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, CI32 wi32,
        CI64 wi64, i32 xd0, i32 cols)
 {
   const Run variables{wi64, nidxs};
@@ -236,11 +276,12 @@ KERNEL((484), (), write_sparse_sparse_right_product, CF64 mcof, i32 mdimj, i32 m
       });
 }
 
-// Prepares and measures the left product of sparse M and sparse x: `mrowptr`, row and column of each element of x,
-// the elements sorted by column (a vector is one column); then `rnelem` pairs of a row of M and a column of x that
-// meet, and `rnnz` matches.
-KERNEL((485), (i32, i32), measure_left_product, i32 mdimi, i32 mrowptr, CI32 msubi, CI32 msubj, i32 xnd, i32 nelem,
-       i32 perm, i32 colptr, i32 rnelem, i32 rnnz, i32 sp, i32 xd1, I32 xi32, CI64 xi64, i32 rows, i32 cols)
+// Prepares and measures the left product of sparse M and sparse x: fills `mrowptr`, `rows`, `cols`, and `perm` and
+// `colptr` by a stable sort of the elements by column (a vector is one column). Then it counts an element for each row
+// of M and column of x with a match, that is, an entry whose column is the row of the stored element, and a term for
+// each match. O(rows of M with entries * (xd1 + nelem) + xd1 * mnnz).
+KERNEL((485), (i32 rnelem, i32 rnnz), measure_left_product, i32 mdimi, i32 mrowptr, CI32 msubi, CI32 msubj, i32 xnd,
+       i32 nelem, i32 perm, i32 colptr, i32 rnelem, i32 rnnz, i32 sp, i32 xd1, I32 xi32, CI64 xi64, i32 rows, i32 cols)
 {
   const Run row_ptr{xi32, mrowptr}, column_ptr{xi32, colptr}, permutation{xi32, perm}, row{xi32, rows},
       column{xi32, cols};
@@ -270,17 +311,20 @@ KERNEL((485), (i32, i32), measure_left_product, i32 mdimi, i32 mrowptr, CI32 msu
 }
 
 // Measures the left product of sparse M and dense x: an element for each row of M with an entry and each column of x.
-// The incoming `rnelem` is multiplied too, the incoming `rnnz` replaced.
-KERNEL((486), (i32, i32), measure_left_dense_product, i32 mnnz, CI32 msubi, i32 rnelem, i32 rnnz, i32 xd1)
+//
+// - rnelem (cursor): the elements of the result; what comes in counts as rows of M, callers pass 0
+// - rnnz (cursor): the terms of the result; what comes in is replaced
+KERNEL((486), (i32 rnelem, i32 rnnz), measure_left_dense_product, i32 mnnz, CI32 msubi, i32 rnelem, i32 rnnz, i32 xd1)
 {
-  for_each_row_group(msubi, mnnz, [&](i32, i32, i32) { ++rnelem; });
+  rnelem += count_stretches(mnnz, [&](i64 k) { return msubi[k]; });
   rnnz = xd1 * mnnz;
   return {rnelem * xd1, rnnz};
 }
 
-// Writes the left product of sparse M and sparse x from what 485 left. Sets `rptr[0]`.
+// Left product, sparse M, sparse x: all of it, from the fields that 485 leaves. A row of M and a column of x make an
+// element if an entry's column is the row of a stored element.
 KERNEL((487), (), write_sparse_sparse_left_product, CF64 mcof, i32 mdimi, i32 mrowptr, CI32 msubj, i32 nidxs, i32 perm,
-       i32 colptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, i32 xd1, I32 xi32, CI64 xi64,
+       i32 colptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, i32 xd1, CI32 xi32, CI64 xi64,
        i32 rows)
 {
   const Run variables{xi64, nidxs};
@@ -294,8 +338,8 @@ KERNEL((487), (), write_sparse_sparse_left_product, CF64 mcof, i32 mdimi, i32 mr
       [&](i64 i, i32 c) { result.close_element(i * xd1 + c); });
 }
 
-// Writes the left product of sparse M and dense x: an element for each row of M with an entry and each column of x.
-// Sets `rptr[0]`.
+// Left product, sparse M, dense x: all of it. Each row of M with an entry and each column of x make an element.
+// O(mnnz * xd1).
 KERNEL((488), (), write_sparse_left_product, CF64 mcof, i32 mnnz, CI32 msubi, CI32 msubj, i32 nidxs, i32 rcof, F64 rf64,
        I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rsp, i32 xd1, CI64 xi64)
 {
@@ -305,7 +349,7 @@ KERNEL((488), (), write_sparse_left_product, CF64 mcof, i32 mnnz, CI32 msubi, CI
   result.ptr[0] = 0;
   for_each_row_group(msubi, mnnz, [&](i64 i, i32 b, i32 e) {
     for (i64 c = 0; c < xd1; ++c) {
-      for (i32 k = b; k < e; ++k) result.append_term(variables[static_cast<i64>(xd1) * msubj[k] + c], mcof[k]);
+      for (i32 k = b; k < e; ++k) result.append_term(variables[i64{xd1} * msubj[k] + c], mcof[k]);
       result.close_element(i * xd1 + c);
     }
   });

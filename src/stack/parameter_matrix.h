@@ -92,9 +92,9 @@ bool merge_blocks(const ByRow& rows, i64 row, i32 u, i32 u_end, const ByColumn& 
       [&](i32 at) { return columns.sp[columns.perm[at]]; }, [&](i32 a, i32 b) { match(a, columns.perm[b]); });
 }
 
-// The diagonal of a product: row r of the left factor and column r of the right one. match() as above, element(r) after
-// each pair of blocks with a match. Both cursors move block by block, and the walk ends with the first pattern. O(count
-// of both patterns).
+// The diagonal of a product: row r of the left factor and column r of the right one. match(entry of the row's pattern,
+// entry of the column's), element(r) after each pair of blocks with a match. Both cursors move block by block, and the
+// walk ends with the first pattern. O(count of both patterns).
 template <class Match, class Element>
 void walk_diagonal(const ByRow& rows, i32& u, const ByColumn& columns, i32& v, Match match, Element element)
 {
@@ -108,8 +108,9 @@ void walk_diagonal(const ByRow& rows, i32& u, const ByColumn& columns, i32& v, M
   }
 }
 
-// The whole product: each row block, from the cursor on, with each column block; element(flat position in the result)
-// after each pair with a match. O(row blocks * count of columns + column blocks * count of rows).
+// The whole product: each row block, from the cursor on, with each column block; match(entry of the row's pattern,
+// entry of the column's), element(flat position in the result) after each pair with a match. O(row blocks * count of
+// columns + column blocks * count of rows).
 template <class Match, class Element>
 void walk_product(const ByRow& rows, i32& cursor, const ByColumn& columns, Match match, Element element)
 {

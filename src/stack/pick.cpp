@@ -4,8 +4,13 @@
 //     dense operand    check 408, measure 409, write 410
 //     sparse operand   check 408, find and measure 411, write 412
 //
-// Rows of coordinates are checked by 406 and turned into flat indices by 407 first. Cursors come in and go back: `c`
-// atoms, `k` terms.
+// Rows of coordinates are checked by 406 and turned into flat indices by 407 first. Writers leave `rptr[0]` and
+// `rcodeptr[0]` to the caller.
+//
+// - idxs (array; picks): the flat position of each picked element
+// - c (cursor): the atoms of the result so far
+// - k (cursor): the terms of the result so far
+// - slot (position in xi32; picks): the number of the stored element of each pick, -1 if it is not stored
 
 #include "index/shape.h"
 #include "stack/record.h"
@@ -32,7 +37,10 @@ i32 lower_bound(Run<const i64> sp, i32 n, i64 index)
 
 }  // namespace
 
-// The row-major flat index of each row of coordinates. It allocates a table of nd strides.
+// Turns each row of coordinates into the flat position of its element, row-major. It allocates a table of nd strides.
+//
+// - idxs (array; picks x axes): the coordinates of the picked elements, one element a row
+// - this_idxs (array; picks): the flat position of each picked element
 KERNEL((407), (), flatten_coordinates, CI32x2 idxs, i32 nd, CI32 shape, I64 this_idxs)
 {
   const Scratch<i64> strides{nd};
@@ -42,7 +50,7 @@ KERNEL((407), (), flatten_coordinates, CI32x2 idxs, i32 nd, CI32 shape, I64 this
 }
 
 // Measures a pick from a dense operand.
-KERNEL((409), (i32, i32), measure_pick, i32 codeptr, CI64 idxs, i32 ncodeatom, i32 ptr, i32 c, i32 k, CI32 wi32)
+KERNEL((409), (i32 c, i32 k), measure_pick, i32 codeptr, CI64 idxs, i32 ncodeatom, i32 ptr, i32 c, i32 k, CI32 wi32)
 {
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
   Size size(operand, ncodeatom > 0, {.terms = k, .atoms = c});
@@ -50,10 +58,10 @@ KERNEL((409), (i32, i32), measure_pick, i32 codeptr, CI64 idxs, i32 ncodeatom, i
   return {size.atoms, size.terms};
 }
 
-// Writes a pick from a dense operand. `rptr[0]` and `rcodeptr[0]` are the caller's.
-KERNEL((410), (i32, i32), write_pick, i32 cconst, i32 code, i32 c, i32 codeptr, i32 cof, CI64 idxs, i32 k, i32 nidxs,
-       i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rhascode, i32 rnidxs,
-       i32 rptr, CF64 wf64, CI32 wi32, CI64 wi64)
+// Writes a pick from a dense operand. O(picks + terms).
+KERNEL((410), (i32 c, i32 k), write_pick, i32 cconst, i32 code, i32 c, i32 codeptr, i32 cof, CI64 idxs, i32 k,
+       i32 nidxs, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rhascode,
+       i32 rnidxs, i32 rptr, CF64 wf64, CI32 wi32, CI64 wi64)
 {
   const StackArrays w{wi32, wi64, wf64};
   const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
@@ -69,10 +77,9 @@ KERNEL((410), (i32, i32), write_pick, i32 cconst, i32 code, i32 c, i32 codeptr, 
   return {result.atoms, result.terms};
 }
 
-// Finds each index in the pattern of a sparse operand by bisection and measures the pick: xi32[slot + i] is the number
-// of the stored element, or -1.
-KERNEL((411), (i32, i32), find_pick, i32 codeptr, CI64 idxs, i32 ncodeatom, i32 nelem, i32 ptr, i32 c, i32 k, i32 sp,
-       i32 slot, CI32 wi32, CI64 wi64, I32 xi32)
+// Finds each index in the pattern of a sparse operand by bisection and measures the pick. O(picks * log nelem).
+KERNEL((411), (i32 c, i32 k), find_pick, i32 codeptr, CI64 idxs, i32 ncodeatom, i32 nelem, i32 ptr, i32 c, i32 k,
+       i32 sp, i32 slot, CI32 wi32, CI64 wi64, I32 xi32)
 {
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
   Size size(operand, ncodeatom > 0, {.terms = k, .atoms = c});
@@ -87,9 +94,10 @@ KERNEL((411), (i32, i32), find_pick, i32 codeptr, CI64 idxs, i32 ncodeatom, i32 
   return {size.atoms, size.terms};
 }
 
-// Writes a pick from a sparse operand, its elements being those that 411 found; `idxs` only gives their count.
-// `rptr[0]` and `rcodeptr[0]` are the caller's.
-KERNEL((412), (i32, i32), write_found_pick, i32 cconst, i32 code, i32 c, i32 codeptr, i32 cof, CI64 idxs, i32 k,
+// Writes a pick from a sparse operand, from what 411 found. O(picks + terms).
+//
+// - idxs (array; picks): only its length is read, the number of picks
+KERNEL((412), (i32 c, i32 k), write_found_pick, i32 cconst, i32 code, i32 c, i32 codeptr, i32 cof, CI64 idxs, i32 k,
        i32 nidxs, i32 ptr, i32 rcconst, i32 rcode, i32 rcodeptr, i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rhascode,
        i32 rnidxs, i32 rptr, i32 slot, CF64 wf64, CI32 wi32, CI64 wi64, CI32 xi32)
 {
