@@ -8,6 +8,7 @@
 // - mcof (array; entries): the value of each entry of M
 
 #include "index/slots.h"
+#include "stack/copy_structure.h"
 #include "stack/find_stored.h"
 #include "stack/record.h"
 
@@ -61,16 +62,13 @@ KERNEL((464), (), write_scalar_product, f64 c, i32 cconst, i32 code, i32 codeptr
        I32 ri32, I64 ri64, i32 rnidxs, i32 rptr, i32 rshape, i32 rsp, i32 shape, i32 sp, CF64 wf64, CI32 wi32,
        CI64 wi64)
 {
-  copy_slots(Run{ri32, rshape}, Run{wi32, shape}, nd);
-  if (hassp) copy_slots(Run{ri64, rsp}, Run{wi64, sp}, nelem);
-  copy_slots(Run{ri32, rptr}, Run{wi32, ptr}, nelem + i64{1});
-  copy_slots(Run{ri64, rnidxs}, Run{wi64, nidxs}, nnz);
+  const StackArrays w{wi32, wi64, wf64};
+  const ResultArrays r{ri32, ri64, rf64};
+  copy_structure(r, {rshape, rsp, rptr, rnidxs}, w, {shape, sp, ptr, nidxs}, {nd, nelem, nnz}, hassp);
   scale_slots(Run{rf64, rcof}, Run{wf64, cof}, nnz, c);
   if (ncodeatom > 0) {
-    const Operand operand{.codeptr{wi32, codeptr}, .code{wi32, code}, .cconst{wf64, cconst}};
-    const ResultArrays r{ri32, {}, rf64};
     Writer result = r.code_writer(rcodeptr, rcode, rcconst);
-    result.append_scaled_code(operand, Terms{0, nnz}, c);
+    result.append_scaled_code(w.coded_terms(cof, codeptr, code, cconst), Terms{0, nnz}, c);
   }
 }
 

@@ -338,8 +338,6 @@ struct StackArrays {
   {
     return {.cof{f64s, cof}, .codeptr{i32s, codeptr}, .code{i32s, code}, .cconst{f64s, cconst}};
   }
-  // As far as its terms and atoms are counted.
-  Operand counted(i32 ptr, i32 codeptr) const { return {.ptr{i32s, ptr}, .codeptr{i32s, codeptr}}; }
   // As far as its coefficients are scaled, or its code.
   Operand coefficients(i32 ptr, i32 cof) const { return {.ptr{i32s, ptr}, .cof{f64s, cof}}; }
   Operand coded(i32 ptr, i32 codeptr, i32 code, i32 cconst) const

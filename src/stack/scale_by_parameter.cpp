@@ -8,6 +8,7 @@
 // No kernel measures them. The result has code, whether the operand has any or not.
 
 #include "index/slots.h"
+#include "stack/copy_structure.h"
 #include "stack/record.h"
 
 namespace fragments {
@@ -46,15 +47,12 @@ KERNEL((338), (), write_parameter_times_expression, i32 cconst, i32 code, i32 co
        I64 ri64, i32 rhascode, i32 rnd, i32 rnelem, i32 rnidxs, i32 rnnz, i32 rptr, i32 rshape, i32 rsp, i32 shape,
        i32 sp, CF64 wf64, CI32 wi32, CI64 wi64)
 {
-  const StackArrays w{wi32, {}, wf64};
+  const StackArrays w{wi32, wi64, wf64};
   const Operand operand = w.coded_terms(cof, codeptr, code, cconst);
-  const ResultArrays r{ri32, {}, rf64};
+  const ResultArrays r{ri32, ri64, rf64};
   Writer result = r.code_writer(rcodeptr, rcode, rcconst);
   fill_slots(Run{rf64, rcof}, rnnz, 0.0);
-  copy_slots(Run{ri32, rptr}, Run{wi32, ptr}, rnelem + i64{1});
-  copy_slots(Run{ri32, rshape}, Run{wi32, shape}, rnd);
-  copy_slots(Run{ri64, rnidxs}, Run{wi64, nidxs}, nnz);
-  if (hassp) copy_slots(Run{ri64, rsp}, Run{wi64, sp}, rnelem);
+  copy_structure(r, {rshape, rsp, rptr, rnidxs}, w, {shape, sp, ptr, nidxs}, {rnd, rnelem, nnz}, hassp);
   if (rhascode > 0) result.codeptr[0] = 0;
   with_constant(ncodeatom > 0, [&](auto hascode) {
     for (i64 t = 0; t < nnz; ++t) result.append_parametrised_code(operand, t, p, hascode);
