@@ -76,8 +76,7 @@ KERNEL((414), (i32 c, i32 e, i32 k), measure_slice, i32 codeptr, CI32 first, boo
        i32 nd, i32 nelem, i32 ptr, i32 c, i32 e, i32 k, i32 shape, i32 sp, CI64 st, CI32 wi32, CI64 wi64)
 {
   const Box box{nd, {wi32, shape}, st, first, last};
-  const StackArrays w{wi32, {}, {}};
-  const Operand operand = w.counted(ptr, codeptr);
+  const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
   const Run pattern{wi64, sp};
   Size size(operand, ncodeatom > 0, {.elements = e, .terms = k, .atoms = c});
 
