@@ -1,12 +1,19 @@
-// Bringing the elements along one axis of an array together. The array is seen as (q, p, r): p is the extent of the
-// axis, q the product of the extents before it, r the product of those behind it.
+// Bringing the elements along one axis of an array together, or sorting them by all other axes. The array has three
+// axes, those in front of the axis and those behind it taken as one each.
+//
+// - p (extent): the axis
+// - q (extent): the axes before it, as one
+// - r (extent): the axes behind it, as one
+// - nativeidxs (array; q * p * r): the native number of each element
+// - c (cursor): the slot that is written next
 
 #include "index/counting_sort.h"
 
 namespace fragments {
 namespace {
 
-// Writes all q*p*r elements of the array from `c` on in the order (q, r, p). Returns the place behind them.
+// Writes all q*p*r elements of the array of the extents (q, p, r) from `c` on in the order (q, r, p). Returns the place
+// behind them.
 i32 gather_along_axis(i32 p, i32 q, i32 r, CI64 array, i32 c, I64 target)
 {
   i64 place = c;
@@ -21,32 +28,40 @@ i32 gather_along_axis(i32 p, i32 q, i32 r, CI64 array, i32 c, I64 target)
 
 }  // namespace
 
-// The native indices in the order (q, r, p), from `c` on; returns the new `c`.
-KERNEL((59), (i32), gather_cone_members, i32 p, i32 q, i32 r, CI64 nativeidxs, i32 c, I64 permidxs)
+// The native numbers of an array of the extents (q, p, r) in the order (q, r, p), which is that of the members of cones
+// along its axis.
+//
+// - permidxs (array; c + q * p * r): the native numbers, reordered
+KERNEL((59), (i32 c), gather_cone_members, i32 p, i32 q, i32 r, CI64 nativeidxs, i32 c, I64 permidxs)
 {
   return gather_along_axis(p, q, r, nativeidxs, c, permidxs);
 }
 
-// The same for a view of a variable.
-KERNEL((201), (i32), gather_view_along_axis, i32 p, i32 q, i32 r, CI64 nativeidxs, i32 c, I64 residxs)
+// The native numbers of a view of the extents (q, p, r) in the order (q, r, p).
+//
+// - residxs (array; c + q * p * r): the native numbers, reordered
+KERNEL((201), (i32 c), gather_view_along_axis, i32 p, i32 q, i32 r, CI64 nativeidxs, i32 c, I64 residxs)
 {
   return gather_along_axis(p, q, r, nativeidxs, c, residxs);
 }
 
-// Sorts the items of `perm` by the flat positions val[item] with the coordinate along the axis left out; items that
-// differ in it alone keep their order. Buckets are ptrb[0 .. p*r]; each is left at its end. Here p is the product of
-// the extents before the axis and q its extent.
+// Sorts the items of `perm` by their flat positions with the coordinate along the axis left out, in an array of the
+// extents (p, q, r). Items that differ in this coordinate alone keep their order. O(items + p * r). Scratch: a copy of
+// `perm`.
+//
+// - p (extent): the axes before the axis, as one
+// - q (extent): the axis
+// - perm (array; items): the items, in the order to begin with and then in the order made
+// - ptrb (array; p * r + 1): room for the buckets; each is left at its end
+// - val (array; one an item): the flat position of each item
 KERNEL((103), (), sort_across_axis, i32 p, i32 q, i32 r, I32 perm, I32 ptrb, CI64 val)
 {
   const i64 slab = i64{q} * r;
-  const auto key = [&](i32 item) { return val[item] / slab * r + val[item] % r; };
   const i64 n = perm.count;
   const Scratch<i32> before(n);
   for (i64 k = 0; k < n; ++k) before[k] = perm[k];
-  clear_buckets(ptrb, i64{p} * r);
-  count_buckets(ptrb, n, [&](i64 k) { return key(before[k]); });
-  add_up(ptrb, i64{p} * r);
-  reorder_items(ptrb, before, perm, n, key);
+  const auto key = [&](i32 item) { return val[item] / slab * r + val[item] % r; };
+  sort_pass(ptrb, i64{p} * r, i64{p} * r, before, perm, n, key);
 }
 
 }  // namespace fragments

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <algorithm>
+#include <type_traits>
 
 #include "index/shape.h"
 
@@ -13,7 +14,8 @@ namespace fragments {
 // n is trusted. An axis takes at least one step, also where the box has no extent, and a walk past the end of the box
 // goes on along axis 0. Scratch: a flat position and a coordinate for each axis.
 template <class T, class Strides>
-void gather_box(StridedArray<T> to, StridedArray<T> from, I32 first, I32 last, const Strides& strides, i64 nd, i64 n)
+void gather_box(StridedArray<T> to, std::type_identity_t<StridedArray<const T>> from, CI32 first, CI32 last,
+                const Strides& strides, i64 nd, i64 n)
 {
   if (n < 1) return;
   const i64 inner = nd - 1;
@@ -44,9 +46,10 @@ void gather_box(StridedArray<T> to, StridedArray<T> from, I32 first, I32 last, c
   }
 }
 
-// The same by the shape of the array. Scratch: its strides, too.
+// The same for an array of this shape. Scratch: its strides, too.
 template <class T>
-void gather_box_by_shape(StridedArray<T> to, StridedArray<T> from, I32 first, I32 last, I32 shape, i64 nd, i64 n)
+void gather_box_by_shape(StridedArray<T> to, std::type_identity_t<StridedArray<const T>> from, CI32 first, CI32 last,
+                         CI32 shape, i64 nd, i64 n)
 {
   if (n < 1) return;
   const Scratch<i32> strides(nd);

@@ -44,7 +44,7 @@ class Divisor {
 
 // The coordinate of a flat position along one axis.
 struct Coordinate {
-  Divisor stride, extent;
+  Divisor stride{1}, extent{1};
 
   i64 operator()(i64 flat) const { return extent.remainder(stride.quotient(flat)); }
 };

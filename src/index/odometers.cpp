@@ -1,19 +1,29 @@
 // Steps of odometers: multi-indices that count through a box, the last axis fastest.
+//
+//     through an array, with flat positions    start 106 107 109, step 108
+//     through a box, the index alone           step 112
 
 #include "frame/frame.h"
 
 namespace fragments {
 
-// The same position at n levels of an odometer.
+// The position at which an odometer starts, at all of its levels.
+//
+// - n (count): the levels, one an axis
+// - st (array; n): the flat position of each level
+// - x (value): the flat position
 KERNEL((106, 107, 109), (), start_odometer, i32 n, I64 st, i64 x)
 {
   for (i64 k = 0; k < n; ++k) st[k] = x;
 }
 
-// One step through an array of the extents dims[nd]. Level j counts along axis nd-1-j: its coordinate is ii[j], and
-// st[j] is the flat position at the start of its run, strides[nd-1-j] apart. A level that reaches its extent starts
-// over and carries to the next; the last level doesn't. The levels that started over take the position of the one that
-// didn't.
+// One step through an array; level j counts along axis nd-1-j. A level that reaches its extent starts over and carries
+// to the next; the last level, of axis 0, doesn't. The levels that started over take the position of the one that
+// didn't. At least one axis, or nothing is done.
+//
+// - dims (array; nd): the extents of the array
+// - ii (array; nd): the coordinate of each level
+// - st (array; nd): the flat position of each level, where its run starts; st[0] is that of the element
 KERNEL((108), (), step_odometer, CI32 dims, I32 ii, i32 nd, I64 st, CI64 strides)
 {
   i64 j = 0;
@@ -26,8 +36,10 @@ KERNEL((108), (), step_odometer, CI32 dims, I32 ii, i32 nd, I64 st, CI64 strides
   for (i64 k = 0; k < j; ++k) st[k] = st[j];
 }
 
-// One step of the index `ndidx` through the box from `first` up to `last`, exclusive: along the last axis, with a carry
-// of one level. A carry out of the axis in front of it is the caller's; the box must have room along the last axis.
+// One step of a multi-index through a box: along the last axis, with a carry of one level. A carry out of the axis in
+// front of it is the caller's. With more than one axis, the call doesn't end for a box that is empty along the last.
+//
+// - ndidx (array; axes): the multi-index that is advanced; its length is the number of axes
 KERNEL((112), (), step_index, CI32 first, CI32 last, I32 ndidx)
 {
   const i64 n = ndidx.count;

@@ -28,9 +28,12 @@ void for_each_neighbour_run(const Order& order, i64 b, i64 e, EachRun run)
 {
   while (b < e) {
     const i64 first = order[b];
-    i64 last = first;
-    do ++last, ++b;
-    while (b < e && order[b] == last);
+    i64 last = first + 1;
+    ++b;
+    while (b < e && order[b] == last) {
+      ++b;
+      ++last;
+    }
     run(first, last);
   }
 }

@@ -1,6 +1,10 @@
 // Flat positions of arrays that are stacked along an axis: those of each array are moved to where its elements stand in
-// the whole. They lie one array behind the other in one list, and are moved in place. `sp` ascends in each array;
-// the whole is sorted afterwards, unless the arrays are stacked along the leading axis.
+// the whole. They lie one array behind the other in one list, and are moved in place. The positions of each array
+// ascend; the whole is sorted afterwards, unless the arrays are stacked along the leading axis.
+//
+//     one array after the other           295
+//     views along the leading axis        235, an operand a call
+//     views along any axis                238, after the offsets, 236
 
 #include "frame/frame.h"
 
@@ -38,12 +42,20 @@ void add_to_positions(Run<i64> sp, i64 n, i64 distance)
 
 }  // namespace
 
-// Moves the n positions of item `item` from `start` on and returns the offset of the next item. Along the leading axis,
-// `axis_inner` 0, `offset` counts positions and itemsizes[item] is added to it; along another one it counts coordinates
-// and dimsizes[item], the item's extent, is added. `inner` is the product of the extents behind the axis, `total` the
-// extent of the whole.
-KERNEL((295), (i64), stack_item, i32 axis_inner, i64 inner, i32 total, CI32 dimsizes, i32 item, CI64 itemsizes, i32 n,
-       i32 start, i64 offset, I64 sp)
+// Moves the positions of one array and returns the offset of the next. Along the leading axis, `offset` counts
+// positions, and the array's size is added to it; along another one it counts coordinates, and the extent is added.
+//
+// - axis_inner (flag): whether the arrays are stacked along another axis than the leading one; any number but 0 is true
+// - inner (extent): the axes behind the axis of the stack, as one
+// - total (extent): the whole, along the axis of the stack
+// - dimsizes (array; items): the extent of each array along the axis; read along an axis other than the leading one
+// - itemsizes (array; items): the size of each array, stored elements or not; read along the leading axis
+// - n (count): the positions of the array
+// - start (index): the first of them in `sp`
+// - offset (cursor): where the array begins in the whole
+// - sp (array; start + n): the flat positions of all arrays
+KERNEL((295), (i64 offset), stack_item, i32 axis_inner, i64 inner, i32 total, CI32 dimsizes, i32 item, CI64 itemsizes,
+       i32 n, i32 start, i64 offset, I64 sp)
 {
   const Run positions{sp, start};
   if (!axis_inner) {
@@ -55,9 +67,13 @@ KERNEL((295), (i64), stack_item, i32 axis_inner, i64 inner, i32 total, CI32 dims
   return offset + extent;
 }
 
-// Stacking along the leading axis: adds `add` to the numnz[k] positions of operand k, from `pos` on. Returns the place
-// behind them.
-KERNEL((235), (i32), stack_view_along_leading_axis, i32 k, i32 pos, i64 add, CI32 numnz, I64 rsp)
+// Stacking along the leading axis: adds `add` to the positions of one operand.
+//
+// - k (index): the operand
+// - pos (cursor): the slot of `rsp` at which the positions of the operand begin
+// - add (step): the size of the operands before it
+// - rsp (array; pos + numnz[k]): the flat positions of all operands
+KERNEL((235), (i32 pos), stack_view_along_leading_axis, i32 k, i32 pos, i64 add, CI32 numnz, I64 rsp)
 {
   const i32 n = numnz[k];
   if (n <= 0) return pos;
@@ -65,10 +81,14 @@ KERNEL((235), (i32), stack_view_along_leading_axis, i32 k, i32 pos, i64 add, CI3
   return pos + n;
 }
 
-// Stacking n operands along any axis: operand k has the extent sdims[k] there and begins at offset[k] of the whole
-// extent p; q is the product of the extents behind the axis. Its numnz[k] positions stand from `pos` on, behind those
-// of the operands before it. Returns the place behind the last.
-KERNEL((238), (i32), stack_views, i32 p, i32 q, i32 pos, i32 n, CI32 numnz, CI32 offset, I64 rsp, CI32 sdims)
+// Stacking n operands along any axis: moves the positions of all operands.
+//
+// - p (extent): the whole, along the axis of the stack
+// - q (extent): the axes behind the axis, as one
+// - pos (cursor): the slot of `rsp` at which the positions of the first operand begin
+// - n (count): the operands
+// - rsp (array; pos + positions): the flat positions of all operands
+KERNEL((238), (i32 pos), stack_views, i32 p, i32 q, i32 pos, i32 n, CI32 numnz, CI32 offset, I64 rsp, CI32 sdims)
 {
   for (i64 k = 0; k < n; ++k) {
     const i32 count = numnz[k];

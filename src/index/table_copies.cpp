@@ -1,10 +1,13 @@
 // Copies between tables and flat arrays.
+//
+// - shape (array; 2): the rows and the columns of the matrix
 
 #include "index/divisor.h"
 
 namespace fragments {
 
-// A shape[0] by shape[1] matrix row by row. Source and target may be one array: the copy runs in ascending order.
+// A matrix row by row: vals[r * shape[1] + c] = values2[r, c]. Source and target may be one array: the copy runs in
+// ascending order.
 KERNEL((327), (), flatten_values, CI32 shape, F64 vals, CF64x2 values2)
 {
   for (i64 r = 0; r < shape[0]; ++r) {
@@ -13,7 +16,7 @@ KERNEL((327), (), flatten_values, CI32 shape, F64 vals, CF64x2 values2)
   }
 }
 
-// The entries of a matrix of shape[1] columns at the flat positions `sp`.
+// The entries of a matrix at flat positions: vals[k] is that at sp[k]. Of the shape, only the columns are read.
 KERNEL((328), (), gather_values, CI32 shape, CI64 sp, F64 vals, CF64x2 values2)
 {
   if (sp.count < 1) return;
@@ -24,13 +27,19 @@ KERNEL((328), (), gather_values, CI32 shape, CI64 sp, F64 vals, CF64x2 values2)
   }
 }
 
-// A list as the first column of a table.
+// A list as the first column of a table: idxs[k, 0] = indexes[k].
+//
+// - idxs (array; entries x 1): the table
+// - indexes (array; entries): the list
 KERNEL((331), (), write_first_column, I32x2 idxs, CI32 indexes)
 {
   for (i64 k = 0; k < indexes.count; ++k) idxs(k, 0) = indexes[k];
 }
 
-// A list as the first row of a table.
+// A list as the first row of a table: idxs[0, k] = indexes[k].
+//
+// - idxs (array; 1 x entries): the table
+// - indexes (array; entries): the list
 KERNEL((332), (), write_first_row, I32x2 idxs, CI32 indexes)
 {
   for (i64 k = 0; k < indexes.count; ++k) idxs(0, k) = indexes[k];
