@@ -7,6 +7,17 @@
 //
 // An array of symmetric matrices of order d has the matrix axes anywhere among its others. Packed, only the lower
 // triangles are kept, by columns or by rows, one behind the other in the order of the other axes.
+//
+//     constraints   expressions and constants 1 and 2, elements 4, variables 9 and 10
+//     matrices      scale 87, pack 88, unpack 89
+//
+// - accafeidxs (array; entries of all constraints): the affine expression of each entry
+// - accb (array; entries of all constraints): the constant of each entry
+// - from (position in afeidxs; n): where the expressions begin
+// - nblocks, nmid, ninner (extent): the product of the extents before the first matrix axis, between the two, and
+//   behind the second
+// - rowlen (size): the slots of a packed triangle, d * (d + 1) / 2
+// - d (extent): the order of the matrices
 
 #include "frame/frame.h"
 
@@ -52,14 +63,17 @@ struct Triangles {
 
 }  // namespace
 
-// Binds n expressions from `from` on to a constraint with the constants `lb`, and behind them the same expressions once
-// more with the constants `ub`: a ranged constraint uses each expression twice.
+// Binds n expressions to a constraint with the constants `lb`, and behind them the same expressions once more with the
+// constants `ub`: a ranged constraint uses each expression twice.
+//
+// - to (position in accafeidxs; 2 * n): where the constraint begins, in `accb` too
+// - lb, ub (array; n): the constants of the first and of the second use
 KERNEL((1), (), bind_ranged_expressions, I32 accafeidxs, F64 accb, CI32 afeidxs, i32 from, i32 to, CF64 lb, i32 n,
        CF64 ub)
 {
   const Run source{afeidxs, from};
-  const Run lower{accafeidxs, to}, upper{accafeidxs, static_cast<i64>(to) + n};
-  const Run lower_b{accb, to}, upper_b{accb, static_cast<i64>(to) + n};
+  const Run lower{accafeidxs, to}, upper{accafeidxs, i64{to} + n};
+  const Run lower_b{accb, to}, upper_b{accb, i64{to} + n};
   for (i64 k = 0; k < n; ++k) {
     lower[k] = upper[k] = source[k];
     lower_b[k] = lb[k];
@@ -67,7 +81,10 @@ KERNEL((1), (), bind_ranged_expressions, I32 accafeidxs, F64 accb, CI32 afeidxs,
   }
 }
 
-// Binds n expressions from `from` on to a constraint with the constants `b`.
+// Binds n expressions to a constraint with the constants `b`.
+//
+// - to (position in accafeidxs; n): where the constraint begins, in `accb` too
+// - b (array; n): the constants
 KERNEL((2), (), bind_expressions, I32 accafeidxs, F64 accb, CI32 afeidxs, i32 from, i32 to, CF64 b, i32 n)
 {
   const Run source{afeidxs, from};
@@ -79,7 +96,12 @@ KERNEL((2), (), bind_expressions, I32 accafeidxs, F64 accb, CI32 afeidxs, i32 fr
   }
 }
 
-// Enters m constraints of d elements each, the elements' numbers and expressions constraint by constraint.
+// Enters m constraints of d elements each, the elements' numbers and expressions constraint by constraint, with the
+// scale 1.0.
+//
+// - d (extent): the elements of a constraint
+// - m (count): the constraints
+// - aconidxs, afeidxs (array; m * d): the number and the expression of each element
 KERNEL((4), (), enter_elements, CI32 accidxs, I32 acon_elm_accid, I32 acon_elm_afe, I32 acon_elm_ofs,
        F64 acon_elm_scale, CI32 aconidxs, CI32 afeidxs, i32 d, i32 m)
 {
@@ -96,6 +118,8 @@ KERNEL((4), (), enter_elements, CI32 accidxs, I32 acon_elm_accid, I32 acon_elm_a
 }
 
 // Enters n variables in constraints of d entries each; the last constraint may be filled in part.
+//
+// - d (extent): the entries of a constraint
 KERNEL((9), (), enter_variables, CI32 accidxs, i32 d, i32 n, CI64 nativeidxs, I32 var_elm_acc_idx, I32 var_elm_acc_ofs)
 {
   i64 constraint = 0;
@@ -117,11 +141,16 @@ KERNEL((10), (), remove_variables, i32 n, CI64 nativeidxs, I32 var_elm_acc_idx)
   for (i64 k = 0; k < n; ++k) var_elm_acc_idx[nativeidxs[k]] = -1;
 }
 
-// Sets the scale of off-diagonal elements to s in q2*q0*q4 triangles of order d that are listed by columns, the first
-// `cols` columns of each. `aconidxs` lists the elements from place c on; those of the diagonal are not read and keep
-// their scale. Returns the place behind the last.
-KERNEL((87), (i32), scale_triangle_elements, F64 acon_elm_scale, CI32 aconidxs, i64 q0, i64 cols, i64 q2, i64 d, i64 q4,
-       i32 c, f64 s)
+// Sets the scale of off-diagonal elements to s in q0 * q2 * q4 lower triangles that are listed by columns, the first
+// `cols` columns of each, from the diagonal down. Elements of the diagonal are not read and keep their scale.
+//
+// - q0, q2, q4 (extent): the product of the extents before the first matrix axis, between the two, and behind the
+//   second
+// - cols (extent): the columns that are listed of each triangle
+// - c (cursor): the place in `aconidxs`
+// - s (value): the scale
+KERNEL((87), (i32 c), scale_triangle_elements, F64 acon_elm_scale, CI32 aconidxs, i64 q0, i64 cols, i64 q2, i64 d,
+       i64 q4, i32 c, f64 s)
 {
   const i64 triangles = q2 * q0 * q4;
   for (i64 t = 0; t < triangles; ++t) {
@@ -134,9 +163,13 @@ KERNEL((87), (i32), scale_triangle_elements, F64 acon_elm_scale, CI32 aconidxs, 
 }
 
 // Packs the expressions of lower triangles, listed from place c on: without `flag` listed by rows and packed by
-// columns, with it listed by columns, each from the diagonal down, and packed by rows. `nrow` is the number of rows or
-// columns that are listed. Returns the place behind the last.
-KERNEL((88), (i32), pack_triangles, CI32 afeidxs, I32 afetrilperm, i32 rowlen, i64 nblocks, i64 d, i64 nmid, i64 nrow,
+// columns, with it listed by columns, each from the diagonal down, and packed by rows.
+//
+// - nrow (extent): the rows or, with `flag`, the columns that are listed of each triangle
+// - c (cursor): the place in `afeidxs`
+// - afetrilperm (array; nblocks * nmid * ninner * rowlen): the expressions packed
+// - flag (flag): whether the triangles are listed by columns
+KERNEL((88), (i32 c), pack_triangles, CI32 afeidxs, I32 afetrilperm, i32 rowlen, i64 nblocks, i64 d, i64 nmid, i64 nrow,
        i64 ninner, i32 c, bool flag)
 {
   const Triangles triangles{rowlen, nblocks, nmid, ninner};
@@ -151,9 +184,13 @@ KERNEL((88), (i32), pack_triangles, CI32 afeidxs, I32 afetrilperm, i32 rowlen, i
   return c;
 }
 
-// Spreads triangles packed by columns over the full symmetric matrices: `pafeidxs`, from place 0, gets the expression
-// of (i, j) or, above the diagonal, of (j, i). Both matrix axes have the order d, and `flag` makes no difference; this
-// is intended.
+// Spreads triangles packed by columns over the full symmetric matrices, which get the expression of (i, j) or, above
+// the diagonal, of (j, i). Both matrix axes have the order d, and `flag` makes no difference; this is intended.
+//
+// - afeidxs (array; nblocks * nmid * ninner * rowlen): the expressions packed
+// - d2 (extent): the order of the matrices, too
+// - pafeidxs (array; nblocks * d * nmid * d2 * ninner): the expression of each element
+// - flag (flag): not read
 KERNEL((89), (), unpack_triangles, CI32 afeidxs, i32 rowlen, i64 nblocks, i64 d, i64 nmid, i64 d2, i64 ninner,
        I32 pafeidxs, [[maybe_unused]] bool flag)
 {
@@ -166,9 +203,14 @@ KERNEL((89), (), unpack_triangles, CI32 afeidxs, i32 rowlen, i64 nblocks, i64 d,
 }
 
 // Numbers the entries (a, b, e) of an array (q, r, p) from c on and stores the numbers in an array `perm` (q, p, r),
-// its last two axes swapped. If `ofs` is not None, its first n entries go to the entries of `g` with the numbers that
-// begin `perm`. Returns the number behind the last.
-KERNEL((96), (i32), permute_middle_axis, i32 p, i32 q, i32 r, i32 n, F64 g, i32 c, CF64 ofs, I32 perm)
+// its last two axes swapped. If `ofs` is not None, g[perm[k]] = ofs[k] for k below n.
+//
+// - p, q, r (extent): the extents of the array
+// - c (cursor): the next number
+// - perm (array; q * p * r): the numbers
+// - g (array; up to the greatest number): what is permuted, by the numbers
+// - ofs (array; n): the entries of `g` in the order of `perm`, or None
+KERNEL((96), (i32 c), permute_middle_axis, i32 p, i32 q, i32 r, i32 n, F64 g, i32 c, CF64 ofs, I32 perm)
 {
   for (i64 a = 0; a < q; ++a) {
     for (i64 b = 0; b < r; ++b) {

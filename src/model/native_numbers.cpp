@@ -1,8 +1,13 @@
 // Lists of native numbers, the flat numbers of variables and constraints: the largest, and those that stand for
 // scalars.
 //
-// A selection stores 32-bit numbers from place `c` on and returns the place behind them. Numbers are compared in their
-// full width and lie in the 32-bit range.
+// A selection stores 32-bit numbers. Numbers are compared in their full width and lie in the 32-bit range.
+//
+//     largest   3 of conic constraints, 5 of variables or constraints
+//     scalars   above 0: count 11, select 12; from 0 on: count 21, select with values 22
+//
+// - m (start): what the maximum starts from
+// - idxs (array; elements): the native number of each element
 
 #include "frame/frame.h"
 
@@ -21,27 +26,32 @@ i32 maximum(i32 m, StridedArray<T> numbers, i64 first)
 
 }  // namespace
 
-// The maximum of m and all entries.
-KERNEL((3), (i32), largest_conic_constraint, CI32 accidxs, i32 m)
+// The maximum of m and the numbers of affine conic constraints.
+KERNEL((3), (i32 m), largest_conic_constraint, CI32 accidxs, i32 m)
 {
   return maximum(m, accidxs, 0);
 }
 
-// The maximum of m and all entries but the first, which is intended: entry 0 is never looked at.
-KERNEL((5, 6), (i32), largest_native_number, i32 m, CI64 nativeidxs)
+// The maximum of m and all native numbers but the first, which is intended: entry 0 is never looked at.
+KERNEL((5, 6), (i32 m), largest_native_number, i32 m, CI64 nativeidxs)
 {
   return maximum(m, nativeidxs, 1);
 }
 
-// c plus the number of entries above 0.
-KERNEL((11, 13), (i32), count_positive, i32 c, CI64 idxs)
+// Counts the entries above 0.
+//
+// - c (cursor): the entries above 0
+KERNEL((11, 13), (i32 c), count_positive, i32 c, CI64 idxs)
 {
   for (i64 k = 0; k < idxs.count; ++k) c += idxs[k] > 0;
   return c;
 }
 
-// The entries above 0, in order.
-KERNEL((12, 14), (i32), select_positive, CI64 idxs, i32 c, I32 nativeidxs)
+// Selects the entries above 0, in order.
+//
+// - c (cursor): the place in `nativeidxs` behind the selection so far
+// - nativeidxs (array; c and the selection): the selected numbers
+KERNEL((12, 14), (i32 c), select_positive, CI64 idxs, i32 c, I32 nativeidxs)
 {
   for (i64 k = 0; k < idxs.count; ++k) {
     if (idxs[k] > 0) nativeidxs[c++] = static_cast<i32>(idxs[k]);
@@ -49,15 +59,20 @@ KERNEL((12, 14), (i32), select_positive, CI64 idxs, i32 c, I32 nativeidxs)
   return c;
 }
 
-// c plus the number of entries at or above 0.
-KERNEL((21), (i32), count_nonnegative, CI64 nativeidxs, i32 c)
+// Counts the entries at or above 0.
+//
+// - c (cursor): the entries at or above 0
+KERNEL((21), (i32 c), count_nonnegative, CI64 nativeidxs, i32 c)
 {
   for (i64 k = 0; k < nativeidxs.count; ++k) c += nativeidxs[k] >= 0;
   return c;
 }
 
-// The entries at or above 0, in order, each with its value.
-KERNEL((22), (i32), select_nonnegative_with_values, i32 c, CI64 nativeidxs, I32 subj, F64 val, CF64 values)
+// Selects the entries at or above 0, in order, each with its value.
+//
+// - c (cursor): the place in `subj` and `val` behind the selection so far
+// - subj, val (array; c and the selection): the selected numbers and their values
+KERNEL((22), (i32 c), select_nonnegative_with_values, i32 c, CI64 nativeidxs, I32 subj, F64 val, CF64 values)
 {
   for (i64 k = 0; k < nativeidxs.count; ++k) {
     if (nativeidxs[k] < 0) continue;

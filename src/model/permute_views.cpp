@@ -1,4 +1,5 @@
-// Permutations of views of variables: of the elements by a list of places, of the two axes of a matrix, of any axes.
+// Permutations of views of variables: of the elements by a list of places, 165 and 166, of the two axes of a matrix,
+// 168, of any axes, 208 and 209.
 
 #include <algorithm>
 
@@ -41,20 +42,25 @@ void for_each_permuted(i32 nd, i32 n, CI32 perm, CI64 pstrides, CI32 shape, Elem
 
 }  // namespace
 
-// n numbers, number k from place perm[k].
+// Permutes the elements of a map: of n native numbers, number k is that of place perm[k].
+//
+// - perm (array; n): the place of each element before
 KERNEL((165), (), permute_numbers, i32 n, CI64 nidxs, CI64 perm, I64 rnidxs)
 {
   gather(rnidxs, nidxs, perm, n);
 }
 
-// The same for n flat positions.
+// Permutes the elements of a pattern: of n flat positions, position k is that of place perm[k].
+//
+// - perm (array; n): the place of each element before
 KERNEL((166), (), permute_positions, i32 n, CI64 perm, I64 rsp, CI64 sp)
 {
   gather(rsp, sp, perm, n);
 }
 
-// The transpose of a matrix of d1 rows and d2 columns. In strips of 8 rows, so that a cache line of the result is
-// filled at once.
+// Transposes a matrix. In strips of 8 rows, so that a cache line of the result is filled at once.
+//
+// - d1, d2 (extent): the rows and the columns of the matrix
 KERNEL((168, 169), (), transpose_view, i32 d1, i32 d2, CI64 nativeidxs, I64 residxs)
 {
   for (i64 strip = 0; strip < d1; strip += 8) {
@@ -65,13 +71,22 @@ KERNEL((168, 169), (), transpose_view, i32 d1, i32 d2, CI64 nativeidxs, I64 resi
   }
 }
 
-// Dense, by axes: residxs[t] = nativeidxs[k] for the element k at position t.
+// Permutes the axes of a dense view: residxs[t] = nativeidxs[k], t being the position of element k in the result. The
+// element's own number selects its extent and its coordinate, so that n is at most nd and t comes out as 0; this is
+// intended. Without axes t is 0, for any n. Scratch: nd coordinates.
+//
+// - perm (array; nd): the axis of the view that becomes each axis of the result
 KERNEL((208), (), permute_dense_view, CI64 nativeidxs, i32 nd, i32 n, CI32 perm, CI64 pstrides, I64 residxs, CI32 shape)
 {
   for_each_permuted(nd, n, perm, pstrides, shape, [&](i64 k, i32 t) { residxs[t] = nativeidxs[k]; });
 }
 
-// Sparse, by axes: ressp[k] = t.
+// Permutes the axes of a pattern: ressp[k] = t, the position of element k in the result. The element's own number
+// selects its extent and its coordinate, so that n is at most nd and t comes out as 0; this is intended. Without axes t
+// is 0, for any n. Scratch: nd coordinates.
+//
+// - perm (array; nd): the axis of the view that becomes each axis of the result
+// - ressp (array; n): the flat position of each element in the result
 KERNEL((209), (), permute_pattern, i32 nd, i32 n, CI32 perm, CI64 pstrides, I64 ressp, CI32 shape)
 {
   for_each_permuted(nd, n, perm, pstrides, shape, [&](i64 k, i32 t) { ressp[k] = t; });

@@ -1,14 +1,20 @@
-// Repetitions of a view of a variable along an axis. Operand: its numbers `tnativeidxs` and, if it is sparse, the flat
-// positions `tsp`. The result, `rnativeidxs` and `rsp`, is written from slot `pos` on; kernels return the slot behind
-// it.
+// Repetitions of a view of a variable along an axis: of a dense one 224, of a sparse one along the leading axis 214,
+// along a new last axis 215, along any other 216.
+//
+// - tnativeidxs (array; n): the native number of each element of the view
+// - tsp (array; n): the flat position of each element of the view, strictly ascending
+// - rnativeidxs, rsp (array; pos and the result): the native numbers and the flat positions of the result
+// - pos (cursor): the slot behind the result so far
 
 #include "frame/copy_run.h"
 #include "index/divisor.h"
 
 namespace fragments {
 
-// Sparse, along the leading axis: n elements, `reps` times; `step` is the size of the operand.
-KERNEL((214), (i32), repeat_along_leading_axis, i64 step, i32 pos, i32 reps, i32 n, I64 rnativeidxs, I64 rsp,
+// Sparse, along the leading axis: all n elements, `reps` times.
+//
+// - step (step): the size of the view, by which the positions of one repetition are above those of the one before
+KERNEL((214), (i32 pos), repeat_along_leading_axis, i64 step, i32 pos, i32 reps, i32 n, I64 rnativeidxs, I64 rsp,
        CI64 tnativeidxs, CI64 tsp)
 {
   for (i64 r = 0; r < reps && n > 0; ++r, pos += n) {
@@ -20,7 +26,9 @@ KERNEL((214), (i32), repeat_along_leading_axis, i64 step, i32 pos, i32 reps, i32
 }
 
 // Sparse, along a new last axis: each of n elements, m times.
-KERNEL((215), (i32), repeat_along_last_axis, i32 pos, i32 m, i32 n, I64 rnativeidxs, I64 rsp, CI64 tnativeidxs,
+//
+// - m (count): how often the view is repeated
+KERNEL((215), (i32 pos), repeat_along_last_axis, i32 pos, i32 m, i32 n, I64 rnativeidxs, I64 rsp, CI64 tnativeidxs,
        CI64 tsp)
 {
   for (i64 r = 0; r < n; ++r) {
@@ -32,18 +40,22 @@ KERNEL((215), (i32), repeat_along_last_axis, i32 pos, i32 m, i32 n, I64 rnativei
   return pos;
 }
 
-// Sparse, along any axis: p is the extent of the axis, q and w the product of the extents behind it, v = p*q the
-// distance of neighbours along the axis before, u = p*q*reps that distance in the result. The repetitions of each of n
-// elements follow each other, so that `rsp` doesn't ascend; this is intended, and it is sorted afterwards.
-KERNEL((216), (i32), repeat_along_axis, i32 p, i32 q, i32 pos, i32 reps, i32 n, i32 u, I64 rnativeidxs, I64 rsp, i32 v,
-       i32 w, CI64 tnativeidxs, CI64 tsp)
+// Sparse, along any axis: each of n elements, `reps` times. The repetitions of an element follow each other, so that
+// `rsp` doesn't ascend; this is intended, and it is sorted afterwards.
+//
+// - p (extent): the extent of the axis
+// - q, w (extent): the product of the extents behind the axis
+// - v (step): the distance of neighbours along the axis before that one, p * q
+// - u (step): the distance v in the result, p * q * reps
+KERNEL((216), (i32 pos), repeat_along_axis, i32 p, i32 q, i32 pos, i32 reps, i32 n, i32 u, I64 rnativeidxs, I64 rsp,
+       i32 v, i32 w, CI64 tnativeidxs, CI64 tsp)
 {
-  const Divisor extent(p), behind(q), slab(v), stride(w);
+  const Coordinate coordinate{Divisor(w), Divisor(p)};
+  const Divisor behind(q), slab(v);
   const i64 step = i64{p} * q;
   for (i64 r = 0; r < n; ++r) {
     const i64 flat = tsp[r];
-    const i64 coordinate = extent.remainder(stride.quotient(flat));
-    const i64 first = coordinate * q + slab.quotient(flat) * u + behind.remainder(flat);
+    const i64 first = coordinate(flat) * q + slab.quotient(flat) * u + behind.remainder(flat);
     for (i64 t = 0; t < reps; ++t, ++pos) {
       rsp[pos] = first + t * step;
       rnativeidxs[pos] = tnativeidxs[r];
@@ -53,7 +65,11 @@ KERNEL((216), (i32), repeat_along_axis, i32 p, i32 q, i32 pos, i32 reps, i32 n, 
 }
 
 // Dense, along any axis: n blocks of m numbers, each `reps` times.
-KERNEL((224), (i32), repeat_blocks, i32 m, i32 n, i32 pos, i32 reps, I64 rnativeidxs, CI64 tnativeidxs)
+//
+// - n (count): the blocks, the product of the extents before the axis
+// - m (size): the numbers of a block, the product of the extents from the axis on
+// - tnativeidxs (array; n * m): the native number of each element of the view
+KERNEL((224), (i32 pos), repeat_blocks, i32 m, i32 n, i32 pos, i32 reps, I64 rnativeidxs, CI64 tnativeidxs)
 {
   for (i64 a = 0; a < n; ++a) {
     for (i64 t = 0; t < reps && m > 0; ++t, pos += m) {

@@ -4,6 +4,12 @@
 // Rows are a record on the w stack, its `ptr`, `nidxs` and `cof` at the positions `ppos`, `ipos` and `fpos`. The terms
 // of a row and `varidxs` ascend strictly, so one merge finds all of a row: O(nnz + n * len(varidxs)). A place whose
 // variable the row does not have keeps what it held.
+//
+//     test the variables 40, pick all rows 32 and 41, or each into the block of its side 33
+//
+// - varidxs (array; variables): the variables to pick, strictly ascending
+// - cof (array; rows x variables): the block, row by row
+// - c (cursor): the place in the block behind the rows so far
 
 #include "index/order.h"
 #include "model/row_sides.h"
@@ -53,23 +59,29 @@ struct SideBlock {
 
 }  // namespace
 
-// Picks n rows into `cof` from place c on.
-KERNEL((32), (i32), pick_coefficients, F64 cof, i32 fpos, i32 n, i32 ipos, i32 c, i32 ppos, CI64 varidxs, CF64 wf64,
+// Picks n rows into the block from place c on.
+KERNEL((32), (i32 c), pick_coefficients, F64 cof, i32 fpos, i32 n, i32 ipos, i32 c, i32 ppos, CI64 varidxs, CF64 wf64,
        CI32 wi32, CI64 wi64)
 {
-  return pick_rows({.ptr{wi32, ppos}, .nidxs{wi64, ipos}, .cof{wf64, fpos}}, n, varidxs, cof, c);
+  const StackArrays w{wi32, wi64, wf64};
+  return pick_rows(w.operand(ppos, ipos, fpos), n, varidxs, cof, c);
 }
 
-// The same with its scalars in another order.
-KERNEL((41), (i32), pick_coefficients_from_place, F64 cof, i32 fpos, i32 c, i32 n, i32 ipos, i32 ppos, CI64 varidxs,
+// Picks n rows into the block from place c on; 32 with its scalars in another order.
+KERNEL((41), (i32 c), pick_coefficients_from_place, F64 cof, i32 fpos, i32 c, i32 n, i32 ipos, i32 ppos, CI64 varidxs,
        CF64 wf64, CI32 wi32, CI64 wi64)
 {
-  return pick_rows({.ptr{wi32, ppos}, .nidxs{wi64, ipos}, .cof{wf64, fpos}}, n, varidxs, cof, c);
+  const StackArrays w{wi32, wi64, wf64};
+  return pick_rows(w.operand(ppos, ipos, fpos), n, varidxs, cof, c);
 }
 
-// Picks n rows into a block for each side: conic rows into `ccof` from place `cc` on, linear ones into `lcof` from `lc`
-// on. `csubi` and `lsubi` get the row number at every place of a row, also where the row has no such variable.
-KERNEL((33), (i32, i32), pick_coefficients_by_side, F64 ccof, i32 cc, i32 fpos, I32 conidxs, I32 csubi, F64 lcof,
+// Picks n rows into the blocks of the two sides, each with a list of the rows of its places. The list is filled in at
+// every place, also where the row has no such variable.
+//
+// - ccof, lcof (array; rows of the side x variables): the block of the conic and of the linear rows, row by row
+// - csubi, lsubi (array; rows of the side x variables): the number of the conic or linear row at each place
+// - cc, lc (cursor): the place in the block of the conic and of the linear rows behind the rows so far
+KERNEL((33), (i32 cc, i32 lc), pick_coefficients_by_side, F64 ccof, i32 cc, i32 fpos, CI32 conidxs, I32 csubi, F64 lcof,
        i32 lc, I32 lsubi, i32 n, i32 ipos, i32 ppos, CI64 varidxs, CF64 wf64, CI32 wi32, CI64 wi64)
 {
   const StackArrays w{wi32, wi64, wf64};
@@ -82,8 +94,8 @@ KERNEL((33), (i32, i32), pick_coefficients_by_side, F64 ccof, i32 cc, i32 fpos, 
   return {conic.place, linear.place};
 }
 
-// `ok`, and the first n of the variables to pick ascend strictly.
-KERNEL((40), (bool), check_picked_variables, i32 n, CI64 varidxs_, bool ok)
+// Whether the first n of the variables to pick ascend strictly.
+KERNEL((40), (bool ok), check_picked_variables, i32 n, CI64 varidxs_, bool ok)
 {
   return ok && is_ascending(varidxs_, n);
 }

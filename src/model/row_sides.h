@@ -8,7 +8,7 @@ namespace fragments {
 
 // Calls conic(k, row) or linear(k, row) for each of the first n entries, in order.
 template <class Conic, class Linear>
-void for_each_row(I32 conidxs, i32 n, Conic conic, Linear linear)
+void for_each_row(CI32 conidxs, i32 n, Conic conic, Linear linear)
 {
   for (i64 k = 0; k < n; ++k) {
     const i32 row = conidxs[k];

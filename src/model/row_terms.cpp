@@ -1,16 +1,33 @@
 // The terms of evaluated rows split by kind: linear terms, the constant term, and terms on elements of semidefinite
 // variables.
 //
-// Rows are a record on the r stack, its `ptr`, `nidxs` and `cof` at the positions `ppos`, `ipos` and `fpos`. A term's
-// number is above 0 for a linear variable, 0 for the constant term, and below 0 the complement of the number of a
-// semidefinite element. Inside a row the negative numbers stand first.
+// Rows are a record, its `ptr`, `nidxs` and `cof` at the positions `ppos`, `ipos` and `fpos`. A term's number is above
+// 0 for a linear variable, 0 for the constant term, and below 0 the complement of the number of a semidefinite element.
+// Inside a row the negative numbers stand first, those of one semidefinite variable next to each other. 76 adds up the
+// constant terms in `bfix`, 79 and 47 list them among the linear ones; 78 and 79 leave out coefficients of 0.0.
 //
-//     sizes of n rows     75, or 78 where terms without a coefficient are left out
-//     linear terms        76 with the constants apart, 79 with constants among them
-//     semidefinite terms  77, 80
-//     a single row        sizes 46, linear terms 47, semidefinite terms 48
+//                         n rows   n rows, 64-bit starts   one row
+//     sizes               75       78                      46
+//     linear terms        76       79                      47
+//     semidefinite terms  77       80                      48
 //
 // All in one pass over the terms.
+//
+// - ri32, ri64, rf64 (array; up to its last field): the stack that holds the rows
+// - nblk (cursor): the matrices of semidefinite terms, one for each run of one variable in a row
+// - nbar (cursor): the semidefinite terms
+// - nlin (cursor): the linear terms
+// - ptrb (array; n + 1): where the listed terms of each row begin in `subj` and `cof`; slot 0 is the caller's
+// - nz (cursor): the entries of the matrices so far
+// - nm (cursor): the matrices so far
+// - barsubj (array; matrices): the semidefinite variable of each matrix
+// - matdim (array; matrices): the order of each matrix
+// - matnnz (array; matrices): how many entries each matrix has
+// - matsubi, matsubj (array; entries): the row and the column of each entry of all matrices
+// - matcof (array; entries): the value of each entry of all matrices
+// - ptr (array; n + 1): slot r + 1 takes the number of matrices behind row r, that is `nm`; slot 0 is the caller's
+
+#include <tuple>
 
 #include "stack/record.h"
 
@@ -19,9 +36,9 @@ namespace {
 
 // The elements of all semidefinite variables by number: variable, row and column.
 struct SemidefiniteElements {
-  I32 barj;
-  I32 i;
-  I32 j;
+  CI32 barj;
+  CI32 i;
+  CI32 j;
 };
 
 // The coefficient of the element (i, j) as an entry of a symmetric matrix given by its lower triangle: an entry off the
@@ -70,13 +87,14 @@ void measure_rows(const Operand& rows, i32 n, CI32 barj, RowSizes& sizes, Linear
 // Appends the terms p among b .. e-1 for which take(p, number) is true to `subj` and `cof` from `place` on, the numbers
 // cut to 32 bits. Returns the place behind them.
 template <class Take>
-i64 append_terms(const Operand& rows, i32 b, i32 e, I32 subj, F64 cof, i64 place, Take take)
+i64 append_terms(Run<const i64> numbers, Run<const f64> coefficients, i32 b, i32 e, I32 subj, F64 cof, i64 place,
+                 Take take)
 {
   for (i32 p = b; p < e; ++p) {
-    const i64 v = rows.nidxs[p];
+    const i64 v = numbers[p];
     if (!take(p, v)) continue;
     subj[place] = static_cast<i32>(v);
-    cof[place] = rows.cof[p];
+    cof[place] = coefficients[p];
     ++place;
   }
   return place;
@@ -88,7 +106,7 @@ template <class Start, class Take>
 void split_rows(const Operand& rows, i32 n, StridedArray<Start> ptrb, I32 subj, F64 cof, Take take)
 {
   for (i64 r = 0; r < n; ++r) {
-    const i64 end = append_terms(rows, rows.ptr[r], rows.ptr[r + 1], subj, cof, ptrb[r],
+    const i64 end = append_terms(rows.nidxs, rows.cof, rows.ptr[r], rows.ptr[r + 1], subj, cof, ptrb[r],
                                  [&](i32 p, i64 v) { return take(r, p, v); });
     ptrb[r + 1] = static_cast<Start>(end);
   }
@@ -123,9 +141,10 @@ struct MatrixList {
 };
 
 // One matrix for each run of one semidefinite variable in n rows; ptr[r+1] becomes the number of matrices behind row r.
+// Returns the number of entries and that of matrices.
 template <class Start>
-void append_matrices(const Operand& rows, i32 n, const SemidefiniteElements& elements, CI32 barvar_dim,
-                     StridedArray<Start> ptr, MatrixList& to)
+std::tuple<i32, i32> append_matrices(const Operand& rows, i32 n, const SemidefiniteElements& elements, CI32 barvar_dim,
+                                     StridedArray<Start> ptr, MatrixList to)
 {
   for (i64 r = 0; r < n; ++r) {
     for_each_semidefinite_term(
@@ -137,15 +156,16 @@ void append_matrices(const Operand& rows, i32 n, const SemidefiniteElements& ele
         });
     ptr[r + 1] = to.matrices;
   }
+  return {to.entries, to.matrices};
 }
 
 }  // namespace
 
-// Sizes n rows: adds the matrices of 77 to `nblk`, the semidefinite terms to `nbar`, and to `nlin` the terms behind
-// them. Only constant terms that lead those are left out of `nlin`, which is intended: the ones behind a linear term
-// count.
-KERNEL((75), (i32, i32, i32), measure_rows_by_term, i32 nblk, CI32 barvar_block_elm_barj, i32 nlin, i32 n, i32 ipos,
-       i32 ppos, CI32 ri32, CI64 ri64, i32 nbar)
+// Sizes n rows: counts the matrices, the semidefinite terms and the terms behind these. Only constant terms that lead
+// those are left out of `nlin`, which is intended: 76 writes fewer terms if a constant term stands behind a linear one,
+// and its `ptrb[n]` tells how many.
+KERNEL((75), (i32 nblk, i32 nlin, i32 nbar), measure_rows_by_term, i32 nblk, CI32 barvar_block_elm_barj, i32 nlin,
+       i32 n, i32 ipos, i32 ppos, CI32 ri32, CI64 ri64, i32 nbar)
 {
   const Operand rows{.ptr{ri32, ppos}, .nidxs{ri64, ipos}};
   RowSizes sizes{nblk, nlin, nbar};
@@ -156,10 +176,10 @@ KERNEL((75), (i32, i32, i32), measure_rows_by_term, i32 nblk, CI32 barvar_block_
   return {sizes.matrices, sizes.linear, sizes.semidefinite};
 }
 
-// The same, but `nlin` grows by all terms behind the semidefinite ones, constant terms included, whose coefficient
-// differs from 0.0; NaN does.
-KERNEL((78), (i32, i32, i32), measure_rows_by_coefficient, i32 nblk, CI32 barvar_block_elm_barj, i32 fpos, i32 nlin,
-       i32 n, i32 ipos, i32 ppos, CF64 rf64, CI32 ri32, CI64 ri64, i32 nbar)
+// Sizes n rows: counts the matrices, the semidefinite terms and, of the terms behind these, those whose coefficient
+// differs from 0.0, constant terms included; NaN does.
+KERNEL((78), (i32 nblk, i32 nlin, i32 nbar), measure_rows_by_coefficient, i32 nblk, CI32 barvar_block_elm_barj,
+       i32 fpos, i32 nlin, i32 n, i32 ipos, i32 ppos, CF64 rf64, CI32 ri32, CI64 ri64, i32 nbar)
 {
   const StackArrays r{ri32, ri64, rf64};
   const Operand rows = r.operand(ppos, ipos, fpos);
@@ -172,20 +192,21 @@ KERNEL((78), (i32, i32, i32), measure_rows_by_coefficient, i32 nblk, CI32 barvar
   return {sizes.matrices, sizes.linear, sizes.semidefinite};
 }
 
-// The linear terms of n rows; constant terms are added to `bfix` in the order of the terms.
+// Lists the linear terms of n rows, from place ptrb[0] on; constant terms are added to `bfix` in the order of the
+// terms, semidefinite ones are passed over.
 KERNEL((76), (), split_linear_and_constant_terms, F64 bfix, F64 cof, i32 fpos, i32 n, i32 ipos, i32 ppos, I32 ptrb,
        CF64 rf64, CI32 ri32, CI64 ri64, I32 subj)
 {
   const StackArrays r{ri32, ri64, rf64};
   const Operand rows = r.operand(ppos, ipos, fpos);
-  split_rows(rows, n, ptrb, subj, cof, [&](i64 r, i32 p, i64 v) {
+  split_rows(rows, n, ptrb, subj, cof, [&](i64 row, i32 p, i64 v) {
     if (v > 0) return true;
-    if (v == 0) bfix[r] += rows.cof[p];
+    if (v == 0) bfix[row] += rows.cof[p];
     return false;
   });
 }
 
-// The linear and constant terms of n rows whose coefficient differs from 0.0; NaN does.
+// Lists the linear and constant terms of n rows whose coefficient differs from 0.0, from place ptrb[0] on; NaN does.
 KERNEL((79), (), split_nonzero_terms, F64 cof, i32 fpos, i32 n, i32 ipos, i32 ppos, I64 ptrb, CF64 rf64, CI32 ri32,
        CI64 ri64, I32 subj)
 {
@@ -194,31 +215,35 @@ KERNEL((79), (), split_nonzero_terms, F64 cof, i32 fpos, i32 n, i32 ipos, i32 pp
   split_rows(rows, n, ptrb, subj, cof, [&](i64, i32 p, i64 v) { return v >= 0 && rows.cof[p] != 0.0; });
 }
 
-// The semidefinite terms of n rows as matrices, one for each run of one variable; `nz` entries and `nm` matrices are
-// there already. The coefficient of an element off the diagonal is halved. `ptr[r+1]` is `nm` behind row r.
-KERNEL((77), (i32, i32), write_row_matrices, i32 nz, i32 nm, I32 barsubj, I32 barvar_block_elm_barj,
-       I32 barvar_block_elm_i, I32 barvar_block_elm_j, CI32 barvar_dim, i32 fpos, F64 matcof, I32 matdim, I32 matnnz,
+// Appends the semidefinite terms of n rows as lower triangles of symmetric matrices, one for each run of one variable.
+// The coefficient of an element off the diagonal is halved.
+KERNEL((77), (i32 nz, i32 nm), write_row_matrices, i32 nz, i32 nm, I32 barsubj, CI32 barvar_block_elm_barj,
+       CI32 barvar_block_elm_i, CI32 barvar_block_elm_j, CI32 barvar_dim, i32 fpos, F64 matcof, I32 matdim, I32 matnnz,
        I32 matsubi, I32 matsubj, i32 ipos, i32 n, I32 ptr, i32 ppos, CF64 rf64, CI32 ri32, CI64 ri64)
 {
-  MatrixList matrices{barsubj, matdim, matnnz, matsubi, matsubj, matcof, nz, nm};
-  append_matrices({.ptr{ri32, ppos}, .nidxs{ri64, ipos}, .cof{rf64, fpos}}, n,
-                  {barvar_block_elm_barj, barvar_block_elm_i, barvar_block_elm_j}, barvar_dim, ptr, matrices);
-  return {matrices.entries, matrices.matrices};
+  const StackArrays r{ri32, ri64, rf64};
+  return append_matrices(r.operand(ppos, ipos, fpos), n,
+                         {barvar_block_elm_barj, barvar_block_elm_i, barvar_block_elm_j}, barvar_dim, ptr,
+                         {barsubj, matdim, matnnz, matsubi, matsubj, matcof, nz, nm});
 }
 
-// The same with a 64-bit `ptr`.
-KERNEL((80), (i32, i32), write_row_matrices_wide, i32 nz, i32 nm, I32 barsubj, I32 barvar_block_elm_barj,
-       I32 barvar_block_elm_i, I32 barvar_block_elm_j, CI32 barvar_dim, i32 fpos, F64 matcof, I32 matdim, I32 matnnz,
+// Appends the semidefinite terms of n rows as lower triangles of symmetric matrices, one for each run of one variable,
+// with a 64-bit `ptr`. The coefficient of an element off the diagonal is halved.
+KERNEL((80), (i32 nz, i32 nm), write_row_matrices_wide, i32 nz, i32 nm, I32 barsubj, CI32 barvar_block_elm_barj,
+       CI32 barvar_block_elm_i, CI32 barvar_block_elm_j, CI32 barvar_dim, i32 fpos, F64 matcof, I32 matdim, I32 matnnz,
        I32 matsubi, I32 matsubj, i32 ipos, i32 n, I64 ptr, i32 ppos, CF64 rf64, CI32 ri32, CI64 ri64)
 {
-  MatrixList matrices{barsubj, matdim, matnnz, matsubi, matsubj, matcof, nz, nm};
-  append_matrices({.ptr{ri32, ppos}, .nidxs{ri64, ipos}, .cof{rf64, fpos}}, n,
-                  {barvar_block_elm_barj, barvar_block_elm_i, barvar_block_elm_j}, barvar_dim, ptr, matrices);
-  return {matrices.entries, matrices.matrices};
+  const StackArrays r{ri32, ri64, rf64};
+  return append_matrices(r.operand(ppos, ipos, fpos), n,
+                         {barvar_block_elm_barj, barvar_block_elm_i, barvar_block_elm_j}, barvar_dim, ptr,
+                         {barsubj, matdim, matnnz, matsubi, matsubj, matcof, nz, nm});
 }
 
-// Sizes a single row of n terms, in any order: adds the semidefinite ones to `nbar`, all others to `nlin`.
-KERNEL((46), (i32, i32), measure_row, i32 nlin, i32 pos, i32 n, i32 nbar, CI64 ri64)
+// Sizes one row of n terms in any order: counts the semidefinite ones and all others.
+//
+// - pos (position in ri64; n): the number of each term
+// - nlin (cursor): the linear and constant terms
+KERNEL((46), (i32 nlin, i32 nbar), measure_row, i32 nlin, i32 pos, i32 n, i32 nbar, CI64 ri64)
 {
   const Run nidxs{ri64, pos};
   for (i64 k = 0; k < n; ++k) {
@@ -228,13 +253,17 @@ KERNEL((46), (i32, i32), measure_row, i32 nlin, i32 pos, i32 n, i32 nbar, CI64 r
   return {nlin, nbar};
 }
 
-// The linear and constant terms of a single row of n terms, to `subj` and `cof` from place 0.
+// Lists the linear and constant terms of one row of n terms, in any order, from place 0 on.
 KERNEL((47), (), split_row, F64 cof, i32 fpos, i32 ipos, i32 n, CF64 rf64, CI64 ri64, I32 subj)
 {
-  append_terms({.nidxs{ri64, ipos}, .cof{rf64, fpos}}, 0, n, subj, cof, 0, [](i32, i64 v) { return v >= 0; });
+  append_terms({ri64, ipos}, {rf64, fpos}, 0, n, subj, cof, 0, [](i32, i64 v) { return v >= 0; });
 }
 
-// n terms on semidefinite elements as triplets: variable, row, column and coefficient, halved off the diagonal.
+// Lists n terms, all semidefinite, by variable, row and column. The coefficient of an element off the diagonal is
+// halved.
+//
+// - subj (array; n): the semidefinite variable of each term
+// - subk, subl (array; n): the row and the column of the element of each term
 KERNEL((48), (), write_semidefinite_terms, CI32 barvar_block_elm_barj, CI32 barvar_block_elm_i, CI32 barvar_block_elm_j,
        i32 fpos, i32 ipos, i32 n, CF64 rf64, CI64 ri64, I32 subj, I32 subk, I32 subl, F64 val)
 {

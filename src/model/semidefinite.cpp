@@ -2,21 +2,29 @@
 //
 // The elements of all semidefinite variables are numbered through. They come in blocks of variables of one order d; a
 // variable has the d*(d+1)/2 elements of its lower triangle, column by column, each column from the diagonal down.
-// Block `blk` has its elements from `barvar_block_elm_ptr[blk]` on.
+//
+// - first (index): the first of the new variables
+// - n (count): the new variables
 
 #include "frame/frame.h"
 
 namespace fragments {
 
-// The numbers of n variables from `first` on.
+// Numbers n variables from `first` on.
+//
+// - barvaridxs (array; n): the number of each variable
 KERNEL((7), (), number_semidefinite_variables, I32 barvaridxs, i32 first, i32 n)
 {
   for (i32 k = 0; k < n; ++k) barvaridxs[k] = first + k;
 }
 
-// Fills in block `blk` of n variables of order d from variable `first` on: variable, row and column of each element,
-// the order of each variable, and in `nativeidxs`, from place 0, the numbers of the block's elements themselves, not
-// their complements.
+// Fills in a block of n variables of order d: variable, row and column of each element, the order of each variable, and
+// the numbers of the block's elements, themselves and not their complements.
+//
+// - barvar_block_elm_ptr (array; blocks): the first element of each block
+// - blk (index): the block
+// - d (extent): the order of the variables
+// - nativeidxs (array; n * d * (d + 1) / 2): the number of each element of the block
 KERNEL((8), (), fill_semidefinite_block, I32 barvar_block_elm_barj, I32 barvar_block_elm_i, I32 barvar_block_elm_j,
        CI32 barvar_block_elm_ptr, I32 barvar_dim, i32 blk, i32 d, i32 first, I64 nativeidxs, i32 n)
 {
@@ -37,7 +45,7 @@ KERNEL((8), (), fill_semidefinite_block, I32 barvar_block_elm_barj, I32 barvar_b
       }
     }
   }
-  for (i32 b = 0; b < n; ++b) barvar_dim[static_cast<i64>(first) + b] = d;
+  for (i32 b = 0; b < n; ++b) barvar_dim[i64{first} + b] = d;
 }
 
 }  // namespace fragments

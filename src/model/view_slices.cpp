@@ -6,6 +6,9 @@
 //     dense, n at a distance   183, from 181 and 182
 //     sparse                   count 185, write 186
 //     picks                    multi-indices 171 to 173, gather 176
+//
+// - idxs (array; elements of the slice): the native number of each element of the slice
+// - i0, i1, i2 (array; picks): the coordinate of each pick along the first, second and third axis
 
 #include "index/box_gather.h"
 
@@ -16,7 +19,7 @@ namespace {
 // takes the coordinates of every element, and keeps those of the last one. There is at least one axis. Elements of one
 // row, equal in all coordinates but the last, share what was found of these: it takes nd-1 divisions a row.
 template <class Inside>
-void for_each_in_box(I32 first, I32 last, I32 key, i64 nd, I32 shape, I64 sparsity, Inside inside)
+void for_each_in_box(CI32 first, CI32 last, I32 key, i64 nd, CI32 shape, CI64 sparsity, Inside inside)
 {
   const i64 inner = nd - 1;
   const auto is_within = [&](i64 d) { return first[d] <= key[d] && key[d] < last[d]; };
@@ -41,38 +44,48 @@ void for_each_in_box(I32 first, I32 last, I32 key, i64 nd, I32 shape, I64 sparsi
 
 }  // namespace
 
-// The n numbers of a box of a dense view, in row-major order, by its strides. At least one axis; n is trusted. Scratch:
-// a position and a coordinate for each axis.
-KERNEL((170), (), slice_view_by_strides, I64 basevar_nativeidxs, I32 first, I32 last, i32 nd, i32 n, I64 residxs,
-       I64 strides)
+// Gathers the n numbers of a box of a dense view, in row-major order, by its strides. At least one axis; n is trusted.
+// Scratch: a position and a coordinate for each axis.
+KERNEL((170), (), slice_view_by_strides, CI64 basevar_nativeidxs, CI32 first, CI32 last, i32 nd, i32 n, I64 residxs,
+       CI64 strides)
 {
   gather_box(residxs, basevar_nativeidxs, first, last, strides, nd, n);
 }
 
-// The same by its shape. Scratch: the row-major strides, too.
-KERNEL((187), (), slice_view_by_shape, I64 basevar_nativeidxs, I32 first, I64 idxs, I32 last, i32 nd, i32 n, I32 shape)
+// Gathers the n numbers of a box of a dense view, in row-major order, by its shape. At least one axis; n is trusted.
+// Scratch: a position, a coordinate and a stride for each axis.
+KERNEL((187), (), slice_view_by_shape, CI64 basevar_nativeidxs, CI32 first, I64 idxs, CI32 last, i32 nd, i32 n,
+       CI32 shape)
 {
   gather_box_by_shape(idxs, basevar_nativeidxs, first, last, shape, nd, n);
 }
 
-// n numbers of a dense view, `step` apart, from position `first` on.
-KERNEL((183), (), slice_view_by_step, I64 basevar_nativeidxs, i32 n, I64 residxs, i64 first, i64 step)
+// Gathers n numbers of a dense view, `step` apart.
+//
+// - first (index): the flat position of the first
+KERNEL((183), (), slice_view_by_step, CI64 basevar_nativeidxs, i32 n, I64 residxs, i64 first, i64 step)
 {
   for (i64 k = 0; k < n; ++k) residxs[k] = basevar_nativeidxs[first + step * k];
 }
 
-// c plus the number of elements of a pattern inside a box. `key` is scratch of one slot for each axis, at least one; it
-// is left with the coordinates of the last element.
-KERNEL((185), (i32), count_slice_of_pattern, I32 first, I32 key, I32 last, i32 nd, i32 c, I32 shape, I64 sparsity)
+// Counts the elements of a pattern inside a box. There is at least one axis.
+//
+// - key (array; nd): scratch, left with the coordinates of the last element of the pattern
+// - c (cursor): the elements inside
+KERNEL((185), (i32 c), count_slice_of_pattern, CI32 first, I32 key, CI32 last, i32 nd, i32 c, CI32 shape, CI64 sparsity)
 {
   for_each_in_box(first, last, key, nd, shape, sparsity, [&](i64) { ++c; });
   return c;
 }
 
-// Appends the elements of a sparse view inside a box: their numbers to `idxs` and their flat positions in the slice, of
-// the shape `sliceshape`, to `sp`, from slot c on. Returns the slot behind them. `key` as above.
-KERNEL((186), (i32), slice_sparse_view, I64 basevar_nativeidxs, I32 first, i32 c, I64 idxs, I32 key, I32 last, i32 nd,
-       I32 shape, I32 sliceshape, I64 sp, I64 sparsity)
+// Appends the elements of a sparse view inside a box, in their order. There is at least one axis.
+//
+// - key (array; nd): scratch, left with the coordinates of the last element of the view
+// - c (cursor): the elements of the slice so far
+// - sliceshape (array; nd): the extents of the slice
+// - sp (array; elements of the slice): the flat position of each element in the slice
+KERNEL((186), (i32 c), slice_sparse_view, CI64 basevar_nativeidxs, CI32 first, i32 c, I64 idxs, I32 key, CI32 last,
+       i32 nd, CI32 shape, CI32 sliceshape, I64 sp, CI64 sparsity)
 {
   for_each_in_box(first, last, key, nd, shape, sparsity, [&](i64 k) {
     i64 position = 0;
@@ -84,14 +97,14 @@ KERNEL((186), (i32), slice_sparse_view, I64 basevar_nativeidxs, I32 first, i32 c
   return c;
 }
 
-// One multi-index, `index`, as row 0 of a table.
-KERNEL((171), (), enter_pick, I32 index, I32x2 midx)
+// Enters one multi-index as row 0 of a table.
+KERNEL((171), (), enter_pick, CI32 index, I32x2 midx)
 {
   copy_extents(Row{midx, 0}, 0, index, 0, index.count);
 }
 
-// Multi-indices of three axes from the coordinates along each, a row for each entry of `i0`.
-KERNEL((172), (), enter_picks_of_3_axes, I32 i0, I32 i1, I32 i2, I32x2 midxs)
+// Enters multi-indices of three axes from the coordinates along each, a row for each entry of `i0`.
+KERNEL((172), (), enter_picks_of_3_axes, CI32 i0, CI32 i1, CI32 i2, I32x2 midxs)
 {
   for (i64 k = 0; k < i0.count; ++k) {
     midxs(k, 0) = i0[k];
@@ -100,8 +113,8 @@ KERNEL((172), (), enter_picks_of_3_axes, I32 i0, I32 i1, I32 i2, I32x2 midxs)
   }
 }
 
-// The same for two axes.
-KERNEL((173), (), enter_picks_of_2_axes, I32 i0, I32 i1, I32x2 midxs)
+// Enters multi-indices of two axes from the coordinates along each, a row for each entry of `i0`.
+KERNEL((173), (), enter_picks_of_2_axes, CI32 i0, CI32 i1, I32x2 midxs)
 {
   for (i64 k = 0; k < i0.count; ++k) {
     midxs(k, 0) = i0[k];

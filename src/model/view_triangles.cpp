@@ -1,13 +1,20 @@
 // Triangles of views of variables that are square in two axes: the lower triangle taken out, and a packed triangle
-// mirrored to the whole. Extents `dim` and strides are those of the five-axis fold around the two axes.
+// mirrored to the whole. Extents `dim` and strides are those of the five-axis fold around the two axes. The order of a
+// packed triangle is that of its elements in the whole.
+//
+//     take out   the lower triangle of a dense view 151, of a sparse one 159
+//     mirror     a packed lower triangle 163, an upper one 164, either in 32-bit numbers 267
+//
+// - c (cursor): the elements of the triangle so far
+// - idxs, sp (array; elements of the triangle): the native number and the flat position of each element
+// - k (cursor): the entries of the packed triangle so far
 
 #include "index/five_axis_fold.h"
 
 namespace fragments {
 
-// Dense: appends the lower triangle, numbers to `idxs` and flat positions to `sp`, from slot c on. Returns the slot
-// behind it.
-KERNEL((151), (i32), lower_triangle_of_view, I64 basevar_nativeidxs, I32 dim, i32 c, I64 idxs, I64 sp, I64 stride)
+// Dense: appends the lower triangle, in row-major order.
+KERNEL((151), (i32 c), lower_triangle_of_view, CI64 basevar_nativeidxs, CI32 dim, i32 c, I64 idxs, I64 sp, CI64 stride)
 {
   for_each_run_in_triangle(dim, stride, false, [&](Positions flat, Positions, i64 n) {
     for (i64 j = 0; j < n; ++j, ++c) {
@@ -18,9 +25,9 @@ KERNEL((151), (i32), lower_triangle_of_view, I64 basevar_nativeidxs, I32 dim, i3
   return c;
 }
 
-// Sparse: appends the elements of the pattern that are in the lower triangle.
-KERNEL((159), (i32), lower_triangle_of_sparse_view, I64 basevar_nativeidxs, i32 c, I64 idxs, I64 sp, I64 sparsity,
-       I64 stride)
+// Sparse: appends the stored elements that are in the lower triangle, in their order.
+KERNEL((159), (i32 c), lower_triangle_of_sparse_view, CI64 basevar_nativeidxs, i32 c, I64 idxs, I64 sp, CI64 sparsity,
+       CI64 stride)
 {
   if (sparsity.count < 1) return c;
   const FoldStrides strides(stride);
@@ -36,22 +43,29 @@ KERNEL((159), (i32), lower_triangle_of_sparse_view, I64 basevar_nativeidxs, i32 
   return c;
 }
 
-// The packed lower triangle `basevar_nativeidxs`, from entry k on, to both halves of `residxs`. Returns the k behind
-// it.
-KERNEL((163), (i32), mirror_lower_triangle, CI64 basevar_nativeidxs, CI32 dim, i32 k, I64 residxs, CI64 stride)
+// Writes the entries of a packed lower triangle, from entry k on, to their elements and to the mirrors of these.
+//
+// - basevar_nativeidxs (array; entries): the native number of each entry of the triangle
+KERNEL((163), (i32 k), mirror_lower_triangle, CI64 basevar_nativeidxs, CI32 dim, i32 k, I64 residxs, CI64 stride)
 {
   return scatter_packed_triangle(dim, stride, false, k, basevar_nativeidxs, residxs);
 }
 
-// The same from the packed upper triangle.
-KERNEL((164), (i32), mirror_upper_triangle, CI64 basevar_nativeidxs, CI32 dim, i32 k, I64 residxs, CI64 stride)
+// Writes the entries of a packed upper triangle, from entry k on, to their elements and to the mirrors of these.
+//
+// - basevar_nativeidxs (array; entries): the native number of each entry of the triangle
+KERNEL((164), (i32 k), mirror_upper_triangle, CI64 basevar_nativeidxs, CI32 dim, i32 k, I64 residxs, CI64 stride)
 {
   return scatter_packed_triangle(dim, stride, true, k, basevar_nativeidxs, residxs);
 }
 
-// Takes the native indices of the triangle in order, from `nativeidxs[k]` on, each to its element in `nidxs` and to the
-// mirror. `upper` tells which triangle they are of. Returns the k behind them.
-KERNEL((267), (i32), scatter_triangle, CI32 dim, i32 k, CI32 nativeidxs, I32 nidxs, CI32 stride, bool upper)
+// Writes the entries of a packed triangle in 32-bit numbers, from entry k on, to their elements and to the mirrors of
+// these.
+//
+// - nativeidxs (array; entries): the native number of each entry of the triangle
+// - nidxs (array; elements): the native number of each element
+// - stride (array; 5): the strides of the fold
+KERNEL((267), (i32 k), scatter_triangle, CI32 dim, i32 k, CI32 nativeidxs, I32 nidxs, CI32 stride, bool upper)
 {
   return scatter_packed_triangle(dim, stride, upper, k, nativeidxs, nidxs);
 }

@@ -3,8 +3,10 @@
 //
 //     axes before the last of dims 581, axes behind it 582, dims itself 583
 //
-// `k` is the place in `perm` that is written next, `i` the first axis that is not dealt with yet; both are 0 at the
-// start.
+// - dims (array; moved axes): the axes that are moved
+// - perm (array; axes): the order of the axes
+// - i (cursor): the first axis that is not dealt with yet, 0 at the start
+// - k (cursor): the place in `perm` that is written next, 0 at the start
 
 #include "frame/frame.h"
 
@@ -21,7 +23,7 @@ void list_axes(i32& i, i32 stop, i32& k, I32 perm)
 
 // Lists the axes up to the last one of `dims` that are not in `dims`, which ascends. Each entry of `dims` takes i one
 // further, also one that is below i already.
-KERNEL((581), (i32, i32), list_axes_outside, I32 dims, i32 i, i32 k, I32 perm)
+KERNEL((581), (i32 i, i32 k), list_axes_outside, CI32 dims, i32 i, i32 k, I32 perm)
 {
   for (i64 j = 0; j < dims.count; ++j) {
     list_axes(i, dims[j], k, perm);
@@ -31,14 +33,16 @@ KERNEL((581), (i32, i32), list_axes_outside, I32 dims, i32 i, i32 k, I32 perm)
 }
 
 // Lists the axes from i up to stop-1.
-KERNEL((582), (i32, i32), list_axes_behind, i32 k, i32 i, i32 stop, I32 perm)
+//
+// - stop (axis): the end of the axes that are listed, exclusive
+KERNEL((582), (i32 i, i32 k), list_axes_behind, i32 k, i32 i, i32 stop, I32 perm)
 {
   list_axes(i, stop, k, perm);
   return {i, k};
 }
 
-// Lists `dims`; returns the new k.
-KERNEL((583), (i32), list_moved_axes, I32 dims, i32 k, I32 perm)
+// Lists the moved axes, in the order of `dims`.
+KERNEL((583), (i32 k), list_moved_axes, CI32 dims, i32 k, I32 perm)
 {
   for (i64 j = 0; j < dims.count; ++j) perm[k++] = dims[j];
   return k;

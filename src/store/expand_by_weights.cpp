@@ -5,7 +5,16 @@
 //
 //     at once 589; in pieces: rows 591, coefficients 590, constants 592; in place 593
 //
-// `ptrb[0]` and `eptrb[0]` are the caller's.
+// Row r of the source has the terms ptrb[r] .. ptrb[r+1]-1, and the result has its arrays with an e in front. Slot 0 of
+// `eptrb` is the caller's, normally 0.
+//
+// - a (array; weights): the weights
+// - sub (array; weights): the position of each weight
+// - d (extent): the length of the axis of the weights
+// - einst (array; rows of the result): the flat position of each row of the result
+// - eptrb (array; rows of the result + 1): where the terms of each row of the result begin
+// - esubj, ecof (array; terms of the result): the variable and the coefficient of each term of the result
+// - ebfix (array; rows of the result): the constant of each row of the result
 
 #include "frame/copy_run.h"
 #include "frame/frame.h"
@@ -15,7 +24,7 @@ namespace {
 
 // Appends the rows of n source rows from row k on: positions and row pointers, eptrb[k] being where the terms begin.
 // Returns the number of rows.
-i64 expand_rows(i64 n, I64 einst, I64 eptrb, i32 d, i64 k, I64 ptrb, I32 sub)
+i64 expand_rows(i64 n, I64 einst, I64 eptrb, i32 d, i64 k, CI64 ptrb, CI32 sub)
 {
   if (n <= 0 || sub.count == 0) return k;
   i64 end = eptrb[k];
@@ -29,7 +38,7 @@ i64 expand_rows(i64 n, I64 einst, I64 eptrb, i32 d, i64 k, I64 ptrb, I32 sub)
   return k;
 }
 
-void expand_constants(F64 a, F64 bfix, F64 ebfix)
+void expand_constants(CF64 a, CF64 bfix, F64 ebfix)
 {
   for (i64 r = 0; r < bfix.count; ++r) {
     const f64 constant = bfix[r];
@@ -39,9 +48,9 @@ void expand_constants(F64 a, F64 bfix, F64 ebfix)
 
 }  // namespace
 
-// The whole expansion of a dense expression, row r of which is at position r; it has as many rows as `bfix`.
-KERNEL((589), (), expand_by_weights, F64 a, F64 bfix, F64 cof, i32 d, F64 ebfix, F64 ecof, I64 einst, I64 eptrb,
-       I64 esubj, I64 ptrb, I32 sub, I64 subj)
+// Expands a dense expression, row r of which is at position r; it has as many rows as `bfix`.
+KERNEL((589), (), expand_by_weights, CF64 a, CF64 bfix, CF64 cof, i32 d, F64 ebfix, F64 ecof, I64 einst, I64 eptrb,
+       I64 esubj, CI64 ptrb, CI32 sub, CI64 subj)
 {
   const i64 n = bfix.count;
   expand_rows(n, einst, eptrb, d, 0, ptrb, sub);
@@ -56,37 +65,50 @@ KERNEL((589), (), expand_by_weights, F64 a, F64 bfix, F64 cof, i32 d, F64 ebfix,
   }
 }
 
-// The first n coefficients times weight c, into `ecof` from place `base` on.
-KERNEL((590), (), expand_coefficients, F64 a, F64 cof, F64 ecof, i32 c, i32 n, i64 base)
+// Expands the first n coefficients by one weight.
+//
+// - c (index): the weight
+// - base (position in ecof; n): where the products go
+KERNEL((590), (), expand_coefficients, CF64 a, CF64 cof, F64 ecof, i32 c, i32 n, i64 base)
 {
   if (n <= 0) return;
   const f64 weight = a[c];
   copy_run(Run{ecof, base}, Run{cof, 0}, n, [weight](f64 x) { return x * weight; });
 }
 
-// Positions and row pointers of n rows of a dense expression by all weights, appended from row k on; returns the new k.
-KERNEL((591), (i64), append_expanded_rows, i32 n, I64 einst, I64 eptrb, i32 d, i64 k, I64 ptrb, I32 sub)
+// Appends the positions and row pointers of n rows of a dense expression by all weights; the terms of the first begin
+// at eptrb[k], which is there already.
+//
+// - k (cursor): the rows of the result so far
+KERNEL((591), (i64 k), append_expanded_rows, i32 n, I64 einst, I64 eptrb, i32 d, i64 k, CI64 ptrb, CI32 sub)
 {
   return expand_rows(n, einst, eptrb, d, k, ptrb, sub);
 }
 
-// The constants of all rows. `einst`, an entry a row of the result, isn't read.
-KERNEL((592), (), expand_all_constants, F64 a, F64 bfix, F64 ebfix, [[maybe_unused]] I64 einst)
+// Expands the constants of all rows.
+//
+// - einst (array; rows of the result): not read
+KERNEL((592), (), expand_all_constants, CF64 a, CF64 bfix, F64 ebfix, [[maybe_unused]] CI64 einst)
 {
   expand_constants(a, bfix, ebfix);
 }
 
-// The expansion in place, without constants, of n rows in arrays that have room for the result. Works from the last
-// row, weight and term back to the first, so that every slot is read before it is overwritten. `m` is the length of the
-// weight axis. With `flag`, `inst` holds the rows' positions; else row r is at r, and `inst` is only written.
-KERNEL((593), (), expand_in_place, F64 a, F64 cof, i32 n, I64 inst, I64 ptrb, I32 sub, I64 subj, bool flag, i32 m)
+// Expands n rows in place, without constants. Works from the last row, weight and term back to the first, so that every
+// slot is read before it is overwritten.
+//
+// - inst (array; rows of the result): the position of each row
+// - ptrb (array; rows of the result + 1): where the terms of each row begin
+// - subj, cof (array; terms of the result): the variable and the coefficient of each term
+// - flag (flag): whether `inst` comes in with the rows' positions; else row r is at r
+// - m (extent): the length of the axis of the weights
+KERNEL((593), (), expand_in_place, CF64 a, F64 cof, i32 n, I64 inst, I64 ptrb, CI32 sub, I64 subj, bool flag, i32 m)
 {
   if (n <= 0) return;
   i64 k = n * sub.count, t = ptrb[0] + (ptrb[n] - ptrb[0]) * sub.count;
   for (i64 r = i64{n} - 1; r >= 0; --r) {
     const i64 b = ptrb[r], e = ptrb[r + 1], position = flag ? inst[r] : r;
     for (i64 c = sub.count - 1; c >= 0; --c) {
-      const f64 weight = a[c];
+      const f64 weight = b < e ? a[c] : 0.0;  // a row without terms has no use for weights
       ptrb[k] = t;
       for (i64 s = e - 1; s >= b; --s) {
         --t;

@@ -1,10 +1,15 @@
-// Stored expressions and plain variables as records on a stack.
+// Stored expressions and plain variables as records on a stack: unit terms 574, a stored expression 609, the last of
+// consecutive positions 614.
 
 #include "stack/record.h"
 
 namespace fragments {
 
-// Unit terms: the `ptr` of n elements with one term each, closing entry included, and m coefficients of 1.0.
+// Pushes unit terms: the `ptr` of n elements with one term each, closing entry included, and m coefficients of 1.0.
+//
+// - ptrbase (position in ri32; n + 1): where the term of each element begins
+// - cofbase (position in rf64; m): the coefficient of each term
+// - m (count): the terms
 KERNEL((574), (), push_unit_terms, i32 cofbase, i32 n, i32 m, i32 ptrbase, F64 rf64, I32 ri32)
 {
   const Run ptr{ri32, ptrbase};
@@ -14,10 +19,22 @@ KERNEL((574), (), push_unit_terms, i32 cofbase, i32 n, i32 m, i32 ptrbase, F64 r
   for (i32 i = 0; i < m; ++i) cof[i] = 1.0;
 }
 
-// The whole record of a stored expression: `nd` extents, `ptr` with its first entry 0, and for each of `nelem` rows its
-// terms and, unless `flag`, the constant as one more term of variable 0, also where it is 0. No `sp` is written.
-KERNEL((609), (), push_stored_expression, F64 bfix, i32 cof, F64 cof_v, F64 f64_arg, I32 i32_arg, I64 i64_arg, i32 nd,
-       i32 nelem, i32 nidxs, i32 ptr, I64 ptrb, I32 shape, i32 shapepos, I64 subj, bool flag)
+// Pushes a stored expression as a record: its extents, `ptr` with its first entry 0, and for each row its terms and,
+// unless `flag`, the constant as one more term of variable 0, also where it is 0. No `sp` is written, and no code.
+//
+// - nd (count): the axes of the expression
+// - nelem (count): the rows of the expression, the elements of the record
+// - shape (array; nd): the extents of the expression
+// - ptrb (array; nelem + 1): where the terms of each row begin; they end where the next ones begin
+// - subj, cof_v (array; terms of all rows): the variable and the coefficient of each term
+// - bfix (array; nelem): the constant of each row, not read with `flag`
+// - flag (flag): whether the constants are left out
+// - shapepos (position in i32; nd): the extents of the record
+// - ptr (position in i32; nelem + 1): where the terms of each element of the record begin
+// - nidxs (position in i64; terms): the variable of each term of the record
+// - cof (position in f64; terms): the coefficient of each term of the record
+KERNEL((609), (), push_stored_expression, CF64 bfix, i32 cof, CF64 cof_v, F64 f64_arg, I32 i32_arg, I64 i64_arg, i32 nd,
+       i32 nelem, i32 nidxs, i32 ptr, CI64 ptrb, CI32 shape, i32 shapepos, CI64 subj, bool flag)
 {
   const Run extents{i32_arg, shapepos};
   for (i64 d = 0; d < nd; ++d) extents[d] = shape[d];
@@ -48,7 +65,9 @@ KERNEL((609), (), push_stored_expression, F64 bfix, i32 cof, F64 cof_v, F64 f64_
   }
 }
 
-// The last of n flat positions: slot `top` takes n-1; nothing is written for n of 0 or less.
+// Pushes the last of the flat positions 0 .. n-1: slot `top` takes n-1; nothing is written for n of 0 or less.
+//
+// - top (position in i64; 1): the slot
 KERNEL((614), (), push_last_position, I64 i64_arg, i32 n, i32 top)
 {
   if (n > 0) i64_arg[top] = n - 1;

@@ -5,6 +5,13 @@
 //
 // Two chains, the slots in use and the free ones, share the arrays; the caller keeps the head and the length of each.
 // A run is n slots that follow one another in a chain, given by the first one. It is trusted to be that long.
+//
+//     link 645 and 651, find the end of a run 650 and 649, list slots 647 and 648, move a run 646
+//
+// - next (array; slots): the slot after each
+// - prev (array; slots): the slot before each
+// - n (count): the slots of the run
+// - target (array; base + n): takes the numbers of slots
 
 #include <algorithm>
 
@@ -24,7 +31,7 @@ void link_range(i64 first, i64 stop, I32 next, I32 prev)
 
 // Walks n-1 steps from `cur` to the last slot of its run; met(slot) for every slot that a step arrives at.
 template <class Met>
-i32 walk_to_end(i32 cur, I32 next, i64 n, Met met)
+i32 walk_to_end(i32 cur, CI32 next, i64 n, Met met)
 {
   for (i64 k = 1; k < n; ++k) {
     cur = next[cur];
@@ -33,40 +40,51 @@ i32 walk_to_end(i32 cur, I32 next, i64 n, Met met)
   return cur;
 }
 
-i32 end_of_run(i32 cur, I32 next, i32 n)
+i32 end_of_run(i32 cur, CI32 next, i32 n)
 {
   return walk_to_end(cur, next, n, [](i32) {});
 }
 
 }  // namespace
 
-// Links n fresh slots, 0 to n-1. prev[0] and next[n-1] are the caller's.
+// Links n fresh slots, 0 to n-1, to a chain. prev[0] and next[n-1] are the caller's.
+//
+// - n (count): the slots
 KERNEL((645), (), link_slots, i32 n, I32 next, I32 prev)
 {
   link_range(0, n, next, prev);
 }
 
-// Links the slots first .. stop-1 of grown arrays. prev[first] and next[stop-1] are the caller's.
+// Links the slots first .. stop-1 of grown arrays to a chain. prev[first] and next[stop-1] are the caller's.
+//
+// - stop (index): the end of the slots, exclusive
 KERNEL((651), (), link_slot_range, i32 first, i32 stop, I32 next, I32 prev)
 {
   link_range(first, stop, next, prev);
 }
 
-// The last slot of the run of n slots from `cur` on.
-KERNEL((650), (i32), find_end, i32 cur, I32 next, i32 n)
+// Finds the last slot of a run.
+//
+// - cur (index): the first slot of the run; goes on to the last
+KERNEL((650), (i32 cur), find_end, i32 cur, CI32 next, i32 n)
 {
   return end_of_run(cur, next, n);
 }
 
-// The same and the maximum of `top` and the slots of the run but the first, which doesn't count; this is intended.
-KERNEL((649), (i32, i32), find_end_and_greatest, i32 cur, i32 top, I32 next, i32 n)
+// Finds the last slot of a run and its greatest, for which the first slot doesn't count; this is intended.
+//
+// - cur (index): the first slot of the run; goes on to the last
+// - top (start): what the maximum starts from
+KERNEL((649), (i32 cur, i32 top), find_end_and_greatest, i32 cur, i32 top, CI32 next, i32 n)
 {
   cur = walk_to_end(cur, next, n, [&](i32 slot) { top = std::max(top, slot); });
   return {cur, top};
 }
 
-// Lists the run of n slots from `cur` on in `target` from place `base` on; returns the slot behind it.
-KERNEL((647), (i32), list_run, i32 cur, I32 next, i32 n, i32 base, I32 target)
+// Lists the slots of a run.
+//
+// - cur (index): the first slot of the run; goes on to the one behind it, -1 if there is none
+KERNEL((647), (i32 cur), list_run, i32 cur, CI32 next, i32 n, i32 base, I32 target)
 {
   const Run places{target, base};
   for (i64 k = 0; k < n; ++k) {
@@ -76,17 +94,23 @@ KERNEL((647), (i32), list_run, i32 cur, I32 next, i32 n, i32 base, I32 target)
   return cur;
 }
 
-// Lists the n slots behind `cur`, without `cur` itself.
-KERNEL((648), (), list_successors, i32 cur, I32 next, i32 n, i32 base, I32 target)
+// Lists the n slots behind one, without itself.
+//
+// - cur (index): the slot before the run
+KERNEL((648), (), list_successors, i32 cur, CI32 next, i32 n, i32 base, I32 target)
 {
   const Run places{target, base};
   for (i64 k = 0; k < n; ++k) places[k] = cur = next[cur];
 }
 
-// Moves the run of n slots from `first` on, anywhere in the source chain, to the front of the target chain. Returns the
-// new heads of target and source and the new length of the target. Only the ends of the run and its neighbours are
-// written: the cost is the walk to the run's end.
-KERNEL((646), (i32, i32, i32), move_run, i32 thead, i32 shead, i32 first, I32 next, i32 tlen, i32 n, I32 prev)
+// Moves a run, anywhere in the source chain, to the front of the target chain. Only the ends of the run and its
+// neighbours are written: the cost is the walk to the run's end.
+//
+// - first (index): the first slot of the run
+// - thead, shead (index): the first slot of the target and of the source chain, -1 if it is empty
+// - tlen (cursor): the length of the target chain
+KERNEL((646), (i32 thead, i32 shead, i32 tlen), move_run, i32 thead, i32 shead, i32 first, I32 next, i32 tlen, i32 n,
+       I32 prev)
 {
   const i32 last = end_of_run(first, next, n);
   const i32 before = prev[first], after = next[last];

@@ -1,5 +1,14 @@
 // Sparse matrices as three parallel arrays of triplets, row, column and value of each entry, and their dense forms.
 // Entries stand in any order and repeats are kept, unless a kernel says otherwise.
+//
+//     from a dense matrix   triplets 584, appended 635, rows and columns alone 639; values alone 585, transposed 638
+//     into one              644
+//     entries               in range 640, greatest row and column 636, not zero 641 and 642, starts of rows 643,
+//                           diagonal of a block 632
+//
+// - rows, cols (extent): the rows and the columns of the dense matrix
+// - mx (array; rows x cols): the dense matrix
+// - k (cursor): the entries so far
 
 #include <algorithm>
 #include <cmath>
@@ -20,7 +29,7 @@ i64 for_each_place(i32 rows, i32 cols, i64 k, Each each)
 }
 
 // Every element of a dense matrix as a triplet from entry k on, zeros included.
-i64 list_elements(F64x2 dense, i32 rows, i32 cols, i64 k, I32 subi, I32 subj, F64 val)
+i64 list_elements(CF64x2 dense, i32 rows, i32 cols, i64 k, I32 subi, I32 subj, F64 val)
 {
   return for_each_place(rows, cols, k, [&](i64 entry, i32 i, i32 j) {
     subi[entry] = i;
@@ -37,20 +46,24 @@ bool is_nonzero(f64 value)
 
 }  // namespace
 
-// Lists all elements of a dense matrix as triplets, from entry 0 on.
-KERNEL((584, 586, 587), (), list_dense_matrix, i32 rows, i32 cols, I32 msubi, I32 msubj, F64 mval, F64x2 mx)
+// Lists all elements of a dense matrix as triplets, row by row, from entry 0 on.
+//
+// - msubi, msubj, mval (array; rows * cols): the row, the column and the value of each element
+KERNEL((584, 586, 587), (), list_dense_matrix, i32 rows, i32 cols, I32 msubi, I32 msubj, F64 mval, CF64x2 mx)
 {
   list_elements(mx, rows, cols, 0, msubi, msubj, mval);
 }
 
-// Lists all elements of a dense matrix as triplets, from entry k on; returns the new k.
-KERNEL((635), (i32), append_dense_matrix, F64x2 data, i32 rows, i32 cols, i32 k, I32 subi, I32 subj, F64 val)
+// Appends all elements of a dense matrix as triplets, row by row.
+//
+// - data (array; rows x cols): the dense matrix
+KERNEL((635), (i32 k), append_dense_matrix, CF64x2 data, i32 rows, i32 cols, i32 k, I32 subi, I32 subj, F64 val)
 {
   return static_cast<i32>(list_elements(data, rows, cols, k, subi, subj, val));
 }
 
-// The rows and columns of that without the values.
-KERNEL((639), (i32), append_dense_pattern, i32 rows, i32 cols, i32 k, I32 subi, I32 subj)
+// Appends the row and the column of all elements of a dense matrix, row by row.
+KERNEL((639), (i32 k), append_dense_pattern, i32 rows, i32 cols, i32 k, I32 subi, I32 subj)
 {
   return static_cast<i32>(for_each_place(rows, cols, k, [&](i64 entry, i32 i, i32 j) {
     subi[entry] = i;
@@ -58,15 +71,19 @@ KERNEL((639), (i32), append_dense_pattern, i32 rows, i32 cols, i32 k, I32 subi, 
   }));
 }
 
-// The elements of a dense matrix row by row.
-KERNEL((585), (), flatten_dense_matrix, i32 rows, i32 cols, F64 mval, F64x2 mx)
+// Lists the values of a dense matrix row by row.
+KERNEL((585), (), flatten_dense_matrix, i32 rows, i32 cols, F64 mval, CF64x2 mx)
 {
   for_each_place(rows, cols, 0, [&](i64 k, i32 i, i32 j) { mval[k] = mx(i, j); });
 }
 
-// Transposes a matrix (rows, cols) that is stored by rows at place `base` of `data` into columns of m slots each; m is
-// at least `rows`. Returns the place behind the matrix.
-KERNEL((638), (i32), transpose_dense_matrix, F64 data, i32 rows, i32 cols, F64 newdata, i32 base, i32 m)
+// Transposes a matrix that is stored by rows into columns of m slots each.
+//
+// - data (array; base + rows * cols): matrices by rows, one behind the other
+// - newdata (array; cols * m): the matrix by columns
+// - base (index): where the matrix begins in `data`; goes on behind it
+// - m (step): the distance of columns, at least `rows`
+KERNEL((638), (i32 base), transpose_dense_matrix, CF64 data, i32 rows, i32 cols, F64 newdata, i32 base, i32 m)
 {
   for (i64 r = 0; r < rows; ++r) {
     const Run row{data, base + r * cols};
@@ -75,31 +92,38 @@ KERNEL((638), (i32), transpose_dense_matrix, F64 data, i32 rows, i32 cols, F64 n
   return wrapping_add(base, wrapping_mul(rows, cols));
 }
 
-// Sets the elements of a dense matrix of `ncols` columns, stored by rows, to the values of all entries. The last one of
-// a repeated pair stays.
-KERNEL((644), (), scatter_entries, i32 ncols, F64 r, I32 subi, I32 subj, F64 val)
+// Sets the elements of a dense matrix, stored by rows, to the values of all entries. The last one of a repeated pair
+// stays.
+//
+// - r (array; rows x ncols): the dense matrix
+KERNEL((644), (), scatter_entries, i32 ncols, F64 r, CI32 subi, CI32 subj, CF64 val)
 {
-  for (i64 k = 0; k < subi.count; ++k) r[static_cast<i64>(subi[k]) * ncols + subj[k]] = val[k];
+  for (i64 k = 0; k < subi.count; ++k) r[i64{subi[k]} * ncols + subj[k]] = val[k];
 }
 
-// Sets `flag` for any of n entries outside (nrows, ncols); a flag that is set stays set.
-KERNEL((640), (bool), find_entry_outside, i32 nrows, i32 ncols, i64 n, bool flag, I32 subi_, I32 subj_)
+// Looks for an entry outside the matrix among the first n.
+//
+// - nrows (extent): the rows of the matrix
+// - flag (flag): whether there is one; a flag that comes in set stays so
+KERNEL((640), (bool flag), find_entry_outside, i32 nrows, i32 ncols, i64 n, bool flag, CI32 subi_, CI32 subj_)
 {
   i32 outside = flag;
   for (i64 k = 0; k < n; ++k) outside |= is_entry_outside(subi_, subj_, nrows, ncols, k);
   return outside != 0;
 }
 
-// The maximum of `maxi` and the rows, and of `maxj` and the columns, of n entries.
-KERNEL((636, 637), (i32, i32), greatest_row_and_column, i32 maxi, i32 maxj, i32 n, I32 subi, I32 subj)
+// Finds the greatest row and the greatest column of n entries.
+//
+// - maxi, maxj (start): what the maximum of the rows and of the columns starts from
+KERNEL((636, 637), (i32 maxi, i32 maxj), greatest_row_and_column, i32 maxi, i32 maxj, i32 n, CI32 subi, CI32 subj)
 {
   for (i64 k = 0; k < n; ++k) maxi = std::max(maxi, subi[k]);
   for (i64 k = 0; k < n; ++k) maxj = std::max(maxj, subj[k]);
   return {maxi, maxj};
 }
 
-// `init` plus the number of values that are not zero. A NaN counts as zero, which is intended.
-KERNEL((641), (i32), count_nonzero_values, i32 init, F64 val_)
+// Adds the number of values that are not zero to `init`. A NaN counts as zero, which is intended.
+KERNEL((641), (i32 init), count_nonzero_values, i32 init, CF64 val_)
 {
   for (i64 i = 0; i < val_.count; ++i) {
     if (is_nonzero(val_[i])) ++init;
@@ -107,9 +131,9 @@ KERNEL((641), (i32), count_nonzero_values, i32 init, F64 val_)
   return init;
 }
 
-// The entries with a value that is not zero, in order from entry k on; returns the new k. A NaN is dropped too, which
-// is intended. Source and target may be one matrix.
-KERNEL((642), (i32), drop_zeros, i32 k, I32 subi, I32 subi_, I32 subj, I32 subj_, F64 val, F64 val_)
+// Appends the entries with a value that is not zero, in order. A NaN is dropped too, which is intended. Source and
+// target may be one matrix.
+KERNEL((642), (i32 k), drop_zeros, i32 k, I32 subi, CI32 subi_, I32 subj, CI32 subj_, F64 val, CF64 val_)
 {
   i64 place = k;
   for (i64 i = 0; i < val_.count; ++i) {
@@ -122,8 +146,12 @@ KERNEL((642), (i32), drop_zeros, i32 k, I32 subi, I32 subi_, I32 subj, I32 subj_
   return static_cast<i32>(place);
 }
 
-// Where each of n rows begins among the entries lo .. hi-1, which are sorted by row; returns where the last one ends.
-KERNEL((643), (i64), find_row_starts, i32 n, i64 hi, i64 lo, I64 ptrb, I32 subi)
+// Finds where each of n rows begins among the entries lo .. hi-1, which are sorted by row.
+//
+// - lo (index): the first entry; goes on to where the last row ends
+// - hi (index): the end of the entries, exclusive
+// - ptrb (array; n): where the entries of each row begin
+KERNEL((643), (i64 lo), find_row_starts, i32 n, i64 hi, i64 lo, I64 ptrb, CI32 subi)
 {
   for (i32 r = 0; r < n; ++r) {
     ptrb[r] = lo;
@@ -132,9 +160,12 @@ KERNEL((643), (i64), find_row_starts, i32 n, i64 hi, i64 lo, I64 ptrb, I32 subi)
   return lo;
 }
 
-// The diagonal of a block at (rowoff, coloff), n entries from place `base` on. Rows and columns are both taken from
-// `msubi`; this is intended.
-KERNEL((632), (), place_diagonal_block, i64 n, i64 base, I32 msubi, i32 rowoff, i32 coloff, I32 subi, I32 subj)
+// Places the diagonal of a block, n entries. Rows and columns are both taken from `msubi`; this is intended.
+//
+// - base (position in subi; n): where the entries go, in `subj` too
+// - msubi (array; n): the row and the column of each entry inside the block
+// - rowoff, coloff (index): the row and the column at which the block begins
+KERNEL((632), (), place_diagonal_block, i64 n, i64 base, CI32 msubi, i32 rowoff, i32 coloff, I32 subi, I32 subj)
 {
   const Run rows{subi, base};
   const Run columns{subj, base};
