@@ -19,7 +19,7 @@ def triangle(s: Stacks, a: int, b: int, upper: bool = False) -> Record:
     w, r, e = s.w, s.r, s.operands(1)[0]
     dim, _ = _fold(s, e, a, b)
     stride = np.ones(5, dtype=np.int32)
-    kernels.row_major_strides_of_fold(dim, stride)
+    kernels.fold_strides(dim, stride)
     side = int(dim[1])
     nelem = int(dim[0]) * int(dim[2]) * int(dim[4]) * side * (side + 1) // 2
     ncodeatom, nnz = kernels.measure_triangle(
@@ -108,8 +108,8 @@ def _fold(s: Stacks, e: Record, a: int, b: int) -> Tuple[np.ndarray, np.ndarray]
     if not 0 <= a < b < e.nd or extents[a] != extents[b]:
         raise ValueError(f"axes {a} and {b} of an array of shape {extents} are not the sides of square matrices")
     dim, stride = int32_array((1, extents[a], 1, extents[b], 1)), np.ones(5, dtype=np.int64)
-    kernels.fold_triangle_leading_axes(dim, e.shape, w.i32, a)
-    kernels.fold_triangle_axes_between(dim, e.shape, w.i32, a, b)
-    kernels.fold_triangle_trailing_axes(dim, e.nd, e.shape, w.i32, b)
-    kernels.write_fold_strides(dim, stride)
+    kernels.fold_leading_dim_shape_wi32_n(dim, e.shape, w.i32, a)
+    kernels.fold_inner_dim_shape_wi32_lo_hi(dim, e.shape, w.i32, a, b)
+    kernels.fold_trailing_dim_hi_shape_wi32_lo(dim, e.nd, e.shape, w.i32, b)
+    kernels.fold_strides64(dim, stride)
     return dim, stride

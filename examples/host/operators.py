@@ -286,10 +286,10 @@ def sum_blocks(s: Stacks, naxes: int = 1) -> Record:
     if not 0 < naxes <= e.nd:
         raise ValueError(f"an array of shape {w.extents(e)} has no {naxes} last axes to sum over")
     nd = e.nd - naxes
-    block = kernels.product_of_block_extents(e.nd, nd, 1, e.shape + nd, w.i32)
+    block = kernels.range_size64_hi_lo_acc_base_wi32(e.nd, nd, 1, e.shape + nd, w.i32)
     if block == 0:
         raise ValueError(f"an array of shape {w.extents(e)} has an empty axis among its last {naxes}")
-    groups = kernels.product_of_block_extents(nd, 0, 1, e.shape, w.i32)
+    groups = kernels.range_size64_hi_lo_acc_base_wi32(nd, 0, 1, e.shape, w.i32)
     nelem = kernels.count_blocks(block, 0, e.nelem, e.sp, w.i64) if e.hassp else groups
     result = r.reserve_record(nd, nelem, e.nnz, e.ncodeatom, hassp=e.hassp)
     kernels.copy_record_extents(nd, r.i32, result.shape, e.shape, w.i32)

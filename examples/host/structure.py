@@ -37,9 +37,9 @@ def stack(s: Stacks, count: int, axis: int = 0) -> Record:
     hascode, ncodeatom, nelem, nnz = kernels.measure_stack(count, t.ncodeatom, t.nelem, t.nnz, False, 0, 0, 0)
     result = r.reserve_record(len(shape), nelem, nnz, ncodeatom, hassp=not dense)
     kernels.push_extents(len(shape), r.i32, result.shape, int32_array(shape))
-    d0 = kernels.extents_before(1, axis, first.shape, w.i32)
+    d0 = kernels.leading_size_init_n_top_wi32(1, axis, first.shape, w.i32)
     d1s = int32_array([w.extents(e)[axis] if axis < e.nd else 1 for e in operands])
-    d2 = kernels.extents_behind(1, axis, first.nd, first.shape, w.i32)
+    d2 = kernels.trailing_size_init_dim_nd_top_wi32(1, axis, first.nd, first.shape, w.i32)
 
     if dense:
         kernels.write_dense_stack(
@@ -73,9 +73,9 @@ def repeat(s: Stacks, count: int, axis: int = 0) -> Record:
     w, r, e = s.w, s.r, s.operands(1)[0]
     if count < 1 or not 0 <= axis < e.nd:
         raise ValueError(f"an array of shape {w.extents(e)} cannot be repeated {count} times along axis {axis}")
-    d0 = kernels.extents_before(1, axis, e.shape, w.i32)
+    d0 = kernels.leading_size_init_n_top_wi32(1, axis, e.shape, w.i32)
     d1 = w.extents(e)[axis]
-    d2 = kernels.extents_behind(1, axis, e.nd, e.shape, w.i32)
+    d2 = kernels.trailing_size_init_dim_nd_top_wi32(1, axis, e.nd, e.shape, w.i32)
     result = r.reserve_record(e.nd, count * e.nelem, count * e.nnz, count * e.ncodeatom, hassp=e.hassp)
     kernels.repeat(
         e.cconst, e.code, e.codeptr, e.cof, d0, d1, d2, axis, e.hassp, count, e.ncodeatom, e.nd, e.nelem,

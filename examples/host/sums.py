@@ -17,9 +17,9 @@ def sum_axis(s: Stacks, axis: int) -> Record:
     w, r, x, e = s.w, s.r, s.x, s.operands(1)[0]
     if not 0 <= axis < e.nd:
         raise ValueError(f"an array of shape {w.extents(e)} has no axis {axis} to sum along")
-    outer = kernels.extents_before(1, axis, e.shape, w.i32)
+    outer = kernels.leading_size_init_n_top_wi32(1, axis, e.shape, w.i32)
     extent = w.extents(e)[axis]
-    inner = kernels.extents_behind(1, axis, e.nd, e.shape, w.i32)
+    inner = kernels.trailing_size_init_dim_nd_top_wi32(1, axis, e.nd, e.shape, w.i32)
 
     nelem, order = outer * inner, 0
     if e.hassp:
