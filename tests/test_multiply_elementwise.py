@@ -3,77 +3,26 @@
 import numpy as np
 import pytest
 
-from records import Record, Room, Stack, evaluate, random_record
-from support import LAYOUTS, call, f64, i32, i64, layout
-
-CASES = [
-    pytest.mark.parametrize("kind", LAYOUTS),
-    pytest.mark.parametrize("code", [False, True], ids=["plain", "code"]),
-    pytest.mark.parametrize("sparse", [False, True], ids=["dense", "sparse"]),
-    pytest.mark.parametrize("seed", range(4)),
-]
+from records import Record, Stack, check, evaluate, every_operand, random_record, result
+from support import call, f64, i32, i64, layout
 
 
-def all_cases(test):
-    for mark in CASES:
-        test = mark(test)
-    return test
-
-
-def random_constant(rng, shape, kind):
-    """A sparse constant array for NumPy, its pattern and its values."""
-    dense = rng.integers(-4, 5, int(np.prod(shape))).astype(float)
-    stored = rng.random(len(dense)) < 0.5
-    dense *= stored
-    return dense, layout(np.flatnonzero(stored), kind), layout(dense[stored], kind)
-
-
-@all_cases
-def test_constant_array(sparse, code, kind, seed):
-    rng = np.random.default_rng(seed)
-    shape = (3, 4)
-    dense, msp, mcof = random_constant(rng, shape, kind)
-    record = random_record(rng, shape, sparse, code)
-    w = Stack("w", rng, [record], kind)
-    assert call(460, msp=msp, size=12) == (False, False)
-    atoms, elements, terms = call(461, w.arrays, w.fields(0), msp=msp)
-    r = Stack("r", rng, [Room(shape, elements, terms, atoms, True, preset=False)], kind)
-    common = [w.arrays, w.fields(0), r.arrays, r.fields(0, "r"), {"rnd": 2}]
-    call(463, *common, mcof=mcof, msp=msp)
-    np.testing.assert_array_equal(evaluate(r.read(0)), evaluate(record) * dense.reshape(3, 4, 1))
-    r.assert_only_written(0)
-    w.assert_only_written()
-
-
-@all_cases
-def test_scalar(sparse, code, kind, seed):
+@every_operand
+@pytest.mark.parametrize("seed", range(4))
+def test_constant_array_and_scalar(sparse, code, kind, seed):
     rng = np.random.default_rng(seed)
     record = random_record(rng, (3, 4), sparse, code)
     w = Stack("w", rng, [record], kind)
+    dense = rng.integers(-4, 5, (3, 4, 1)) * (rng.random((3, 4, 1)) < 0.5)
+    constant = {"msp": layout(np.flatnonzero(dense), kind), "mcof": layout(f64(dense[dense != 0]), kind)}
+    r = result(rng, (3, 4), call(461, w.arguments, constant), kind, preset=())
+    call(463, w.arguments, constant, r.arguments, rnd=2)
+    check(r, evaluate(record) * dense, w)
+
     atoms = record.ncodeatom + 2 * record.nnz if record.ncodeatom else 0
-    r = Stack("r", rng, [Room((3, 4), record.nelem, record.nnz, atoms, sparse)], kind)
-    call(464, w.arrays, w.fields(0), r.arrays, r.fields(0, "r"), c=-3.0)
-    np.testing.assert_array_equal(evaluate(r.read(0)), -3 * evaluate(record))
-    r.assert_only_written(0)
-
-
-@all_cases
-def test_sum_of_picks(sparse, code, kind, seed):
-    rng = np.random.default_rng(seed)
-    shape = (3, 4)
-    dense, vsub, vcof = random_constant(rng, shape, kind)
-    record = random_record(rng, shape, sparse, code)
-    w = Stack("w", rng, [record], kind)
-    assert call(446, size=12, vsub3=vsub) == (False, False)
-    terms = call(447, w.arrays, w.fields(0), vsub=vsub)
-    atoms = int(code) * call(461, w.arrays, w.fields(0), msp=vsub)[0]
-    r = Stack("r", rng, [Room((1,), 1, terms, atoms)], kind)
-    r.slots(0, "shape")[:] = 1
-    r.slots(0, "ptr")[1] = terms
-    common = [w.arrays, w.fields(0), r.arrays, r.fields(0, "r")]
-    assert call(448, *common, vcof=vcof, vsub=vsub) == (atoms, terms)
-    np.testing.assert_array_equal(evaluate(r.read(0))[0], dense @ evaluate(record).reshape(12, -1))
-    r.assert_only_written(0)
+    r = result(rng, (3, 4), (atoms, record.nelem, record.nnz), kind, sparse, preset=("ptr", "codeptr"))
+    call(464, w.arguments, r.arguments, c=-3.0)
+    check(r, -3 * evaluate(record), w)
 
 
 def test_flat_positions_of_rows_of_coordinates():
@@ -88,4 +37,4 @@ def test_flat_positions_of_rows_of_coordinates():
 def test_elements_without_terms_are_stored_where_they_are_met():
     record = Record((4,), i64([1, 2]), i32([0, 0, 1]), i64([5]), f64([1.0]))
     w = Stack("w", np.random.default_rng(0), [record])
-    assert call(461, w.arrays, w.fields(0), msp=i64([0, 1, 3])) == (0, 1, 0)
+    assert call(461, w.arguments, msp=i64([0, 1, 3])) == (0, 1, 0)
