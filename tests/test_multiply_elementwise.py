@@ -15,8 +15,10 @@ def test_constant_array_and_scalar(sparse, code, kind, seed):
     w = Stack("w", rng, [record], kind)
     dense = rng.integers(-4, 5, (3, 4, 1)) * (rng.random((3, 4, 1)) < 0.5)
     constant = {"msp": layout(np.flatnonzero(dense), kind), "mcof": layout(f64(dense[dense != 0]), kind)}
-    r = result(rng, (3, 4), call(461, w.arguments, constant), kind, preset=())
-    call(463, w.arguments, constant, r.arguments, rnd=2)
+    sizes = call(461, w.arguments, constant)
+    r = result(rng, (3, 4), sizes, kind, preset=())
+    # By the operand's atoms it sets `codeptr[0]`, for which a result without atoms has no slot.
+    call(463, w.arguments, constant, r.arguments, rnd=2, ncodeatom=min(record.ncodeatom, sizes[0]))
     check(r, evaluate(record) * dense, w)
 
     atoms = record.ncodeatom + 2 * record.nnz if record.ncodeatom else 0
