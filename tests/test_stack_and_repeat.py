@@ -3,8 +3,8 @@
 import numpy as np
 import pytest
 
-from records import Room, Stack, elements, random_record
-from support import LAYOUTS, call, i32, i64, layout
+from records import Stack, check, elements, every_operand, random_record, result
+from support import blank, call, i32, i64, kinds, layout
 
 SHAPES = [(), (3,), (2, 3), (2, 3, 2), (1, 2, 2, 3)]
 CODES = {"plain": [False], "code": [True], "some code": [True, False]}
@@ -12,19 +12,20 @@ CODES = {"plain": [False], "code": [True], "some code": [True, False]}
 
 def sort_keys(r, kind, nelem, extents, tables, arrays, **operator):
     """The x stack of a sparse stack along an inner axis, its keys sorted, and the positions on it."""
-    buckets = call(440, r.arrays, init=0, n=len(extents), top=r.fields(0)["shape"])
+    rshape = r.arguments["rshape"]
+    buckets = call(440, r.arrays, n=len(extents), top=rshape)
     assert buckets == max(extents)
     at = {"opnum": 1, "elnum": 1 + nelem, "order": 1 + 2 * nelem, "other": 1 + 3 * nelem, "bucket": 1 + 4 * nelem}
-    x = {"xi32": layout(i32([-7] * (at["bucket"] + buckets + 2)), kind), "xi64": layout(i64([-7] * (nelem + 2)), kind)}
+    x = {"xi32": blank(at["bucket"] + buckets + 2, kind), "xi64": blank(nelem + 2, kind, i64)}
     call(441, tables, arrays, at, x, operator, key=1)
-    order, other = call(442, r.arrays, at, x, key=1, n=nelem, nd=len(extents), rshape=r.fields(0)["shape"])
+    order, other = call(442, r.arrays, at, x, key=1, n=nelem, nd=len(extents), rshape=rshape)
     assert {order, other} == {at["order"], at["other"]}
     assert x["xi32"][0] == x["xi32"][-1] == x["xi64"][0] == x["xi64"][-1] == -7
     return {**at, **x, "order": order, "key": 1}
 
 
 def stack(records, dim, kind, rng):
-    """The stack as a record, by the kernels in their order; `dim` at the number of axes is a new axis."""
+    """Stacks by the kernels in their order; `dim` at the number of axes is a new axis."""
     n, nd = len(records), len(records[0].shape)
     w = Stack("w", rng, records, kind)
     tables = {name: layout(table, kind) for name, table in w.tables().items()}
@@ -38,9 +39,8 @@ def stack(records, dim, kind, rng):
     assert shape[nd] == -1
     shape[dim] = call(429, w.arrays, tables, dim=dim, n=n, nd=nd, total=0)
     shape = shape[: max(nd, dim + 1)]
-    hascode, atoms, nelem, nnz = call(430, tables, n=n, hascode=False, c=0, e=0, k=0)
-    r = Stack("r", rng, [Room(shape, nelem, nnz, atoms, not alldense, preset=False)], kind)
-    r.slots(0, "shape")[:] = shape
+    hascode, *sizes = call(430, tables, n=n)
+    r = result(rng, shape, sizes, kind, not alldense, preset=("shape",))
     d1s = layout(i32([record.shape[dim] if dim < nd else 1 for record in records]), kind)
     d0 = call(424, w.arrays, init=1, n=dim, top=first)
     assert d0 == call(437, w.arrays, init=1, n=dim, top=first)
@@ -53,15 +53,16 @@ def stack(records, dim, kind, rng):
         operator |= {"offset": layout(i32([0] + [-1] * (n - 1)), kind), "rdim": call(433, init=0, d1s=d1s, n=n)}
         assert operator["rdim"] == shape[dim]
         call(432, operator)
-        operator |= sort_keys(r, kind, nelem, shape, tables, w.arrays, **operator)
+        operator |= sort_keys(r, kind, sizes[1], shape, tables, w.arrays, **operator)
     writer = 436 if alldense else 439 if dim == 0 else 443
-    assert call(writer, operator, w.arrays, r.arrays, r.fields(0, "r"), tables) is None
-    w.assert_only_written()
-    r.assert_only_written(0)
-    return r.read(0), hascode
+    assert call(writer, operator, w.arrays, r.arguments, tables) is None
+    operands = [elements(record, zero_code=hascode) for record in records]
+    if dim == nd:
+        operands = [operand[..., None] for operand in operands]
+    check(r, np.concatenate(operands, axis=dim), w, meaning=elements)
 
 
-@pytest.mark.parametrize("kind", LAYOUTS)
+@kinds
 @pytest.mark.parametrize("codes", CODES)
 @pytest.mark.parametrize("sparse", [False, True], ids=["dense", "dense and sparse"])
 @pytest.mark.parametrize("seed", range(3))
@@ -77,11 +78,7 @@ def test_stack(sparse, codes, kind, seed):
                     extents[dim] = rng.integers(0, 4)
                 code = CODES[codes][k % len(CODES[codes])]
                 records.append(random_record(rng, extents, sparse and (k == 0 or rng.random() < 0.7), code))
-            result, hascode = stack(records, dim, kind, rng)
-            operands = [elements(record, zero_code=hascode) for record in records]
-            if dim == len(shape):
-                operands = [operand[..., None] for operand in operands]
-            assert np.array_equal(elements(result), np.concatenate(operands, axis=dim))
+            stack(records, dim, kind, rng)
 
 
 @pytest.mark.parametrize(
@@ -115,14 +112,14 @@ def test_sizes_start_from_what_comes_in():
     assert call(440, ri32=i32([3, 9, 4]), init=5, n=3) == 9 and call(440, init=5) == 5
 
 
-@pytest.mark.parametrize("kind", LAYOUTS)
+@kinds
 @pytest.mark.parametrize("extents", [(), (7,), (3, 1), (4, 1, 3), (2, 5, 3, 2)])
 def test_sort_of_keys(extents, kind):
     """A stable sort with a pass for every axis, also one of extent 1; the buckets are left by the pass of axis 0."""
     rng = np.random.default_rng(len(extents))
     n, key, bucket = 40, 3, 82
     keys = rng.integers(0, int(np.prod(extents)), n) if extents else rng.integers(0, 9, n)
-    xi32 = layout(i32([-7] * (bucket + 9)), kind)
+    xi32 = blank(bucket + 9, kind)
     xi64 = layout(np.r_[[0] * key, keys], kind)
     place, other = call(
         442, order=1, other=41, key=key, bucket=bucket, n=n, nd=len(extents), ri32=i32(extents), xi32=xi32, xi64=xi64
@@ -137,9 +134,7 @@ def test_sort_of_keys(extents, kind):
         assert xi32[bucket : bucket + extents[0] + 1].tolist() == ends + [n]
 
 
-@pytest.mark.parametrize("kind", LAYOUTS)
-@pytest.mark.parametrize("code", [False, True], ids=["plain", "code"])
-@pytest.mark.parametrize("sparse", [False, True], ids=["dense", "sparse"])
+@every_operand
 @pytest.mark.parametrize("shape", SHAPES[1:])
 def test_repeat(shape, sparse, code, kind):
     rng = np.random.default_rng(len(shape))
@@ -147,17 +142,13 @@ def test_repeat(shape, sparse, code, kind):
         for n in range(4):
             record = random_record(rng, shape, sparse, code)
             w = Stack("w", rng, [record], kind)
-            sizes = [n * size for size in (record.nelem, record.nnz, record.ncodeatom)]
+            atoms, *sizes = [n * size for size in (record.ncodeatom, record.nelem, record.nnz)]
             repeated = shape[:dim] + (n * shape[dim],) + shape[dim + 1 :]
-            r = Stack("r", rng, [Room(repeated, *sizes, sparse, preset=False)], kind)
-            first = w.fields(0)["shape"]
+            r = result(rng, repeated, (atoms, *sizes), kind, sparse, preset=())
+            first = w.arguments["shape"]
             folded = {"d0": call(431, w.arrays, init=1, n=dim, top=first), "d1": shape[dim]}
             folded["d2"] = call(434, w.arrays, init=1, dim=dim, nd=len(shape), top=first)
-            operands = {**w.arrays, **w.fields(0), **r.arrays, **r.fields(0, "r"), **folded}
-            call(426, operands, dim=dim, n=n, rdim=repeated[dim], rhascode=int(sizes[2] > 0))
-            result = r.read(0)
-            assert tuple(result.shape) == repeated
+            call(426, w.arguments, r.arguments, folded, dim=dim, n=n, rdim=repeated[dim], rhascode=int(atoms > 0))
+            assert tuple(r.slots(0, "shape")) == repeated
             times = [n if d == dim else 1 for d in range(len(shape))]
-            assert np.array_equal(elements(result), np.tile(elements(record), times))
-            r.assert_only_written(0)
-            w.assert_only_written()
+            check(r, np.tile(elements(record), times), w, meaning=elements)
