@@ -1,7 +1,6 @@
 """Random expression records, the stacks that hold them, what a record means, and random constant matrices.
 
-    record = random_record(rng, (3, 4), sparse=True, code=True)
-    w = Stack("w", rng, [record], "strided")
+    record, w = random_operand(rng, (3, 4), sparse=True, code=True, kind="strided")
     atoms, elements, terms = call(467, w.arguments, d0=3, d1=4, ...)
     r = result(rng, (2, 3), (atoms, elements, terms), "strided")
     call(472, w.arguments, r.arguments, d0=3, d1=4, ...)
@@ -301,6 +300,12 @@ class Stack:
                     position = self.positions[k][field]
                     changed[position : position + lengths(self.contents[k])[field]] = False
             assert not np.any(changed), array
+
+
+def random_operand(rng, shape, sparse=False, code=False, density=0.6, terms=3, kind="contiguous"):
+    """A random record and the w stack with it."""
+    record = random_record(rng, shape, sparse, code, density, terms)
+    return record, Stack("w", rng, [record], kind)
 
 
 def result(rng, shape, sizes, kind="contiguous", hassp=True, preset=Room.preset):

@@ -3,7 +3,7 @@
 import numpy as np
 import pytest
 
-from records import SENTINELS, Record, Stack, check, evaluate, every_operand, random_record, result
+from records import SENTINELS, Record, Stack, check, evaluate, every_operand, random_operand, result
 from support import blank, call, f64, i32, i64, kernel, layout, row_major
 
 # Shapes and two of their axes. Extents before and between the two are no greater than theirs, which is what the sort by
@@ -23,8 +23,7 @@ def mirrors(sp, shape, a, b):
 @pairs
 def test_scaling_off_the_diagonal(shape, a, b, sparse, code, kind):
     rng = np.random.default_rng(len(shape))
-    record = random_record(rng, shape, sparse, code, density=0.5)
-    w = Stack("w", rng, [record], kind)
+    record, w = random_operand(rng, shape, sparse, code, density=0.5, kind=kind)
     atoms = record.ncodeatom and record.ncodeatom + 2 * record.nnz
     r = result(rng, shape, (atoms, record.nelem, record.nnz), kind, sparse, preset=("codeptr",))
     operands = {**w.arguments, **r.arguments, "factor": -3.0}
@@ -43,8 +42,7 @@ def test_scaling_off_the_diagonal(shape, a, b, sparse, code, kind):
 @pairs
 def test_symmetrisation(shape, a, b, sparse, code, kind):
     rng = np.random.default_rng(len(shape))
-    record = random_record(rng, shape, sparse, code, density=0.5)
-    w = Stack("w", rng, [record], kind)
+    record, w = random_operand(rng, shape, sparse, code, density=0.5, kind=kind)
     dim = layout(i32([1, shape[a], 1, shape[b], 1]), kind)
     call(559, w.arguments, dim=dim, n=a)
     call(560, w.arguments, dim=dim, lo=a, hi=b)

@@ -4,7 +4,7 @@ import numpy as np
 import pytest
 
 import recorder
-from support import CHECKED, KERNELS, call, f64, i32, i64
+from support import CHECKED, call, f64, i32, i64
 from test_array_tables import table
 
 pytestmark = pytest.mark.skipif(not CHECKED, reason="the build is not checked")

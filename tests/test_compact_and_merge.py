@@ -3,7 +3,10 @@
 import numpy as np
 import pytest
 
-from records import SENTINELS, Record, Stack, check, codes, elements, evaluate, every_operand, random_record, result
+from records import (
+    SENTINELS, Record, Stack, check, codes, elements, evaluate, every_operand, random_operand, random_record,
+    result,
+)  # fmt: skip
 from support import blank, call, f64, i32, i64, kinds, layout
 
 ZEROS_AND_OTHERS = [0.0, 0.0, -0.0, np.nan, 2.0, -3.0]
@@ -75,8 +78,7 @@ def test_dead_terms(value, code, alive):
 @pytest.mark.parametrize("number", [396, 557])
 def test_copy_of_a_record(number, code, sparse, kind):
     rng = np.random.default_rng(1)
-    record = random_record(rng, (3, 4), sparse, code)
-    w = Stack("w", rng, [record], kind)
+    record, w = random_operand(rng, (3, 4), sparse, code, kind=kind)
     r = result(rng, (3, 4), (record.ncodeatom, record.nelem, record.nnz), kind, sparse, preset=())
     call(number, w.arguments, r.arguments)
     check(r, elements(record), w, meaning=elements)

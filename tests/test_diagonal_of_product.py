@@ -3,7 +3,7 @@
 import numpy as np
 import pytest
 
-from records import Stack, check, evaluate, every_operand, random_matrix, random_record, result
+from records import check, evaluate, every_operand, random_matrix, random_operand, result
 from support import blank, call, f64, i32, i64
 
 
@@ -13,8 +13,7 @@ def test_diagonals(sparse, code, kind, seed):
     rng = np.random.default_rng(seed)
     d0, d1 = rng.integers(1, 6, 2)
     dense, matrix = random_matrix(rng, (d1, d0), True, kind)
-    record = random_record(rng, (d0, d1), sparse, code)
-    w = Stack("w", rng, [record], kind)
+    record, w = random_operand(rng, (d0, d1), sparse, code, kind=kind)
     operands = {**w.arguments, **matrix, "d1": d1, "xi32": blank(60, kind), "xcolptr": 3, "xperm": 15}
 
     call(451, operands)

@@ -3,7 +3,10 @@
 import numpy as np
 import pytest
 
-from records import Record, Stack, check, codes, coefficients, evaluate, every_operand, random_matrix, random_record, result
+from records import (
+    Record, Stack, check, codes, coefficients, evaluate, every_operand, random_matrix, random_operand,
+    random_record, result,
+)  # fmt: skip
 from support import call, f64, i32, i64, kernel, kinds
 
 
@@ -14,8 +17,7 @@ def test_product(sparse_matrix, sparse, code, kind, seed):
     rng = np.random.default_rng(seed)
     mdimi, d0, d1 = rng.integers(1, 6, 3)
     dense, matrix = random_matrix(rng, (mdimi, d1), sparse_matrix, kind)
-    record = random_record(rng, (d0, d1), sparse, code)
-    w = Stack("w", rng, [record], kind)
+    record, w = random_operand(rng, (d0, d1), sparse, code, kind=kind)
     operands = {**w.arguments, **matrix, "d0": d0, "d1": d1}
     assert call(475, operands) == (False, False)
     sizes = atoms, elements, terms = call(467, operands)
@@ -46,8 +48,7 @@ def test_product(sparse_matrix, sparse, code, kind, seed):
 def test_one_element_operand(kind, code):
     rng = np.random.default_rng(5)
     dense, matrix = random_matrix(rng, (3, 4), True, kind)
-    record = random_record(rng, (1,), code=code, terms=4)
-    w = Stack("w", rng, [record], kind)
+    record, w = random_operand(rng, (1,), code=code, terms=4, kind=kind)
     entries = matrix["mnnz"]
     atoms = (record.ncodeatom + 2 * record.nnz) * entries if code else 0
     r = result(rng, (3, 4), (atoms, entries, record.nnz * entries), kind)

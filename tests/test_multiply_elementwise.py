@@ -3,7 +3,7 @@
 import numpy as np
 import pytest
 
-from records import Record, Stack, check, evaluate, every_operand, random_record, result
+from records import Record, Stack, check, evaluate, every_operand, random_operand, result
 from support import call, f64, i32, i64, layout
 
 
@@ -11,8 +11,7 @@ from support import call, f64, i32, i64, layout
 @pytest.mark.parametrize("seed", range(4))
 def test_constant_array_and_scalar(sparse, code, kind, seed):
     rng = np.random.default_rng(seed)
-    record = random_record(rng, (3, 4), sparse, code)
-    w = Stack("w", rng, [record], kind)
+    record, w = random_operand(rng, (3, 4), sparse, code, kind=kind)
     dense = rng.integers(-4, 5, (3, 4, 1)) * (rng.random((3, 4, 1)) < 0.5)
     constant = {"msp": layout(np.flatnonzero(dense), kind), "mcof": layout(f64(dense[dense != 0]), kind)}
     sizes = call(461, w.arguments, constant)

@@ -3,7 +3,7 @@
 import numpy as np
 import pytest
 
-from records import FIELDS, PARAMETERS, Stack, check, codes, evaluate, every_operand, random_record, result
+from records import FIELDS, PARAMETERS, check, codes, evaluate, every_operand, random_operand
 from support import call, i32, i64, layout
 
 
@@ -50,8 +50,7 @@ def check_product(r, w, expected, stored):
 @every_operand
 def test_one_parameter_times_an_expression(sparse, code, kind):
     rng = np.random.default_rng(1)
-    record = random_record(rng, (2, 3), sparse, code)
-    w = Stack("w", rng, [record], kind)
+    record, w = random_operand(rng, (2, 3), sparse, code, kind=kind)
     atoms = (4 if code else 3) * record.nnz + record.ncodeatom
     # `rhascode`, as the caller says, guards rcodeptr[0] alone.
     preset = ("ptr",) if code else ("ptr", "codeptr")
@@ -65,8 +64,7 @@ def test_one_parameter_times_an_expression(sparse, code, kind):
 def test_inner_and_elementwise_product(sparse, code, density, kind):
     rng = np.random.default_rng(3)
     shape = (3, 5)
-    record = random_record(rng, shape, sparse, code)
-    w = Stack("w", rng, [record], kind)
+    record, w = random_operand(rng, shape, sparse, code, kind=kind)
     x = Parameters(rng, shape, kind, density)
     operands = (w.arguments, x.fields)
     stored = x.stored & pattern_of(record)
@@ -165,8 +163,7 @@ def test_product_with_a_parameter_matrix(rows, inner, cols, density, operator, s
         rows = cols
     left = side == "P*E"
     eshape, pshape = ((inner, cols), (rows, inner)) if left else ((rows, inner), (inner, cols))
-    record = random_record(rng, eshape, sparse, code)
-    w = Stack("w", rng, [record], kind)
+    record, w = random_operand(rng, eshape, sparse, code, kind=kind)
     x = Parameters(rng, pshape, kind, density, max(record.nelem, inner * max(rows, cols)), cols)
     operands = {**w.arguments, **x.fields, "pcols": pshape[1], "ecols": eshape[1], "erows": eshape[0]}
     if left and sparse:
@@ -228,8 +225,7 @@ def test_dense_product_step_by_step(code):
     """With a dense P the caller runs rows, columns and inner index, and keeps `rptr` itself."""
     rng = np.random.default_rng(6)
     rows, inner, cols = 2, 3, 4
-    record = random_record(rng, (inner, cols), code=code)
-    w = Stack("w", rng, [record])
+    record, w = random_operand(rng, (inner, cols), code=code)
     x = Parameters(rng, (rows, inner), "contiguous", density=1)
     operands = {**w.arguments, **x.fields, "pcols": inner, "ecols": cols}
     atoms, elements, terms = call(372, operands)

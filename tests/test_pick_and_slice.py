@@ -4,7 +4,7 @@ import numpy as np
 import pytest
 
 from records import Record, Stack, check, evaluate, every_operand, random_record, result
-from support import blank, call, f64, i32, i64, layout
+from support import blank, call, f64, i32, i64
 
 
 @every_operand

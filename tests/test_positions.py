@@ -4,7 +4,7 @@ import itertools
 
 import numpy as np
 import pytest
-from support import LAYOUTS, UNTOUCHED, blank, call, i32, i64, kinds, layout, row_major
+from support import LAYOUTS, UNTOUCHED, blank, call, i32, i64, layout, row_major
 
 SHAPE = (3, 4, 5)
 STRIDES = (20, 5, 1)

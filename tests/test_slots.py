@@ -3,7 +3,7 @@
 import numpy as np
 import pytest
 
-from records import FIRST, Record, check, evaluate, result
+from records import FIRST, check, result
 from support import KERNELS, blank, call, f64, i32, i64, kinds
 
 

@@ -3,7 +3,7 @@
 import numpy as np
 import pytest
 
-from records import Stack, check, elements, every_operand, random_record, result
+from records import Stack, check, codes, elements, every_operand, random_operand, random_record, result
 from support import blank, call, i32, i64, kinds, layout
 
 SHAPES = [(), (3,), (2, 3), (2, 3, 2), (1, 2, 2, 3)]
@@ -140,8 +140,7 @@ def test_repeat(shape, sparse, code, kind):
     rng = np.random.default_rng(len(shape))
     for dim in range(len(shape)):
         for n in range(4):
-            record = random_record(rng, shape, sparse, code)
-            w = Stack("w", rng, [record], kind)
+            record, w = random_operand(rng, shape, sparse, code, kind=kind)
             atoms, *sizes = [n * size for size in (record.ncodeatom, record.nelem, record.nnz)]
             repeated = shape[:dim] + (n * shape[dim],) + shape[dim + 1 :]
             r = result(rng, repeated, (atoms, *sizes), kind, sparse, preset=())

@@ -3,7 +3,7 @@
 import numpy as np
 import pytest
 
-from records import Record, Stack, check, evaluate, random_record, result
+from records import Record, Stack, check, codes, evaluate, random_record, result
 from support import call, f64, i32, i64, kinds
 
 
