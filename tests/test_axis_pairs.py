@@ -1,77 +1,10 @@
-"""Operators on two axes as the sides of a matrix: triangle, scaling off the diagonal, symmetrisation."""
+"""Operators on two axes as the sides of a matrix: what the random trees of operators cannot show."""
 
 import numpy as np
 import pytest
 
-from records import SENTINELS, Record, Stack, check, evaluate, every_operand, random_operand, result
-from support import blank, call, f64, i32, i64, kernel, layout, row_major
-
-# Shapes and two of their axes. Extents before and between the two are no greater than theirs, which is what the sort by
-# mirror keys asks for.
-PAIRS = [((3, 3), 0, 1), ((2, 4, 3, 4), 1, 3), ((2, 3, 3, 2), 1, 2), ((4, 2, 4, 3), 0, 2)]
-pairs = pytest.mark.parametrize("shape, a, b", PAIRS, ids=str)
-
-
-def mirrors(sp, shape, a, b):
-    """The flat positions with the coordinates of the two axes exchanged."""
-    index = list(np.unravel_index(sp, shape))
-    index[a], index[b] = index[b], index[a]
-    return np.ravel_multi_index(index, shape)
-
-
-@every_operand
-@pairs
-def test_scaling_off_the_diagonal(shape, a, b, sparse, code, kind):
-    rng = np.random.default_rng(len(shape))
-    record, w = random_operand(rng, shape, sparse, code, density=0.5, kind=kind)
-    atoms = record.ncodeatom and record.ncodeatom + 2 * record.nnz
-    r = result(rng, shape, (atoms, record.nelem, record.nnz), kind, sparse, preset=("codeptr",))
-    operands = {**w.arguments, **r.arguments, "factor": -3.0}
-    call(557, operands, ncodeatom=0)  # all but the code, which 546 writes anew
-
-    extents = {"wi32": w.arrays["wi32"], "shape": operands["shape"], "acc": 1}
-    operands |= {"dim0": call(542, extents, n=a), "dim1": shape[a], "dim2": call(543, extents, lo=a, hi=b)}
-    operands |= {"dim3": shape[b], "dim4": call(544, extents, lo=b, hi=len(shape))}
-    call(546 if code else 545, operands)
-    i1, i3 = np.indices(shape)[[a, b]]
-    written = check(r, evaluate(record) * np.where(i1 == i3, 1, -3)[..., None], w)
-    assert np.array_equal(written.ptr, record.ptr) and np.array_equal(written.nidxs, record.nidxs)
-
-
-@every_operand
-@pairs
-def test_symmetrisation(shape, a, b, sparse, code, kind):
-    rng = np.random.default_rng(len(shape))
-    record, w = random_operand(rng, shape, sparse, code, density=0.5, kind=kind)
-    dim = layout(i32([1, shape[a], 1, shape[b], 1]), kind)
-    call(559, w.arguments, dim=dim, n=a)
-    call(560, w.arguments, dim=dim, lo=a, hi=b)
-    call(561, w.arguments, dim=dim, lo=b, hi=len(shape))
-    stride = layout(i64([-7, -7, -7, -7, 1]), kind)
-    call(562, dim=dim, stride=stride)
-    assert np.prod(dim) == np.prod(shape) and stride.tolist() == row_major(dim)
-
-    operands = {**w.arguments, "dim": dim, "stride": stride}
-    if sparse:
-        n, source = record.nelem, 1 + max(dim)
-        xi64 = blank(n + 2, kind, i64)
-        operands |= {"xi32": blank(source + 2 * n, kind), "xi64": xi64, "n": n, "key": 1}
-        call(563, operands, base=source)
-        operands["perm"], _ = call(564, operands, source=source, target=source + n, sortidx=i32([1, 2, 3, 0]), ptr=0)
-        call(566, operands)
-        assert xi64.tolist() == [-7, *np.sort(mirrors(record.sp, shape, a, b)), -7]
-        atoms, terms = call(565, operands, nnz=0)
-        elements = call(567, operands)
-    else:
-        atoms, terms = call(570, operands, nnz=0)
-        elements = record.nelem
-    r = result(rng, shape, (atoms, elements, terms), kind, sparse)
-    if sparse:
-        assert call(569, operands, r.arguments) == (atoms, n, elements, n, terms)
-    else:
-        assert call(572, operands, r.arguments) == (atoms, elements, elements, terms)
-    forms = evaluate(record)
-    check(r, (forms + np.swapaxes(forms, a, b)) / 2, w)
+from records import SENTINELS, Record, Stack, result
+from support import call, f64, i32, i64, kernel
 
 
 # Two axes of extent 3: a diagonal element, a pair of mirror elements, and one whose mirror isn't stored.

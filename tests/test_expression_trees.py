@@ -11,7 +11,7 @@ import pytest
 
 from host_records import integers, meaning, push, random_sparse_matrix, read
 from records import FIRST, ONE_ATOM, VARIABLES, evaluate, random_record
-from support import f64, i64
+from support import f64, i32, i64
 
 from host import axis_pairs, operators, products, stacks, structure, sums
 from host.stacks import Stacks
@@ -156,7 +156,7 @@ def grow_tree(rng, s, shape, depth, used):
 
 def test_random_trees(monkeypatch):
     used = Counter()
-    for seed in range(500):
+    for seed in range(600):
         rng = np.random.default_rng(seed)
 
         def exact(array, needed):
@@ -177,30 +177,28 @@ def test_wrong_arguments_are_refused_and_change_nothing():
     push(s, random_record(rng, (2, 3), sparse=True))
     forms = push(s, random_record(rng, (2, 3, 2), code=True))
     matrix, _ = random_sparse_matrix(rng, 2, 3)
+    outside, twice = ((i32(subi), i32(subj), np.ones(2)) for subi, subj in (([0, 4], [0, 0]), ([0, 0], [1, 1])))
     for call in [
-        lambda: structure.stack(s, 0),
-        lambda: structure.stack(s, 1, 4),
-        lambda: structure.stack(s, 1, -1),
-        lambda: structure.stack(s, 2, 1),
-        lambda: structure.stack(s, 3),
-        lambda: structure.repeat(s, 0),
-        lambda: structure.repeat(s, 2, 3),
-        lambda: structure.permute(s, (0, 1)),
-        lambda: structure.permute(s, (0, 1, 1)),
-        lambda: sums.sum_axis(s, 3),
-        lambda: sums.weighted_sum(s, []),
-        lambda: sums.weighted_sum(s, [1.0, 1.0]),
-        lambda: products.scale_elements(s, np.ones(11)),
-        lambda: products.scale_elements(s, np.ones(1), i64([12])),
-        lambda: products.weighted_pick(s, i64([12]), f64([1])),
-        lambda: products.weighted_pick(s, i64([1, 1]), f64([1, 1])),
-        lambda: products.weighted_pick(s, i64([1]), f64([1, 1])),
-        lambda: products.diagonal_right(s, matrix),
-        lambda: products.diagonal_left(s, matrix),
-        lambda: axis_pairs.triangle(s, 0, 1),
-        lambda: axis_pairs.scale_off_diagonal(s, 2, 0, 1.0),
-        lambda: axis_pairs.symmetrise(s, 1, 3),
-    ]:
+        lambda: operators.multiply(s, matrix), lambda: operators.scale_matrix(s, matrix), lambda: operators.add(s),
+        lambda: operators.multiply(s, operators.SparseMatrix(4, 2, *outside)),
+        lambda: operators.multiply(s, operators.SparseMatrix(4, 2, *twice)),
+        lambda: operators.multiply_variable(s, matrix, (4,), np.arange(1, 5)),
+        lambda: operators.multiply_variable_right(s, matrix, (2, 3), np.arange(1, 7)),
+        lambda: operators.sum_blocks(s, 4), lambda: operators.slice_box(s, (0, 0, 0), (2, 4, 2)),
+        lambda: operators.pick(s, i64([12])), lambda: operators.pick(s, i32([[0, 3, 0]])),
+        lambda: operators.pick(s, i32([[0, 0]])), lambda: operators.variable(s, (2,), i64([1])),
+        lambda: operators.constant(s, (3,), f64([1, 2]), sp=i64([1, 1])),
+        lambda: structure.stack(s, 0), lambda: structure.stack(s, 1, 4), lambda: structure.stack(s, 1, -1),
+        lambda: structure.stack(s, 2, 1), lambda: structure.stack(s, 3), lambda: structure.repeat(s, 0),
+        lambda: structure.repeat(s, 2, 3), lambda: structure.permute(s, (0, 1)),
+        lambda: structure.permute(s, (0, 1, 1)), lambda: sums.sum_axis(s, 3),
+        lambda: sums.weighted_sum(s, []), lambda: sums.weighted_sum(s, [1.0, 1.0]),
+        lambda: products.scale_elements(s, np.ones(11)), lambda: products.scale_elements(s, np.ones(1), i64([12])),
+        lambda: products.weighted_pick(s, i64([12]), f64([1])), lambda: products.diagonal_right(s, matrix),
+        lambda: products.weighted_pick(s, i64([1, 1]), f64([1, 1])), lambda: products.diagonal_left(s, matrix),
+        lambda: products.weighted_pick(s, i64([1]), f64([1, 1])), lambda: axis_pairs.triangle(s, 0, 1),
+        lambda: axis_pairs.scale_off_diagonal(s, 2, 0, 1.0), lambda: axis_pairs.symmetrise(s, 1, 3),
+    ]:  # fmt: skip
         with pytest.raises(ValueError):
             call()
         assert len(s.records) == 2

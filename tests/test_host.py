@@ -6,8 +6,8 @@ import numpy as np
 import pytest
 from scipy.sparse import coo_matrix
 
-from host_records import meaning, push, random_sparse_matrix
-from records import FIRST, VARIABLES, random_record
+from host_records import meaning, random_sparse_matrix
+from records import FIRST, VARIABLES
 from support import ROOT, f64, i32, i64, read_kernels, run_example
 
 from host import operators as op
@@ -64,33 +64,6 @@ def test_leaves_and_growth_of_the_stacks():
     assert meaning(s)[:, :, 0].tolist()[1] == [0.0, 0.0, 1.0] and s.records[-1].nnz == 3
     s.pop()
     assert np.argwhere(meaning(s)).tolist() == [[0, 1, 4], [1, 2, 2]]
-
-
-def test_wrong_arguments_are_refused_and_change_nothing(rng):
-    s = Stacks()
-    e = push(s, random_record(rng, (2, 3)))
-    matrix, _ = random_sparse_matrix(rng, 4, 3)
-    for call in [
-        lambda: op.multiply(s, matrix),
-        lambda: op.multiply(s, op.SparseMatrix(4, 2, i32([0, 4]), i32([0, 0]), np.ones(2))),
-        lambda: op.multiply(s, op.SparseMatrix(4, 2, i32([0, 0]), i32([1, 1]), np.ones(2))),
-        lambda: op.multiply_variable(s, matrix, (4,), np.arange(1, 5)),
-        lambda: op.multiply_variable_right(s, matrix, (2, 3), np.arange(1, 7)),
-        lambda: op.scale_matrix(s, matrix),
-        lambda: op.add(s),
-        lambda: op.sum_blocks(s, 3),
-        lambda: op.pick(s, i64([6])),
-        lambda: op.pick(s, i32([[0, 3]])),
-        lambda: op.pick(s, i32([[0, 0, 0]])),
-        lambda: op.slice_box(s, (0, 0), (2, 4)),
-        lambda: op.variable(s, (2,), i64([1])),
-        lambda: op.constant(s, (3,), f64([1, 2]), sp=i64([1, 1])),
-        lambda: Model().variable((2,), Domain(0.0, f64([1.0]), coordinates=i32([[2]]))),
-    ]:
-        with pytest.raises(ValueError):
-            call()
-        np.testing.assert_array_equal(meaning(s), e)
-        assert len(s.records) == 1
 
 
 @pytest.mark.parametrize("count", [0, 1, 400])
