@@ -59,8 +59,9 @@ def test_compaction(sparse, rhassp, kind):
 @pytest.mark.parametrize(
     "value, code, alive",
     [
-        (1.0, None, True), (np.nan, None, True), (-0.0, None, False), (2.0, [(10, 0.0)], True), (0.0, [(10, 5.0)], False),
-        (0.0, [(2, -0.0)], False), (0.0, [(2, np.nan)], True), (0.0, [(1, 0.0)], True), (0.0, [(2, 0.0)] * 2, True),
+        (1.0, None, True), (np.nan, None, True), (-0.0, None, False), (2.0, [(10, 0.0)], True),
+        (0.0, [(10, 5.0)], False), (0.0, [(2, -0.0)], False), (0.0, [(2, np.nan)], True),
+        (0.0, [(1, 0.0)], True), (0.0, [(2, 0.0)] * 2, True),
     ],
 )  # fmt: skip
 def test_dead_terms(value, code, alive):
@@ -149,7 +150,7 @@ def merged(element, hascode):
 
 
 def merge(record, kind, rng):
-    """The merged record on r and its operand, by the kernels in their order, of the measured sizes but for the atoms."""
+    """The merged record on r, and its operand, by the kernels in their order; all but the atoms is measured."""
     w = Stack("w", rng, [record], kind)
     operand = {**w.arguments, **sort(w, kind)}
     e, k = call(397, operand, e=100)

@@ -33,10 +33,10 @@ FORMATS = {
 # The kernels that touch an array even where every scalar is 0: dimensions, a slot that is always set, buckets. The
 # checked build refuses their calls with empty arrays; in the normal build there is memory behind these.
 TOUCHING = {
-    54, 67, 103, 139, 146, 151, 163, 164, 220, 222, 235, 241, 243, 266, 267, 291, 295, 299, 313, 327, 334, 338, 339, 346,
-    347, 364, 371, 375, 377, 381, 389, 396, 400, 421, 422, 423, 426, 436, 439, 443, 451, 456, 457, 463, 464, 477, 478, 481,
-    482, 484, 485, 487, 488, 492, 493, 510, 515, 516, 518, 519, 522, 523, 550, 551, 553, 554, 557, 562, 564, 570, 572, 574,
-    609, 646,
+    54, 67, 103, 139, 146, 151, 163, 164, 220, 222, 235, 241, 243, 266, 267, 291, 295, 299, 313, 327, 334, 338, 339,
+    346, 347, 364, 371, 375, 377, 381, 389, 396, 400, 421, 422, 423, 426, 436, 439, 443, 451, 456, 457, 463, 464, 477,
+    478, 481, 482, 484, 485, 487, 488, 492, 493, 510, 515, 516, 518, 519, 522, 523, 550, 551, 553, 554, 557, 562, 564,
+    570, 572, 574, 609, 646,
 }  # fmt: skip
 
 
@@ -262,8 +262,8 @@ def test_exceptions_of_the_buffer_itself_stand():
 
 @pytest.mark.parametrize(
     "wrong",
-    [np.zeros(3), np.zeros(3, ">i4"), np.zeros(3, np.uint32), np.zeros(3, np.int64), np.zeros((3, 1), np.int32), np.int32(0),
-     array.array("I", [0, 0, 0]), bytes(12), (ctypes.c_int * 3)()],
+    [np.zeros(3), np.zeros(3, ">i4"), np.zeros(3, np.uint32), np.zeros(3, np.int64), np.zeros((3, 1), np.int32),
+     np.int32(0), array.array("I", [0, 0, 0]), bytes(12), (ctypes.c_int * 3)()],
     ids=["float64", "byte-swapped", "unsigned", "int64", "2-d", "0-d", "array of unsigned", "bytes", "ctypes"],
 )  # fmt: skip
 def test_arrays_of_other_libraries_are_refused(wrong):

@@ -19,7 +19,7 @@ def plain_variable(rng, shape, sparse):
 
 
 def operand(name, rng, record, kind):
-    """A plain variable on a stack, and the arguments for it: its i32 array has room for the sorts instead of a record."""
+    """A plain variable on a stack, and the arguments for it; its i32 array is room for the sorts."""
     stack = Stack(name, rng, [record], kind)
     xnd, xd0, xd1 = len(record.shape), *(1, *record.shape)[-2:]
     places = {"perm": 1, "mcolptr": 41, "mrowptr": 41, "rowptr": 61, "colptr": 61, "rows": 81, "cols": 131}

@@ -176,7 +176,8 @@ def test_product_with_a_parameter_matrix(rows, inner, cols, density, operator, s
     # A diagonal of P*E also sets ptr[0], codeptr[0] and the shape; 344 does nothing at all if there are no elements.
     whole = write in (344, 346)
     shape = (rows, cols) if operator == "product" else (rows,)
-    r = result(rng, shape, [measured[name] for name in "cek"], kind, preset=() if whole else ("shape", "ptr", "codeptr"))
+    preset = () if whole else ("shape", "ptr", "codeptr")
+    r = result(rng, shape, [measured[name] for name in "cek"], kind, preset=preset)
     written = call(write, operands, r.arguments, {"rdim": rows, "rhascode": int(measured["c"] > 0)})
     if whole and sparse and not measured["e"]:
         r.assert_only_written()

@@ -27,7 +27,7 @@ def dense(parameters, parameter):
 
 
 def coefficients(table, fixed):
-    """All rows as an array: what was returned when they were filed, and what the table holds, evaluated in both ways."""
+    """All rows as an array: what was returned when they were filed, and what the table holds, by both evaluations."""
     result = np.zeros((len(table.ptrb), VARIABLES))
     subi, subj, val = table.evaluate()
     columns, values = table.evaluate_first(len(table.ptrb))

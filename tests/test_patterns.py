@@ -131,4 +131,5 @@ def test_stored_values():
     call(329, cvals=gathered, nidxs=nidxs, sp=sp, values=values)
     call(330, n=3, vals=filled, value=2.5)
     call(326, dst=appended, nidxs=nidxs, base=1)
-    assert gathered.tolist() == [13, 10, -7] and filled.tolist() == [2.5] * 3 + [-7] and appended.tolist() == [-7, 5, 6, -7]
+    assert gathered.tolist() == [13, 10, -7] and filled.tolist() == [2.5, 2.5, 2.5, -7]
+    assert appended.tolist() == [-7, 5, 6, -7]

@@ -68,11 +68,11 @@ def test_matrices_and_variables_as_records(hassp):
     rng = np.random.default_rng(0)
     r = result(rng, (3, 2**31 - 1), (0, 2, 2), hassp=hassp)
     arrays = {name.removeprefix("r"): array for name, array in r.arrays.items()}
-    matrix = {"mcof": f64([5.0, 7.0]), "msubi": i32([0, 2]), "msubj": i32([3, 1]), "mdimj": 2**31 - 1, "mnnz": 2, "n": 2}
-    call(492, arrays, r.fields(0), matrix, cvar=FIRST + 6)
+    matrix = {"mcof": f64([5.0, 7.0]), "msubi": i32([0, 2]), "msubj": i32([3, 1]), "mdimj": 2**31 - 1, "mnnz": 2}
+    call(492, arrays, r.fields(0), matrix, n=2, cvar=FIRST + 6)
     record = r.read(0)
-    assert record.nidxs.tolist() == [FIRST + 6] * 2 and record.cof.tolist() == [5, 7] and record.ptr.tolist() == [0, 1, 2]
-    assert not hassp or record.sp.tolist() == [3, 2**32 - 1]
+    assert record.nidxs.tolist() == [FIRST + 6] * 2 and record.cof.tolist() == [5, 7]
+    assert record.ptr.tolist() == [0, 1, 2] and (not hassp or record.sp.tolist() == [3, 2**32 - 1])
     r.assert_only_written(0)
 
     r = result(rng, (2, 2), (0, 4, 4), hassp=False, preset=())
@@ -115,7 +115,9 @@ def test_checks_of_index_lists(numbers, values, size, bad_order, bad_range):
     for number in numbers:
         for array in [i64(values)] + [None] * (not values):
             lists = {"sparsity": array, "idxs": array, "msp": array, "vsub3": array, "size": size}
-            flags = {"bad": False, "bad_order": False, "bad_range": False}
-            assert call(number, lists, flags) == (bad_range if number in (405, 408) else (bad_order, bad_range))
-            flags = {"bad": True, "bad_order": True, "bad_range": True}
-            assert call(number, lists, flags) == (True if number in (405, 408) else (True, True))
+            if number in (405, 408):
+                assert call(number, lists, bad=False) is bad_range and call(number, lists, bad=True) is True
+            else:
+                assert call(number, lists) == (bad_order, bad_range)
+                assert call(number, lists, bad_order=True) == (True, bad_range)
+                assert call(number, lists, bad_range=True) == (bad_order, True)

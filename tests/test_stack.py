@@ -5,6 +5,7 @@ import pytest
 
 from support import blank, call, i32, kinds, layout
 
+
 @pytest.mark.parametrize(
     "dim, nds, extents, hassp, incoming, expected",
     [
