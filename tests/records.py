@@ -202,12 +202,11 @@ def evaluate(record):
     return forms.reshape(*record.shape, VARIABLES)
 
 
-def elements(record, zero_code=False):
+def elements(record):
     """The record's elements as they stand: an array of its shape whose items are tuples of terms (variable,
-    coefficient, atoms), None where nothing is stored. With `zero_code` terms of a record without code have the code
-    (2, 0.0)."""
+    coefficient, atoms), None where nothing is stored."""
     array = np.full(int(np.prod(record.shape)), None, dtype=object)
-    atoms = [((2, 0.0),) if zero_code else ()] * record.nnz
+    atoms = [()] * record.nnz
     if record.code is not None:
         run = list(zip(record.code.tolist(), record.cconst.tolist()))
         atoms = [tuple(run[b:e]) for b, e in zip(record.codeptr, record.codeptr[1:])]
