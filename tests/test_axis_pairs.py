@@ -6,7 +6,6 @@ import pytest
 from records import SENTINELS, Record, Stack, result
 from support import call, f64, i32, i64, kernel
 
-
 # Two axes of extent 3: a diagonal element, a pair of mirror elements, and one whose mirror isn't stored.
 MEAN = Record(
     shape=(3, 3),

@@ -109,7 +109,10 @@ def ways(rng, shape):
         right, right_dense = random_sparse_matrix(rng, extent(rng), size)
         left, left_dense = random_sparse_matrix(rng, size, extent(rng))
         indices = rng.integers(0, np.prod(other), size)
-        found["pick"] = [other], lambda s: operators.pick(s, indices), lambda e: e.reshape(-1, VARIABLES)[indices]
+        coordinates = np.stack(np.unravel_index(indices, other), 1).astype(np.int32)
+        for name, argument in (("pick", indices), ("pick, coordinates", coordinates)):
+            found[name] = [other], lambda s, i=argument: operators.pick(s, i), \
+                lambda e: e.reshape(-1, VARIABLES)[indices]
         found["diagonal_right"] = [right_dense.shape[::-1]], lambda s: products.diagonal_right(s, right), \
             lambda e: np.einsum("jiv,ij->jv", e, right_dense)
         found["diagonal_left"] = [left_dense.shape[::-1]], lambda s: products.diagonal_left(s, left), \

@@ -78,11 +78,14 @@ def test_products_on_a_stack_and_around_axes(kind):
 @pytest.mark.parametrize("a, b", ((0, 1), (1, 3), (0, 3), (2, 3)))
 def test_five_axis_fold(kind, a, b):
     extents = (2, 3, 4, 5)
-    shape, dim = layout(i32(extents), kind), layout(i32([1, extents[a], 1, extents[b], 1]), kind)
-    call(263, n=a, dim=dim, shape=shape)
-    call(264, lo=a, hi=b, dim=dim, shape=shape)
-    call(265, lo=b, dim=dim, hi=4, shape=shape)
-    assert math.prod(dim.tolist()) == math.prod(extents) and dim.tolist()[1::2] == [extents[a], extents[b]]
+    stack = {"shape": 1, "wi32": layout(i32([9, *extents]), kind)}
+    given = {"shape": layout(i32(extents), kind)}
+    for (before, between, behind), of in (((263, 264, 265), given), ((547, 548, 549), stack), ((559, 560, 561), stack)):
+        dim = layout(i32([1, extents[a], 1, extents[b], 1]), kind)
+        call(before, of, n=a, dim=dim)
+        call(between, of, lo=a, hi=b, dim=dim)
+        call(behind, of, lo=b, hi=4, dim=dim)
+        assert math.prod(dim.tolist()) == math.prod(extents) and dim.tolist()[1::2] == [extents[a], extents[b]]
     for number in (266, 550):
         stride = layout(i32([0, 0, 0, 0, 1]), kind)
         call(number, dim=dim, stride=stride)
@@ -136,6 +139,9 @@ COPIES = {
     (60, 97): ("shape", "accshape", {"n": 3}, [2, 3, 4, O, O]),
     (72, 90): ("shape", "coneshape", {"n": 3}, [2, 3, 4, O, O]),
     (225,): ("shape", "rshape", {"n": 3}, [2, 3, 4, O, O]),
+    (427,): ("shape_", "shape", {"n": 3}, [2, 3, 4, O, O]),
+    (540,): ("shape", "r", {"n": 3}, [2, 3, 4, O, O]),
+    (541,): ("shape", "r", {"dim": 1}, [O, 4, 5, O, O]),
     (289,): ("shapei", "rshape", {"n": 3}, [2, 3, 4, O, O]),
     (604, 606): ("sh", "shape", {"n": 3}, [2, 3, 4, O, O]),
     (595,): ("shape", "s", {}, [2, 3, 4, 5, O]),
@@ -219,8 +225,8 @@ def test_shapes_of_a_stack(kind):
 @kinds
 def test_sums_and_extremes(kind):
     values = layout(i32([5, -3, 2**31 - 1, 7, -(2**31)]), kind)
-    for number in (227, 251):
-        assert call(number, n=4, numnz=values, init=1) == wrapped(number, 5 - 3 + 2**31 - 1 + 7 + 1)
+    for number in (227, 251, 433):
+        assert call(number, {"numnz": values, "d1s": values}, n=4, init=1) == wrapped(number, 5 - 3 + 2**31 - 1 + 7 + 1)
         assert call(number, n=0, init=1) == 1
     assert call(292, nnzs=values, init=2) == 10 and call(292, init=2) == 2
     offset = layout(i32([10] + [UNTOUCHED] * 3), kind)

@@ -3,7 +3,7 @@
 import numpy as np
 import pytest
 
-from records import FIRST, check, result
+from records import FIRST, SENTINELS, check, result
 from support import KERNELS, blank, call, f64, i32, i64, kinds
 
 
@@ -69,6 +69,8 @@ def test_matrices_and_variables_as_records(hassp):
     r = result(rng, (3, 2**31 - 1), (0, 2, 2), hassp=hassp)
     arrays = {name.removeprefix("r"): array for name, array in r.arrays.items()}
     matrix = {"mcof": f64([5.0, 7.0]), "msubi": i32([0, 2]), "msubj": i32([3, 1]), "mdimj": 2**31 - 1, "mnnz": 2}
+    call(492, arrays, r.fields(0), matrix, n=1, cvar=FIRST + 6)
+    assert r.slots(0, "nidxs")[1] == SENTINELS["i64"]  # n terms, whatever the number of entries
     call(492, arrays, r.fields(0), matrix, n=2, cvar=FIRST + 6)
     record = r.read(0)
     assert record.nidxs.tolist() == [FIRST + 6] * 2 and record.cof.tolist() == [5, 7]
@@ -82,17 +84,19 @@ def test_matrices_and_variables_as_records(hassp):
     check(r, np.eye(4, 12).reshape(2, 2, 12))
 
 
-@pytest.mark.parametrize("number", [462, 494, 495, 497, 507])
+@pytest.mark.parametrize("number", [437, 438, 462, 494, 495, 497, 507, 542, 543, 544])
 def test_products_over_extents(number):
-    """All take the extents at 1 to 3, told in different ways; 64 bits wrap around, an empty range gives `acc`."""
-    told = {"acc": 7, "base": 1, "n": 3, "hi": 5, "lo": 2}
+    """All take the extents at 1 to 3, told in different ways; results wrap around, an empty range gives the start."""
+    told = {"acc": 7, "init": 7, "base": 1, "top": 1, "shape": 1, "n": 3, "hi": 5, "lo": 2}
     if number == 495:
         told |= {"base": 0, "hi": 4}
+    elif number in (438, 543, 544):
+        told |= {"top": 0, "shape": 0, "lo": 0, "hi": 4, "dim": 0, "nd": 4}
     assert call(number, told, wi32=i32([9, 2, 3, 5, 9])) == 210
-    large = 7 * (2**31 - 1) ** 2 * 4
-    assert call(number, told, wi32=i32([9, 2**31 - 1, 2**31 - 1, 4, 9])) == (large + 2**63) % 2**64 - 2**63
-    empty = {"n": 0} if "n" in dict(KERNELS[number].parameters) else {"hi": 2}
-    assert call(number, {**told, **empty}, wi32=None) == 7
+    large, bits = 7 * (2**31 - 1) ** 2 * 4, 64 if KERNELS[number].results == ("i64",) else 32
+    wrapped = (large + 2 ** (bits - 1)) % 2**bits - 2 ** (bits - 1)
+    assert call(number, told, wi32=i32([9, 2**31 - 1, 2**31 - 1, 4, 9])) == wrapped
+    assert call(number, {**told, "n": 0, "hi": told["lo"], "nd": 0}, wi32=None) == 7
 
 
 @pytest.mark.parametrize(
