@@ -112,6 +112,12 @@ def test_elements_without_terms_are_stored_where_they_are_met():
     assert call(461, w.arguments, msp=i64([0, 1, 3])) == (0, 1, 0)
 
 
+def test_the_element_of_an_array_without_axes_stays_in_place():
+    flat = blank(2, make=i64)
+    call(419, nelem=1, sp=flat, wi64=i64([0]))
+    assert flat.tolist() == [0, -7]
+
+
 def test_a_sort_by_column_leaves_where_the_columns_begin():
     xi32 = blank(10)
     call(451, mdimj=5, mnnz=2, msubj=i32([3, 1]), xi32=xi32, xcolptr=1, xperm=8)
