@@ -200,6 +200,27 @@ def test_product_with_a_parameter_matrix(rows, inner, cols, density, operator, s
     x.assert_unchanged()
 
 
+def test_cursors_skip_blocks():
+    """E is [[a, b], [c, d]], P the same pattern: beginning at the second block leaves out the first."""
+    w = {"wi32": i32(range(5)), "wi64": i64([0, 1, 2, 3]), "wf64": np.zeros(4)}
+    # The pattern of P, at 0, its column order at 4; parameter numbers are 0, 2, 1 and 3.
+    x = {"xi32": i32([0, 2, 1, 3, 0, 2, 1, 3]), "xi64": i64([0, 1, 2, 3]), "pnelem": 4, "perm": 4}
+    sizes = {"nelem": 4, "pcols": 2, "ecols": 2}
+    full = (12, 2, 4)  # atoms, elements, terms of a diagonal
+    half = (6, 1, 2)
+    assert call(351, w, x, sizes) == (4, 4, *full)
+    assert call(351, w, x, sizes, i=2, j=2) == (4, 4, *half)
+    assert call(351, w, x, sizes, i=2, j=0) == (4, 4, *half)  # row 1 waits for column 1
+    assert call(351, w, x, sizes, i=0, j=4) == (0, 4, 0, 0, 0)
+    assert call(353, w, x, sizes, j=2) == (4, *half)
+    for number, order in ((374, (0, 1, 3, 2)), (379, (0, 1, 2, 3))):
+        r = {"ri32": i32([0] * 60), "ri64": i64([0] * 20), "rf64": np.zeros(40), "rcode": 30, "rcodeptr": 10, "rsp": 10}
+        for j, expected in ((2, (12, 2, 4, 4)), (4, (0, 0, 0, 4)), (7, (0, 0, 0, 7))):
+            got = call(number, w, x, r, sizes, j=j)
+            assert tuple(got[at] for at in order) == expected
+        assert r["ri64"][10:12].tolist() == [2, 3]
+
+
 @codes
 def test_dense_product_step_by_step(code):
     """With a dense P the caller runs rows, columns and inner index, and keeps `rptr` itself."""
