@@ -4,8 +4,8 @@ import numpy as np
 import pytest
 
 from records import (
-    SENTINELS, Record, Stack, check, codes, elements, evaluate, every_operand, random_operand, random_record,
-    result,
+    ONE_ATOM, SENTINELS, Record, Stack, check, codes, elements, evaluate, every_operand, random_operand,
+    random_record, result,
 )  # fmt: skip
 from support import blank, call, f64, i32, i64, kinds, layout
 
@@ -73,6 +73,10 @@ def test_dead_terms(value, code, alive):
     record.cof = f64([2.0, value])
     w = Stack("w", rng, [record])
     assert call(395, w.arguments, ok=True) is alive and call(395, w.arguments, ok=False) is False
+
+    single = random_record(rng, (1,), code=ONE_ATOM)
+    single.cof[:] = 0
+    assert call(395, Stack("w", rng, [single]).arguments, ok=True) is True
 
 
 @every_operand

@@ -3,7 +3,7 @@
 import numpy as np
 import pytest
 
-from records import Record, Stack, check, coefficients, evaluate, random_matrix, random_record, result
+from records import ONE_ATOM, Record, Stack, check, coefficients, evaluate, random_matrix, random_record, result
 from support import blank, call, f64, i32, i64, kernel
 
 
@@ -126,14 +126,14 @@ def test_a_sort_by_column_leaves_where_the_columns_begin():
 
 def test_the_left_diagonal_sets_all_of_its_record():
     rng = np.random.default_rng(0)
-    record = random_record(rng, (2, 3), code=True)
+    record = random_record(rng, (2, 3), code=ONE_ATOM)
     w = Stack("w", rng, [record])
-    matrix = {"msubi": i32([0, 2]), "msubj": i32([1, 0]), "mval": f64([2, 3]), "d1": 3}
+    matrix = {"msubi": i32([0, 0, 1, 1, 2, 2]), "msubj": i32([0, 1] * 3), "mval": f64([2, 3] * 3), "d1": 3}
     mi, *sizes = call(455, w.arguments, matrix)
     r = result(rng, (3,), sizes, preset=())
     call(456, w.arguments, r.arguments, matrix, rdim=3)
-    written = check(r, np.einsum("ij,jiv->iv", [[0, 2], [0, 0], [3, 0]], evaluate(record)), w)
-    assert mi == 2 and written.sp.tolist() == [0, 2]
+    written = check(r, np.einsum("j,jiv->iv", [2, 3], evaluate(record)), w)
+    assert mi == 6 and written.sp.tolist() == [0, 1, 2]
 
 
 def test_a_match_of_the_left_diagonal_takes_both_cursors_past_it():
