@@ -1,10 +1,9 @@
 // A module for tests of the frame: buffers of any description that record when they are taken and released.
 //
-//     recorder.Buffer(log, name, data, format, itemsize, shape, strides=None, offset=0, readonly=False)
+//     recorder.Buffer(log, name, data, format, itemsize, shape)
 //
-// views the memory of `data`, whose length is not checked, or a null pointer if that is None. `shape` and `strides` (in
-// bytes, of a contiguous array unless given) are tuples of the same length. The list `log` gets "+name" when a view is
-// taken and "-name" when it is released.
+// views the memory of `data`, whose length is not checked, or a null pointer if that is None, as a contiguous array.
+// `shape` is a tuple. The list `log` gets "+name" when a view is taken and "-name" when it is released.
 
 #define PY_SSIZE_T_CLEAN
 #include <Python.h>
@@ -23,53 +22,38 @@ struct Recorder {
   PyObject* format;  // bytes
   Py_buffer memory;
   Py_ssize_t itemsize;
-  Py_ssize_t offset;
-  int readonly;
   int dimensions;
   Extents shape;
-  Extents strides;
+  Extents strides;  // in bytes
 };
 
-bool read_extents(PyObject* tuple, Extents& extents)
+int initialise(PyObject* object, PyObject* arguments, PyObject*)
 {
-  if (!PyTuple_Check(tuple) || PyTuple_GET_SIZE(tuple) > max_dimensions) {
-    PyErr_SetString(PyExc_TypeError, "shape and strides are tuples of at most 4 integers");
-    return false;
-  }
-  for (Py_ssize_t k = 0; k < PyTuple_GET_SIZE(tuple); ++k) {
-    extents[static_cast<std::size_t>(k)] = PyLong_AsSsize_t(PyTuple_GET_ITEM(tuple, k));
-  }
-  return !PyErr_Occurred();
-}
-
-int initialise(PyObject* object, PyObject* arguments, PyObject* keywords)
-{
-  const char* const names[] = {"log",   "name",    "data",   "format",   "itemsize",
-                               "shape", "strides", "offset", "readonly", nullptr};
   auto* self = reinterpret_cast<Recorder*>(object);
-  PyObject *log, *name, *data, *shape, *strides = Py_None;
+  PyObject *log, *name, *data, *shape;
   const char* format;
-  if (!PyArg_ParseTupleAndKeywords(arguments, keywords, "O!UOsnO|Onp", const_cast<char**>(names), &PyList_Type, &log,
-                                   &name, &data, &format, &self->itemsize, &shape, &strides, &self->offset,
-                                   &self->readonly)) {
+  if (!PyArg_ParseTuple(arguments, "O!UOsnO!", &PyList_Type, &log, &name, &data, &format, &self->itemsize,
+                        &PyTuple_Type, &shape)) {
     return -1;
   }
-  if (!read_extents(shape, self->shape)) return -1;
   self->dimensions = static_cast<int>(PyTuple_GET_SIZE(shape));
-  if (strides != Py_None) {
-    if (!read_extents(strides, self->strides)) return -1;
-  } else {
-    Py_ssize_t stride = self->itemsize;
-    for (auto k = static_cast<std::size_t>(self->dimensions); k-- > 0; stride *= self->shape[k]) {
-      self->strides[k] = stride;
-    }
+  if (self->dimensions > max_dimensions) {
+    PyErr_SetString(PyExc_ValueError, "more than 4 dimensions");
+    return -1;
+  }
+  Py_ssize_t stride = self->itemsize;
+  for (Py_ssize_t k = self->dimensions; k-- > 0;) {
+    const auto axis = static_cast<std::size_t>(k);
+    self->shape[axis] = PyLong_AsSsize_t(PyTuple_GET_ITEM(shape, k));
+    self->strides[axis] = stride;
+    stride *= self->shape[axis];
   }
   Py_INCREF(log);
   self->log = log;
   self->taken = PyUnicode_FromFormat("+%U", name);
   self->released = PyUnicode_FromFormat("-%U", name);
   self->format = PyBytes_FromString(format);
-  if (!self->taken || !self->released || !self->format) return -1;
+  if (PyErr_Occurred()) return -1;
   return data == Py_None ? 0 : PyObject_GetBuffer(data, &self->memory, PyBUF_SIMPLE);
 }
 
@@ -77,10 +61,7 @@ void destroy(PyObject* object)
 {
   auto* self = reinterpret_cast<Recorder*>(object);
   PyBuffer_Release(&self->memory);
-  Py_XDECREF(self->log);
-  Py_XDECREF(self->taken);
-  Py_XDECREF(self->released);
-  Py_XDECREF(self->format);
+  for (PyObject* held : {self->log, self->taken, self->released, self->format}) Py_XDECREF(held);
   PyTypeObject* type = Py_TYPE(object);
   type->tp_free(object);
   Py_DECREF(type);
@@ -89,19 +70,15 @@ void destroy(PyObject* object)
 int take(PyObject* object, Py_buffer* view, int)
 {
   auto* self = reinterpret_cast<Recorder*>(object);
-  view->obj = nullptr;
+  *view = {};
   if (PyList_Append(self->log, self->taken) < 0) return -1;
-  view->buf = static_cast<char*>(self->memory.buf) + self->offset;
+  view->buf = self->memory.buf;
   view->itemsize = self->itemsize;
-  view->len = self->itemsize;
-  for (int k = 0; k < self->dimensions; ++k) view->len *= self->shape[static_cast<std::size_t>(k)];
-  view->readonly = self->readonly;
+  view->len = self->dimensions ? self->strides[0] * self->shape[0] : self->itemsize;
   view->ndim = self->dimensions;
   view->format = PyBytes_AS_STRING(self->format);
   view->shape = self->dimensions ? self->shape.data() : nullptr;
   view->strides = self->dimensions ? self->strides.data() : nullptr;
-  view->suboffsets = nullptr;
-  view->internal = nullptr;
   Py_INCREF(object);
   view->obj = object;
   return 0;

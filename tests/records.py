@@ -1,10 +1,10 @@
 """Random expression records, the stacks that hold them, what a record means, and random constant matrices.
 
-    record = random_record(rng, (3, 4), sparse=True, code=True)
-    w = Stack("w", rng, [record], "strided")
-    r = Stack("r", rng, [Room(shape=(2, 3), nelem=6, nnz=14, ncodeatom=40, hassp=False)], "strided")
-    call(472, w.arrays, w.fields(0), r.arrays, r.fields(0, prefix="r"), d0=3, d1=4, ...)
-    np.array_equal(evaluate(r.read(0)), expected)
+    record, w = random_operand(rng, (3, 4), sparse=True, code=True, kind="strided")
+    atoms, elements, terms = call(467, w.arguments, d0=3, d1=4, ...)
+    r = result(rng, (2, 3), (atoms, elements, terms), "strided")
+    call(472, w.arguments, r.arguments, d0=3, d1=4, ...)
+    check(r, expected, w)
 
 All coefficients, constants and parameter values are small integers, so that any order of adding them up is exact.
 """
@@ -12,12 +12,24 @@ All coefficients, constants and parameter values are small integers, so that any
 from dataclasses import dataclass
 
 import numpy as np
+import pytest
 
-from support import i32, layout
+from support import i32, kinds, layout
 
 VARIABLES = 12
+FIRST = 2**33  # what variable 1 and all behind it are counted from, so that none fits into 32 bits
 PARAMETERS = np.array([3.0, -2.0, 5.0, 7.0])
 SENTINELS = {"i32": np.int32(-77_777), "i64": np.int64(-7_777_777_777), "f64": np.float64(-7.75e77)}
+
+ONE_ATOM = "one atom"  # a record of one term, whose code is one atom: the least that counts as code
+codes = pytest.mark.parametrize("code", [False, True, ONE_ATOM], ids=["plain", "code", ONE_ATOM])
+patterns = pytest.mark.parametrize("sparse", [False, True], ids=["dense", "sparse"])
+
+
+def every_operand(test):
+    """Runs a test with dense and sparse operands, with and without code, in every layout."""
+    return kinds(codes(patterns(test)))
+
 
 # The array of a stack that holds each field.
 FIELDS = {
@@ -58,15 +70,15 @@ class Record:
 
 @dataclass
 class Room:
-    """The sizes of a record that a kernel is going to write. Its `ptr[0]` and `codeptr[0]` are set to 0 by the host
-    layer, that is by Stack, unless `preset` is False."""
+    """The sizes of a record that a kernel is going to write. Of the fields `preset` the host layer, that is Stack, sets
+    the shape and slot 0 of the pointers."""
 
     shape: tuple = ()
     nelem: int = 0
     nnz: int = 0
     ncodeatom: int = 0
     hassp: bool = False
-    preset: bool = True
+    preset: tuple = ("shape", "ptr", "codeptr")
 
 
 def lengths(sizes):
@@ -99,10 +111,26 @@ def random_code(rng):
     return shapes[rng.integers(len(shapes))]
 
 
-def random_record(rng, shape, sparse=False, code=False, density=0.6, terms=3, variables=VARIABLES):
+def random_variables(rng, n):
+    numbers = rng.integers(0, VARIABLES, n)
+    return numbers + FIRST * (numbers > 0)
+
+
+def single_term(rng, shape, sparse):
+    """A record of one term, whose code is one atom."""
+    place = int(rng.integers(np.prod(shape)))
+    ptr = i32([0, 1]) if sparse else i32(np.arange(np.prod(shape) + 1) > place)
+    p = np.array([rng.integers(len(PARAMETERS))], float)
+    sp = np.array([place]) if sparse else None
+    return Record(tuple(shape), sp, ptr, random_variables(rng, 1), np.array([2.0]), i32([0, 1]), i32([1]), p)
+
+
+def random_record(rng, shape, sparse=False, code=False, density=0.6, terms=3):
     """A record of up to `terms` terms an element, some elements being empty. A sparse one stores about `density` of its
-    elements. Variables are 0 (the constant term) to variables-1, unsorted and repeating."""
+    elements. Variables are 0 (the constant term) and FIRST + 1 on, unsorted and repeating."""
     size = int(np.prod(shape))
+    if code == ONE_ATOM and size:
+        return single_term(rng, shape, sparse)
     sp = np.flatnonzero(rng.random(size) < density) if sparse else None
     nelem = len(sp) if sparse else size
     counts = rng.integers(0, terms + 1, nelem)
@@ -111,7 +139,7 @@ def random_record(rng, shape, sparse=False, code=False, density=0.6, terms=3, va
         shape=tuple(shape),
         sp=sp,
         ptr=np.r_[0, np.cumsum(counts, dtype=int)],
-        nidxs=rng.integers(0, variables, nnz),
+        nidxs=random_variables(rng, nnz),
         cof=rng.integers(-5, 6, nnz).astype(float),
     )
     if code and nnz:
@@ -157,28 +185,28 @@ def run_code(code, cconst, parameters=PARAMETERS):
     return stack[0]
 
 
-def coefficients(record, parameters=PARAMETERS):
+def coefficients(record):
     """The coefficient of every term: its `cof` plus the value of its code."""
     if record.code is None:
         return record.cof
     runs = zip(record.codeptr, record.codeptr[1:])
-    return record.cof + [run_code(record.code[b:e], record.cconst[b:e], parameters) for b, e in runs]
+    return record.cof + [run_code(record.code[b:e], record.cconst[b:e]) for b, e in runs]
 
 
-def evaluate(record, parameters=PARAMETERS, variables=VARIABLES):
+def evaluate(record):
     """The record's meaning: an array of its shape with one more axis, the coefficient of each variable."""
-    forms = np.zeros((int(np.prod(record.shape)), variables))
+    forms = np.zeros((int(np.prod(record.shape)), VARIABLES))
     flat = np.arange(record.nelem) if record.sp is None else record.sp
-    np.add.at(forms, (np.repeat(flat, np.diff(record.ptr)), record.nidxs), coefficients(record, parameters))
-    return forms.reshape(*record.shape, variables)
+    variables = np.where(record.nidxs == 0, 0, record.nidxs - FIRST)
+    np.add.at(forms, (np.repeat(flat, np.diff(record.ptr)), variables), coefficients(record))
+    return forms.reshape(*record.shape, VARIABLES)
 
 
-def elements(record, zero_code=False):
+def elements(record):
     """The record's elements as they stand: an array of its shape whose items are tuples of terms (variable,
-    coefficient, atoms), None where nothing is stored. With `zero_code` terms of a record without code have the code
-    (2, 0.0)."""
+    coefficient, atoms), None where nothing is stored."""
     array = np.full(int(np.prod(record.shape)), None, dtype=object)
-    atoms = [((2, 0.0),) if zero_code else ()] * record.nnz
+    atoms = [()] * record.nnz
     if record.code is not None:
         run = list(zip(record.code.tolist(), record.cconst.tolist()))
         atoms = [tuple(run[b:e]) for b, e in zip(record.codeptr, record.codeptr[1:])]
@@ -192,7 +220,8 @@ def elements(record, zero_code=False):
 class Stack:
     """Three arrays, filled with sentinels, with the fields of records (or room for them) at positions of their own.
 
-    The fields stand in random order with random gaps. `arrays` maps the parameters' names ("wi32", ...) to the arrays.
+    The fields stand in random order with random gaps. `arrays` maps the parameters' names ("wi32", ...) to the arrays,
+    `arguments` those and the parameters of record 0, which on the r stack have names with an r in front.
     """
 
     def __init__(self, name, rng, contents, kind="contiguous"):
@@ -214,9 +243,10 @@ class Stack:
                 for field, values in vars(content).items():
                     if values is not None:
                         self.slots(k, field)[:] = values
-            elif content.preset:
-                self.slots(k, "ptr")[:1] = 0
-                self.slots(k, "codeptr")[:1] = 0
+            else:
+                for field in content.preset:
+                    self.slots(k, field)[: None if field == "shape" else 1] = content.shape if field == "shape" else 0
+        self.arguments = {**self.arrays, **self.fields(0, "r" if name == "r" else "")}
         self.before = {array: values.copy() for array, values in self.arrays.items()}
 
     def slots(self, k, field):
@@ -269,3 +299,26 @@ class Stack:
                     position = self.positions[k][field]
                     changed[position : position + lengths(self.contents[k])[field]] = False
             assert not np.any(changed), array
+
+
+def random_operand(rng, shape, sparse=False, code=False, density=0.6, terms=3, kind="contiguous"):
+    """A random record and the w stack with it."""
+    record = random_record(rng, shape, sparse, code, density, terms)
+    return record, Stack("w", rng, [record], kind)
+
+
+def result(rng, shape, sizes, kind="contiguous", hassp=True, preset=Room.preset):
+    """The r stack with room for a record of the measured (atoms, elements, terms)."""
+    atoms, elements, terms = sizes
+    return Stack("r", rng, [Room(tuple(shape), elements, terms, atoms, hassp, preset)], kind)
+
+
+def check(r, expected, *operands, meaning=evaluate):
+    """The record on r, which must mean what is expected, while nothing has changed beside it or on the operands'
+    stacks."""
+    record = r.read(0)
+    assert np.array_equal(meaning(record), expected)
+    r.assert_only_written(0)
+    for operand in operands:
+        operand.assert_only_written()
+    return record

@@ -1,15 +1,18 @@
-"""Shared by the tests: the kernels by number, arrays in several layouts, and random expression records."""
+"""Shared by the tests: the kernels by number, calls by name, arrays in several layouts, the scripts of examples/."""
 
+import os
+import subprocess
 import sys
 from collections import ChainMap
 from pathlib import Path
 
 import numpy as np
+import pytest
 
 import fragments
 
 ROOT = Path(__file__).resolve().parent.parent
-sys.path.insert(0, str(ROOT / "tools"))
+sys.path[:0] = [str(ROOT / "tools"), str(ROOT / "examples")]
 
 from kernels import read_kernels  # noqa: E402
 
@@ -20,6 +23,9 @@ EMPTY = {"i": 0, "L": 0, "d": 0.0, "p": False}  # of each kind of scalar; an arr
 CHECKED = Path(fragments.__file__).parent.name == "checked"
 
 LAYOUTS = ("contiguous", "strided", "reversed")
+kinds = pytest.mark.parametrize("kind", LAYOUTS)
+
+UNTOUCHED = -7  # what a slot holds that no kernel has written
 
 
 def kernel(number):
@@ -41,11 +47,9 @@ def layout(array, kind):
     array = np.asarray(array)
     if kind == "contiguous":
         return array.copy()
-    spread = np.zeros([3 * n + 1 for n in array.shape], dtype=array.dtype)
-    if kind == "strided":
-        view = spread[tuple(slice(1, 3 * n + 1, 3) for n in array.shape)]
-    else:
-        view = spread[tuple(slice(0, 2 * n, 2) for n in array.shape)]
+    spread = np.zeros([2 * n + 1 for n in array.shape], dtype=array.dtype)
+    view = spread[tuple(slice(1, 2 * n + 1, 2) for n in array.shape)]
+    if kind == "reversed":
         view = view[(slice(None, None, -1),) * array.ndim]
     view[...] = array
     return view
@@ -63,9 +67,26 @@ def f64(values):
     return np.array(values, dtype=np.float64)
 
 
-def placed(size, start, values, fill=-7):
+def blank(n, kind="contiguous", make=i32):
+    """An array of n slots that no kernel has written."""
+    return layout(make([UNTOUCHED] * n), kind)
+
+
+def placed(size, start, values, fill=UNTOUCHED):
     """What an array of `size` slots is that held `fill` before `values` were written from slot `start` on."""
     values = np.asarray(values)
     array = np.full(size, fill, dtype=values.dtype)
     array[start : start + len(values)] = values
     return array
+
+
+def row_major(shape):
+    """The strides, in elements, of an array in row-major order."""
+    return [int(np.prod(shape[d + 1 :])) for d in range(len(shape))]
+
+
+def run_example(script, *arguments):
+    """Runs a script of examples/ with the module under test."""
+    environment = dict(os.environ, PYTHONPATH=str(Path(fragments.__file__).parent))
+    command = [sys.executable, str(ROOT / "examples" / script), *map(str, arguments)]
+    return subprocess.run(command, env=environment, capture_output=True, text=True)

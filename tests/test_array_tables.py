@@ -2,12 +2,13 @@
 
 import ctypes
 import sys
+from pathlib import Path
 
 import numpy as np
 import pytest
 
 import recorder
-from support import KERNELS, LAYOUTS, call, f64, i32, i64, layout
+from support import KERNELS, LAYOUTS, call, f64, i32, i64, kinds, layout
 
 REFUSED = "Invalid array shape or type for argument '{}'"
 
@@ -23,7 +24,7 @@ def recorded(log, name, *values):
     return recorder.Buffer(log, name, i32(values), "i", 4, (len(values),))
 
 
-@pytest.mark.parametrize("kind", LAYOUTS)
+@kinds
 @pytest.mark.parametrize("entry_kind", LAYOUTS)
 def test_extents_of_shapes_add_up(kind, entry_kind):
     shapes = [layout(i32(shape), entry_kind) for shape in ([2, 3], [4, 5, 6], [7], [2**31 - 1, 8])]
@@ -44,7 +45,7 @@ def test_no_shapes_leave_the_result(shapes):
     assert rshape.tolist() == [9]
 
 
-@pytest.mark.parametrize("kind", LAYOUTS)
+@kinds
 def test_lists_interleave(kind):
     lists = table(i32([1, 2, 3, 4, 5, 6, 7]), layout(i32([-1, -2, -3, -4, -5, -6]), kind), None, kind=kind)
     for nd, rows in ((2, 6), (1, 2), (0, 1), (3, 0)):
@@ -110,3 +111,13 @@ def test_entries_are_released_before_their_table_in_ascending_order(number, name
     assert [sys.getrefcount(x) for x in held] == references
     drops = [*reversed(after), *taken, name, *reversed(before)]
     assert log == ["+" + x for x in (*before, name, *taken, *after)] + ["-" + x for x in drops]
+
+
+def test_what_a_table_was_bound_in_is_freed():
+    def pages():
+        return int(Path("/proc/self/statm").read_text().split()[1])
+
+    entries, before = table(*[None] * 10**6), pages()
+    for _ in range(30):
+        call(231, rshape=i32([0]), shapes=entries)
+    assert pages() - before < 50_000  # each call takes 7,800 or more

@@ -1,140 +1,10 @@
-"""Operators on two axes as the sides of a matrix: triangle, scaling off the diagonal, symmetrisation."""
+"""Operators on two axes as the sides of a matrix: what the random trees of operators cannot show."""
 
 import numpy as np
 import pytest
 
-from records import SENTINELS, Record, Room, Stack, evaluate, random_record
-from support import LAYOUTS, call, f64, i32, i64, kernel, layout
-
-# Shapes and two of their axes. Extents before and between the two are no greater than theirs, which is what the sort by
-# mirror keys asks for.
-PAIRS = [((3, 3), 0, 1), ((2, 4, 3, 4), 1, 3), ((2, 3, 3, 2), 1, 2), ((4, 2, 4, 3), 0, 2)]
-
-pairs = pytest.mark.parametrize("shape, a, b", PAIRS, ids=str)
-kinds = pytest.mark.parametrize("kind", LAYOUTS)
-operands = pytest.mark.parametrize(
-    "sparse, code",
-    [(False, False), (False, True), (True, False), (True, True)],
-    ids=["dense", "dense code", "sparse", "sparse code"],
-)
-
-
-def fold(w, a, b, numbers, kind):
-    """The five extents, by the kernels `numbers` for the products before, between and behind the axes."""
-    shape = w.contents[0].shape
-    dim = layout(i32([1, shape[a], 1, shape[b], 1]), kind)
-    before, between, behind = numbers
-    call(before, w.arrays, w.fields(0), dim=dim, n=a)
-    call(between, w.arrays, w.fields(0), dim=dim, lo=a, hi=b)
-    call(behind, w.arrays, w.fields(0), dim=dim, lo=b, hi=len(shape))
-    assert np.prod(dim) == np.prod(shape)
-    return dim
-
-
-def coordinates(shape, a, b):
-    """i1 and i3 of every element, in the operand's shape."""
-    index = np.indices(shape)
-    return index[a], index[b]
-
-
-def random_operand(shape, sparse, code, kind):
-    rng = np.random.default_rng(len(shape) + 10 * code)
-    record = random_record(rng, shape, sparse, code, density=0.5)
-    return rng, record, Stack("w", rng, [record], kind)
-
-
-def result_stack(rng, shape, elements, terms, atoms, hassp, kind):
-    r = Stack("r", rng, [Room(shape, elements, terms, atoms, hassp)], kind)
-    r.slots(0, "shape")[:] = shape
-    return r
-
-
-def written(r):
-    r.assert_only_written(0)
-    return r.read(0)
-
-
-@kinds
-@operands
-@pairs
-@pytest.mark.parametrize("upper", [False, True], ids=["lower", "upper"])
-def test_triangle(shape, a, b, upper, sparse, code, kind):
-    rng, record, w = random_operand(shape, sparse, code, kind)
-    dim = fold(w, a, b, (547, 548, 549), kind)
-    stride = layout(i32(np.r_[np.cumprod(dim[:0:-1])[::-1], 1]), kind)
-    table = {"dim": dim, "stride": stride}
-    atoms, terms = call(551, w.arrays, w.fields(0), table, nc=0, nnz=0, upper=upper)
-
-    i1, i3 = coordinates(shape, a, b)
-    wanted = i1 <= i3 if upper else i1 >= i3
-    r = result_stack(rng, shape, np.count_nonzero(wanted), terms, atoms, True, kind)
-    names = {**r.arrays, **r.fields(0, "r")}
-    assert call(554 if upper else 553, names, table, k=0) == r.contents[0].nelem
-    assert np.array_equal(r.slots(0, "sp"), np.flatnonzero(wanted))
-    common = {**w.arrays, **w.fields(0), **names, "count": r.contents[0].nelem, "rhascode": atoms}
-    assert call(555, common, c=0, k=0) == (atoms, terms)
-    assert np.array_equal(evaluate(written(r)), evaluate(record) * wanted[..., None])
-    w.assert_only_written()
-
-
-@kinds
-@operands
-@pairs
-def test_scaling_off_the_diagonal(shape, a, b, sparse, code, kind):
-    rng, record, w = random_operand(shape, sparse, code, kind)
-    atoms = record.ncodeatom and record.ncodeatom + 2 * record.nnz
-    r = result_stack(rng, shape, record.nelem, record.nnz, atoms, sparse, kind)
-    copied = ("shape", "sp", "ptr", "nidxs", "cof")
-    common = {**w.arrays, **w.fields(0), **r.arrays, **r.fields(0, "r"), "factor": -3.0}
-    call(557, common, ncodeatom=0)  # all but the code, which 546 writes anew
-    r.assert_only_written(0, copied)
-
-    extents = {"wi32": w.arrays["wi32"], "shape": w.fields(0)["shape"], "acc": 1}
-    common |= {"dim0": call(542, extents, n=a), "dim1": shape[a], "dim2": call(543, extents, lo=a, hi=b)}
-    common |= {"dim3": shape[b], "dim4": call(544, extents, lo=b, hi=len(shape))}
-    call(546 if code else 545, common)
-    i1, i3 = coordinates(shape, a, b)
-    result = written(r)
-    assert np.array_equal(evaluate(result), evaluate(record) * np.where(i1 == i3, 1, -3)[..., None])
-    assert np.array_equal(result.ptr, record.ptr) and np.array_equal(result.nidxs, record.nidxs)
-
-
-@kinds
-@operands
-@pairs
-def test_symmetrisation(shape, a, b, sparse, code, kind):
-    rng, record, w = random_operand(shape, sparse, code, kind)
-    dim = fold(w, a, b, (559, 560, 561), kind)
-    stride = layout(i64([-7, -7, -7, -7, 1]), kind)
-    call(562, dim=dim, stride=stride)
-    assert np.array_equal(stride, np.r_[np.cumprod(dim[:0:-1])[::-1], 1])
-
-    table = {"dim": dim, "stride": stride}
-    common = {**w.arrays, **w.fields(0), **table}
-    if sparse:
-        n, source = record.nelem, 1 + max(dim)
-        xi32, xi64 = layout(i32(np.full(source + 2 * n, -1)), kind), layout(i64(np.full(n + 2, -1)), kind)
-        common |= {"xi32": xi32, "xi64": xi64, "n": n, "key": 1}
-        call(563, common, base=source)
-        perm, _ = call(564, common, source=source, target=source + n, sortidx=i32([1, 2, 3, 0]), ptr=0)
-        call(566, common, perm=perm)
-        assert np.array_equal(xi64[1 : n + 1], np.sort(mirrors(record.sp, shape, a, b)))
-        atoms, terms = call(565, common, nc=0, nnz=0)
-        elements = call(567, common, acc=0)
-        common["perm"] = perm
-    else:
-        atoms, terms = call(570, common, nc=0, nnz=0)
-        elements = record.nelem
-    r = result_stack(rng, shape, elements, terms, atoms, sparse, kind)
-    common |= {**r.arrays, **r.fields(0, "r")}
-    if sparse:
-        assert call(569, common, c=0, ia=0, g=0, ib=0, t=0) == (atoms, n, elements, n, terms)
-    else:
-        assert call(572, common, c=0, e=0, g=0, t=0) == (atoms, elements, elements, terms)
-    forms = evaluate(record)
-    assert np.array_equal(evaluate(written(r)), (forms + np.swapaxes(forms, a, b)) / 2)
-    w.assert_only_written()
-
+from records import SENTINELS, Record, Stack, result
+from support import call, f64, i32, i64, kernel
 
 # Two axes of extent 3: a diagonal element, a pair of mirror elements, and one whose mirror isn't stored.
 MEAN = Record(
@@ -160,8 +30,8 @@ def atoms_of(r):
 def test_mean_of_stored_elements():
     """Natural terms come first, an element without a mirror is written twice, and the diagonal keeps every bit."""
     rng = np.random.default_rng(1)
-    w, r = Stack("w", rng, [MEAN]), result_stack(rng, (3, 3), 5, 8, 19, True, "contiguous")
-    names = {**w.arrays, **w.fields(0), **r.arrays, **r.fields(0, "r"), "stride": i64([9, 3, 3, 1, 1])}
+    w, r = Stack("w", rng, [MEAN]), result(rng, (3, 3), (19, 5, 8))
+    names = {**w.arguments, **r.arguments, "stride": i64([9, 3, 3, 1, 1])}
     names |= {"xi32": i32([0, 2, 1, 3]), "xi64": i64([0, 1, 3, 7])}
     assert call(569, names) == (19, 4, 5, 4, 8)
     assert list(r.slots(0, "sp")) == [0, 1, 3, 5, 7] and list(r.slots(0, "ptr")) == [0, 2, 4, 6, 7, 8]
@@ -174,9 +44,8 @@ def test_mean_of_stored_elements():
 def test_diagonal_is_scaled_in_code_only():
     """Off the diagonal coefficients and code get the factor; on it code gets a factor of 1, coefficients none."""
     rng = np.random.default_rng(2)
-    w, r = Stack("w", rng, [MEAN]), result_stack(rng, (3, 3), 4, 5, 15, True, "contiguous")
-    names = {**w.arrays, **w.fields(0), **r.arrays, **r.fields(0, "r"), "factor": 2.0, "hassp": True}
-    names |= {"dim0": 1, "dim1": 3, "dim2": 1, "dim3": 3, "dim4": 1}
+    w, r = Stack("w", rng, [MEAN]), result(rng, (3, 3), (15, 4, 5))
+    names = {**w.arguments, **r.arguments, "factor": 2.0, "dim0": 1, "dim1": 3, "dim2": 1, "dim3": 3, "dim4": 1}
     r.slots(0, "ptr")[:], r.slots(0, "cof")[:] = MEAN.ptr, MEAN.cof
     for number, cof in ((545, [-0.0, np.nan, 6.0, 10.0, 12.0]), (546, [-0.0, np.nan, 12.0, 20.0, 24.0])):
         call(number, names)
@@ -186,7 +55,7 @@ def test_diagonal_is_scaled_in_code_only():
 
 
 @pytest.mark.parametrize(
-    "dim, sp, buckets, perm, result",
+    "dim, sp, buckets, perm, places",
     [
         # Axis 1 has 2 buckets and the sum goes over 4: it takes in the slots behind, which hold 10 and 20.
         ((1, 2, 1, 4, 1), (0, 4, 5), [1, 3, 3, 13, 33], [0, 1, 2], (8, 5)),
@@ -196,24 +65,11 @@ def test_diagonal_is_scaled_in_code_only():
         ((1, 1, 1, 1, 1), (0, 0, 0), [5, 5, 5, 10, 20], [-7] * 3, (5, 8)),
     ],
 )
-def test_every_pass_adds_up_as_many_buckets(dim, sp, buckets, perm, result):
+def test_every_pass_adds_up_as_many_buckets(dim, sp, buckets, perm, places):
     xi32 = i32([5, 5, 5, 10, 20, 0, 1, 2, -7, -7, -7])
     names = {"dim": i32(dim), "stride": i64([1, dim[3], 1, 1, 1]), "wi64": i64(sp), "xi32": xi32}
-    assert call(564, names, n=3, source=5, target=8, sortidx=i32([1, 0, 2, 4])) == result
+    assert call(564, names, n=3, source=5, target=8, sortidx=i32([1, 0, 2, 4])) == places
     assert list(xi32) == [*buckets, 0, 1, 2, *perm]
-
-
-def test_cursors_go_on_from_what_came_in():
-    """A second run of a writer over the same operand appends to the first."""
-    rng = np.random.default_rng(3)
-    w = Stack("w", rng, [random_record(rng, (2, 2), code=True)])
-    names = {**w.arrays, **w.fields(0), "dim": i32([1, 2, 1, 2, 1]), "stride": i64([4, 2, 2, 1, 1]), "nnz": 0}
-    atoms, terms = call(570, names)
-    r = result_stack(rng, (2, 2, 2), 8, 2 * terms, 2 * atoms, False, "contiguous")
-    names |= {**r.arrays, **r.fields(0, "r")}
-    c, e, g, t = call(572, names)
-    assert call(572, names, c=c, g=g, t=t) == (2 * atoms, 4, 8, 2 * terms)
-    assert np.array_equal(*evaluate(written(r)))
 
 
 def test_positions_of_the_triangle_need_64_bits():
@@ -237,10 +93,3 @@ def test_flag_beside_a_product():
     extents = i32([0, 3, 2**30])
     assert kernel(556)(2, "yes", 1, 1, extents) == (True, -(2**30))
     assert kernel(556)(1, [], -2, 1, extents) == (False, -6) and kernel(556)(0, 0, 9, 0, None) == (False, 9)
-
-
-def mirrors(sp, shape, a, b):
-    """The flat positions with the coordinates of the two axes exchanged."""
-    index = list(np.unravel_index(sp, shape))
-    index[a], index[b] = index[b], index[a]
-    return np.ravel_multi_index(index, shape)

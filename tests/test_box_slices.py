@@ -3,9 +3,7 @@
 import numpy as np
 import pytest
 
-from support import LAYOUTS, call, i32, i64, kernel, layout
-
-kinds = pytest.mark.parametrize("kind", LAYOUTS)
+from support import blank, call, i32, i64, kernel, kinds, layout, row_major
 
 
 def random_box(rng, shape):
@@ -14,12 +12,8 @@ def random_box(rng, shape):
     return first, last, np.ix_(*map(np.arange, first, last))
 
 
-def row_major(shape):
-    return np.r_[np.cumprod(shape[:0:-1])[::-1], 1]
-
-
 @kinds
-@pytest.mark.parametrize("shape", [(7,), (4, 5), (3, 1, 4), (2, 3, 2, 3), (2, 1) * 5], ids=str)
+@pytest.mark.parametrize("shape", [(1,), (7,), (4, 5), (3, 1, 4), (2, 3, 2, 3), (2, 1) * 5], ids=str)
 def test_slice(shape, kind):
     rng = np.random.default_rng(len(shape))
     native = rng.integers(0, 1000, shape)
@@ -32,19 +26,19 @@ def test_slice(shape, kind):
         table |= {name: layout(i32(last), kind) for name in ("lasta", "astop")}
         table |= {"con_nativeidxs": layout(i32(native.ravel()), kind), "stride": layout(i64(row_major(shape)), kind)}
 
-        walked = layout(i32([-1] * (n + 1)), kind)
+        walked = blank(n + 1, kind)
         call(260, table, sliceidxs=walked, n=n)
-        assert np.array_equal(walked, np.r_[wanted, -1])
+        assert np.array_equal(walked, np.r_[wanted, -7])
 
-        index, filtered = layout(i32([-1] * nd), kind), layout(i32([-1] * (n + 2)), kind)
+        index, filtered = blank(nd, kind), blank(n + 2, kind)
         assert call(317, table, index=index, pos=1, nidxs=table["con_nativeidxs"], rnidxs=filtered) == n + 1
-        assert np.array_equal(filtered, np.r_[-1, wanted, -1]) and np.array_equal(index, np.array(shape) - 1)
+        assert np.array_equal(filtered, np.r_[-7, wanted, -7]) and np.array_equal(index, np.array(shape) - 1)
 
         stored = rng.random(shape) < 0.6
         rsp = np.flatnonzero(stored[box])
         table |= {"sp": layout(i64(np.flatnonzero(stored)), kind), "nidxs": layout(i32(native[stored]), kind)}
         assert call(318, table, index=index, count=5) == 5 + len(rsp)
-        out = {"rsp": layout(i64([-1] * len(rsp)), kind), "rnidxs": layout(i32([-1] * len(rsp)), kind)}
+        out = {"rsp": blank(len(rsp), kind, i64), "rnidxs": blank(len(rsp), kind)}
         assert call(320, table, out, index=index, rstride=i64(row_major(last - first))) == len(rsp)
         assert np.array_equal(out["rsp"], rsp) and np.array_equal(out["rnidxs"], native[box].ravel()[rsp])
 
@@ -74,22 +68,6 @@ def test_a_walk_goes_on_behind_its_box():
 
 
 @kinds
-@pytest.mark.parametrize("upper", [False, True], ids=["lower", "upper"])
-@pytest.mark.parametrize("dim", [(1, 4, 1, 4, 1), (2, 3, 2, 3, 2)], ids=str)
-def test_scatter_of_a_triangle(dim, upper, kind):
-    """A symmetric array comes back whole from one triangle of it."""
-    rng = np.random.default_rng(0)
-    full = rng.integers(1, 1000, dim)
-    i1, i3 = np.indices(dim)[1], np.indices(dim)[3]
-    full = np.where(i1 < i3 if upper else i1 > i3, full, np.swapaxes(full, 1, 3))
-    triangle = full[i1 <= i3 if upper else i1 >= i3]
-    table = {"dim": layout(i32(dim), kind), "stride": layout(i32(row_major(dim)), kind)}
-    table |= {"nativeidxs": layout(i32(np.r_[0, 0, triangle]), kind), "nidxs": layout(i32(np.zeros(full.size)), kind)}
-    assert call(267, table, k=2, upper=upper) == 2 + len(triangle)
-    assert np.array_equal(table["nidxs"], full.ravel())
-
-
-@kinds
 def test_variable_lists(kind):
     rng = np.random.default_rng(4)
     for size in (0, 1, 2, 30):
@@ -100,12 +78,12 @@ def test_variable_lists(kind):
         assert kernel(245)(True, size, variables) is (len(distinct) == size and np.array_equal(variables, distinct))
 
         assert kernel(247)(size, 3, perm, variables) == 3 + max(0, len(distinct) - 1)
-        ordered, narrow = layout(variables[perm], kind), layout(i32([-1] * (size + 2)), kind)
+        ordered, narrow = layout(variables[perm], kind), blank(size + 2, kind)
         identity = layout(i64(range(size)), kind)
         kernel(246)(min(size, 1), ordered, narrow)
         assert kernel(248)(2, size, identity, ordered, narrow) == max(2, 1 + len(distinct))
         assert np.array_equal(narrow[1 : len(distinct) + 1], distinct)
-        assert narrow[0] == -1 and np.all(narrow[len(distinct) + 1 :] == -1)
+        assert narrow[0] == -7 and np.all(narrow[len(distinct) + 1 :] == -7)
 
 
 def test_ascents_of_the_list_pick_entries_of_the_permutation():

@@ -4,7 +4,7 @@ import numpy as np
 import pytest
 
 import recorder
-from support import CHECKED, KERNELS, call, f64, i32, i64
+from support import CHECKED, call, f64, i32, i64
 from test_array_tables import table
 
 pytestmark = pytest.mark.skipif(not CHECKED, reason="the build is not checked")
@@ -61,3 +61,12 @@ def test_a_fault_ends_the_kernel_there_and_releases_all():
     check(256, "con_nativeidxs[5] outside 0..5", width=2, nd=1, **arrays)
     assert memory.tolist() == [1, 4, 2, 5, 3, 9, 9, 9]
     assert log == ["+" + name for name in arrays] + ["-" + name for name in reversed(arrays)]
+
+
+def test_runs_inside_the_arrays_keep_their_bounds():
+    tables = dict(n=2, nd=1, nelem=i32([2, 2]), hassp=i32([0, 0]), ncodeatom=i32([0, 0]))
+    tables |= dict.fromkeys(("shape_base", "nidxs_base", "cof_base", "ptr_base"), i32([0, 0]))
+    arrays = dict(wi32=i32([2, 2, 2]), ri32=i32([0] * 9), ri64=i64([0] * 2))
+    check(439, "ri64[2] outside 0..2", **tables, **arrays)
+    views = dict(nd=1, n=1, nativeidxs=i64([1]), residxs=i64([0]), perm=i32([5]), pstrides=i64([1]), shape=i32([1]))
+    check(208, "scratch[5] outside 0..1", **views)

@@ -4,7 +4,7 @@ import numpy as np
 import pytest
 
 from programs import PARAMETERS, random_program
-from support import LAYOUTS, call, f64, i32, i64, layout
+from support import blank, call, f64, i32, i64, kinds, layout
 
 BOTTOM = 3  # of the machine's stack
 
@@ -27,9 +27,9 @@ def evaluate(number, rows, kind="contiguous", k=1, top=0, nrows=None, cut=0):
         ("rowptrb", "row_param_ptrb"): i32(begins), ("rowptre", "row_param_ptre"): i32(ends - cut),
     }  # fmt: skip
     arrays = {name if isinstance(name, str) else name[number == 134]: values for name, values in columns.items()}
-    arrays |= {"subi": np.full(len(terms) + 2, -7, np.int32), "subj": np.full(len(terms) + 2, -7, np.int32)}
-    arrays |= {"val": np.full(len(terms) + 2, -7.0), "xf64": np.full(BOTTOM + 40, -7.0)}
     arrays = {name: layout(values, kind) for name, values in arrays.items()}
+    arrays |= {"subi": blank(len(terms) + 2, kind), "subj": blank(len(terms) + 2, kind)}
+    arrays |= {"val": blank(len(terms) + 2, kind, f64), "xf64": blank(BOTTOM + 40, kind, f64)}
     at = {"nrows": len(rows) if nrows is None else nrows, "k": k, "xbase": BOTTOM, "top": top}
     end, top = call(number, arrays, at)
     for name in ("subi", "subj", "val"):
@@ -39,7 +39,7 @@ def evaluate(number, rows, kind="contiguous", k=1, top=0, nrows=None, cut=0):
     return (*entries, (end, top), arrays["xf64"][BOTTOM:].tolist())
 
 
-@pytest.mark.parametrize("kind", LAYOUTS)
+@kinds
 @pytest.mark.parametrize("seed", range(5))
 def test_rows_have_the_values_of_their_programs(kind, seed):
     rng = np.random.default_rng(seed)

@@ -5,9 +5,8 @@ import pytest
 
 from programs import PARAMETERS, UNUSED, random_program
 from records import run_code
-from support import LAYOUTS, call, f64, i32, layout
+from support import UNTOUCHED, blank, call, f64, i32, kinds, layout
 
-UNWRITTEN = -7  # a slot that no step writes; in doubles -7.0
 P, Q = (1, 0.0), (1, 1.0)  # two parameters
 ADD, NEG, MUL, INV = (3, UNUSED), (4, UNUSED), (5, UNUSED), (6, UNUSED)
 
@@ -35,12 +34,12 @@ class Compacted:
         room = k + sum(len(term) + 3 for term in terms)
         sizes = {"oppos": nodes, "childptr": nodes + 1, "children": longest, "stack": max(longest, 1), "tcodepos": room}
         starts = dict(zip(sizes, np.cumsum([2] + [size + 2 for size in sizes.values()]).tolist()))
-        shared = layout(np.full(sum(sizes.values()) + 2 * len(sizes) + 2, UNWRITTEN, np.int32), kind)
+        shared = blank(sum(sizes.values()) + 2 * len(sizes) + 2, kind)
         ends = np.cumsum([0] + [len(term) for term in terms])
         arrays = {
             "code": i32([9, 9] + [code for code, _ in atoms]), "code_consts": f64([9] + [v for _, v in atoms]),
             "ptr": i32([9, *ends]), "fixterm": f64([9, *fixterm, 9]), "xf64": np.full(nodes + 3, -7.0),
-            "target_const": np.full(room + 4, -7.0), "target_ptr": np.full(len(terms) + 4, UNWRITTEN, np.int32),
+            "target_const": np.full(room + 4, -7.0), "target_ptr": np.full(len(terms) + 4, UNTOUCHED, np.int32),
         }  # fmt: skip
         arrays = {name: layout(values, kind) for name, values in arrays.items()}
         places = {"codepos": 2, "constpos": 1, "ptrpos": 1, "fixpos": 1, "tconstpos": 3, "tptrpos": 2, "valpos": 1}
@@ -53,7 +52,7 @@ class Compacted:
 
         self.areas = {name: shared[starts[name] : starts[name] + size].tolist() for name, size in sizes.items()}
         pointers = arrays["target_ptr"][3:-1]
-        done = int(np.sum(pointers != UNWRITTEN))
+        done = int(np.sum(pointers != UNTOUCHED))
         first = starts["tcodepos"]
         code, consts = shared[first : first + self.k], arrays["target_const"][3 : 3 + self.k]
         written = list(zip(code.tolist(), consts.tolist()))
@@ -67,7 +66,7 @@ class Compacted:
         outside[first : first + k] = outside[first + self.k : first + room] = True
         assert np.array_equal(shared[outside], before[outside])
         assert (arrays["target_const"][: 3 + k] == -7).all() and (arrays["target_const"][3 + self.k :] == -7).all()
-        assert (arrays["target_ptr"][:3] == UNWRITTEN).all() and (pointers[done:] == UNWRITTEN).all()
+        assert (arrays["target_ptr"][:3] == UNTOUCHED).all() and (pointers[done:] == UNTOUCHED).all()
         assert (arrays["xf64"][[0, -1, -2]] == -7).all() and (arrays["fixterm"][[0, -1]] == 9).all()
 
 
@@ -76,7 +75,7 @@ def coefficient(atoms, fixterm):
     return fixterm + (0.0 if [code for code, _ in atoms] == [10] else run_code(*zip(*atoms), PARAMETERS))
 
 
-@pytest.mark.parametrize("kind", LAYOUTS)
+@kinds
 @pytest.mark.parametrize("seed", range(8))
 def test_coefficients_stay_and_programs_do_not_grow(kind, seed):
     rng = np.random.default_rng(seed)
@@ -143,6 +142,7 @@ def test_folding(atoms, expected):
     "atoms, nodes, childptr",
     [
         ([P, const(0.0), ADD], [1, 2, -9999], [0, 0, 0, 0]),
+        ([const(0.0), P, ADD], [2, 1, -9999], [0, 0, 0, 0]),
         ([P, const(1.0), MUL], [1, 2, -9999], [0, 0, 0, 1]),
         ([const(1.0), P, MUL, NEG], [2, 1, -9999, 4], [0, 0, 0, 1, 2]),
         ([const(2.0), P, sum_of(2)], [2, 1, 8, -7], [0, 0, 0, 2, -7]),
@@ -153,7 +153,7 @@ def test_nodes_in_the_scratch_areas(atoms, nodes, childptr):
     """A value that is passed on leaves its own node marked as unused; a merging sum makes two."""
     compacted = Compacted([atoms])
     assert compacted.areas["oppos"] == nodes and compacted.areas["childptr"] == childptr
-    assert compacted.nodes == sum(opcode != UNWRITTEN for opcode in nodes)
+    assert compacted.nodes == sum(opcode != UNTOUCHED for opcode in nodes)
 
 
 def test_the_constant_coefficient_moves_into_the_code():

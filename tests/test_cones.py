@@ -1,22 +1,15 @@
 """The example host layer's conic models: rows and cones against NumPy, solutions and duals against closed forms."""
 
-import os
-import subprocess
-import sys
-from pathlib import Path
-
-import fragments
 import numpy as np
 import pytest
 
-from support import ROOT, f64, i32, i64
+from support import f64, i32, i64, run_example
 
 pytest.importorskip("cvxopt")
-sys.path.insert(0, str(ROOT / "examples"))
+from host import cone_solver  # noqa: E402
 from host import operators as op  # noqa: E402
-from host import cone_solver, solver  # noqa: E402
 from host.cones import ConicModel, merge_terms  # noqa: E402
-from host.model import Domain, Model  # noqa: E402
+from host.model import Domain  # noqa: E402
 from nearest_point import nearest, projection  # noqa: E402
 from theta import kneser, theta  # noqa: E402
 
@@ -44,15 +37,6 @@ def assert_close(actual, expected, tolerance=1e-5):
     ((5, i32([[1, 0], [2, 1], [3, 2], [4, 3], [4, 0]])), np.sqrt(5))])
 def test_theta_numbers(graph, value):
     assert_close(theta(*graph).objective, value)
-
-
-def test_kneser_graphs():
-    """The Petersen graph, K(5, 2), has degree 3, no triangle and no square."""
-    size, edges = kneser(5, 2)
-    adjacent = np.zeros((size, size), dtype=int)
-    adjacent[edges[:, 0], edges[:, 1]] = adjacent[edges[:, 1], edges[:, 0]] = 1
-    np.testing.assert_array_equal(adjacent @ adjacent, 2 * np.eye(size) + 1 - adjacent)
-    assert (edges[:, 0] > edges[:, 1]).all() and len(kneser(7, 3)[1]) == 35 * 4 // 2
 
 
 def push_mixed(model, parts, matrices):
@@ -108,32 +92,6 @@ def test_rows_objective_and_expressions_keep_every_term(rng):
     assert p.accafeidxs.tolist() == [*range(11), 9, 10] and p.accptr.tolist() == [0, 6, 9, 11, 13]
     assert p.accb.tolist() == [0.5] * 9 + [1, 2, 4, 4]
     assert p.cones == [("nonnegative", 6), ("quadratic", 3), ("nonnegative", 2), ("nonpositive", 2)]
-
-
-@pytest.mark.parametrize("sense, sign", [("min", 1), ("max", -1)])
-def test_elements_of_semidefinite_variables_come_back(rng, sense, sign):
-    """<C, X> at trace 1 is least at an eigenvector of C; the slack is C less its eigenvalue."""
-    model = ConicModel()
-    free = model.variable((1,), Domain(-1.0, 1.0))
-    X = model.semidefinite(4, 2)
-    C = rng.normal(size=(2, 4, 4))
-    C = C + C.transpose(0, 2, 1)
-    model.push(X)
-    op.pick(model.stacks, i64([0, 5, 10, 15, 16, 21, 26, 31]))
-    op.multiply(model.stacks, np.kron(np.eye(2), np.ones((1, 4))))
-    rows = model.constraint(Domain(1.0, 1.0))
-    push_mixed(model, [X, free], [C.reshape(1, -1), f64([[2.0]])])
-    model.objective(sense)
-    solution = solved(model)
-
-    eigenvalues, vectors = np.linalg.eigh(sign * C)
-    value, v = sign * eigenvalues[:, 0], vectors[:, :, 0]
-    assert_close(solution.objective, value.sum() - 2 * sign)
-    assert_close(solution.value(X), v[:, :, None] * v[:, None, :], 1e-4)
-    assert_close(solution.reduced_cost(X), C - value[:, None, None] * np.eye(4))
-    assert_close(solution.dual(rows), value)
-    assert_close(solution.activity(rows), [1, 1])
-    assert_close([solution.value(free), solution.reduced_cost(free)], [[-sign], [2]])
 
 
 @pytest.mark.parametrize("n", [1, 2, 7, 40])
@@ -203,69 +161,6 @@ def test_variables_in_cones_have_their_duals(rng):
     assert_close([solution.value(w), solution.reduced_cost(w)], [[-1, 5], d])
 
 
-@pytest.mark.parametrize("sense", ["min", "max"])
-def test_linear_programs_agree_with_the_linear_solver(rng, sense):
-    A, c = rng.normal(size=(6, 4)), rng.normal(size=(1, 4))
-    lo, hi = A.sum(1) - rng.random(6), A.sum(1) + rng.random(6)
-    lo[:3], hi[2:4] = f64([-INF, -INF, hi[2]]), f64([hi[2], INF])
-    results = []
-    for kind in (Model, ConicModel):
-        model = kind()
-        x = model.variable((4,), Domain(-3.0, f64([2, 3, 4, 5])))
-        model.push(x)
-        op.multiply(model.stacks, A)
-        rows = model.constraint(Domain(lo, hi))
-        model.push(x)
-        op.multiply(model.stacks, c)
-        op.constant(model.stacks, (1,), f64([7.0]))
-        op.add(model.stacks)
-        model.objective(sense)
-        solution = (solver if kind is Model else cone_solver).solve(model.problem())
-        results.append([solution.objective, *solution.value(x), *solution.activity(rows), *solution.dual(rows)])
-    assert_close(*results)
-
-
-def test_ranged_constraints_bind_each_side():
-    model = ConicModel()
-    x = model.variable((3,), FREE)
-    model.push(x)
-    lower, upper = model.between(f64([1, 2, 3]), f64([4, 5, 3]))
-    model.push(x)
-    op.multiply(model.stacks, f64([[1, -2, 0]]))
-    model.objective("min")
-    solution = solved(model)
-    assert_close([solution.activity(lower), solution.activity(upper)], [[1, 5, 3]] * 2)
-    assert_close([(solution.dual(lower) + solution.dual(upper))[:2], solution.dual(lower)[:2]], [[1, -2], [1, 0]])
-
-
-@pytest.mark.parametrize("status, b, sense", [("infeasible", 2.0, "max"), ("unbounded", -INF, "min")])
-def test_status_without_a_solution(status, b, sense):
-    model = ConicModel()
-    x = model.variable((2,), Domain(b, 1.0))
-    model.push(x)
-    cone = model.conic("nonpositive", 3.0)
-    model.push(x)
-    op.sum_blocks(model.stacks)
-    model.objective(sense)
-    solution = cone_solver.solve(model.problem())
-    assert solution.status == status
-    assert np.isnan([solution.objective, *solution.value(x), *solution.activity(cone), *solution.dual(cone)]).all()
-
-
-def test_dependent_rows_are_a_status():
-    model = ConicModel()
-    X = model.semidefinite(2)
-    for _ in range(2):
-        model.push(X)
-        op.pick(model.stacks, i64([0, 3]))
-        op.sum_blocks(model.stacks)
-        model.constraint(Domain(1.0, 1.0))
-    model.push(X)
-    op.sum_blocks(model.stacks, 2)
-    model.objective("max")
-    assert cone_solver.solve(model.problem()).status == "equations or variables are linearly dependent"
-
-
 def test_wrong_arguments_are_refused():
     model = ConicModel()
     s, X = model.stacks, model.semidefinite(2)
@@ -285,9 +180,7 @@ def test_wrong_arguments_are_refused():
     ("theta.py", ["5,2", "6,3"], ["K(5, 2) 10 15 4", "K(6, 3) 20 10 10"]),
     ("nearest_point.py", ["4"], ["4"]), ("theta.py", ["3,2"], None), ("nearest_point.py", ["0"], None)])
 def test_command_lines(script, arguments, lines):
-    environment = dict(os.environ, PYTHONPATH=str(Path(fragments.__file__).parent))
-    result = subprocess.run([sys.executable, str(ROOT / "examples" / script), *arguments], env=environment,
-                            capture_output=True, text=True)
+    result = run_example(script, *arguments)
     if lines is None:
         assert result.returncode == 2 and "error: " in result.stderr
         return

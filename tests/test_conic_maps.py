@@ -2,22 +2,22 @@
 
 import numpy as np
 import pytest
-from support import LAYOUTS, f64, i32, i64, kernel, layout, placed
+from support import blank, f64, i32, i64, kernel, kinds, layout, placed
 
 
 def test_a_ranged_constraint_binds_its_expressions_twice():
     expressions, lower, upper = i32([9, 4, 5, 6]), f64([1, 2, 3]), f64([7, 8, 9])
     for number, bounds in (1, (lower, upper)), (2, (lower,)):
-        afeidxs, b = i32([-7] * 8), np.full(8, -7.0)
+        afeidxs, b = blank(8), blank(8, make=f64)
         kernel(number)(afeidxs, b, expressions, 1, 1, lower, 3, *bounds[1:])
         assert np.array_equal(afeidxs, placed(8, 1, np.tile(expressions[1:], len(bounds))))
         assert np.array_equal(b, placed(8, 1, np.concatenate(bounds)))
 
 
-@pytest.mark.parametrize("kind", LAYOUTS)
+@kinds
 def test_elements_and_variables_find_their_constraints(kind):
     constraints, numbers = layout(i32([8, 3, 5]), kind), np.array([6, 0, 2, 7, 4, 1])
-    accid, afe, offset, idx, place = (layout(i32([-7] * 8), kind) for _ in range(5))
+    accid, afe, offset, idx, place = (blank(8, kind) for _ in range(5))
     scale = layout(np.full(8, -7.5), kind)
     expressions = layout(i32([10, 11, 12, 13, 14, 15]), kind)
     kernel(4)(constraints, accid, afe, offset, scale, layout(i32(numbers), kind), expressions, 2, 3)
@@ -30,7 +30,7 @@ def test_elements_and_variables_find_their_constraints(kind):
     assert idx[numbers].tolist() == [-1, 8, -1, 3, 5, -7]
 
 
-@pytest.mark.parametrize("kind", LAYOUTS)
+@kinds
 @pytest.mark.parametrize("nblocks, d, nmid, ninner", [(2, 4, 3, 2), (1, 3, 1, 1), (3, 1, 1, 2), (2, 0, 1, 1)])
 def test_packed_triangles(kind, nblocks, d, nmid, ninner):
     full = np.random.default_rng(4).integers(0, 999, (nblocks, d, nmid, d, ninner))
@@ -40,30 +40,30 @@ def test_packed_triangles(kind, nblocks, d, nmid, ninner):
 
     lower = [full[a, i, :, : i + 1].ravel() for a in range(nblocks) for i in range(d)]
     listed = layout(i32(np.concatenate([[-9, -9], *lower])), kind)
-    packed = layout(i32([-7] * (others * (size + 1))), kind)  # one slot to spare behind each triangle
+    packed = blank(others * (size + 1), kind)  # one slot to spare behind each triangle
     assert kernel(88)(listed, packed, size + 1, nblocks, d, nmid, d, ninner, 2, False) == len(listed)
     assert (packed.reshape(others, size + 1)[:, size] == -7).all()
-    spread = layout(i32([-7] * (full.size + 1)), kind)
+    spread = blank(full.size + 1, kind)
     kernel(89)(packed, size + 1, nblocks, d, nmid, d, ninner, spread, True)
     assert np.array_equal(spread, np.r_[full.ravel(), -7])
 
     upper = [full[a, i, :, i:].ravel() for a in range(nblocks) for i in range(d)]
-    by_rows = layout(i32([-7] * (others * size)), kind)
+    by_rows = blank(others * size, kind)
     listed = layout(i32(np.concatenate([[-9, -9], *upper])), kind)
     assert kernel(88)(listed, by_rows, size, nblocks, d, nmid, d, ninner, 2, True) == len(listed)
     assert np.array_equal(by_rows, full.transpose(0, 2, 4, 1, 3)[..., row, column].ravel())
 
 
 def test_only_off_diagonal_elements_are_scaled():
-    scale, aconidxs = np.ones(17), i32([-99, *range(15, -1, -1)])
+    scale, aconidxs = np.ones(32), i32([-99, *range(30, -1, -1)])
     column, row = np.triu_indices(3)
-    assert kernel(87)(scale, aconidxs, 1, 2, 3, 3, 1, 1, 2.5) == 1 + 3 * 5  # the last column is not listed
-    assert np.array_equal(scale[15:0:-1], np.tile(np.where(row > column, 2.5, 1)[:5], 3))
+    assert kernel(87)(scale, aconidxs, 1, 2, 3, 3, 2, 1, 2.5) == 1 + 6 * 5  # the last column is not listed
+    assert np.array_equal(scale[30:0:-1], np.tile(np.where(row > column, 2.5, 1)[:5], 6))
 
 
 @pytest.mark.parametrize("ofs", (None, f64([0.5, 1.5, 2.5])))
 def test_swapped_axes(ofs):
-    perm, g = i32([-7] * 25), np.full(26, -7.5)
+    perm, g = blank(25), np.full(26, -7.5)
     assert kernel(96)(3, 2, 4, 3, g, 2, ofs, perm) == 26
     assert np.array_equal(perm, np.r_[np.arange(2, 26).reshape(2, 4, 3).swapaxes(1, 2).ravel(), -7])
     assert (g[perm[:3]] == (-7.5 if ofs is None else ofs)).all() and (np.delete(g, perm[:3]) == -7.5).all()

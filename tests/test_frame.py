@@ -4,7 +4,6 @@ Calls for all kernels have empty loops: None or empty arrays, and 0 for every sc
 """
 
 import array
-import ctypes
 import re
 import sys
 
@@ -30,38 +29,14 @@ FORMATS = {
     *(("O", 8), ("<O", 8), ("OO", 16), ("OO", 8), ("g", 16), ("Zd", 16), ("T{i:x:}", 4), ("4i", 16), ("", 4), ("", 8)),
 }
 
-# The arrays that a kernel touches even where every scalar is 0: its dimensions, a slot that is always set, buckets. They
-# are called with zeros for these instead of None. The checked build finds one that is missing here; the normal one
-# crashes.
-TOUCHED_AT_ZERO = {
-    number: names.split()
-    for names, numbers in {
-        "dim": (151, 163, 164, 267, 551, 553, 554, 570, 572),
-        "dim sortidx": (564,),
-        "dim stride": (266, 550, 562),
-        "dimsizes": (291,),
-        "i32": (492, 493, 609),
-        "nd": (515,),
-        "nelem": (518, 519, 522, 523),
-        "itemsizes": (295,),
-        "next prev": (646,),
-        "numnz": (235,),
-        "ptr": (299,),
-        "ptr rshape": (220, 241),
-        "ptr shape": (54, 67),
-        "ptrb": (103,),
-        "ri32": (146, 313, 334, 346, 377, 389, 400, 421, 423, 426, 436, 439, 443, 456, 463, 477, 484, 487, 488, 510, 516, 574),
-        "ri32 wi32": (338, 381, 396, 464, 557),
-        "ri32 xi32": (422,),
-        "rshape": (222, 243),
-        "row_param_ptrb row_param_ptre": (139,),
-        "shape": (327,),
-        "wi32": (478, 481, 482),
-        "wi32 xi32": (371, 375),
-        "xi32": (339, 347, 364, 451, 457, 485),
-    }.items()
-    for number in numbers
-}
+# The kernels that touch an array even where every scalar is 0: dimensions, a slot that is always set, buckets. The
+# checked build refuses their calls with empty arrays; in the normal build there is memory behind these.
+TOUCHING = {
+    54, 67, 103, 139, 146, 151, 163, 164, 220, 222, 235, 241, 243, 266, 267, 291, 295, 299, 313, 327, 334, 338, 339,
+    346, 347, 364, 371, 375, 377, 381, 389, 396, 400, 421, 422, 423, 426, 436, 439, 443, 451, 456, 457, 463, 464, 477,
+    478, 481, 482, 484, 485, 487, 488, 492, 493, 510, 515, 516, 518, 519, 522, 523, 550, 551, 553, 554, 557, 562, 564,
+    570, 572, 574, 609, 646,
+}  # fmt: skip
 
 
 def empty_call(declared):
@@ -70,18 +45,12 @@ def empty_call(declared):
     return [axes if (name, kind) == ("nd", "i") else EMPTY.get(kind) for name, kind in declared.parameters]
 
 
-def extent(number, name):
-    """The length to give an array for which it may matter."""
-    return 8 if name in TOUCHED_AT_ZERO.get(number, ()) else 0
-
-
-def harmless_call(number):
-    """Arguments that a kernel can run with."""
-    arguments = empty_call(KERNELS[number])
-    for place, name, kind in array_places(KERNELS[number]):
-        if extent(number, name):
-            arguments[place] = fitting([], name, kind, 8)
-    return arguments
+def assert_runs(number, arguments):
+    """The call gives what the kernel declares, or an IndexError where the checked build must refuse it."""
+    if CHECKED and number in TOUCHING:
+        assert type(failure(number, arguments)) is IndexError, number
+    else:
+        assert has_result(kernel(number)(*arguments), KERNELS[number].results), number
 
 
 def array_places(declared):
@@ -101,15 +70,14 @@ def failure(number, arguments):
     raise AssertionError(f"_c_closure_{number} returned {result} for {arguments}")
 
 
-def buffer(log, name, format, itemsize, dimensions, readonly=False, extent=0):
-    """An array of zeros that records in `log`."""
-    memory = bytearray(max(64, itemsize * extent**dimensions))
-    return recorder.Buffer(log, name, memory, format, itemsize, (extent,) * dimensions, readonly=readonly)
+def buffer(log, name, format, itemsize, dimensions):
+    """An array without elements, but with zeros behind it, that records in `log`."""
+    return recorder.Buffer(log, name, bytearray(64), format, itemsize, (0,) * dimensions)
 
 
-def fitting(log, name, kind, extent):
+def fitting(log, name, kind):
     formats, dimensions = ACCEPTED[kind]
-    return buffer(log, name, *formats[0], dimensions, extent=extent)
+    return buffer(log, name, *formats[0], dimensions)
 
 
 def misfit(log, name, kind):
@@ -134,7 +102,7 @@ def has_result(value, results):
 def test_the_module_holds_the_kernels_of_the_table_and_nothing_else():
     standard = {"__name__", "__doc__", "__package__", "__loader__", "__spec__", "__file__"}
     assert set(vars(fragments)) - standard == {f"_c_closure_{number}" for number in KERNELS}
-    assert set(KERNELS) <= set(range(652))
+    assert set(KERNELS) == set(range(652))
     assert fragments.__doc__ == ""
     assert not any(kernel(number).__doc__ for number in KERNELS)
 
@@ -216,12 +184,14 @@ def test_arrays_of_the_right_type_are_taken(kind):
     log = []
     formats, dimensions = ACCEPTED[kind]
     for number, declared in KERNELS.items():
-        for place, name, _ in filter(lambda parameter: parameter[2] == kind, array_places(declared)):
-            arguments = harmless_call(number)
-            for form in [(*format, dimensions, readonly) for format in formats for readonly in (False, True)]:
-                arguments[place] = buffer(log, "", *form, extent(number, name))
-                assert has_result(kernel(number)(*arguments), declared.results), number
-    assert log == ["+", "-"] * (len(log) // 2)
+        for place, _, _ in filter(lambda parameter: parameter[2] == kind, array_places(declared)):
+            arguments = empty_call(declared)
+            for other, _, other_kind in array_places(declared):
+                arguments[other] = fitting(log, "", other_kind)
+            for format in formats:
+                arguments[place] = buffer(log, "", *format, dimensions)
+                assert_runs(number, arguments)
+    assert log.count("+") == log.count("-") > 0
 
 
 @pytest.mark.parametrize("left_out", [None, 0, 1], ids=["all arrays", "every odd array None", "every even array None"])
@@ -245,27 +215,21 @@ def test_views_are_released_in_reverse_order(left_out):
                 assert log == ["+" + x for x in taken] + ["-" + x for x in reversed(taken)], number
                 assert references(arguments) == counts, number
                 log.clear()
-            if k % 2 == left_out and not extent(number, name):
+            if k % 2 == left_out and number not in TOUCHING:
                 arguments[place] = None
             else:
-                arguments[place] = fitting(log, name, kind, extent(number, name))
+                arguments[place] = fitting(log, name, kind)
                 bound.append(name)
         counts = references(arguments)
-        assert has_result(kernel(number)(*arguments), declared.results), number
+        assert_runs(number, arguments)
         assert log == ["+" + x for x in bound] + ["-" + x for x in reversed(bound)], number
         assert references(arguments) == counts, number
 
 
 def test_none_stands_for_every_array_that_is_not_touched():
-    touching = set()
     for number, declared in KERNELS.items():
-        if number in TOUCHED_AT_ZERO and not CHECKED:
-            continue
-        try:
-            assert has_result(kernel(number)(*empty_call(declared)), declared.results), number
-        except IndexError:
-            touching.add(number)
-    assert touching == (set(TOUCHED_AT_ZERO) if CHECKED else set())
+        if CHECKED or number not in TOUCHING:
+            assert_runs(number, empty_call(declared))
 
 
 def test_an_empty_buffer_is_an_array_even_at_no_address():
@@ -277,8 +241,8 @@ def test_an_empty_buffer_is_an_array_even_at_no_address():
 
 def test_results_hold_references_of_their_own():
     before = sys.getrefcount(None), sys.getrefcount(True), sys.getrefcount(0)
-    for number in KERNELS:
-        arguments = harmless_call(number)
+    for number in KERNELS.keys() - TOUCHING:
+        arguments = empty_call(KERNELS[number])
         for _ in range(100):
             kernel(number)(*arguments)
     after = sys.getrefcount(None), sys.getrefcount(True), sys.getrefcount(0)
@@ -293,26 +257,6 @@ def test_exceptions_of_the_buffer_itself_stand():
             memoryview(wrong)
         with pytest.raises(error, match=re.escape(str(expected.value))):
             call(454, msubi=wrong, msubj=i32([]))
-
-
-@pytest.mark.parametrize(
-    "wrong",
-    [
-        np.zeros(3),
-        np.zeros(3, ">i4"),
-        np.zeros(3, np.uint32),
-        np.zeros(3, np.int64),
-        np.zeros((3, 1), np.int32),
-        np.int32(0),
-        array.array("I", [0, 0, 0]),
-        bytes(12),
-        (ctypes.c_int * 3)(),
-    ],
-    ids=["float64", "byte-swapped", "unsigned", "int64", "2-d", "0-d", "array of unsigned", "bytes", "ctypes"],
-)
-def test_arrays_of_other_libraries_are_refused(wrong):
-    with pytest.raises(ValueError, match=wrong_shape("msubj")):
-        call(454, mdimi=1, mdimj=1, mnnz=3, msubi=i32([0, 0, 0]), msubj=wrong)
 
 
 def in_array(values):
@@ -337,14 +281,14 @@ RESULT = dict(ri32=i32([0, 9]), ri64=i64([9, 9, 9]), rf64=f64([9, 9, 9]))
 def test_elements_are_reached_in_every_carrier(carrier):
     """One matrix entry times an element of three terms: each array in the carrier, then all of them."""
     plain = ONE_ELEMENT | OPERAND | RESULT
-    for carried in [*([name] for name in plain), list(plain)]:
+    names = [name for name in plain if carrier != "read-only" or name not in RESULT]
+    for carried in [*([name] for name in names), names]:
         arrays = {name: values.copy() for name, values in plain.items()}
         arrays |= {name: CARRIERS[carrier](arrays[name]) for name in carried}
         assert call(472, d0=1, d1=1, mnnz=1, **arrays) == (0, 1, 3)
         assert [list(arrays[name]) for name in ("ri32", "ri64", "rf64")] == [[0, 3], [4, 2**40, -6], [-2, 0, -14]]
 
 
-@pytest.mark.skipif(450 not in KERNELS, reason="no kernel with a matrix yet")
 @pytest.mark.parametrize(
     "carry", [np.copy, np.asfortranarray, lambda m: np.flip(m).copy()[::-1, ::-1], lambda m: m.repeat(2, 1)[:, ::2]]
 )

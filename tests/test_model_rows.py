@@ -2,7 +2,7 @@
 
 import numpy as np
 import pytest
-from support import LAYOUTS, f64, i32, i64, kernel, layout, placed
+from support import LAYOUTS, blank, f64, i32, i64, kernel, kinds, layout, placed
 
 ORDERS = (3, 1, 2)  # of the semidefinite variables that rows refer to
 POSITIONS = {"ppos": 3, "ipos": 2, "fpos": 1}
@@ -51,9 +51,11 @@ def test_split_rows_have_the_measured_sizes_and_the_value_of_the_rows(rows, sepa
         nblk, nlin, nbar = kernel(78)(5, barj, fpos, 6, n, ipos, ppos, stackf, stack32, stack64, 7)
     nblk, nlin, nbar = nblk - 5, nlin - 6, nbar - 7
     assert nbar == sum(v < 0 for row in rows["terms"] for v, _ in row)
+    runs = [[barj[~v] for v, _ in row if v < 0] for row in rows["terms"]]
+    assert nblk == sum(np.count_nonzero(np.diff(run, prepend=-1)) for run in runs)  # a matrix for each run
 
     # Exactly the measured room and some slots that must stay. 75 also counts constants behind linear terms.
-    bfix, subj, cof = np.ones(n), np.full(nlin + 2, -7, np.int32), np.full(nlin + 2, -7.5)
+    bfix, subj, cof = np.ones(n), blank(nlin + 2), np.full(nlin + 2, -7.5)
     ptrb = np.zeros(n + 1, np.int32 if separate else np.int64)
     if separate:
         kernel(76)(bfix, cof, fpos, n, ipos, ppos, ptrb, stackf, stack32, stack64, subj)
@@ -63,8 +65,8 @@ def test_split_rows_have_the_measured_sizes_and_the_value_of_the_rows(rows, sepa
         assert ptrb[n] == nlin
     assert (subj[ptrb[n] :] == -7).all() and (cof[ptrb[n] :] == -7.5).all()
 
-    barsubj, matdim, matnnz = (np.zeros(nblk, np.int32) for _ in range(3))
-    matsubi, matsubj, matcof = np.zeros(nbar, np.int32), np.zeros(nbar, np.int32), np.zeros(nbar)
+    barsubj, matdim, matnnz = (blank(nblk) for _ in range(3))
+    matsubi, matsubj, matcof = blank(nbar), blank(nbar), np.zeros(nbar)
     ptr = np.zeros(n + 1, ptrb.dtype)
     arguments = [0, 0, barsubj, barj, i, j, i32(ORDERS), fpos, matcof, matdim, matnnz, matsubi, matsubj, ipos, n, ptr]
     assert kernel(77 if separate else 80)(*arguments, ppos, stackf, stack32, stack64) == (nbar, nblk) == (nbar, ptr[n])
@@ -90,7 +92,7 @@ def test_what_counts_as_a_linear_term():
     barj = i32([0])
     assert kernel(75)(0, barj, 0, 1, 0, 0, ptr, nidxs, 0) == (1, 3, 1)
     assert kernel(78)(0, barj, 0, 0, 1, 0, 0, cof, ptr, nidxs, 0) == (1, 3, 1)
-    subj, kept, ptrb = i32([-7] * 3), np.zeros(3), i64([0, -7])
+    subj, kept, ptrb = blank(3), np.zeros(3), i64([0, -7])
     kernel(79)(kept, 0, 1, 0, 0, ptrb, cof, ptr, nidxs, subj)
     assert subj.tolist() == [0, 3, 0] and np.array_equal(kept, [2, np.nan, 5], equal_nan=True) and ptrb[1] == 3
 
@@ -99,33 +101,33 @@ def test_single_row():
     barj, i, j = elements()
     nidxs, cof = i64([-9, 3, -2, 0, -1, 5]), f64([7, -9, 1, 8, 2, 6, 4])  # the row begins at 1 and at 2
     assert kernel(46)(10, 1, 5, 20, nidxs) == (13, 22)
-    subj, linear = i32([-7] * 4), np.full(4, -7.5)
+    subj, linear = blank(4), np.full(4, -7.5)
     kernel(47)(linear, 2, 1, 5, cof, nidxs, subj)
     assert subj.tolist() == [3, 0, 5, -7] and linear.tolist() == [1, 2, 4, -7.5]
-    *triplets, val = *(i32([-7] * 3) for _ in range(3)), np.full(3, -7.5)
+    *triplets, val = *(blank(3) for _ in range(3)), np.full(3, -7.5)
     kernel(48)(barj, i, j, 0, 0, 2, f64([6, 8]), i64([-1, -5]), *triplets, val)
     assert [t.tolist() for t in triplets] == [[0, 0, -7], [0, 2, -7], [0, 1, -7]] and val.tolist() == [6, 4, -7.5]
 
 
-@pytest.mark.parametrize("kind", LAYOUTS)
+@kinds
 def test_picked_coefficients(kind):
     rng = np.random.default_rng(5)
     dense = np.where(rng.random((9, 8)) < 0.5, rng.normal(size=(9, 8)), np.nan)
     r, v = np.nonzero(~np.isnan(dense))
     stack32 = layout(i32(np.r_[[-9] * 3, 0, np.cumsum(np.bincount(r, minlength=9))]), kind)
-    stack64, stackf = layout(i64(np.r_[[-9] * 2, v - 2]), kind), layout(np.r_[-9, dense[r, v]], kind)
-    varidxs = layout(i64([-1, 0, 2, 5, 9]), kind)
+    stack64, stackf = layout(i64(np.r_[[-9] * 2, 2**32 * v]), kind), layout(np.r_[[-9] * 4, dense[r, v]], kind)
+    varidxs = layout(i64([2**32 * v for v in (1, 2, 4, 7, 11)]), kind)
     picked = np.c_[dense[:, [1, 2, 4, 7]], np.full(9, np.nan)]
     conidxs = layout(i32([4, -1, 0, -3, -3, 2, 1, -9, 5]), kind)
 
     block, other = np.full(47, np.nan), np.full(47, np.nan)
-    assert kernel(32)(block, 1, 9, 2, 1, 3, varidxs, stackf, stack32, stack64) == 46
-    assert kernel(41)(other, 1, 1, 9, 2, 3, varidxs, stackf, stack32, stack64) == 46
+    assert kernel(32)(block, 4, 9, 2, 1, 3, varidxs, stackf, stack32, stack64) == 46
+    assert kernel(41)(other, 4, 1, 9, 2, 3, varidxs, stackf, stack32, stack64) == 46
     assert np.array_equal(block, placed(47, 1, picked.ravel(), np.nan), equal_nan=True)
     assert np.array_equal(block, other, equal_nan=True)
 
-    ccof, lcof, csubi, lsubi = np.full(27, np.nan), np.full(27, np.nan), i32([-7] * 27), i32([-7] * 27)
-    ends = kernel(33)(ccof, 1, 1, conidxs, csubi, lcof, 2, lsubi, 9, 2, 3, varidxs, stackf, stack32, stack64)
+    ccof, lcof, csubi, lsubi = np.full(27, np.nan), np.full(27, np.nan), blank(27), blank(27)
+    ends = kernel(33)(ccof, 1, 4, conidxs, csubi, lcof, 2, lsubi, 9, 2, 3, varidxs, stackf, stack32, stack64)
     assert ends == (21, 27)
     for cof, subi, start, side in [(ccof, csubi, 1, conidxs < 0), (lcof, lsubi, 2, conidxs >= 0)]:
         numbers = np.where(conidxs < 0, ~conidxs, conidxs)[side]
@@ -133,7 +135,7 @@ def test_picked_coefficients(kind):
         assert np.array_equal(subi, placed(27, start, np.repeat(numbers, 5)))
 
 
-@pytest.mark.parametrize("kind", LAYOUTS)
+@kinds
 def test_rows_by_side(kind):
     rng = np.random.default_rng(6)
     conidxs, lengths = rng.integers(-9, 9, 30), rng.integers(0, 4, 30)
@@ -148,8 +150,8 @@ def test_rows_by_side(kind):
         assert sums == (3 + counts[conic].sum(), 4 + counts[~conic].sum())
 
     cn, ln = conic.sum(), (~conic).sum()
-    crow, lrow, crow_only, lrow_only = (np.full(40, -7, np.int32) for _ in range(4))
-    xi32 = np.full(80, -7, np.int32)
+    crow, lrow, crow_only, lrow_only = (blank(40) for _ in range(4))
+    xi32 = blank(80)
     sums = kernel(35)(1, 10, conidxs, 2, crow, 0, 20, 40, lrow, 30, 1, stack, xi32)
     assert sums == (1 + cn, 10 + lengths[conic].sum(), ln, 20 + lengths[~conic].sum())
     assert kernel(39)(1, conidxs, crow_only, 0, lrow_only, 30) == (1 + cn, ln)
@@ -162,7 +164,7 @@ def test_rows_by_side(kind):
 def test_run_lengths_are_appended():
     pointers, expected = i32([-9, 2, 3, 3, 7]), [-7, -7, -7, -7, 5, 9, -7]
     for number, scalars in (29, (1, 5, 1, 2, 1, 3)), (30, (5, 1, 2, 1, 1, 3)):
-        xi32 = i32([-7] * 7)
+        xi32 = blank(7)
         assert kernel(number)(*scalars, pointers, xi32) == (9, 4)
         assert xi32.tolist() == expected
 

@@ -3,10 +3,8 @@
 import numpy as np
 import pytest
 
-from records import FIELDS, PARAMETERS, Room, Stack, evaluate, random_record
-from support import LAYOUTS, call, i32, i64, layout
-
-CODE = [False, True]
+from records import FIELDS, PARAMETERS, check, codes, evaluate, every_operand, random_operand, result
+from support import call, i32, i64, layout
 
 
 class Parameters:
@@ -43,101 +41,56 @@ def pattern_of(record):
     return stored.reshape(record.shape)
 
 
-def result_stack(rng, shape, size, kind, preset=True):
-    """An r stack with room for a result of the measured (atoms, elements, terms), its shape filled in."""
-    atoms, elements, terms = size
-    r = Stack("r", rng, [Room(shape, elements, terms, atoms, hassp=True, preset=preset)], kind)
-    r.slots(0, "shape")[:] = shape
-    return r
+def check_product(r, w, expected, stored):
+    """The result has this value, a `cof` of 0, and an element wherever factors meet, also without terms."""
+    written = check(r, expected, w)
+    assert written.sp.tolist() == np.flatnonzero(stored).tolist() and not written.cof.any()
 
 
-def check_result(r, w, expected, stored):
-    """Asserts the result's value, its pattern (an element wherever factors meet, also without terms), that its `cof` is
-    0, and that no other slot has changed."""
-    result = r.read(0)
-    np.testing.assert_array_equal(evaluate(result), expected)
-    assert result.sp.tolist() == np.flatnonzero(stored).tolist()
-    assert not result.cof.any()
-    r.assert_only_written(0)
-    w.assert_only_written()
-
-
-@pytest.mark.parametrize("kind", LAYOUTS)
-@pytest.mark.parametrize("code", CODE)
-@pytest.mark.parametrize("sparse", [False, True])
+@every_operand
 def test_one_parameter_times_an_expression(sparse, code, kind):
     rng = np.random.default_rng(1)
-    record = random_record(rng, (2, 3), sparse, code)
-    w = Stack("w", rng, [record], kind)
+    record, w = random_operand(rng, (2, 3), sparse, code, kind=kind)
     atoms = (4 if code else 3) * record.nnz + record.ncodeatom
-    r = Stack("r", rng, [Room((2, 3), record.nelem, record.nnz, atoms, sparse)], kind)
-    rhascode = int(code)  # as the caller says; it guards rcodeptr[0] alone
-    r.slots(0, "codeptr")[0] = 0 if not code else -7
-    call(338, w.arrays, w.fields(0), r.arrays, r.fields(0, "r"), p=3, rhascode=rhascode)
-    np.testing.assert_array_equal(evaluate(r.read(0)), PARAMETERS[3] * evaluate(record))
-    r.assert_only_written(0)
+    # `rhascode`, as the caller says, guards rcodeptr[0] alone.
+    preset = ("ptr",) if code else ("ptr", "codeptr")
+    r = result(rng, (2, 3), (atoms, record.nelem, record.nnz), kind, sparse, preset)
+    call(338, w.arguments, r.arguments, p=3, rhascode=int(bool(code)))
+    check(r, PARAMETERS[3] * evaluate(record), w)
 
 
-@pytest.mark.parametrize("kind", LAYOUTS)
-@pytest.mark.parametrize("code", CODE)
-def test_parameter_array_times_one_element(code, kind):
-    rng = np.random.default_rng(2)
-    record = random_record(rng, (1,), code=code, terms=9)
-    assert record.nnz > 2
-    w = Stack("w", rng, [record], kind)
-    n = 4
-    x = Parameters(rng, (n,), kind, density=1)
-    size = (n * ((4 if code else 3) * record.nnz + record.ncodeatom), n, n * record.nnz)
-    r = result_stack(rng, (n,), size, kind)
-    call(337, w.arrays, w.fields(0), r.arrays, r.fields(0, "r"), x.fields, n=n)
-    r.assert_only_written(0, ("shape", "codeptr", "code", "cconst"))
-    values = {
-        "ptr": np.arange(n + 1) * record.nnz, "nidxs": np.tile(record.nidxs, n), "cof": 0, "sp": np.arange(n),
-    }  # fmt: skip
-    for field, value in values.items():
-        r.slots(0, field)[:] = value
-    check_result(r, w, x.values[:, None] * evaluate(record), np.ones(n, bool))
-
-
-@pytest.mark.parametrize("kind", LAYOUTS)
-@pytest.mark.parametrize("code", CODE)
-@pytest.mark.parametrize("sparse", [False, True])
+@every_operand
 @pytest.mark.parametrize("density", [0.0, 0.5, 1.0])
 def test_inner_and_elementwise_product(sparse, code, density, kind):
     rng = np.random.default_rng(3)
     shape = (3, 5)
-    record = random_record(rng, shape, sparse, code)
-    w = Stack("w", rng, [record], kind)
+    record, w = random_operand(rng, shape, sparse, code, kind=kind)
     x = Parameters(rng, shape, kind, density)
-    operands = (w.arrays, w.fields(0), x.fields)
+    operands = (w.arguments, x.fields)
     stored = x.stored & pattern_of(record)
-
     for number in (356, 360):
         assert call(number, w.arrays, n=2, init=2**60, top=w.fields(0)["shape"]) == -(2**60)  # 15 * 2^60 wraps around
     atoms, elements, terms = call(359, *operands)
     assert elements == (stored.sum() if sparse else 0)
     assert call(355, *operands) == (atoms, terms)
 
-    r = result_stack(rng, shape, (atoms, int(stored.sum()), terms), kind)
-    target = (r.arrays, r.fields(0, "r"))
+    r = result(rng, shape, (atoms, stored.sum(), terms), kind)
     if sparse:
-        c, i, e, k, j = call(362, *operands, *target)
+        c, i, e, k, j = call(362, *operands, r.arguments)
         assert e == elements and (i == record.nelem or j == x.fields["pnelem"])
     else:
-        c, k = call(363, *operands, *target)
+        c, k = call(363, *operands, r.arguments)
     assert (c, k) == (atoms, terms)
     expected = x.values[..., None] * evaluate(record)
-    check_result(r, w, expected, stored)
+    check_product(r, w, expected, stored)
 
-    r = result_stack(rng, (1,), (atoms, 1, terms), kind)
-    target = (r.arrays, r.fields(0, "r"))
+    r = result(rng, (1,), (atoms, 1, terms), kind, hassp=False)
     if sparse:
-        assert call(357, *operands, *target) == (atoms, i, terms, j)
+        assert call(357, *operands, r.arguments) == (atoms, i, terms, j)
     else:
-        assert call(358, *operands, *target) == (atoms, terms)
+        assert call(358, *operands, r.arguments) == (atoms, terms)
     r.slots(0, "ptr")[1] = terms
-    r.slots(0, "sp")[:] = 0
-    check_result(r, w, expected.sum(axis=(0, 1))[None], np.ones(1, bool))
+    check(r, expected.sum(axis=(0, 1))[None], w)
 
 
 def test_a_join_goes_on_from_its_cursors_and_ends_with_the_first_list():
@@ -148,7 +101,6 @@ def test_a_join_goes_on_from_its_cursors_and_ends_with_the_first_list():
     assert call(362, w, x, r, nelem=4, pnelem=4, i=1, j=1) == (6, 3, 2, 2, 4)
     assert r["ri64"][10:13].tolist() == [3, 5, 0]
     assert call(357, w, x, r, nelem=4, pnelem=2, i=0, j=1, c=3, k=1) == (6, 2, 2, 2)
-
 
 
 def sort_on_x(x, cols):
@@ -200,9 +152,9 @@ OPERATORS = {
 }
 
 
-@pytest.mark.parametrize("kind", LAYOUTS)
-@pytest.mark.parametrize("code", CODE)
-@pytest.mark.parametrize("operator, side, sparse", OPERATORS)
+@every_operand
+@pytest.mark.parametrize("operator", ["product", "diagonal"])
+@pytest.mark.parametrize("side", ["P*E", "E*P"])
 @pytest.mark.parametrize("density", [0.0, 0.4, 1.0])
 @pytest.mark.parametrize("rows, inner, cols", [(1, 1, 1), (3, 4, 2), (2, 5, 4), (5, 1, 3)])
 def test_product_with_a_parameter_matrix(rows, inner, cols, density, operator, side, sparse, code, kind):
@@ -211,25 +163,22 @@ def test_product_with_a_parameter_matrix(rows, inner, cols, density, operator, s
         rows = cols
     left = side == "P*E"
     eshape, pshape = ((inner, cols), (rows, inner)) if left else ((rows, inner), (inner, cols))
-    record = random_record(rng, eshape, sparse, code)
-    w = Stack("w", rng, [record], kind)
+    record, w = random_operand(rng, eshape, sparse, code, kind=kind)
     x = Parameters(rng, pshape, kind, density, max(record.nelem, inner * max(rows, cols)), cols)
-    operands = (w.arrays, w.fields(0), x.fields, {"pcols": pshape[1], "ecols": eshape[1], "erows": eshape[0]})
+    operands = {**w.arguments, **x.fields, "pcols": pshape[1], "ecols": eshape[1], "erows": eshape[0]}
     if left and sparse:
         sort_on_w(x, w, cols)
     elif not left:
         sort_on_x(x, cols)
     measure, measured_order, write, written_order = OPERATORS[operator, side, sparse]
-    measured = dict(zip(measured_order, call(measure, *operands)))
+    measured = dict(zip(measured_order, call(measure, operands)))
 
     # A diagonal of P*E also sets ptr[0], codeptr[0] and the shape; 344 does nothing at all if there are no elements.
     whole = write in (344, 346)
     shape = (rows, cols) if operator == "product" else (rows,)
-    r = result_stack(rng, shape, [measured[name] for name in "cek"], kind, preset=not whole)
-    if whole:
-        r.slots(0, "shape")[:] = r.before["ri32"][0]
-    head = {"rdim": rows, "rhascode": int(measured["c"] > 0)}
-    written = call(write, *operands, r.arrays, r.fields(0, "r"), head)
+    preset = () if whole else ("shape", "ptr", "codeptr")
+    r = result(rng, shape, [measured[name] for name in "cek"], kind, preset=preset)
+    written = call(write, operands, r.arguments, {"rdim": rows, "rhascode": int(measured["c"] > 0)})
     if whole and sparse and not measured["e"]:
         r.assert_only_written()
         return
@@ -247,7 +196,7 @@ def test_product_with_a_parameter_matrix(rows, inner, cols, density, operator, s
     stored = factors[0].astype(int) @ factors[1]
     if operator == "diagonal":
         expected, stored = np.einsum("rrv->rv", expected), stored.diagonal()
-    check_result(r, w, expected, stored > 0)
+    check_product(r, w, expected, stored > 0)
     x.assert_unchanged()
 
 
@@ -266,28 +215,28 @@ def test_cursors_skip_blocks():
     assert call(353, w, x, sizes, j=2) == (4, *half)
     for number, order in ((374, (0, 1, 3, 2)), (379, (0, 1, 2, 3))):
         r = {"ri32": i32([0] * 60), "ri64": i64([0] * 20), "rf64": np.zeros(40), "rcode": 30, "rcodeptr": 10, "rsp": 10}
-        for j, result in ((2, (12, 2, 4, 4)), (4, (0, 0, 0, 4)), (7, (0, 0, 0, 7))):
+        for j, expected in ((2, (12, 2, 4, 4)), (4, (0, 0, 0, 4)), (7, (0, 0, 0, 7))):
             got = call(number, w, x, r, sizes, j=j)
-            assert tuple(got[at] for at in order) == result
+            assert tuple(got[at] for at in order) == expected
         assert r["ri64"][10:12].tolist() == [2, 3]
 
 
-@pytest.mark.parametrize("code", CODE)
+@codes
 def test_dense_product_step_by_step(code):
     """With a dense P the caller runs rows, columns and inner index, and keeps `rptr` itself."""
     rng = np.random.default_rng(6)
     rows, inner, cols = 2, 3, 4
-    record = random_record(rng, (inner, cols), code=code)
-    w = Stack("w", rng, [record])
+    record, w = random_operand(rng, (inner, cols), code=code)
     x = Parameters(rng, (rows, inner), "contiguous", density=1)
-    atoms, elements, terms = call(372, w.arrays, w.fields(0), x.fields, pcols=inner, ecols=cols)
-    r = result_stack(rng, (rows, cols), (atoms, elements, terms), "strided")
+    operands = {**w.arguments, **x.fields, "pcols": inner, "ecols": cols}
+    atoms, elements, terms = call(372, operands)
+    r = result(rng, (rows, cols), (atoms, elements, terms), "strided")
     c = k = 0
     for element in range(rows * cols):
         for s in range(inner):
-            at = {"row": element // cols, "col": element % cols, "inner": s, "ecols": cols, "pcols": inner}
-            c, k = call(371, w.arrays, w.fields(0), r.arrays, r.fields(0, "r"), x.fields, at, c=c, k=k)
+            at = {"row": element // cols, "col": element % cols, "inner": s}
+            c, k = call(371, operands, r.arguments, at, c=c, k=k)
         r.slots(0, "ptr")[element + 1] = k
     r.slots(0, "sp")[:] = np.arange(elements)
     assert (c, k) == (atoms, terms)
-    check_result(r, w, np.einsum("rs,sbv->rbv", x.values, evaluate(record)), np.ones((rows, cols), bool))
+    check_product(r, w, np.einsum("rs,sbv->rbv", x.values, evaluate(record)), np.ones((rows, cols)))

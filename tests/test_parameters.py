@@ -1,21 +1,17 @@
 """Parameters in the example host layer: products and the table of rows against NumPy, and the efficient frontier."""
 
-import os
 import re
-import subprocess
-import sys
-from pathlib import Path
 
-import fragments
 import numpy as np
 import pytest
 
-from support import ROOT, f64, i32, i64
-from test_host import NVARS, kinds, push_random
+from host_records import push
+from records import PARAMETERS, VARIABLES, codes, patterns, random_record
+from support import f64, i32, i64, run_example
 
-from host import operators as op  # noqa: E402
-from host import parameters as par  # noqa: E402
-from host.stacks import Stacks  # noqa: E402
+from host import operators as op
+from host import parameters as par
+from host.stacks import Stacks
 
 
 @pytest.fixture(params=[1, 2])
@@ -31,8 +27,8 @@ def dense(parameters, parameter):
 
 
 def coefficients(table, fixed):
-    """All rows as an array: what was returned when they were filed, and what the table holds, evaluated in both ways."""
-    result = np.zeros((len(table.ptrb), NVARS))
+    """All rows as an array: what was returned when they were filed, and what the table holds, by both evaluations."""
+    result = np.zeros((len(table.ptrb), VARIABLES))
     subi, subj, val = table.evaluate()
     columns, values = table.evaluate_first(len(table.ptrb))
     np.testing.assert_array_equal(columns, subj)
@@ -44,25 +40,26 @@ def coefficients(table, fixed):
 
 def check(s, parameters, expected, rng):
     """Files the last record, then compares it with expected() for several values of the parameters."""
-    nrows = expected().reshape(-1, NVARS).shape[0]
+    nrows = expected().reshape(-1, VARIABLES).shape[0]
     table = par.ParameterTable(parameters, nrows)
     rows = i32(rng.permutation(nrows))
     fixed = table.file(s, rows)
     for _ in range(3):
-        parameters.values[:] = rng.normal(size=len(parameters.values))
-        np.testing.assert_allclose(coefficients(table, fixed)[rows], expected().reshape(-1, NVARS), atol=1e-12)
+        parameters.values[len(PARAMETERS) :] = rng.integers(-9, 9, len(parameters.values) - len(PARAMETERS))
+        np.testing.assert_array_equal(coefficients(table, fixed)[rows], expected().reshape(-1, VARIABLES))
     assert not s.records and s.w.top == (0, 0, 0)
 
 
-@kinds
-@pytest.mark.parametrize("pattern", [None, [], [1, 4, 5, 10]])
-def test_products_with_parameters(rng, sparse, code, pattern):
+@patterns
+@codes
+@pytest.mark.parametrize("entries", [None, [], [1, 4, 5, 10]])
+def test_products_with_parameters(rng, sparse, code, entries):
     shape = (3, 4)
     for name in ("scale", "spread", "inner_product", "multiply_elementwise"):
         s, p = Stacks(), par.Parameters()
-        p.array((3,))
-        a = p.array(() if name == "scale" else shape, None if name == "scale" or pattern is None else i64(pattern))
-        e = push_random(s, rng, (1,) if name == "spread" else shape, sparse and name != "spread", code)
+        p.set(p.array(PARAMETERS.shape), PARAMETERS)
+        a = p.array(() if name == "scale" else shape, None if name == "scale" or entries is None else i64(entries))
+        e = push(s, random_record(rng, (1,) if name == "spread" else shape, sparse and name != "spread", code))
         getattr(par, name)(s, a)
         check(s, p, {
             "scale": lambda: e * dense(p, a),
@@ -71,51 +68,18 @@ def test_products_with_parameters(rng, sparse, code, pattern):
             "multiply_elementwise": lambda: dense(p, a)[..., None] * e}[name], rng)
 
 
-@kinds
-def test_parameters_pass_through_other_operators(rng, sparse, code):
-    s, p = Stacks(), par.Parameters()
-    a, b = p.array((5,), i64([0, 2, 3])), p.array(())
-    matrix = rng.normal(size=(4, 5)) * (rng.random((4, 5)) < 0.7)
-    e = push_random(s, rng, (5,), sparse, code)
-    par.multiply_elementwise(s, a)
-    op.multiply(s, matrix)
-    plain = push_random(s, rng, (4,), sparse, code)
-    op.add(s, -2.0, 3.0)
-    par.scale(s, b)
-    other = push_random(s, rng, (4,), code=code)
-    op.add(s)
-    check(s, p, lambda: other + dense(p, b) * (3.0 * plain - 2.0 * matrix @ (dense(p, a)[:, None] * e)), rng)
-
-
-def test_only_terms_with_parameters_reach_the_table():
-    s, p = Stacks(), par.Parameters()
-    a = p.array((3,))
-    op.variable(s, (3,), i64([1, 2, 3]))
-    par.multiply_elementwise(s, a)
-    op.constant(s, (3,), f64([5.0, 0.0, 7.0]))
-    op.add(s, 1.0, 2.0)
-    op.multiply(s, np.diag([1.0, 1.0, 0.0]))
-    table = par.ParameterTable(p, 3)
-    fixed = table.file(s, i32([2, 1, 0]))
-    assert (table.terms, table.atoms) == (2, 2)  # of each, the parameter alone
-    assert [part.tolist() for part in fixed] == [[2], [0], [10.0]]
-    assert np.isnan(table.evaluate()[2]).all()  # not yet set
-    p.set(a, [1.5, 2.5, 3.5])
-    assert [part.tolist() for part in table.evaluate()] == [[1, 2], [2, 1], [2.5, 1.5]]
-
-
 def test_rows_are_replaced(rng):
     s, p = Stacks(), par.Parameters()
     a = p.array((4,))
     p.set(a, [2.0, -3.0, 5.0, 0.5])
-    table, expected = par.ParameterTable(p, 12), np.zeros((12, NVARS))
+    table, expected = par.ParameterTable(p, 12), np.zeros((12, VARIABLES))
     for step in range(60):
         rows = i32(rng.permutation(12)[:4])
         if step % 4 == 3:
             table.remove(rows)
             expected[rows] = 0.0
         else:
-            e = push_random(s, rng, (4,))
+            e = push(s, random_record(rng, (4,)))
             par.multiply_elementwise(s, a)
             fixed = table.file(s, rows)
             expected[rows] = dense(p, a)[:, None] * e
@@ -123,24 +87,6 @@ def test_rows_are_replaced(rng):
         np.testing.assert_allclose(coefficients(table, (i32([]), i32([]), f64([]))), expected, atol=1e-12)
         assert table.terms == (table.ptre - table.ptrb).sum() == len(table.evaluate()[0])
     assert len(table.sizes) <= 64 and len(table.code) <= 256  # holes were closed: 60 steps filed ten times as much
-
-
-@pytest.mark.parametrize("call", [
-    lambda s, p: par.scale(s, p.array((2,))),
-    lambda s, p: par.spread(s, p.array((2,))),
-    lambda s, p: par.inner_product(s, p.array((3,))),
-    lambda s, p: par.multiply_elementwise(s, p.array((2, 1))),
-    lambda s, p: p.array((2,), i64([1, 1])),
-    lambda s, p: p.set(p.array((3,)), [1.0, 2.0]),
-    lambda s, p: par.ParameterTable(p, 2).file(s, i32([0, 2])),
-    lambda s, p: par.ParameterTable(p, 2).file(s, i32([1, 1])),
-    lambda s, p: par.ParameterTable(p, 2).remove(i32([-1]))])
-def test_misfits_are_refused(call):
-    s = Stacks()
-    op.variable(s, (2,), i64([1, 2]))
-    with pytest.raises(ValueError):
-        call(s, par.Parameters())
-    assert len(s.records) == 1 and s.r.top == s.x.top == (0, 0, 0)
 
 
 def test_code_of_no_value_is_refused():
@@ -187,12 +133,9 @@ def test_frontier_is_drawn_and_timed(tmp_path, suffix, start):
     pytest.importorskip("cvxopt")
     pytest.importorskip("matplotlib")
     picture = tmp_path / "new" / f"frontier.{suffix}"
-    result = subprocess.run(
-        [sys.executable, str(ROOT / "examples" / "efficient_frontier.py"), "--assets", "20", "--points", "4",
-         "--output", str(picture)], capture_output=True, text=True,
-        env=dict(os.environ, PYTHONPATH=str(Path(fragments.__file__).parent)))
+    result = run_example("efficient_frontier.py", "--assets", 20, "--points", 4, "--output", picture)
     assert result.returncode == 0, result.stderr
     times, where = result.stdout.splitlines()
     numbers = [float(x) for x in re.findall(r"\d+\.\d+", times)]
-    assert numbers[0] > numbers[1] > 0.0 and numbers[2] == pytest.approx(numbers[0] / numbers[1], rel=0.1)
+    assert numbers[2] == pytest.approx(numbers[0] / numbers[1], rel=0.1)
     assert str(picture) in where and picture.read_bytes().startswith(start)

@@ -3,8 +3,8 @@
 import numpy as np
 import pytest
 
-from records import PARAMETERS, Record, Stack, random_record, run_code
-from support import LAYOUTS, call, i32, kernel, layout
+from records import FIRST, PARAMETERS, Record, Stack, random_record, run_code
+from support import blank, call, i32, kernel, kinds, layout
 
 ROWS = 9
 
@@ -16,7 +16,7 @@ class Table:
         self.kind = kind
         self.c = self.k = 0
         self.arrays = {name: layout(np.zeros(ROWS, np.int32), kind) for name in ("row_param_ptrb", "row_param_ptre")}
-        self.arrays["row_code_ptr"] = layout(np.full(ROWS, -7, np.int32), kind)
+        self.arrays["row_code_ptr"] = blank(ROWS, kind)
         for name, dtype in (("param_code_sizes", "i4"), ("param_varidx", "i8"), ("code", "i4"), ("cconst", "f8")):
             self.arrays[name] = np.zeros(0, dtype)
 
@@ -43,24 +43,25 @@ class Table:
 
     def triplets(self):
         terms = len(self.arrays["param_varidx"])
-        subi, subj, val = np.full(terms, -7, np.int32), np.full(terms, -7, np.int32), np.full(terms, -7.5)
+        subi, subj, val = blank(terms), blank(terms), np.zeros(terms)
         k, _ = call(134, self.arrays, param_value=PARAMETERS, subi=subi, subj=subj, val=val, xf64=np.zeros(20))
         return sorted(zip(subi[:k].tolist(), subj[:k].tolist(), val[:k].tolist()))
 
 
 def parametrised(record, native):
-    """The (row, variable, value) that the table is to hold of a record, and the number of atoms."""
+    """The (row, variable, value) that the table is to hold of a record, variables cut to 32 bits, and the number of
+    atoms."""
     entries, atoms = [], 0
     for i, row in enumerate(native):
         for t in range(record.ptr[i], record.ptr[i + 1]):
             a, b = record.codeptr[t], record.codeptr[t + 1]
             if b - a != 1 or record.code[a] != 2:
-                entries.append((row, int(record.nidxs[t]), run_code(record.code[a:b], record.cconst[a:b])))
+                entries.append((row, int(record.nidxs[t]) % FIRST, run_code(record.code[a:b], record.cconst[a:b])))
                 atoms += b - a
     return entries, atoms
 
 
-@pytest.mark.parametrize("kind", LAYOUTS)
+@kinds
 @pytest.mark.parametrize("seed", range(4))
 @pytest.mark.parametrize("take_out", [138, 144])
 def test_rows_filed_taken_out_and_replaced(kind, seed, take_out):

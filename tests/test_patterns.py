@@ -2,48 +2,36 @@
 
 import numpy as np
 import pytest
-from support import KERNELS, LAYOUTS, call, f64, i32, i64, layout, placed
-
-UNTOUCHED = -7
-
-kinds = pytest.mark.parametrize("kind", LAYOUTS)
-
-
-def blank(make, n, kind):
-    return layout(make([UNTOUCHED] * n), kind)
-
-
-def call_with(number, table, **named):
-    """The kernel's result for those entries of a table that it has parameters for."""
-    return call(number, {name: table[name] for name, _ in KERNELS[number].parameters if name in table} | named)
+from support import UNTOUCHED, blank, call, f64, i32, i64, kinds, layout, placed
 
 
 @kinds
 @pytest.mark.parametrize("passes", ((299, 300, 301, 302), (220, 221, 222, 223), (241, 242, 243, 244)), ids=str)
 @pytest.mark.parametrize("order", ((0, 1, 2, 3), (2, 0, 3, 1)))
-@pytest.mark.parametrize("density", (0, 0.4))
-def test_sort_by_axes(kind, passes, order, density):
+@pytest.mark.parametrize("density, most", ((0, 0), (1, 1), (0.4, 99)))
+def test_sort_by_axes(kind, passes, order, density, most):
     """A stable pass for each axis, the least significant first, sorts by all of them, whatever the order before."""
     rng = np.random.default_rng(62)
     shape = (3, 5, 2, 4)
-    positions = rng.permutation(np.flatnonzero(rng.random(np.prod(shape)) < density))
+    positions = rng.permutation(np.flatnonzero(rng.random(np.prod(shape)) < density))[:most]
     n = len(positions)
     rshape, strides, sp = layout(i32(shape), kind), layout(i64([0, 0, 0, 1]), kind), layout(i64(positions), kind)
     call(297, n=4, rshape=rshape, rstrides=strides)
     buckets = call(296, init=shape[0], n=4, rshape=rshape)
-    source, target, ptr = blank(i32, n + 1, kind), blank(i32, n + 1, kind), blank(i32, buckets + 2, kind)
+    source, target, ptr = blank(n + 1, kind), blank(n + 1, kind), blank(buckets + 2, kind)
     call(298, perm=source, n=n)
     table = {"rshape": rshape, "rstrides": strides, "s": strides, "sp": sp, "rsp": sp, "ptr": ptr, "nnz": n}
     clear, count, add_up, place = passes
+    coordinates = np.unravel_index(positions, shape)
     for d in reversed(order):
         permutations = {"perm": source, "curperm": source, "perm2": target, "tgtperm": target}
-        call_with(clear, {"n": shape[d], "d": d} | table)
-        call_with(count, {"n": n, "d": d} | table)
-        call_with(add_up, {"n": shape[d], "d": d} | table)
-        call_with(place, {"n": n, "d": d} | table | permutations)
-        assert ptr[shape[d]] == n and ptr[-1] == UNTOUCHED
+        call(clear, {"n": shape[d], "d": d}, table)
+        call(count, {"n": n, "d": d}, table)
+        call(add_up, {"n": shape[d], "d": d}, table)
+        call(place, {"n": n, "d": d}, table, permutations)
+        ends = np.cumsum(np.bincount(coordinates[d], minlength=shape[d]))
+        assert ptr[: shape[d] + 1].tolist() == [*ends, n] and ptr[-1] == UNTOUCHED
         source, target = target, source
-    coordinates = np.unravel_index(positions, shape)
     assert source.tolist() == [*np.lexsort([coordinates[d] for d in reversed(order)]), UNTOUCHED]
 
 
@@ -52,7 +40,7 @@ def test_sort_by_axes(kind, passes, order, density):
 def test_transpose(kind, rows, columns):
     matrix = np.random.default_rng(321).integers(0, 3, (rows, columns))
     sp = np.flatnonzero(matrix)
-    ptr, tnidxs, tsp = blank(i32, columns + 1, kind), blank(i32, len(sp) + 1, kind), blank(i64, len(sp) + 1, kind)
+    ptr, tnidxs, tsp = blank(columns + 1, kind), blank(len(sp) + 1, kind), blank(len(sp) + 1, kind, i64)
     source = {"ptr": ptr, "sp": layout(i64(sp), kind), "d2": columns}
     call(299, n=columns, ptr=ptr)
     call(321, source)
@@ -72,7 +60,7 @@ def test_restrict(kind):
         (1, 8, 10, [12, 13], [-3, 0]),
         (2, 6, 6, [], []),
     ):
-        rnidxs, rsp = blank(i32, 6, kind), blank(i64, 6, kind)
+        rnidxs, rsp = blank(6, kind), blank(6, kind, i64)
         end = call(324, acc=k, sp=sp, lo=lo, hi=hi)
         assert call(325, k=k, nidxs=native, rnidxs=rnidxs, rsp=rsp, sp=sp, lo=lo, hi=hi) == end == k + len(found)
         assert np.array_equal(rnidxs, placed(6, k, i32(found))) and np.array_equal(rsp, placed(6, k, i64(positions)))
@@ -116,7 +104,7 @@ def test_shift_into_stack(kind, axis):
 
 @pytest.mark.parametrize("sp, positions", (([2, 0, 3], [2, 0, 3]), (None, [0, 1, 2]), ([], [])))
 def test_positions_of_elements(sp, positions):
-    dest = blank(i64, 6, "contiguous")
+    dest = blank(6, make=i64)
     call(314, dest=dest, nidxs=i32([5, 6, 7]), base=2, sp=sp if sp is None else i64(sp))
     assert np.array_equal(dest, placed(6, 2, i64(positions)))
 
@@ -125,7 +113,7 @@ def test_positions_of_elements(sp, positions):
 @pytest.mark.parametrize("hassp", (False, True))
 @pytest.mark.parametrize("n", (0, 3))
 def test_push_parameters(kind, hassp, n):
-    ri32, ri64, rf64 = blank(i32, 30, kind), blank(i64, 16, kind), blank(f64, 16, kind)
+    ri32, ri64, rf64 = blank(30, kind), blank(16, kind, i64), blank(16, kind, f64)
     fields = {"rshape": 1, "rptr": 4, "rcodeptr": 12, "rcode": 20, "rnidxs": 2, "rsp": 8, "rcof": 1, "rcconst": 9}
     record = {"nidxs": layout(i32([40, 2, 9]), kind), "shape": i32([2, 9]), "sp": layout(i64([1, 6, 2**40]), kind)}
     call(313, fields, record, hassp=hassp, nd=2, n=n, ri32=ri32, ri64=ri64, rf64=rf64)
@@ -135,3 +123,13 @@ def test_push_parameters(kind, hassp, n):
         ints[12:16], ints[20:23], longs[2:5], doubles[1:4], doubles[9:12] = range(4), 1, 0, 0.0, record["nidxs"]
         longs[8:11] = record["sp"] if hassp else UNTOUCHED
     assert np.array_equal(ri32, ints) and np.array_equal(ri64, longs) and np.array_equal(rf64, doubles)
+
+
+def test_stored_values():
+    values, nidxs, sp = f64([10, 11, 12, 13]), i32([5, 6]), i64([3, 0, 1])
+    gathered, filled, appended = blank(3, make=f64), blank(4, make=f64), blank(4)
+    call(329, cvals=gathered, nidxs=nidxs, sp=sp, values=values)
+    call(330, n=3, vals=filled, value=2.5)
+    call(326, dst=appended, nidxs=nidxs, base=1)
+    assert gathered.tolist() == [13, 10, -7] and filled.tolist() == [2.5, 2.5, 2.5, -7]
+    assert appended.tolist() == [-7, 5, 6, -7]

@@ -4,11 +4,10 @@ import itertools
 
 import numpy as np
 import pytest
-from support import LAYOUTS, call, i32, i64, layout
+from support import LAYOUTS, UNTOUCHED, blank, call, i32, i64, layout, row_major
 
 SHAPE = (3, 4, 5)
 STRIDES = (20, 5, 1)
-UNTOUCHED = -77
 
 
 @pytest.fixture(params=LAYOUTS)
@@ -41,15 +40,17 @@ def test_positions_of_multi_indices(kind, rows):
         index = layout(rows[row], kind)
         assert call(258, idxa=index, init=7, n=3, strides=strides) == 7 + position
         assert call(177, row=row, init=2**40, midxs=rows, n=3, strides=strides) == 2**40 + position
-        assert call(181, firstidx=index, acc=-1, step=i32([0] * 3), strides=strides) == position - 1
+        # The entries of `step`, of `key` count the axes.
+        longer = i64([*STRIDES, 1000])
+        assert call(181, firstidx=i32([*index, 9]), acc=-1, step=i32([0] * 3), strides=longer) == position - 1
         assert call(182, step=index, acc=-1, strides=strides) == position - 1
-        assert call(269, key=index, init=int(index[0]), shape=shape) == position
+        assert call(269, key=index, init=int(index[0]), shape=i32([*SHAPE, 9])) == position
 
         for number, name in ((270, "dest"), (272, "res")):
-            split = layout(i32([UNTOUCHED] * 4), kind)
+            split = blank(4, kind)
             call(number, **{name: split}, pos=int(position), shape=shape)
             assert split.tolist() == [*index, UNTOUCHED]
-        split = layout(i32([UNTOUCHED] * 4), kind)
+        split = blank(4, kind)
         assert call(271, k=split, n=3, pos=int(position), shape=shape) == index[0]
         assert split.tolist() == [UNTOUCHED, *index[1:], UNTOUCHED]
 
@@ -102,9 +103,15 @@ def test_conversions_at_their_edges():
 
 def test_sums_into_their_own_strides():
     """Every partial sum is stored, so that a stride which is a target too is read after it has changed."""
-    memory = i64([1, 10, 100, 1000])
-    call(578, n=2, m=2, s=memory[:2], sp=memory[1:3], sparsity=i32([[1, 2], [3, 4]]))
-    assert memory.tolist() == [1, 10 + 1 + 2 * 11, 100 + 3 + 4 * 33, 1000]
+    for number in (578, 580):
+        for sp, s in ((slice(0, 9, 4), slice(7, 9)), (slice(7, 9), slice(0, 9, 4))):
+            memory, expected = np.arange(1, 10), np.arange(1, 10)
+            n, m = len(memory[sp]), len(memory[s])
+            rows = i32([[2, 3, 4], [5, 6, 7], [8, 9, 1]])[:n, :m]
+            call(number, n=n, m=m, s=memory[s], sp=memory[sp], sparsity=rows)
+            for r, c in np.ndindex(n, m):
+                expected[sp][r] += rows[r, c] * expected[s][c]
+            assert np.array_equal(memory, expected)
 
 
 def test_range_checks(kind, rows):
@@ -121,7 +128,7 @@ def test_range_checks(kind, rows):
             assert call(179, flag=flag, idxs=indices, shape=shape[1:]) is expected
         # Rows from the bad one on are left out, all of them if the flag comes in set.
         for number, flag in ((51, False), (64, False), (51, True)):
-            target = layout(i64([UNTOUCHED] * 13), kind)
+            target = blank(13, kind, i64)
             assert call(number, bad=flag, n=12, shape=shape, sp=table, sparsity=target,
                         strides=layout(i32(STRIDES), kind)) is (flag or bad is not None)  # fmt: skip
             written = 0 if flag else 12 if bad is None else place
@@ -132,8 +139,8 @@ def test_range_checks(kind, rows):
 @pytest.mark.parametrize("flatten", (55, 68))
 def test_rows_sort_axis_by_axis(kind, rows, flatten):
     shape = layout(i32(SHAPE), kind)
-    order, other = (layout(i32([UNTOUCHED] * 13), kind) for _ in range(2))
-    ptr = layout(i32([UNTOUCHED] * 7), kind)
+    order, other = (blank(13, kind) for _ in range(2))
+    ptr = blank(7, kind)
     call(53, curperm=order, n=12)
     for axis in range(3):
         call(54, **{"pass": axis}, curperm=order, midxs=rows, nd=3, n=12, ptr=ptr, shape=shape, tgtperm=other)
@@ -141,7 +148,7 @@ def test_rows_sort_axis_by_axis(kind, rows, flatten):
         assert ptr[: len(ends)].tolist() == ends.tolist() and ptr[len(ends)] == 12
         order, other = other, order
     assert order.tolist() == [*np.argsort(positions(rows), kind="stable"), UNTOUCHED]
-    target = layout(i64([UNTOUCHED] * 12), kind)
+    target = blank(12, kind, i64)
     call(flatten, curperm=order, midxs=rows, n=12, nd=3, sparsity=target, strides=layout(i32(STRIDES), kind))
     assert target.tolist() == sorted(positions(rows))
 
@@ -168,7 +175,7 @@ def test_equal_items_merge_from_the_right(kind, rng):
     vals = rng.integers(0, 6, 20)
     items = rng.permutation(20)
     left, right = (sorted(run, key=vals.__getitem__) for run in (items[:8], items[8:]))
-    target = layout(i32([UNTOUCHED] * 24), kind)
+    target = blank(24, kind)
     source = layout(i32([UNTOUCHED] * 2 + left + right), kind)
     call(129, i=2, m=10, e=22, src=source, tgt=target, vals=layout(i64(vals), kind))
     expected = sorted(right + left, key=vals.__getitem__)  # stable, so the right run of equals first
@@ -181,8 +188,8 @@ def test_equal_items_merge_from_the_right(kind, rng):
 @pytest.mark.parametrize("extents", ((3, 4, 5), (1, 2, 1, 3), (4,)))
 def test_odometer_walks_the_array_in_order(kind, extents):
     nd = len(extents)
-    strides = np.r_[np.cumprod(extents[:0:-1])[::-1], 1] * 10
-    places = layout(i64([UNTOUCHED] * (nd + 1)), kind)
+    strides = np.multiply(row_major(extents), 10)
+    places = blank((nd + 1), kind, i64)
     call(106, n=nd, st=places, x=2**40)
     assert places.tolist() == [2**40] * nd + [UNTOUCHED]
     levels = layout(i32([0] * nd + [UNTOUCHED]), kind)
@@ -208,7 +215,7 @@ def test_box_index_carries_one_level_only(kind):
 def test_elements_along_an_axis_come_together(kind, rng, number, target):
     q, p, r = 3, 4, 5
     array = rng.integers(0, 2**40, (q, p, r))
-    result = layout(i64([UNTOUCHED] * (q * p * r + 3)), kind)
+    result = blank((q * p * r + 3), kind, i64)
     assert call(number, p=p, q=q, r=r, nativeidxs=layout(array.ravel(), kind), c=2, **{target: result}) == 2 + q * p * r
     assert result.tolist() == [UNTOUCHED] * 2 + array.transpose(0, 2, 1).ravel().tolist() + [UNTOUCHED]
     assert call(number, p=0, q=q, r=r, c=2) == 2
@@ -218,7 +225,7 @@ def test_positions_sort_across_an_axis(kind, rng):
     p, q, r = 3, 4, 5
     values = rng.choice(p * q * r, 30, replace=False)
     before = rng.permutation(30)
-    order, ptrb = layout(i32(before), kind), layout(i32([UNTOUCHED] * (p * r + 2)), kind)
+    order, ptrb = layout(i32(before), kind), blank((p * r + 2), kind)
     call(103, p=p, q=q, r=r, perm=order, ptrb=ptrb, val=layout(i64(values), kind))
     a, _, b = np.unravel_index(values, (p, q, r))
     key = a * r + b

@@ -1,8 +1,8 @@
 """Chains of numbered slots: long random sequences of moves lose no slot and keep every order."""
 
 import numpy as np
-import pytest
-from support import LAYOUTS, call, i32, layout
+
+from support import blank, call, i32, kinds, layout
 
 
 class Chains:
@@ -35,13 +35,13 @@ class Chains:
 
     def check(self):
         for head, slots in zip(self.heads, self.slots):
-            target = i32([-7] * (len(slots) + 2))
+            target = blank(len(slots) + 2)
             assert call(647, cur=head, next=self.next, n=len(slots), base=1, target=target) == -1
             assert target.tolist() == [-7, *slots, -7]
             assert self.prev[slots].tolist() == [-1, *slots][: len(slots)]
 
 
-@pytest.mark.parametrize("kind", LAYOUTS)
+@kinds
 def test_random_moves(kind):
     rng = np.random.default_rng(3)
     chains = Chains(12, kind)
@@ -68,7 +68,7 @@ def test_runs_are_walked_and_listed():
     slots = [5, 2, 7, 0, 3]
     next = i32([3, -7, 7, -1, -7, 2, -7, 0])
     for n in range(1, 6):
-        end, target = slots[n - 1], i32([-7] * 6)
+        end, target = slots[n - 1], blank(6)
         assert call(650, cur=5, next=next, n=n) == end
         # The greatest slot leaves out the one that the walk starts from.
         assert call(649, cur=5, top=-1, next=next, n=n) == (end, max(slots[1:n], default=-1))

@@ -2,7 +2,7 @@
 
 import numpy as np
 import pytest
-from support import LAYOUTS, f64, i32, i64, kernel, layout, placed
+from support import LAYOUTS, blank, f64, i32, i64, kernel, kinds, layout, placed
 
 
 @pytest.fixture
@@ -12,13 +12,13 @@ def rng():
 
 def check_gather(place, number, arguments, expected):
     """A gather, whose `res` is argument `place` of all, writes what is expected from `pos` 2 on and nothing else."""
-    res = layout(np.full(len(expected) + 5, -7.0), "reversed")
+    res = blank(len(expected) + 5, "reversed", f64)
     kernel(number)(*arguments[:place], 2, res, *arguments[place:])
     assert np.array_equal(res, placed(len(res), 2, expected))
     assert np.array_equal(np.signbit(res[2:-3]), np.signbit(expected))
 
 
-@pytest.mark.parametrize("kind", LAYOUTS)
+@kinds
 def test_values_of_variables(rng, kind):
     xx, yx, barx, bars, accy = (layout(rng.normal(size=9), kind) for _ in range(5))
     xx[3] = 0.0  # -0.0 with the opposite sign, while numbers at or below 0 give 0.0
@@ -47,7 +47,7 @@ def test_values_of_constraints(rng, number):
 
 @pytest.mark.parametrize("number", (23, 24))
 def test_duals_of_bounds(number):
-    y = np.full(3, -7.0)
+    y = blank(3, make=f64)
     kernel(number)(2, f64([1, 5]), f64([4, 3]), y)
     assert y.tolist() == [-3, 2, -7]
 
@@ -55,7 +55,7 @@ def test_duals_of_bounds(number):
 @pytest.mark.parametrize("number, arrays, returns", [(130, 4, True), (131, 3, False), (132, 4, True), (133, 4, False)])
 @pytest.mark.parametrize("start, end", [(2, 5), (0, 1), (4, 4), (4, 1)])
 def test_clearing(number, arrays, returns, start, end):
-    vectors = [layout(np.full(6, -7.0), kind) for kind in (LAYOUTS * 2)[:arrays]]
+    vectors = [blank(6, kind, f64) for kind in (LAYOUTS * 2)[:arrays]]
     result = kernel(number)(end, vectors[0], start, *vectors[1:])
     assert result == (max(start, end) if returns else None)
     assert all(np.array_equal(vector, placed(6, start, np.zeros(max(end - start, 0)))) for vector in vectors)
@@ -71,15 +71,15 @@ def test_parameters_are_set_then_read(rng):
 
 
 def test_largest_number_ignores_the_first_entry():
-    numbers = i64([99, 3, 7, -2])
+    numbers = i64([99, 7, 3, -2])
     assert [kernel(5)(4, numbers), kernel(6)(8, numbers), kernel(5)(1, numbers[:1]), kernel(5)(1, None)] == [7, 8, 1, 1]
     assert kernel(3)(i32([99, 3]), 4) == 99
 
 
-@pytest.mark.parametrize("kind", LAYOUTS)
+@kinds
 def test_selections_have_the_counted_size(rng, kind):
     numbers, values = layout(rng.integers(-4, 5, 40), kind), layout(rng.normal(size=40), kind)
-    positive, subj, val = i32([-7] * 45), i32([-7] * 45), np.full(45, -7.0)
+    positive, subj, val = blank(45), blank(45), blank(45, make=f64)
     assert kernel(11)(3, numbers) == kernel(12)(numbers, 3, positive) == 3 + (numbers > 0).sum()
     assert kernel(21)(numbers, 2) == kernel(22)(2, numbers, subj, val, values) == 2 + (numbers >= 0).sum()
     assert np.array_equal(positive, placed(45, 3, numbers[numbers > 0]))

@@ -2,7 +2,7 @@
 
 import numpy as np
 import pytest
-from support import LAYOUTS, call, f64, i32, i64, layout, placed
+from support import LAYOUTS, blank, call, f64, i32, i64, kinds, layout, placed
 
 LENGTHS = i64([2, 0, 5, 1, 0, 3, 2])  # terms of each row of the random expression
 N, NNZ, VARIABLES = len(LENGTHS), LENGTHS.sum(), 9
@@ -19,8 +19,7 @@ def stored(request):
 
 def empty(kind, **sizes):
     """Fields to fill, two slots longer than what is to be written, which then have to hold -7 still."""
-    types = {"ecof": float, "ebfix": float, "cof": float}
-    return {name: layout(np.full(n + 2, -7, types.get(name, np.int64)), kind) for name, n in sizes.items()}
+    return {name: blank(n + 2, kind, f64 if name in ("ecof", "ebfix", "cof") else i64) for name, n in sizes.items()}
 
 
 def dense_rows(size, inst, ptrb, subj, cof, bfix=None):
@@ -35,7 +34,7 @@ def dense_rows(size, inst, ptrb, subj, cof, bfix=None):
 def test_rows_from_triplets_keep_the_order_of_their_terms():
     rng = np.random.default_rng(0)
     rows, variables = rng.integers(0, 8, 50), rng.integers(0, 2**40, 50)
-    ptrb, subj, longer = np.zeros(9, np.int64), i64([-7] * 52), i32(np.r_[rows, 99])
+    ptrb, subj, longer = np.zeros(9, np.int64), blank(52, make=i64), i32(np.r_[rows, 99])
     call(600, ii=longer, n=50, ptrb=ptrb)
     call(601, ptrb=ptrb, n=8)
     ends = ptrb.copy()
@@ -46,7 +45,7 @@ def test_rows_from_triplets_keep_the_order_of_their_terms():
     assert np.array_equal(subj, placed(52, 0, variables[np.argsort(rows, kind="stable")]))
 
 
-@pytest.mark.parametrize("kind", LAYOUTS)
+@kinds
 @pytest.mark.parametrize("weights", (0, 1, 4))
 def test_expansion_by_weights(stored, weights, kind):
     """At once, in pieces and in place: all are the Kronecker product with the weights as a column."""
@@ -65,13 +64,13 @@ def test_expansion_by_weights(stored, weights, kind):
     assert (np.diff(inst) > 0).all()
 
     # The pieces: rows behind two that are there already with 11 terms, constants, and coefficients by one weight.
-    einst, eptrb, ebfix = i64([-7] * (rows + 3)), i64([0, 4, 11] + [-7] * (rows + 1)), f64([-7] * (rows + 1))
+    einst, eptrb, ebfix = blank(rows + 3, make=i64), i64([0, 4, 11] + [-7] * (rows + 1)), blank(rows + 1, make=f64)
     assert call(591, n=N, einst=einst, eptrb=eptrb, d=d, k=2, ptrb=stored["ptrb"], sub=sub) == rows + 2
     call(592, a=a, bfix=stored["bfix"], ebfix=ebfix)
     assert np.array_equal(einst, placed(rows + 3, 2, inst)) and np.array_equal(ebfix, placed(rows + 1, 0, bfix))
     assert np.array_equal(eptrb, np.r_[0, 4, 11 + ptrb, -7])
     for c in range(weights):
-        call(590, a=a, cof=stored["cof"], ecof=(ecof := f64([-7] * (NNZ + 2))), c=c, n=NNZ, base=1)
+        call(590, a=a, cof=stored["cof"], ecof=(ecof := blank(NNZ + 2, make=f64)), c=c, n=NNZ, base=1)
         assert np.array_equal(ecof, placed(NNZ + 2, 1, stored["cof"] * a[c]))
 
     # In place: rows at every third position and rows at their own number.
@@ -91,7 +90,7 @@ def test_expansion_of_positions_in_full_width():
     assert inst.tolist() == [2**61 + 5] and einst.tolist() == [7, 2**31 + 6, 2**32 + 5]
 
 
-@pytest.mark.parametrize("kind", LAYOUTS)
+@kinds
 @pytest.mark.parametrize("values", (range(10), range(2), [3]), ids=("few repeats", "many repeats", "one position"))
 def test_merging_adds_repeats_in_input_order(kind, values):
     rng = np.random.default_rng(2)
@@ -103,7 +102,7 @@ def test_merging_adds_repeats_in_input_order(kind, values):
     assert call(620, flag=True, **in_order) is True
     for measure, write, source in (621, 622, in_order), (628, 629, in_order), (623, 624, through), (630, 631, through):
         assert call(measure, init=3, **source) == 2 + len(distinct)
-        inst, cof = i64([-7] * 42), f64([-7] * 42)
+        inst, cof = blank(42, make=i64), blank(42, make=f64)
         inst[1], cof[1] = distinct[0], value[first[0]]
         cof_ = layout(value[perm] if source is in_order else value, kind)
         assert call(write, cof=cof, cof_=cof_, inst=inst, count=1, **source) == len(distinct)
@@ -144,11 +143,10 @@ def test_other_checks():
         assert call(608, bfix=f64(constants), n=len(constants), flag=False) is False
 
 
-@pytest.mark.parametrize("kind", LAYOUTS)
+@kinds
 @pytest.mark.parametrize("constants", (0, 1))
 def test_pushed_record(stored, constants, kind):
-    stacks = {"i32": i32([-7] * 30), "i64": i64([-7] * 30), "f64": f64([-7] * 30)}
-    stacks = {name: layout(stack, kind) for name, stack in stacks.items()}
+    stacks = {name: blank(30, kind, make) for name, make in (("i32", i32), ("i64", i64), ("f64", f64))}
     bfix, ptrb, fields = stored["bfix"] if constants else None, stored["ptrb"], [stored[f] for f in ("subj", "cof")]
     source = {"bfix": bfix, "ptrb": ptrb, "subj": fields[0], "cof_v": fields[1], "shape": i32([1, 7, 9])}
     call(609, nd=2, nelem=N, ptr=4, shapepos=1, nidxs=5, cof=3, flag=not constants, **source, **stacks)
@@ -162,7 +160,7 @@ def test_pushed_record(stored, constants, kind):
 
 
 def test_pushed_plain_variable():
-    stack32, stackf, positions = i32([-7] * 8), f64([-7] * 9), i64([-7] * 3)
+    stack32, stackf, positions = blank(8), blank(9, make=f64), blank(3, make=i64)
     call(574, cofbase=2, n=4, m=3, ptrbase=1, rf64=stackf, ri32=stack32)
     assert stack32.tolist() == [-7, 0, 1, 2, 3, 4, -7, -7] and np.array_equal(stackf, placed(9, 2, [1.0] * 3))
     for n, slot in (0, -7), (-2, -7), (5, 4):
@@ -172,18 +170,19 @@ def test_pushed_plain_variable():
 
 def test_axes_are_moved_to_the_end():
     for moved in [], [0], [5], [1, 2], [0, 3, 5], [0, 1, 2, 3, 4, 5]:
-        perm = i32([-7] * 8)
+        perm = blank(8)
         i, k = call(581, dims=i32(moved), perm=perm)
         i, k = call(582, k=k, i=i, stop=6, perm=perm)
         assert call(583, dims=i32(moved), k=k, perm=perm) == 6
         assert np.array_equal(perm, placed(8, 0, i32([d for d in range(6) if d not in moved] + moved)))
     # Every entry takes i one further, also one that i has passed; nothing is listed for it.
-    assert call(581, dims=i32([2, 0, 4]), i=1, k=3, perm=(perm := i32([-7] * 6))) == (5, 4)
+    assert call(581, dims=i32([2, 0, 4]), i=1, k=3, perm=(perm := blank(6))) == (5, 4)
     assert perm.tolist() == [-7, -7, -7, 1, -7, -7]
 
 
 def test_scaled_values():
-    values, scaled = f64([1, -0.0, np.inf, 5]), f64([-7] * 4)
+    values = f64([1, -0.0, np.inf, 5])
     for number, new, source in (615, "new_uval", "uval"), (616, "new_vval", "vval"):
-        call(number, **{new: scaled, source: values}, scale=-2.0, n=number - 613)
-    assert scaled.tobytes() == f64([-2, 0.0, -np.inf, -7]).tobytes()
+        scaled = blank(4, make=f64)
+        call(number, **{new: scaled, source: values}, scale=-2.0, n=3)
+        assert scaled.tobytes() == f64([-2, 0.0, -np.inf, -7]).tobytes() and values[0] == 1

@@ -2,15 +2,9 @@
 
 import numpy as np
 import pytest
-from support import LAYOUTS, call, f64, i32, i64, layout
+from support import UNTOUCHED, blank, call, f64, i32, i64, kinds, layout
 
 ROWS, COLUMNS = 5, 7
-UNTOUCHED = -77
-
-
-@pytest.fixture(params=LAYOUTS)
-def kind(request):
-    return request.param
 
 
 @pytest.fixture(params=(0, 1, 60))
@@ -25,13 +19,14 @@ def ends(sub, n):
     return [0, *np.cumsum(np.bincount(sub, minlength=n))]
 
 
+@kinds
 @pytest.mark.parametrize("together", (True, False), ids=("counted together", "counted apart"))
 def test_sort_and_merge(kind, triplets, together):
     subi, subj, val = triplets
     nnz = len(val)
     entries = {"subi": layout(i32(subi), kind), "subj": layout(i32(subj), kind)}
     rptrb, cptrb = layout(i64([0] * (ROWS + 2)), kind), layout(i64([0] * (COLUMNS + 2)), kind)
-    cols, rows = (layout(i32([UNTOUCHED] * (nnz + 1)), kind) for _ in range(2))
+    cols, rows = (blank(nnz + 1, kind) for _ in range(2))
     if together:
         call(113, cptrb=cptrb, nnz=nnz, rptrb=rptrb, **entries)
     else:
@@ -53,8 +48,8 @@ def test_sort_and_merge(kind, triplets, together):
         merged[place] = merged[place] + val[k] if place in merged else val[k]
     size = call(127, nnz=nnz, c=1, rows=rows, **entries)
     assert size == max(len(merged), 1)
-    tsubi, tsubj = (layout(i32([UNTOUCHED] * (size + 1)), kind) for _ in range(2))
-    tval = layout(f64([UNTOUCHED] * (size + 1)), kind)
+    tsubi, tsubj = (blank(size + 1, kind) for _ in range(2))
+    tval = blank(size + 1, kind, f64)
     if nnz:
         tsubi[0], tsubj[0], tval[0] = subi[rows[0]], subj[rows[0]], val[rows[0]]
     targets = {"tsubi": tsubi, "tsubj": tsubj, "tval": tval}
@@ -65,6 +60,7 @@ def test_sort_and_merge(kind, triplets, together):
     assert tsubi[size] == tsubj[size] == tval[size] == UNTOUCHED
 
 
+@kinds
 @pytest.mark.parametrize("number, integers", ((116, i64), (120, i32)))
 def test_transpose(kind, triplets, number, integers):
     subi, subj, val = triplets
@@ -73,8 +69,8 @@ def test_transpose(kind, triplets, number, integers):
     nnz = len(val)
     # Both pointer arrays begin at the second slot of the sort's bucket arrays.
     rptrb, cptrb = (layout(i64([UNTOUCHED, *ends(*of)]), kind) for of in ((subi, ROWS), (subj, COLUMNS)))
-    tsubi, tsubj = (layout(integers([UNTOUCHED] * (nnz + 1)), kind) for _ in range(2))
-    tval = layout(f64([UNTOUCHED] * (nnz + 1)), kind)
+    tsubi, tsubj = (blank(nnz + 1, kind, integers) for _ in range(2))
+    tval = blank(nnz + 1, kind, f64)
     call(number, cptrb=cptrb[1:], n=ROWS, rptrb=rptrb[1:], subj=layout(i32(subj), kind), tsubi=tsubi, tsubj=tsubj,
          tval=tval, val=layout(val, kind))  # fmt: skip
     order = np.argsort(subj, kind="stable")

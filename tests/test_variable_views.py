@@ -2,16 +2,9 @@
 
 import numpy as np
 import pytest
-from support import LAYOUTS, call, f64, i32, i64, layout, placed
+from support import UNTOUCHED, blank, call, f64, i32, i64, kinds, layout, placed, row_major
 
-UNTOUCHED = -7
 RNG = np.random.default_rng(71)
-
-kinds = pytest.mark.parametrize("kind", LAYOUTS)
-
-
-def blank(n, kind, make=i64):
-    return layout(make([UNTOUCHED] * n), kind)
 
 
 def numbers(shape, density=1.0):
@@ -29,10 +22,6 @@ def assert_written(target, start, values):
     assert np.array_equal(target, placed(len(target), start, i64(values)))
 
 
-def row_major(shape):
-    return [int(np.prod(shape[d + 1 :])) for d in range(len(shape))]
-
-
 @kinds
 @pytest.mark.parametrize("first, last", (((2,), (7,)), ((1, 1, 2), (3, 3, 4)), ((0, 0, 1, 0), (2, 1, 2, 2))))
 def test_box(kind, first, last):
@@ -43,7 +32,7 @@ def test_box(kind, first, last):
     extents, strides = layout(i32(shape), kind), layout(i64(row_major(shape)), kind)
     base, part = layout(dense.ravel(), kind), dense[box].ravel()
     for n in (len(part), len(part) - 1):
-        by_shape, by_strides = blank(len(part) + 1, kind), blank(len(part) + 1, kind)
+        by_shape, by_strides = blank(len(part) + 1, kind, i64), blank(len(part) + 1, kind, i64)
         call(187, table, basevar_nativeidxs=base, n=n, idxs=by_shape, shape=extents)
         call(170, table, basevar_nativeidxs=base, n=n, residxs=by_strides, strides=strides)
         assert_written(by_shape, 0, part[:n])
@@ -51,8 +40,8 @@ def test_box(kind, first, last):
 
     sparsity, base = view(sparse, kind)
     wanted = np.flatnonzero(sparse[box])
-    keys = [blank(nd + 1, kind, i32) for _ in range(2)]
-    idxs, sp = blank(len(wanted) + 2, kind), blank(len(wanted) + 2, kind)
+    keys = [blank(nd + 1, kind) for _ in range(2)]
+    idxs, sp = blank(len(wanted) + 2, kind, i64), blank(len(wanted) + 2, kind, i64)
     table |= {"c": 1, "shape": extents, "sparsity": sparsity}
     assert call(185, table, key=keys[0]) == 1 + len(wanted)
     result = {"sliceshape": layout(i32(np.subtract(last, first)), kind), "idxs": idxs, "sp": sp}
@@ -65,7 +54,7 @@ def test_box(kind, first, last):
 
 def test_walks_of_a_box_take_a_step_on_every_axis():
     """A box without extent still gives an element a row, and a walk past its end goes on along axis 0."""
-    array, target = np.arange(60).reshape(5, 3, 4), blank(6, "contiguous")
+    array, target = np.arange(60).reshape(5, 3, 4), blank(6, make=i64)
     table = {"basevar_nativeidxs": array.ravel(), "nd": 3, "shape": i32(array.shape), "idxs": target, "n": 5}
     call(187, table, first=i32([1, 1, 2]), last=i32([2, 3, 1]))
     assert_written(target, 0, [array[1, 1, 2], array[1, 2, 2], array[2, 1, 2], array[2, 2, 2], array[3, 1, 2]])
@@ -77,14 +66,14 @@ def test_steps_and_picks(kind):
     base, strides = layout(array.ravel(), kind), layout(i64(row_major(array.shape)), kind)
     step = layout(i32([1, -1, 2]), kind)
     first = call(181, firstidx=layout(i32([0, 4, 1]), kind), acc=0, step=step, strides=strides)
-    residxs, idxs, midxs = blank(4, kind), blank(8, kind), layout(i32([[UNTOUCHED] * 3] * 8), kind)
+    residxs, idxs, midxs = blank(4, kind, i64), blank(8, kind, i64), layout(i32([[UNTOUCHED] * 3] * 8), kind)
     call(183, basevar_nativeidxs=base, n=3, residxs=residxs, first=first, step=call(182, step=step, strides=strides))
     assert_written(residxs, 0, [array[0, 4, 1], array[1, 3, 3], array[2, 2, 5]])
     picks = [RNG.integers(0, extent, 7) for extent in array.shape]
     call(172, {f"i{d}": layout(i32(picks[d]), kind) for d in range(3)}, midxs=midxs)
     call(176, basevar_nativeidxs=base, idxs=idxs, midxs=midxs[:7], nd=3, strides=strides)
     assert_written(idxs, 0, array[tuple(picks)])
-    call(173, i0=layout(i32([70, 80]), kind), i1=layout(i32([71, 81]), kind), midxs=midxs)
+    call(173, i0=layout(i32([70, 80]), kind), i1=layout(i32([71, 81, 91]), kind), midxs=midxs)
     call(171, index=layout(i32([72, 73]), kind), midx=midxs)
     assert midxs[:, 0].tolist() == [72, 80, *picks[0][2:], UNTOUCHED]
     assert midxs[:, 1].tolist() == [73, 81, *picks[1][2:], UNTOUCHED]
@@ -95,7 +84,7 @@ def test_steps_and_picks(kind):
 def test_permute(kind, shape):
     matrix = numbers(shape)
     n, native, perm = matrix.size, layout(matrix.ravel(), kind), layout(RNG.permutation(matrix.size), kind)
-    rnidxs, rsp, transposed = (blank(n + 1, kind) for _ in range(3))
+    rnidxs, rsp, transposed = (blank(n + 1, kind, i64) for _ in range(3))
     call(165, n=n, nidxs=native, perm=perm, rnidxs=rnidxs)
     call(166, n=n, sp=native, perm=perm, rsp=rsp)
     call(168, d1=shape[0], d2=shape[1], nativeidxs=native, residxs=transposed)
@@ -109,7 +98,7 @@ def test_permuted_positions_come_from_the_element_number(nd):
     table = {"nd": nd, "n": nd, "perm": i32(range(nd))[::-1], "pstrides": i64([5] * nd), "shape": i32([4, 1, 2][:nd])}
     if nd == 0:  # without axes the number of elements is free, and nothing is read
         table = {"nd": 0, "n": 3}
-    residxs, ressp = blank(4, "contiguous"), blank(4, "contiguous")
+    residxs, ressp = blank(4, make=i64), blank(4, make=i64)
     call(208, table, nativeidxs=i64([11, 12, 13]), residxs=residxs)
     call(209, table, ressp=ressp)
     assert_written(residxs, 0, [10 + table["n"]])
@@ -123,7 +112,7 @@ def test_repeat(kind, reps, axis):
     dense, sparse = numbers((2, 3, 4)), numbers((2, 3, 4), 0.5)
     p, q = dense.shape[axis], int(np.prod(dense.shape[axis + 1 :]))
     times = [reps if d == axis else 1 for d in range(3)]
-    target = blank(reps * 24 + 2, kind)
+    target = blank(reps * 24 + 2, kind, i64)
     table = {"pos": 1, "reps": reps, "tnativeidxs": layout(dense.ravel(), kind), "rnativeidxs": target}
     assert call(224, table, m=p * q, n=24 // (p * q)) == reps * 24 + 1
     assert_written(target, 1, np.tile(dense, times).ravel())
@@ -131,7 +120,7 @@ def test_repeat(kind, reps, axis):
     result = np.tile(sparse, times)
     sparsity, native = view(sparse, kind)
     end = 1 + len(native) * reps
-    rsp, rnativeidxs = blank(end + 1, kind), blank(end + 1, kind)
+    rsp, rnativeidxs = blank(end + 1, kind, i64), blank(end + 1, kind, i64)
     table = {"pos": 1, "n": len(native), "rsp": rsp, "rnativeidxs": rnativeidxs, "tsp": sparsity, "tnativeidxs": native}
     assert call(216, table, p=p, q=q, reps=reps, u=p * q * reps, v=p * q, w=q) == end
     # The repetitions of an element follow each other, so that positions don't ascend.
@@ -156,14 +145,14 @@ def test_triangles(kind, dim):
     lower = np.broadcast_to((rank[:, None] >= rank)[None, :, None, :, None], dim)
     fold = {"dim": layout(i32(dim), kind), "stride": layout(i64(row_major(dim)), kind)}
     n = np.count_nonzero(lower)
-    idxs, sp = blank(n + 2, kind), blank(n + 2, kind)
+    idxs, sp = blank(n + 2, kind, i64), blank(n + 2, kind, i64)
     assert call(151, fold, basevar_nativeidxs=layout(array.ravel(), kind), c=1, idxs=idxs, sp=sp) == n + 1
     assert_written(sp, 1, np.flatnonzero(lower))
     assert_written(idxs, 1, array[lower])
 
     sparsity, base = view(sparse, kind)
     wanted = np.flatnonzero(sparse * lower)
-    idxs, sp = blank(n + 2, kind), blank(n + 2, kind)
+    idxs, sp = blank(n + 2, kind, i64), blank(n + 2, kind, i64)
     table = {"stride": fold["stride"], "basevar_nativeidxs": base, "sparsity": sparsity}
     assert call(159, table, c=1, idxs=idxs, sp=sp) == len(wanted) + 1
     assert_written(sp, 1, wanted)
@@ -171,7 +160,7 @@ def test_triangles(kind, dim):
 
     symmetric = np.where(lower, array, array.swapaxes(1, 3))
     for number, triangle in ((163, lower), (164, lower.swapaxes(1, 3))):
-        packed, residxs = layout(np.r_[UNTOUCHED, symmetric[triangle]], kind), blank(array.size + 1, kind)
+        packed, residxs = layout(np.r_[UNTOUCHED, symmetric[triangle]], kind), blank(array.size + 1, kind, i64)
         assert call(number, fold, basevar_nativeidxs=packed, k=1, residxs=residxs) == n + 1
         assert_written(residxs, 0, symmetric.ravel())
 
@@ -184,11 +173,16 @@ def test_expand_and_stack(kind):
         idxs = layout(np.r_[np.zeros(12, np.int64), UNTOUCHED], kind)
         call(number, {"basevar_nativeidxs": base, "sparsity": sparsity} | longer, idxs=idxs)
         assert idxs.tolist() == [*sparse, UNTOUCHED]
-    nindex, positions, native = blank(18, kind), blank(8, kind), blank(8, kind)
+    nindex, positions, native = blank(18, kind, i64), blank(8, kind, i64), blank(8, kind, i64)
     call(191, n=12, nindex=nindex, pos=2)
-    call(192, basevar_nativeidxs=base, nindex=nindex, pos=2, sparsity=sparsity)
+    call(192, basevar_nativeidxs=np.r_[base, 99], nindex=nindex, pos=2, sparsity=sparsity)
     call(188, basevar_nativeidxs=native, bpos=1, sparsity=positions, spos=3, thisnidxs=layout(i64([50, 60, 70]), kind))
-    for target, start, values in ((nindex, 2, sparse), (native, 1, [50, 60, 70]), (positions, 3, [0, 1, 2])):
+    appended, copied = blank(18, kind, i64), blank(18, kind, i64)
+    call(189, basevar_nativeidxs=base, nindex=appended, pos=2)
+    for number in (197, 202, 203):
+        call(number, nativeidxs=base, r=copied)
+    written = ((nindex, 2, sparse), (appended, 2, base), (copied, 0, base))
+    for target, start, values in (*written, (native, 1, [50, 60, 70]), (positions, 3, [0, 1, 2])):
         assert_written(target, start, values)
 
 
@@ -197,11 +191,11 @@ def test_expand_and_stack(kind):
 @pytest.mark.parametrize("n", (0, 4))
 def test_push_view(kind, hassp, n):
     sparsity, base = i64([2, 3, 5, 2**40]), i64([70, 60, 80, 2**33])
-    ri32, ri64, rf64 = blank(8, kind, i32), blank(12, kind), blank(6, kind, f64)
+    ri32, ri64, rf64 = blank(8, kind), blank(12, kind, i64), blank(7, kind, f64)
     table = {"ri32": ri32, "ri64": ri64, "rf64": rf64, "basevar_nativeidxs": base, "sparsity": sparsity}
-    call(146, table, cofpos=1, hassp=hassp, nidxspos=1, n=n, ptrpos=2, sppos=7)
+    call(146, table, cofpos=2, hassp=hassp, nidxspos=1, n=n, ptrpos=2, sppos=7)
     assert np.array_equal(ri32, placed(8, 2, i32(range(n + 1))))
-    assert np.array_equal(rf64, placed(6, 1, f64([1] * n)))
+    assert np.array_equal(rf64, placed(7, 2, f64([1] * n)))
     wanted = placed(12, 1, base[:n])
     wanted[7 : 7 + n] = sparsity[:n] if hassp else UNTOUCHED
     assert np.array_equal(ri64, wanted)

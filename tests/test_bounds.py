@@ -1,11 +1,9 @@
-"""Bounds of a domain, sparse and dense, and copies of tables."""
+"""Bounds of a domain, sparse and dense, bound vectors from them, and copies of tables."""
 
 import numpy as np
 import pytest
 
-from support import LAYOUTS, call, f64, i32, i64, kernel, layout
-
-kinds = pytest.mark.parametrize("kind", LAYOUTS)
+from support import LAYOUTS, blank, call, f64, i32, i64, kernel, kinds, layout
 
 
 @kinds
@@ -49,9 +47,9 @@ def test_rows_compare_before_columns():
 @kinds
 def test_dense_bounds(kind):
     """A repeated position keeps the last value."""
-    dense, subi, subj = np.zeros((3, 70_000)), [0, 2, 2, 0], [4, 69_999, 1, 4]
-    dense[subi[1:], subj[1:]] = 6, 7, 8
-    v, lb, ub = f64([5, 6, 7, 8]), np.arange(6.0).reshape(2, 3), -np.arange(6.0).reshape(2, 3)
+    dense, subi, subj = np.zeros((3, 70_000)), [1, 0, 2, 2, 0], [7, 4, 69_999, 1, 4]
+    dense[subi, subj] = v = f64([9, 5, 6, 7, 8])
+    lb, ub = np.arange(6.0).reshape(2, 3), -np.arange(6.0).reshape(2, 3)
     for number, name in ((284, "lval"), (285, "uval")):
         target = layout(np.zeros(dense.size), kind)
         lists = {"subi": layout(i32(subi), kind), "subj": layout(i32(subj), kind), "v": layout(v, kind)}
@@ -70,6 +68,8 @@ def test_tables(kind):
     assert np.array_equal(flat, np.r_[np.arange(12.0), -1])
     kernel(328)(shape, layout(i64([11, 0, 7]), kind), flat, table)
     assert list(flat[:4]) == [11, 0, 7, 3]
+    kernel(328)(shape, i64([5]), flat, table)
+    assert list(flat[:4]) == [5, 0, 7, 3]
     kernel(328)(None, i64([]), None, None)
 
     subi, subj = layout(i32([5, 6]), kind), layout(i32([8, 9]), kind)
@@ -77,6 +77,7 @@ def test_tables(kind):
     kernel(287)(pairs, subi, subj)
     assert pairs.tolist() == [[5, 8, 0], [6, 9, 0], [0, 0, 0]]
     kernel(331)(pairs, subj)
+    assert pairs.tolist() == [[8, 8, 0], [9, 9, 0], [0, 0, 0]]
     kernel(332)(pairs, subi)
     assert pairs.tolist() == [[5, 6, 0], [9, 9, 0], [0, 0, 0]]
 
@@ -86,3 +87,52 @@ def test_flattening_in_place_runs_forward():
     memory = np.arange(7.0)
     kernel(327)(i32([2, 3]), memory[1:], memory[:6].reshape(2, 3))
     assert list(memory) == [0.0] * 7
+
+
+SHAPE = (3, 4, 2)
+SIZE = 24
+
+
+@pytest.fixture(params=LAYOUTS)
+def domain(request):
+    """Seven bounded elements as a table of multi-indices, one of them twice, and their bounds."""
+    rng = np.random.default_rng(82)
+    table = np.stack(np.unravel_index(rng.permutation(SIZE)[:7], SHAPE), axis=1).astype(np.int32)
+    table[6] = table[1]
+    lower = rng.choice([-np.inf, -0.0, 0.0, 1.5, np.nan, -3.0, 2.0], 7)
+    upper = rng.normal(size=7)
+    return request.param, layout(table, request.param), layout(lower, request.param), layout(upper, request.param)
+
+
+def scattered(table, values):
+    expected = blank(SIZE, make=f64)
+    for index, value in zip(table, values):
+        expected[np.ravel_multi_index(index, SHAPE)] = value
+    return expected.tobytes()
+
+
+def test_sparse_bounds_go_to_their_elements(domain):
+    kind, table, lower, upper = domain
+    bl, bu = (blank(SIZE, kind, f64) for _ in range(2))
+    stack = layout(i32([99, 98, *SHAPE, 97]), kind)
+    call(82, bl=bl, bu=bu, domlb=lower, domsp=table, domub=upper, nd=3, n=SIZE, ri32=stack, pos=2)
+    assert bl.tobytes() == scattered(table, lower) and bu.tobytes() == scattered(table, upper)
+    bl[:] = -7
+    call(100, b=bl, dombnd=lower, domsp=table, nd=3, stride=layout(i32([8, 2, 1]), kind))
+    assert bl.tobytes() == scattered(table, lower)
+
+
+@pytest.mark.parametrize("n", (0, 1, 6))
+def test_one_pair_for_all_and_a_pair_for_each(domain, n):
+    kind, table, lower, upper = domain
+    rest = [-7] * (7 - n)
+    for scalar, expected in ((True, (lower[[0] * n], upper[[0] * n])), (False, (lower[:n], upper[:n]))):
+        bl, bu = (blank(7, kind, f64) for _ in range(2))
+        call(82, bl=bl, bu=bu, dense=not scalar, domlb=lower, scalar=scalar, domub=upper, n=n)
+        assert bl.tobytes() == f64([*expected[0], *rest]).tobytes()
+        assert bu.tobytes() == f64([*expected[1], *rest]).tobytes()
+    # One pair for all goes before a pair for each; no elements read no pair.
+    call(82, dense=True, scalar=True, n=0)
+    bl, bu = f64([0] * 3), f64([0] * 3)
+    call(82, bl=bl, bu=bu, dense=True, domlb=f64([1]), scalar=True, domub=f64([2]), n=3)
+    assert bl.tolist() == [1] * 3 and bu.tolist() == [2] * 3
