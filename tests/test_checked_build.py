@@ -1,10 +1,11 @@
-"""The checked build: an index outside an array ends the kernel with an IndexError that names it."""
+"""The checked build: an index outside an array ends the kernel with an IndexError that names it, and so does a read-only
+array that the kernel writes with a ValueError."""
 
 import numpy as np
 import pytest
 
 import recorder
-from support import CHECKED, call, f64, i32, i64
+from support import CHECKED, KERNELS, call, f64, i32, i64
 from test_array_tables import table
 
 pytestmark = pytest.mark.skipif(not CHECKED, reason="the build is not checked")
@@ -35,6 +36,23 @@ def test_positions_count_from_the_start_of_the_array():
     check(472, "ri32[2] outside 0..2", **good | dict(rptr=1))
     check(472, f"wi64[{2**31 - 1}] outside 0..3", **good | dict(nidxs=2**31 - 1))
     check(472, "rf64[0] outside 0..0", **good | dict(rf64=None))
+
+
+def test_read_only_arrays_are_refused_where_they_are_written():
+    carriers = {"i32": bytes(4), "i64": bytes(8), "f64": bytes(8), "i32x2": bytes(4), "f64x2": bytes(8)}
+    for number, declared in KERNELS.items():
+        for parameter in declared.takes:
+            if parameter.kind not in carriers:
+                continue
+            view = memoryview(carriers[parameter.kind]).cast({"i32": "i", "i64": "q", "f64": "d"}[parameter.kind[:3]])
+            view = view.cast("B").cast(view.format, (1, 1)) if "x2" in parameter.kind else view
+            refusal = f"Read-only array for argument '{parameter.name}', which is written"
+            try:
+                call(number, **{parameter.name: view})
+                refused = False
+            except (ValueError, IndexError) as fault:
+                refused = str(fault) == refusal
+            assert refused == (not parameter.read_only), (number, parameter.name)
 
 
 def test_tables_and_their_entries():
