@@ -19,7 +19,7 @@ KERNEL((214), (i32 pos), repeat_along_leading_axis, i64 step, i32 pos, i32 reps,
 {
   for (i64 r = 0; r < reps && n > 0; ++r, pos += n) {
     const i64 distance = step * r;
-    copy_run(Run{rsp, pos}, Run{tsp, 0}, n, [distance](i64 flat) { return flat + distance; });
+    copy_run(Run{rsp, pos}, Run{tsp, 0}, n, [distance](auto flat) { return flat + distance; });
     copy_run(Run{rnativeidxs, pos}, Run{tnativeidxs, 0}, n);
   }
   return pos;

@@ -122,7 +122,7 @@ struct Writer : Counts {
   {
     if (hascode) copy_code(from, t);
     copy_terms(nidxs.from(terms), from.nidxs.from(t.begin), cof.from(terms), from.cof.from(t.begin), t.count(),
-               [](f64 c) { return c; });
+               [](auto c) { return c; });
     terms += t.count();
   }
   template <class Flag>
@@ -138,7 +138,7 @@ struct Writer : Counts {
     if (b >= e) return;
     const Terms t = from.terms(b, e);
     const i32 shift = terms - t.begin;
-    copy_run(ptr.from(elements + 1), from.ptr.from(b + 1), e - b, [shift](i32 end) { return end + shift; });
+    copy_run(ptr.from(elements + 1), from.ptr.from(b + 1), e - b, [shift](auto end) { return end + shift; });
     elements += static_cast<i32>(e - b);
     append(from, t, hascode);
   }
@@ -157,7 +157,7 @@ struct Writer : Counts {
       }
     } else {
       copy_terms(nidxs.from(terms), from.nidxs.from(t.begin), cof.from(terms), from.cof.from(t.begin), t.count(),
-                 [factor](f64 c) { return c * factor; });
+                 [factor](auto c) { return c * factor; });
       terms += t.count();
     }
   }
@@ -184,7 +184,7 @@ struct Writer : Counts {
   void append_scaled_coefficients(const Operand& from, i64 f, f64 factor)
   {
     const Terms t = from.terms(f);
-    copy_run(cof.from(terms), from.cof.from(t.begin), t.count(), [factor](f64 c) { return c * factor; });
+    copy_run(cof.from(terms), from.cof.from(t.begin), t.count(), [factor](auto c) { return c * factor; });
     terms += t.count();
   }
 
@@ -302,7 +302,7 @@ struct Writer : Counts {
     }
     const i32 first = from.codeptr[t.begin], count = from.codeptr[t.end] - first, shift = atoms - first;
     copy_run(codeptr.from(terms + 1), from.codeptr.from(t.begin + 1), t.count(),
-             [shift](i32 end) { return end + shift; });
+             [shift](auto end) { return end + shift; });
     copy_run(code.from(atoms), from.code.from(first), count);
     copy_run(cconst.from(atoms), from.cconst.from(first), count);
     atoms += count;

@@ -45,7 +45,7 @@ KERNEL((426), (), repeat, i32 cconst, i32 code, i32 codeptr, i32 cof, i32 d0, i3
     for_each_row_run(pattern, nelem, block, [&](i64 a, i32 b, i32 e) {
       for (i64 copy = 0; copy < n; ++copy) {
         const i64 shift = (d1 * copy + a * rdim) * d2 - a * block;
-        copy_run(result.sp.from(result.elements), pattern.from(b), e - b, [shift](i64 f) { return shift + f; });
+        copy_run(result.sp.from(result.elements), pattern.from(b), e - b, [shift](auto f) { return shift + f; });
         result.append_elements(operand, b, e, hascode);
       }
     });

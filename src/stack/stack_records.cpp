@@ -177,7 +177,7 @@ KERNEL((439), (), write_first_axis_stack, CI32 cconst, CI32 code, CI32 codeptr, 
       if (count > 0) {
         const Run<i64> rpattern = result.sp.from(result.elements);
         if (hassp[k]) {
-          copy_run(rpattern, Run{wi64, sp_base[k]}, count, [shift](i64 f) { return shift + f; });
+          copy_run(rpattern, Run{wi64, sp_base[k]}, count, [shift](auto f) { return shift + f; });
         } else {
           for (i64 i = 0; i < count; ++i) rpattern[i] = shift + i;
         }

@@ -42,7 +42,7 @@ void expand_constants(CF64 a, CF64 bfix, F64 ebfix)
 {
   for (i64 r = 0; r < bfix.count; ++r) {
     const f64 constant = bfix[r];
-    copy_run(Run{ebfix, r * a.count}, Run{a, 0}, a.count, [constant](f64 weight) { return constant * weight; });
+    copy_run(Run{ebfix, r * a.count}, Run{a, 0}, a.count, [constant](auto weight) { return constant * weight; });
   }
 }
 
@@ -60,7 +60,7 @@ KERNEL((589), (), expand_by_weights, CF64 a, CF64 bfix, CF64 cof, i32 d, F64 ebf
     for (i64 c = 0; c < sub.count; ++c, ++k) {
       const i64 t = eptrb[k];
       const f64 weight = a[c];
-      copy_terms({esubj, t}, {subj, b}, {ecof, t}, {cof, b}, length, [weight](f64 x) { return x * weight; });
+      copy_terms({esubj, t}, {subj, b}, {ecof, t}, {cof, b}, length, [weight](auto x) { return x * weight; });
     }
   }
 }
@@ -73,7 +73,7 @@ KERNEL((590), (), expand_coefficients, CF64 a, CF64 cof, F64 ecof, i32 c, i32 n,
 {
   if (n <= 0) return;
   const f64 weight = a[c];
-  copy_run(Run{ecof, base}, Run{cof, 0}, n, [weight](f64 x) { return x * weight; });
+  copy_run(Run{ecof, base}, Run{cof, 0}, n, [weight](auto x) { return x * weight; });
 }
 
 // Appends the positions and row pointers of n rows of a dense expression by all weights; the terms of the first begin
