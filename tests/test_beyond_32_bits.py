@@ -19,9 +19,9 @@ BOX |= dict.fromkeys(("first", "astart"), i32([1, 5])) | dict.fromkeys(("last", 
 BOX |= dict.fromkeys(("sp", "sparsity"), i64([FAR + 4, FAR + 5, 2 * FAR + 7, 3 * FAR + 8]))
 IN_BOX = [0, FAR - 5 + 2, 2 * (FAR - 5) + 3]
 NUMBERS = i64([2**33, 2**34, 2**35, 2**36])
-# Two elements of an array folded to the extents (1, FAR, 1, FAR, 1), at (0, 3) and (5, 2), and their mirror images.
-FOLD = {"stride": i64([FAR**2, FAR, FAR, 1, 1]), "n": 2, "nelem": 2, "wi64": i64([3, 5 * FAR + 2, 7, 8]), "nidxs": 2}
-FOLD |= {"xi32": i32([1, 0]), "xi64": i64([2 * FAR + 5, 3 * FAR])}
+# Two elements of an array folded to the extents (1, FAR, 4, FAR, 1), at (0, 1, 3) and (5, 0, 2), and their mirrors.
+FOLD = {"stride": i64([FAR**2, 4 * FAR, FAR, 1, 1]), "n": 2, "nelem": 2, "nidxs": 2, "xi32": i32([1, 0])}
+FOLD |= {"wi64": i64([FAR + 3, 20 * FAR + 2, 7, 8]), "xi64": i64([8 * FAR + 5, 13 * FAR])}
 
 # By kernel: its arguments, and what it returns and leaves in some of its arrays.
 CASES = {
@@ -40,19 +40,18 @@ CASES = {
           2, {"rsp": [5000 * 2**22 + 2**20 + 3, 5000 * 2**22 + 3 * 2**20 + 3], "rnativeidxs": [2**33] * 2}),
     238: ({"p": 3, "q": FAR, "n": 1, "numnz": i32([3]), "offset": i32([1]), "sdims": i32([2]),
            "rsp": i64([5, FAR + 4, 3 * FAR + 1])}, 3, {"rsp": [FAR + 5, 2 * FAR + 4, 5 * FAR + 1]}),
-    295: ({"axis_inner": 1, "inner": FAR, "total": 3, "dimsizes": i32([2]), "n": 3, "offset": 1,
-           "sp": i64([5, FAR + 4, 3 * FAR + 1])}, 3, {"sp": [FAR + 5, 2 * FAR + 4, 5 * FAR + 1]}),
-    376: ({"ecols": 2, "nelem": 2, "pcols": FAR, "pnelem": 2, "wi32": i32(range(3)), "wi64": i64([10, 2 * FAR - 1]),
-           "xi32": i32([0, 1]), "xi64": i64([5, 3 * FAR - 1])}, (6, 2, 2), {}),
+    295: ({"itemsizes": i64([2**33]), "n": 1, "offset": 2**34, "sp": i64([5])}, 2**34 + 2**33, {"sp": [2**34 + 5]}),
+    376: ({"ecols": 2, "nelem": 3, "pcols": FAR, "pnelem": 3, "wi32": i32(range(4)), "xi32": i32([0, 1, 2]),
+           "wi64": i64([10, 2 * FAR - 3, 2 * FAR - 1]), "xi64": i64([5, 3 * FAR - 2, 3 * FAR - 1])}, (9, 2, 3), {}),
     387: ({"nd": 2, "nelem": 1, "wi32": i32([2**16, 2**16])}, True, {}),
     485: ({"mdimi": 1, "msubi": i32([0, 0]), "msubj": i32([7, FAR - 1]), "xnd": 2, "nelem": 1, "xd1": 3, "mrowptr": 0,
            "colptr": 3, "perm": 8, "rows": 10, "cols": 12, "xi32": blank(14), "xi64": i64([3 * FAR - 1])}, (1, 1), {}),
     499: ({"blk": 2, "n": 3, "ng": 2, "rhassp": True, "ri32": i32([0] * 3), "ri64": i64([0] * 2), "wi32": i32(range(4)),
            "wi64": i64([2**33, 2**33 + 1, 2**34])}, 3, {"ri64": [2**32, 2**33], "ri32": [0, 2, 3]}),
-    566: ({**FOLD, "xi64": i64([0, 0])}, None, {"xi64": [2 * FAR + 5, 3 * FAR]}),
+    566: ({**FOLD, "xi64": i64([0, 0])}, None, {"xi64": [8 * FAR + 5, 13 * FAR]}),
     569: (FOLD | {"wi32": i32([0, 1, 2]), "wf64": f64([2, 4]), "ri32": i32([0] * 5), "ri64": i64([0] * 8), "rnidxs": 4,
                   "rf64": f64([0] * 4)},
-          (0, 2, 4, 2, 4), {"ri64": [3, 2 * FAR + 5, 3 * FAR, 5 * FAR + 2, 7, 8, 7, 8], "rf64": [1, 2, 1, 2]}),
+          (0, 2, 4, 2, 4), {"ri64": [FAR + 3, 8 * FAR + 5, 13 * FAR, 20 * FAR + 2, 7, 8, 7, 8], "rf64": [1, 2, 1, 2]}),
 }  # fmt: skip
 
 
@@ -76,6 +75,7 @@ def far_record(*sp):
         (439, [far_record(3), far_record(FAR, 3 * FAR)], {"n": 2, "nd": 2}, [3, 5 * FAR, 7 * FAR]),
         (453, [far_record(2 * FAR, 3 * FAR - 1)],
          {"mdimj": 3, "d1": FAR, "msubi": i32([0, FAR - 1]), "msubj": i32([2, 2])}, [2]),
+        (458, [far_record(3 * FAR - 1)], {"d1": 3, "msubi": i32([0, 2]), "msubj": i32([1, FAR - 1])}, [2]),
         (473, [far_record(2, 3 * FAR - 1)], {"d0": FAR, "d1": 3, "msubi": i32([2, 2]), "msubj": i32([1, 2])},
          [2 * FAR, 3 * FAR - 1]),
         (510, [far_record(3, 2**32 + 7), far_record(7, 2**32 + 3)], {"nelem1": 2, "nelem2": 2},

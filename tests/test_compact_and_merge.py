@@ -77,6 +77,7 @@ def test_dead_terms(value, code, alive):
     single = random_record(rng, (1,), code=ONE_ATOM)
     single.cof[:] = 0
     assert call(395, Stack("w", rng, [single]).arguments, ok=True) is True
+    assert merge(single, "contiguous", rng)[0].read(0).nnz == 1
 
 
 @every_operand

@@ -3,7 +3,9 @@
 import numpy as np
 import pytest
 
-from records import ONE_ATOM, Record, Stack, check, coefficients, evaluate, random_matrix, random_record, result
+from records import (
+    ONE_ATOM, Record, Stack, check, coefficients, evaluate, random_matrix, random_operand, random_record, result,
+)  # fmt: skip
 from support import blank, call, f64, i32, i64, kernel
 
 
@@ -124,16 +126,29 @@ def test_a_sort_by_column_leaves_where_the_columns_begin():
     assert xi32.tolist() == [-7, 0, 0, 1, 1, 2, 2, -7, 1, 0]
 
 
-def test_the_left_diagonal_sets_all_of_its_record():
+@pytest.mark.parametrize("number", [421, 456, 463, 465])
+def test_a_single_atom_is_code(number):
+    """Also to the writers that set `ptr[0]` and, for an operand with code, `codeptr[0]`."""
     rng = np.random.default_rng(0)
-    record = random_record(rng, (2, 3), code=ONE_ATOM)
-    w = Stack("w", rng, [record])
-    matrix = {"msubi": i32([0, 0, 1, 1, 2, 2]), "msubj": i32([0, 1] * 3), "mval": f64([2, 3] * 3), "d1": 3}
-    mi, *sizes = call(455, w.arguments, matrix)
-    r = result(rng, (3,), sizes, preset=())
-    call(456, w.arguments, r.arguments, matrix, rdim=3)
-    written = check(r, np.einsum("j,jiv->iv", [2, 3], evaluate(record)), w)
-    assert mi == 6 and written.sp.tolist() == [0, 1, 2]
+    record, w = random_operand(rng, (1,) if number == 465 else (2, 3), code=ONE_ATOM)
+    forms, sizes = evaluate(record), (1, 6, 1)
+    operator = {"dperm": i32([1, 0]), "stride": i64([3, 1]), "dstride": i64([2, 1])}
+    if number == 463:
+        operator |= {"msp": i64(range(6)), "mcof": f64([2, 3, 4, 5, 6, 7]), "rnd": 2}
+        sizes = call(461, w.arguments, operator)
+    elif number in (456, 465):
+        operator = {"msubi": i32([0, 0, 1, 1, 2, 2]), "msubj": i32([0, 1] * 3), "mval": f64([2, 3] * 3), "mnnz": 6}
+        operator |= {"d1": 2 if number == 465 else 3, "rdim": 3}
+        sizes = (18, 6, 6) if number == 465 else call(455, w.arguments, operator)[1:]
+    expected, preset = {
+        421: lambda: (forms.swapaxes(0, 1), ("shape",)),
+        456: lambda: (np.einsum("j,jiv->iv", [2, 3], forms), ()),
+        463: lambda: (forms * np.arange(2, 8).reshape(2, 3, 1), ()),
+        465: lambda: (np.outer([2, 3] * 3, forms).reshape(3, 2, -1), ("shape", "ptr")),
+    }[number]()
+    r = result(rng, expected.shape[:-1], sizes, hassp=number != 421, preset=preset)
+    call(number, w.arguments, r.arguments, operator)
+    check(r, expected, w)
 
 
 def test_a_match_of_the_left_diagonal_takes_both_cursors_past_it():
