@@ -26,8 +26,10 @@ from scipy.sparse import csr_matrix
 from . import kernels
 from .operators import SparseMatrix, add, constant, multiply, multiply_variable, variable
 from .stacks import Record, Stacks
+from .sums import merge_terms
 
 Values = Union[float, np.ndarray]
+Rows = Tuple[np.ndarray, np.ndarray, np.ndarray]  # terms in each row, their variables (int32) and their coefficients
 
 
 @dataclass(frozen=True)
@@ -91,16 +93,19 @@ class Problem:
 
 
 class Model:
-    """Collects variables, constraints and an objective; `stacks` is where their expressions are evaluated."""
+    """Collects variables, constraints and an objective; `stacks` is where their expressions are evaluated.
 
-    def __init__(self) -> None:
-        self.stacks = Stacks()
+    Models that are built one after the other had best share their stacks.
+    """
+
+    def __init__(self, stacks: Optional[Stacks] = None) -> None:
+        self.stacks = stacks or Stacks()
         self.sense = "min"
         self.constant = 0.0
         self._objective = (np.zeros(0, dtype=np.int32), np.zeros(0))  # variable numbers and coefficients
         self._columns: List[Tuple[np.ndarray, np.ndarray, np.ndarray]] = []  # lower, upper, integer
         self._bounds: List[Tuple[np.ndarray, np.ndarray]] = []  # lo, hi of rows
-        self._triplets: List[Tuple[np.ndarray, np.ndarray, np.ndarray]] = []  # row, variable number, coefficient
+        self._rows: List[Rows] = []
         self._ncols = self._nrows = 0
 
     def variable(self, shape: Sequence[int], domain: Domain, integer: Union[bool, np.ndarray] = False) -> Variable:
@@ -120,8 +125,9 @@ class Model:
         shape = self.stacks.w.extents(self.stacks.operands(1)[0])
         lo, hi = domain.bounds(shape)
         flat, ptr, nidxs, cof, fixed = self._linear_rows()
-        rows = (self._nrows + flat).astype(np.int32)
-        self._triplets.append((np.repeat(rows, np.diff(ptr)), nidxs, cof))
+        counts = np.zeros(len(lo), dtype=np.int32)
+        counts[flat] = np.diff(ptr)
+        self._rows.append((counts, nidxs, cof))
         lo[flat] -= fixed  # the constant of an element goes to the other side
         hi[flat] -= fixed
         self._bounds.append((lo, hi))
@@ -141,36 +147,40 @@ class Model:
 
     def _linear_rows(self) -> Tuple[np.ndarray, np.ndarray, np.ndarray, np.ndarray, np.ndarray]:
         """Takes the last record off w: its elements' flat numbers, ptr, variable numbers, coefficients, constants."""
-        e = self.stacks.operands(1)[0]
-        if e.ncodeatom:
-            raise ValueError("a row has coefficients with code, which must be run before the row is made")
-        _, most, _ = kernels.measure_rows_by_term(
-            0, None, 0, e.nelem, e.nidxs, e.ptr, self.stacks.w.i32, self.stacks.w.i64, 0)
-        return self._split_linear_terms(e, most)
-
-    def _split_linear_terms(self, e: Record, most: int) -> Tuple[np.ndarray, ...]:
-        """Takes the record `e`, the last, off w; it has at most `most` linear terms."""
-        s, w = self.stacks, self.stacks.w
-        ptr, nidxs = np.zeros(e.nelem + 1, dtype=np.int32), np.zeros(most, dtype=np.int32)
-        cof, fixed = np.zeros(most), np.zeros(e.nelem)
+        e, s = merge_row_terms(self.stacks), self.stacks
+        w, flat = s.w, s.positions(e)
+        ptr, nidxs = np.zeros(e.nelem + 1, dtype=np.int32), np.empty(e.nnz, dtype=np.int32)
+        cof, fixed = np.empty(e.nnz), np.zeros(e.nelem)
         kernels.split_linear_and_constant_terms(
             fixed, cof, e.cof, e.nelem, e.nidxs, e.ptr, ptr, w.f64, w.i32, w.i64, nidxs)
-        flat, *_ = s.terms(e)
         s.pop()
         return flat, ptr, nidxs[:ptr[-1]], cof[:ptr[-1]], fixed
 
     def problem(self) -> Problem:
-        """The model as one matrix with bounds. Terms of one row on the same variable are added up here."""
-        subi, subj, val = _joined(self._triplets, (np.int32, np.int32, np.float64))
+        """The model as one matrix with bounds."""
         lo, hi = _joined(self._bounds, (np.float64, np.float64))
         lower, upper, integer = _joined(self._columns, (np.float64, np.float64, bool))
         nidxs, cof = self._objective
-        return Problem(self.sense, assemble(subi, subj - np.int32(1), val, self._nrows, self._ncols), lo, hi,
+        return Problem(self.sense, join_rows(self._rows, self._ncols, 1), lo, hi,
                        np.bincount(nidxs - 1, weights=cof, minlength=self._ncols), self.constant, lower, upper, integer)
 
 
 def _joined(parts: List[Tuple[np.ndarray, ...]], types: Sequence) -> List[np.ndarray]:
     return [np.concatenate([np.zeros(0, dtype=kind), *(part[k] for part in parts)]) for k, kind in enumerate(types)]
+
+
+def merge_row_terms(s: Stacks) -> Record:
+    """Adds up the terms of rows on the same variable and sorts them. Raises ValueError if a coefficient has code."""
+    if s.operands(1)[0].ncodeatom:
+        raise ValueError("a row has coefficients with code, which must be run before the row is made")
+    return merge_terms(s)
+
+
+def join_rows(parts: List[Rows], ncols: int, first: int) -> csr_matrix:
+    """Rows below each other as one matrix of `ncols` columns, for the variables from number `first` on."""
+    counts, nidxs, cof = _joined(parts, (np.int32, np.int32, np.float64))
+    nidxs -= first
+    return csr_matrix((cof, nidxs, np.append(0, np.cumsum(counts)).astype(np.int32)), shape=(len(counts), ncols))
 
 
 def assemble(subi: np.ndarray, subj: np.ndarray, val: np.ndarray, nrows: int, ncols: int) -> csr_matrix:

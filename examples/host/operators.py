@@ -1,8 +1,8 @@
 """Operators on expression records: each takes its operands off the w stack and leaves its result there.
 
 All of them work alike. They check their arguments, measure the result with a kernel, reserve exactly that room on r,
-let the writing kernels fill it, and move the finished record to w. Terms are merged by `sums.merge_terms` alone: in all
-others a variable that is met twice gives two terms.
+let the writing kernels fill it, and move the finished record to w. Those without operands write on w at once. Terms are
+merged by `sums.merge_terms` alone: in all others a variable that is met twice gives two terms.
 
 Coefficient code passes through every operator, but none here makes it: the products in `parameters` do. Shape errors
 are reported as ValueError, with the w stack as it was before the call.
@@ -53,12 +53,11 @@ def variable(s: Stacks, shape: Sequence[int], nidxs: np.ndarray, sp: Optional[np
     """
     check_pattern(shape, sp, len(nidxs))
     n = len(nidxs)
-    r, record = s.r, s.r.reserve_record(len(shape), n, n, hassp=sp is not None)
-    kernels.push_variable(record.cof, r.f64, r.i32, len(shape), n, n, record.ptr, record.shape, int32_array(shape))
-    r.i64[record.nidxs:record.nidxs + n] = nidxs
-    if sp is not None:
-        kernels.push_pattern(True, n, r.i64, record.sp, sp)
-    return s.finish(0, record)
+    w, record = s.w, s.w.reserve_record(len(shape), n, n, hassp=sp is not None)
+    kernels.push_variable(record.cof, w.f64, w.i32, len(shape), n, n, record.ptr, record.shape, int32_array(shape))
+    w.i64[record.nidxs:record.nidxs + n] = nidxs
+    kernels.push_pattern(record.hassp, n, w.i64, record.sp, sp)
+    return s.push(record)
 
 
 def constant(s: Stacks, shape: Sequence[int], values: np.ndarray, sp: Optional[np.ndarray] = None) -> Record:
@@ -67,11 +66,11 @@ def constant(s: Stacks, shape: Sequence[int], values: np.ndarray, sp: Optional[n
     check_pattern(shape, sp, len(values))
     n = len(values)
     nnz = kernels.count_nonzeros(values, 0)
-    r, record = s.r, s.r.reserve_record(len(shape), n, nnz, hassp=sp is not None)
-    kernels.push_extents(len(shape), r.i32, record.shape, int32_array(shape))
-    kernels.push_pattern(record.hassp, n, r.i64, record.sp, sp)
-    kernels.write_constants(values, n, 0, record.cof, r.f64, r.i32, r.i64, record.nidxs, record.ptr)
-    return s.finish(0, record)
+    w, record = s.w, s.w.reserve_record(len(shape), n, nnz, hassp=sp is not None)
+    kernels.push_extents(len(shape), w.i32, record.shape, int32_array(shape))
+    kernels.push_pattern(record.hassp, n, w.i64, record.sp, sp)
+    kernels.write_constants(values, n, 0, record.cof, w.f64, w.i32, w.i64, record.nidxs, record.ptr)
+    return s.push(record)
 
 
 def check_pattern(shape: Sequence[int], sp: Optional[np.ndarray], count: int) -> None:
@@ -127,15 +126,17 @@ def multiply(s: Stacks, matrix: Matrix) -> Record:
 def _write_dense_product(s: Stacks, e: Record, result: Record, rows: int, cols: int, d0: int, mval: np.ndarray) -> None:
     """The product of a dense matrix: coefficients one matrix row at a time, then variables and code of all rows."""
     w, r = s.w, s.r
+    wi32, wi64, wf64, ri32, ri64, rf64, values = map(  # memoryviews, which bind faster: the calls are many and short
+        memoryview, (w.i32, w.i64, w.f64, r.i32, r.i64, r.f64, mval))
     elmi = nzi = 0
     for i in range(rows):
         if e.hassp:
             elmi, nzi = kernels.write_dense_sparse_product_row(
-                e.cof, d0, cols, elmi, i, cols, mval, e.nelem, nzi, e.ptr,
-                result.cof, r.f64, result.hassp, r.i32, r.i64, result.ptr, result.sp, e.sp, w.f64, w.i32, w.i64)
+                e.cof, d0, cols, elmi, i, cols, values, e.nelem, nzi, e.ptr,
+                result.cof, rf64, result.hassp, ri32, ri64, result.ptr, result.sp, e.sp, wf64, wi32, wi64)
         else:
             _, elmi, nzi = kernels.write_dense_product_row(
-                e.cof, d0, 0, elmi, i, cols, mval, nzi, e.ptr, result.cof, r.f64, r.i32, result.ptr, w.f64, w.i32)
+                e.cof, d0, 0, elmi, i, cols, values, nzi, e.ptr, result.cof, rf64, ri32, result.ptr, wf64, wi32)
     kernels.repeat_variables(e.nidxs, e.nnz, r.i64, rows, result.nidxs, w.i64)
     if result.ncodeatom and e.hassp:
         kernels.write_dense_sparse_product_code(
@@ -173,16 +174,12 @@ def multiply_variable(s: Stacks, matrix: SparseMatrix, shape: Sequence[int], nid
     d1 = math.prod(shape[1:])
     if len(shape) not in (1, 2) or shape[0] != cols or len(nidxs) != cols * d1:
         raise ValueError(f"a matrix of {rows} x {cols} cannot be applied to {len(nidxs)} variables of {tuple(shape)}")
-    x, r = s.x, s.r
-    _, variables, _ = x.reserve(n64=len(nidxs))
-    x.i64[variables:variables + len(nidxs)] = nidxs
     nelem, nnz = kernels.measure_left_dense_product(mnnz, msubi, 0, 0, d1)
-    result = r.reserve_record(len(shape), nelem, nnz, hassp=True)
-    kernels.push_extents(len(shape), r.i32, result.shape, int32_array((rows, *shape[1:])))
+    w, result = s.w, s.w.reserve_record(len(shape), nelem, nnz, hassp=True)
+    kernels.push_extents(len(shape), w.i32, result.shape, int32_array((rows, *shape[1:])))
     kernels.write_sparse_left_product(
-        mval, mnnz, msubi, msubj, variables, result.cof, r.f64, r.i32, r.i64,
-        result.nidxs, result.ptr, result.sp, d1, x.i64)
-    return s.finish(0, result, without_pattern=nelem == rows * d1)
+        mval, mnnz, msubi, msubj, 0, result.cof, w.f64, w.i32, w.i64, result.nidxs, result.ptr, result.sp, d1, nidxs)
+    return s.push(result, without_pattern=nelem == rows * d1)
 
 
 def multiply_variable_right(s: Stacks, matrix: SparseMatrix, shape: Sequence[int], nidxs: np.ndarray) -> Record:
@@ -190,19 +187,17 @@ def multiply_variable_right(s: Stacks, matrix: SparseMatrix, shape: Sequence[int
     _, rows, cols, mnnz, msubi, msubj, mval = matrix_arguments(matrix)
     if len(shape) != 2 or shape[1] != rows or len(nidxs) != shape[0] * rows:
         raise ValueError(f"{len(nidxs)} variables of {tuple(shape)} cannot be multiplied by {rows} x {cols}")
-    w, r, mark = s.w, s.r, s.w.top
-    column_ptr, variables, _ = w.reserve(n32=cols + 1 + mnnz, n64=len(nidxs))
+    w, x = s.w, s.x
+    column_ptr, _, _ = x.reserve(n32=cols + 1 + mnnz)
     by_column = column_ptr + cols + 1
-    w.i64[variables:variables + len(nidxs)] = nidxs
-    kernels.sort_entries_by_column(cols, cols, column_ptr, msubj, mnnz, by_column, w.i32)
-    nelem = shape[0] * kernels.count_used_columns(msubj, 0, mnnz, by_column, w.i32)
-    result = r.reserve_record(2, nelem, shape[0] * mnnz, hassp=True)
-    kernels.push_extents(2, r.i32, result.shape, int32_array((shape[0], cols)))
+    kernels.sort_entries_by_column(cols, cols, column_ptr, msubj, mnnz, by_column, x.i32)
+    nelem = shape[0] * kernels.count_used_columns(msubj, 0, mnnz, by_column, x.i32)
+    result = w.reserve_record(2, nelem, shape[0] * mnnz, hassp=True)
+    kernels.push_extents(2, w.i32, result.shape, int32_array((shape[0], cols)))
     kernels.write_sparse_right_product(
-        0, 0, mval, cols, msubi, msubj, variables, mnnz, by_column, result.cof, r.f64, r.i32, r.i64,
-        result.nidxs, result.ptr, result.sp, w.i32, w.i64, *shape)
-    w.top = mark
-    return s.finish(0, result, without_pattern=nelem == shape[0] * cols)
+        0, 0, mval, cols, msubi, msubj, 0, mnnz, by_column, result.cof, w.f64, w.i32, w.i64,
+        result.nidxs, result.ptr, result.sp, x.i32, nidxs, *shape)
+    return s.push(result, without_pattern=nelem == shape[0] * cols)
 
 
 def matrix_arguments(matrix: Matrix) -> Tuple:

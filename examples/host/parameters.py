@@ -237,12 +237,11 @@ class ParameterTable:
 
         Its code is compacted first. The terms that turn out not to depend on parameters are not stored but returned.
         """
-        w, e = s.w, s.operands(1)[0]
-        size = math.prod(w.extents(e))
+        size = math.prod(s.w.extents(s.operands(1)[0]))
         if len(rows) != size or len(np.unique(rows)) != size:
             raise ValueError(f"{len(np.unique(rows))} different rows for {size} elements")
         rows = self._checked(rows)
-        e = compact(s)
+        e, w = compact(s), s.w
         self.remove(rows)
         flat, ptr, nidxs, cof = s.terms(e)
         rows = rows[flat]
