@@ -28,8 +28,9 @@ import numpy as np
 from scipy.sparse import csr_matrix
 
 from . import kernels
-from .model import Constraint, Domain, Model, Problem, Rows, Values, Variable, assemble, join_rows, merge_row_terms
-from .stacks import Record
+from .model import Constraint, Domain, Model, Problem, Rows, Values, Variable, assemble, join_rows
+from .stacks import Record, Stacks
+from .sums import merge_terms
 
 CONES = ("nonnegative", "nonpositive", "quadratic", "semidefinite")
 
@@ -137,8 +138,8 @@ class ConicModel(Model):
 
     # ---- Linear rows and the objective
 
-    def _linear_rows(self) -> Tuple[np.ndarray, np.ndarray, np.ndarray, np.ndarray, np.ndarray]:
-        e, s = merge_row_terms(self.stacks), self.stacks
+    def _linear_rows(self) -> Tuple[Rows, np.ndarray]:
+        e, s = _merge_row_terms(self.stacks), self.stacks
         nmat, _, nbar = kernels.measure_rows_by_term(0, self._barj, 0, e.nelem, e.nidxs, e.ptr, s.w.i32, s.w.i64, 0)
         self._barA.append(self._matrices(e, kernels.write_row_matrices, np.zeros(e.nelem + 1, dtype=np.int32),
                                          nmat, nbar, self._nrows + s.positions(e)))
@@ -157,7 +158,7 @@ class ConicModel(Model):
         """Takes the last record, of one element, off the w stack as the objective; sense is "min" or "max"."""
         s = self.stacks
         self._check_objective(sense)
-        e, w = merge_row_terms(s), s.w
+        e, w = _merge_row_terms(s), s.w
         nlin, nbar = kernels.measure_row(0, e.nidxs, e.nnz, 0, w.i64)
         subj, cof = np.zeros(nlin, dtype=np.int32), np.zeros(nlin)
         kernels.split_row(cof, e.cof, e.nidxs, e.nnz, w.f64, w.i64, subj)
@@ -235,16 +236,14 @@ class ConicModel(Model):
 
     def _expressions(self) -> np.ndarray:
         """Takes the last record off w as affine expressions, one for each element; their numbers."""
-        e, s = merge_row_terms(self.stacks), self.stacks
-        w, size, flat = s.w, math.prod(s.w.extents(e)), s.positions(e)
+        e, s = _merge_row_terms(self.stacks), self.stacks
+        w, size = s.w, math.prod(s.w.extents(e))
         nmat, nlin, nbar = kernels.measure_rows_by_coefficient(
             0, self._barj, e.cof, 0, e.nelem, e.nidxs, e.ptr, w.f64, w.i32, w.i64, 0)
         subj, cof, ptr = np.zeros(nlin, dtype=np.int32), np.zeros(nlin), np.zeros(e.nelem + 1, dtype=np.int64)
         kernels.split_nonzero_terms(cof, e.cof, e.nelem, e.nidxs, e.ptr, ptr, w.f64, w.i32, w.i64, subj)
-        rows = (self._nafe + flat).astype(np.int32)
-        counts = np.zeros(size, dtype=np.int32)
-        counts[flat] = np.diff(ptr)
-        self._F.append((counts, subj, cof))
+        rows = (self._nafe + s.positions(e)).astype(np.int32)
+        self._F.append((s.ptr_of_all(e, ptr), subj, cof))
         self._barF.append(self._matrices(e, kernels.write_row_matrices_wide, np.zeros_like(ptr), nmat, nbar, rows))
         s.pop()
         first, self._nafe = self._nafe, self._nafe + size
@@ -277,6 +276,13 @@ def places(dim: np.ndarray, barj: np.ndarray, i: np.ndarray, j: np.ndarray) -> n
     """The places of entries (i, j) of matrices barj in the vector of all entries; dim: the matrices' orders."""
     squares = dim.astype(np.int64) ** 2
     return (np.cumsum(squares) - squares)[barj] + dim[barj] * i.astype(np.int64) + j
+
+
+def _merge_row_terms(s: Stacks) -> Record:
+    """Merges the terms of rows, those on semidefinite elements first. ValueError if a coefficient has code."""
+    if s.operands(1)[0].ncodeatom:
+        raise ValueError("a row has coefficients with code, which must be run before the row is made")
+    return merge_terms(s)
 
 
 def _symmetric(numbers: np.ndarray, count: int, d: int) -> np.ndarray:

@@ -26,10 +26,9 @@ from scipy.sparse import csr_matrix
 from . import kernels
 from .operators import SparseMatrix, add, constant, multiply, multiply_variable, variable
 from .stacks import Record, Stacks
-from .sums import merge_terms
 
 Values = Union[float, np.ndarray]
-Rows = Tuple[np.ndarray, np.ndarray, np.ndarray]  # terms in each row, their variables (int32) and their coefficients
+Rows = Tuple[np.ndarray, np.ndarray, np.ndarray]  # `ptr` of rows, the terms' variables (int32) and coefficients
 
 
 @dataclass(frozen=True)
@@ -82,7 +81,7 @@ class Problem:
     """Optimise c'x + constant over lo <= A x <= hi, lower <= x <= upper; column j is the variable numbered j + 1."""
 
     sense: str  # "min" or "max"
-    A: csr_matrix  # m x n
+    A: csr_matrix  # m x n; a variable that a row has twice has two entries there
     lo: np.ndarray  # m
     hi: np.ndarray  # m
     c: np.ndarray  # n
@@ -124,12 +123,10 @@ class Model:
         """Takes the last record off the w stack and bounds its elements by `domain`, one row for each."""
         shape = self.stacks.w.extents(self.stacks.operands(1)[0])
         lo, hi = domain.bounds(shape)
-        flat, ptr, nidxs, cof, fixed = self._linear_rows()
-        counts = np.zeros(len(lo), dtype=np.int32)
-        counts[flat] = np.diff(ptr)
-        self._rows.append((counts, nidxs, cof))
-        lo[flat] -= fixed  # the constant of an element goes to the other side
-        hi[flat] -= fixed
+        rows, fixed = self._linear_rows()
+        self._rows.append(rows)
+        lo -= fixed  # the constant of an element goes to the other side
+        hi -= fixed
         self._bounds.append((lo, hi))
         first, self._nrows = self._nrows, self._nrows + len(lo)
         return Constraint(shape, np.arange(first, self._nrows, dtype=np.int32))
@@ -137,7 +134,7 @@ class Model:
     def objective(self, sense: str) -> None:
         """Takes the last record, of one element, off the w stack as the objective; sense is "min" or "max"."""
         self._check_objective(sense)
-        _, _, nidxs, cof, fixed = self._linear_rows()
+        (_, nidxs, cof), fixed = self._linear_rows()
         self.sense, self.constant, self._objective = sense, float(fixed.sum()), (nidxs, cof)
 
     def _check_objective(self, sense: str) -> None:
@@ -145,16 +142,22 @@ class Model:
         if math.prod(shape) != 1 or sense not in ("min", "max"):
             raise ValueError(f"an objective has one element and the sense min or max, not shape {shape} and {sense}")
 
-    def _linear_rows(self) -> Tuple[np.ndarray, np.ndarray, np.ndarray, np.ndarray, np.ndarray]:
-        """Takes the last record off w: its elements' flat numbers, ptr, variable numbers, coefficients, constants."""
-        e, s = merge_row_terms(self.stacks), self.stacks
-        w, flat = s.w, s.positions(e)
+    def _linear_rows(self) -> Tuple[Rows, np.ndarray]:
+        """Takes the last record off w: a row for each of its elements, and the elements' constants."""
+        s = self.stacks
+        e, w = s.operands(1)[0], s.w
+        if e.ncodeatom:
+            raise ValueError("a row has coefficients with code, which must be run before the row is made")
         ptr, nidxs = np.zeros(e.nelem + 1, dtype=np.int32), np.empty(e.nnz, dtype=np.int32)
         cof, fixed = np.empty(e.nnz), np.zeros(e.nelem)
         kernels.split_linear_and_constant_terms(
             fixed, cof, e.cof, e.nelem, e.nidxs, e.ptr, ptr, w.f64, w.i32, w.i64, nidxs)
+        end = ptr[-1]
+        ptr = s.ptr_of_all(e, ptr)
+        if e.hassp:
+            fixed = np.bincount(s.positions(e), weights=fixed, minlength=len(ptr) - 1)
         s.pop()
-        return flat, ptr, nidxs[:ptr[-1]], cof[:ptr[-1]], fixed
+        return (ptr, nidxs[:end], cof[:end]), fixed
 
     def problem(self) -> Problem:
         """The model as one matrix with bounds."""
@@ -169,18 +172,16 @@ def _joined(parts: List[Tuple[np.ndarray, ...]], types: Sequence) -> List[np.nda
     return [np.concatenate([np.zeros(0, dtype=kind), *(part[k] for part in parts)]) for k, kind in enumerate(types)]
 
 
-def merge_row_terms(s: Stacks) -> Record:
-    """Adds up the terms of rows on the same variable and sorts them. Raises ValueError if a coefficient has code."""
-    if s.operands(1)[0].ncodeatom:
-        raise ValueError("a row has coefficients with code, which must be run before the row is made")
-    return merge_terms(s)
-
-
 def join_rows(parts: List[Rows], ncols: int, first: int) -> csr_matrix:
     """Rows below each other as one matrix of `ncols` columns, for the variables from number `first` on."""
-    counts, nidxs, cof = _joined(parts, (np.int32, np.int32, np.float64))
+    ends, nnz = [np.zeros(1, dtype=np.int32)], 0
+    for ptr, nidxs, _ in parts:
+        ends.append(ptr[1:] + nnz)
+        nnz += len(nidxs)
+    ptr = np.concatenate(ends)
+    nidxs, cof = _joined([part[1:] for part in parts], (np.int32, np.float64))
     nidxs -= first
-    return csr_matrix((cof, nidxs, np.append(0, np.cumsum(counts)).astype(np.int32)), shape=(len(counts), ncols))
+    return csr_matrix((cof, nidxs, ptr), shape=(len(ptr) - 1, ncols))
 
 
 def assemble(subi: np.ndarray, subj: np.ndarray, val: np.ndarray, nrows: int, ncols: int) -> csr_matrix:

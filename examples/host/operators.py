@@ -16,7 +16,7 @@ matrix products, `axis_pairs` what treats two axes as the sides of a matrix. The
 from __future__ import annotations
 
 import math
-from dataclasses import dataclass
+from dataclasses import dataclass, replace
 from typing import Optional, Sequence, Tuple, Union
 
 import numpy as np
@@ -277,7 +277,7 @@ def add(s: Stacks, c1: float = 1.0, c2: float = 1.0) -> Record:
 
 def sum_blocks(s: Stacks, naxes: int = 1) -> Record:
     """Sums an array over its last `naxes` axes, 0 < naxes <= nd. Only the pattern changes, the terms do not."""
-    w, r, e = s.w, s.r, s.operands(1)[0]
+    w, e = s.w, s.operands(1)[0]
     if not 0 < naxes <= e.nd:
         raise ValueError(f"an array of shape {w.extents(e)} has no {naxes} last axes to sum over")
     nd = e.nd - naxes
@@ -286,21 +286,15 @@ def sum_blocks(s: Stacks, naxes: int = 1) -> Record:
         raise ValueError(f"an array of shape {w.extents(e)} has an empty axis among its last {naxes}")
     groups = kernels.range_size64_hi_lo_acc_base_wi32(nd, 0, 1, e.shape, w.i32)
     nelem = kernels.count_blocks(block, 0, e.nelem, e.sp, w.i64) if e.hassp else groups
-    result = r.reserve_record(nd, nelem, e.nnz, e.ncodeatom, hassp=e.hassp)
-    kernels.copy_record_extents(nd, r.i32, result.shape, e.shape, w.i32)
+    ptr, sp, _ = w.reserve(n32=nelem + 1, n64=nelem if e.hassp else 0)  # the operand's terms and extents stay in place
     if e.hassp:
-        kernels.write_blocks(
-            block, e.nelem, e.ptr, True, r.i32, r.i64, nelem, result.ptr, result.sp, 0, e.sp, w.i32, w.i64)
+        w.i32[ptr] = 0
+        kernels.write_blocks(block, e.nelem, e.ptr, True, w.i32, w.i64, nelem, ptr, sp, 0, e.sp, w.i32, w.i64)
     else:
         # Every block-th entry of ptr, which a strided view of the stack's array picks out.
-        kernels.copy_ptr(nelem, 0, r.i32, result.ptr, w.i32[e.ptr:e.ptr + e.nelem + 1:block])
-    kernels.copy_variables(e.nidxs, e.nnz, r.i64, result.nidxs, w.i64)
-    kernels.copy_coefficients(e.cof, e.nnz, result.cof, r.f64, w.f64)
-    if e.ncodeatom:
-        kernels.copy_ptr(e.nnz, e.codeptr, r.i32, result.codeptr, w.i32)
-        kernels.copy_record_extents(e.ncodeatom, r.i32, result.code, e.code, w.i32)
-        kernels.copy_coefficients(e.cconst, e.ncodeatom, result.cconst, r.f64, w.f64)
-    return s.finish(1, result)
+        kernels.copy_ptr(nelem, 0, w.i32, ptr, w.i32[e.ptr:e.ptr + e.nelem + 1:block])
+    s.records.pop()
+    return s.push(replace(e, nd=nd, nelem=nelem, ptr=ptr, sp=sp))
 
 
 # ---- Choosing elements

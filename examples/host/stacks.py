@@ -23,6 +23,7 @@ written on w at once. Fresh memory costs more than the kernels that fill it, so 
 
 from __future__ import annotations
 
+import math
 from dataclasses import dataclass, fields, replace
 from typing import List, Optional, Sequence, Tuple
 
@@ -33,7 +34,10 @@ Sizes = Tuple[int, int, int]  # numbers of int32, int64 and float64 slots
 
 @dataclass(frozen=True)
 class Record:
-    """Scalars of a record, the positions of its fields, and the slots that it takes up in each of the three arrays."""
+    """Scalars of a record, the positions of its fields, and the slots that were reserved for it in each of the arrays.
+
+    Whatever lies behind `start` on w belongs to it or to later records.
+    """
 
     nd: int
     nelem: int
@@ -144,6 +148,12 @@ class Stacks:
     def positions(self, record: Record) -> np.ndarray:
         """Flat numbers of the stored elements of a record on w, a copy (int64)."""
         return self.w.i64[record.sp:record.sp + record.nelem].copy() if record.hassp else np.arange(record.nelem)
+
+    def ptr_of_all(self, record: Record, ptr: np.ndarray) -> np.ndarray:
+        """Where the terms of all elements of a record on w begin, from `ptr`, which tells it for the stored ones."""
+        if not record.hassp:
+            return ptr
+        return ptr[np.searchsorted(self.positions(record), np.arange(math.prod(self.w.extents(record)) + 1))]
 
     def terms(self, record: Optional[Record] = None) -> Tuple[np.ndarray, np.ndarray, np.ndarray, np.ndarray]:
         """Copies of the last record's (or `record`'s) elements: flat numbers, `ptr`, `nidxs` and `cof`."""
