@@ -173,7 +173,7 @@ def test_random_trees(monkeypatch):
             grown[:used] = array[:used]
             return grown
 
-        monkeypatch.setattr(stacks, "_grown", exact)
+        monkeypatch.setattr(stacks, "grown", exact)
         grow_tree(rng, Stacks(), any_shape(rng)[seed % 2 :], 1 + seed % 5, used)
     everything = {name for shape in [(), (2,), (2, 2), (2, 2, 2)] for name in ways(rng, shape)}
     assert used.keys() == {(name, code) for name in everything for code in (False, True)}  # none was left out

@@ -28,7 +28,7 @@ import numpy as np
 from scipy.sparse import csr_matrix
 
 from . import kernels
-from .model import Constraint, Domain, Model, Problem, Rows, Values, Variable, assemble, join_rows
+from .model import Constraint, Domain, Model, Problem, Rows, Values, Variable, assemble
 from .stacks import Record, Stacks
 from .sums import merge_terms
 
@@ -90,7 +90,7 @@ class ConicModel(Model):
         self._barA: List[_Entries] = []
         self._barc = _Entries(none, none, none, none, no_values)
         self._nafe = 0
-        self._F: List[Rows] = []
+        self._F = Rows()
         self._barF: List[_Entries] = []
         self._cones: List[Tuple[str, int]] = []
         self._accptr = [0]
@@ -138,12 +138,12 @@ class ConicModel(Model):
 
     # ---- Linear rows and the objective
 
-    def _linear_rows(self) -> Tuple[Rows, np.ndarray]:
+    def _append_rows(self, rows: Rows) -> np.ndarray:
         e, s = _merge_row_terms(self.stacks), self.stacks
         nmat, _, nbar = kernels.measure_rows_by_term(0, self._barj, 0, e.nelem, e.nidxs, e.ptr, s.w.i32, s.w.i64, 0)
         self._barA.append(self._matrices(e, kernels.write_row_matrices, np.zeros(e.nelem + 1, dtype=np.int32),
                                          nmat, nbar, self._nrows + s.positions(e)))
-        return super()._linear_rows()
+        return super()._append_rows(rows)
 
     def _matrices(self, e: Record, write, ptr: np.ndarray, nmat: int, nbar: int, rows: np.ndarray) -> _Entries:
         """The terms of a record on semidefinite elements; the elements' rows in the model are `rows`."""
@@ -168,7 +168,7 @@ class ConicModel(Model):
             self._barj, self._i, self._j, e.cof, e.nidxs, nbar, w.f64, w.i64, barj, i, j, barcof)
         s.pop()
         self.sense, self.constant = sense, float(cof[subj == 0].sum())
-        self._objective = (subj[subj > 0], cof[subj > 0])
+        self._objective = (subj[subj > 0] - 1, cof[subj > 0])
         self._barc = _Entries(np.zeros_like(barj), barj, i, j, barcof)
 
     # ---- Conic constraints
@@ -240,10 +240,11 @@ class ConicModel(Model):
         w, size = s.w, math.prod(s.w.extents(e))
         nmat, nlin, nbar = kernels.measure_rows_by_coefficient(
             0, self._barj, e.cof, 0, e.nelem, e.nidxs, e.ptr, w.f64, w.i32, w.i64, 0)
-        subj, cof, ptr = np.zeros(nlin, dtype=np.int32), np.zeros(nlin), np.zeros(e.nelem + 1, dtype=np.int64)
-        kernels.split_nonzero_terms(cof, e.cof, e.nelem, e.nidxs, e.ptr, ptr, w.f64, w.i32, w.i64, subj)
+        ptr = self._F.reserve(e.nelem, nlin, np.int64)
+        kernels.split_nonzero_terms(
+            self._F.cof, e.cof, e.nelem, e.nidxs, e.ptr, ptr, w.f64, w.i32, w.i64, self._F.subj)
         rows = (self._nafe + s.positions(e)).astype(np.int32)
-        self._F.append((s.ptr_of_all(e, ptr), subj, cof))
+        self._F.enter(s.ptr_of_all(e, ptr))
         self._barF.append(self._matrices(e, kernels.write_row_matrices_wide, np.zeros_like(ptr), nmat, nbar, rows))
         s.pop()
         first, self._nafe = self._nafe, self._nafe + size
@@ -255,7 +256,7 @@ class ConicModel(Model):
         return ConicProblem(
             super().problem(), self._in_full(self._barA, self._nrows),
             self._in_full([self._barc], 1).toarray().reshape(-1), self._dim, self._barj, self._i, self._j,
-            join_rows(self._F, self._ncols + 1, 0), self._in_full(self._barF, self._nafe),
+            self._F.matrix(self._ncols + 1), self._in_full(self._barF, self._nafe),
             self._cones, np.array(self._accptr, dtype=np.int32), self._accafeidxs, self._accb,
             self._accid, self._ofs, self._scale, self._var_acc, self._var_ofs)
 

@@ -25,10 +25,9 @@ from scipy.sparse import csr_matrix
 
 from . import kernels
 from .operators import SparseMatrix, add, constant, multiply, multiply_variable, variable
-from .stacks import Record, Stacks
+from .stacks import Record, Stacks, grown
 
 Values = Union[float, np.ndarray]
-Rows = Tuple[np.ndarray, np.ndarray, np.ndarray]  # `ptr` of rows, the terms' variables (int32) and coefficients
 
 
 @dataclass(frozen=True)
@@ -81,7 +80,7 @@ class Problem:
     """Optimise c'x + constant over lo <= A x <= hi, lower <= x <= upper; column j is the variable numbered j + 1."""
 
     sense: str  # "min" or "max"
-    A: csr_matrix  # m x n; a variable that a row has twice has two entries there
+    A: csr_matrix  # m x n; terms of a row on one variable are entries of their own; shares the model's memory
     lo: np.ndarray  # m
     hi: np.ndarray  # m
     c: np.ndarray  # n
@@ -89,6 +88,30 @@ class Problem:
     lower: np.ndarray  # n
     upper: np.ndarray  # n
     integer: np.ndarray  # n, bool
+
+
+class Rows:
+    """Rows of a matrix, appended below each other: columns (int32) and coefficients of all terms."""
+
+    def __init__(self) -> None:
+        self.subj, self.cof = np.empty(0, dtype=np.int32), np.empty(0)
+        self.nnz = 0
+        self._ends = [np.zeros(1, dtype=np.int32)]  # of the terms of each row
+
+    def reserve(self, n: int, terms: int, kind: type = np.int32) -> np.ndarray:
+        """Makes room for at most `terms` terms of n rows; the `ptr` of these rows, its first slot set."""
+        self.subj, self.cof = (grown(array, self.nnz, self.nnz + terms) for array in (self.subj, self.cof))
+        return np.full(n + 1, self.nnz, dtype=kind)
+
+    def enter(self, ptr: np.ndarray) -> None:
+        """Appends rows by their `ptr`, once their terms have been written into the room for them."""
+        self.nnz = int(ptr[-1])
+        self._ends.append(ptr[1:])
+
+    def matrix(self, ncols: int) -> csr_matrix:
+        """The matrix of all rows. It shares their memory."""
+        ptr = np.concatenate(self._ends)
+        return csr_matrix((self.cof[:self.nnz], self.subj[:self.nnz], ptr), shape=(len(ptr) - 1, ncols))
 
 
 class Model:
@@ -101,10 +124,10 @@ class Model:
         self.stacks = stacks or Stacks()
         self.sense = "min"
         self.constant = 0.0
-        self._objective = (np.zeros(0, dtype=np.int32), np.zeros(0))  # variable numbers and coefficients
+        self._objective = (np.zeros(0, dtype=np.int32), np.zeros(0))  # columns and coefficients
         self._columns: List[Tuple[np.ndarray, np.ndarray, np.ndarray]] = []  # lower, upper, integer
         self._bounds: List[Tuple[np.ndarray, np.ndarray]] = []  # lo, hi of rows
-        self._rows: List[Rows] = []
+        self._rows = Rows()
         self._ncols = self._nrows = 0
 
     def variable(self, shape: Sequence[int], domain: Domain, integer: Union[bool, np.ndarray] = False) -> Variable:
@@ -123,8 +146,7 @@ class Model:
         """Takes the last record off the w stack and bounds its elements by `domain`, one row for each."""
         shape = self.stacks.w.extents(self.stacks.operands(1)[0])
         lo, hi = domain.bounds(shape)
-        rows, fixed = self._linear_rows()
-        self._rows.append(rows)
+        fixed = self._append_rows(self._rows)
         lo -= fixed  # the constant of an element goes to the other side
         hi -= fixed
         self._bounds.append((lo, hi))
@@ -134,54 +156,42 @@ class Model:
     def objective(self, sense: str) -> None:
         """Takes the last record, of one element, off the w stack as the objective; sense is "min" or "max"."""
         self._check_objective(sense)
-        (_, nidxs, cof), fixed = self._linear_rows()
-        self.sense, self.constant, self._objective = sense, float(fixed.sum()), (nidxs, cof)
+        rows = Rows()
+        fixed = self._append_rows(rows)
+        self.sense, self.constant, self._objective = sense, float(fixed.sum()), (rows.subj[:rows.nnz], rows.cof[:rows.nnz])
 
     def _check_objective(self, sense: str) -> None:
         shape = self.stacks.w.extents(self.stacks.operands(1)[0])
         if math.prod(shape) != 1 or sense not in ("min", "max"):
             raise ValueError(f"an objective has one element and the sense min or max, not shape {shape} and {sense}")
 
-    def _linear_rows(self) -> Tuple[Rows, np.ndarray]:
-        """Takes the last record off w: a row for each of its elements, and the elements' constants."""
-        s = self.stacks
-        e, w = s.operands(1)[0], s.w
+    def _append_rows(self, rows: Rows) -> np.ndarray:
+        """Takes the last record off w and appends a row for each of its elements; the elements' constants."""
+        s, w, e = self.stacks, self.stacks.w, self.stacks.operands(1)[0]
         if e.ncodeatom:
             raise ValueError("a row has coefficients with code, which must be run before the row is made")
-        ptr, nidxs = np.zeros(e.nelem + 1, dtype=np.int32), np.empty(e.nnz, dtype=np.int32)
-        cof, fixed = np.empty(e.nnz), np.zeros(e.nelem)
+        ptr, fixed = rows.reserve(e.nelem, e.nnz), np.zeros(e.nelem)
         kernels.split_linear_and_constant_terms(
-            fixed, cof, e.cof, e.nelem, e.nidxs, e.ptr, ptr, w.f64, w.i32, w.i64, nidxs)
-        end = ptr[-1]
+            fixed, rows.cof, e.cof, e.nelem, e.nidxs, e.ptr, ptr, w.f64, w.i32, w.i64, rows.subj)
+        rows.subj[ptr[0]:ptr[-1]] -= 1  # column j is the variable numbered j + 1
         ptr = s.ptr_of_all(e, ptr)
+        rows.enter(ptr)
         if e.hassp:
             fixed = np.bincount(s.positions(e), weights=fixed, minlength=len(ptr) - 1)
         s.pop()
-        return (ptr, nidxs[:end], cof[:end]), fixed
+        return fixed
 
     def problem(self) -> Problem:
         """The model as one matrix with bounds."""
         lo, hi = _joined(self._bounds, (np.float64, np.float64))
         lower, upper, integer = _joined(self._columns, (np.float64, np.float64, bool))
-        nidxs, cof = self._objective
-        return Problem(self.sense, join_rows(self._rows, self._ncols, 1), lo, hi,
-                       np.bincount(nidxs - 1, weights=cof, minlength=self._ncols), self.constant, lower, upper, integer)
+        columns, cof = self._objective
+        return Problem(self.sense, self._rows.matrix(self._ncols), lo, hi,
+                       np.bincount(columns, weights=cof, minlength=self._ncols), self.constant, lower, upper, integer)
 
 
 def _joined(parts: List[Tuple[np.ndarray, ...]], types: Sequence) -> List[np.ndarray]:
     return [np.concatenate([np.zeros(0, dtype=kind), *(part[k] for part in parts)]) for k, kind in enumerate(types)]
-
-
-def join_rows(parts: List[Rows], ncols: int, first: int) -> csr_matrix:
-    """Rows below each other as one matrix of `ncols` columns, for the variables from number `first` on."""
-    ends, nnz = [np.zeros(1, dtype=np.int32)], 0
-    for ptr, nidxs, _ in parts:
-        ends.append(ptr[1:] + nnz)
-        nnz += len(nidxs)
-    ptr = np.concatenate(ends)
-    nidxs, cof = _joined([part[1:] for part in parts], (np.int32, np.float64))
-    nidxs -= first
-    return csr_matrix((cof, nidxs, ptr), shape=(len(ptr) - 1, ncols))
 
 
 def assemble(subi: np.ndarray, subj: np.ndarray, val: np.ndarray, nrows: int, ncols: int) -> csr_matrix:

@@ -70,7 +70,7 @@ class Stack:
         start = self.top
         top = (start[0] + n32, start[1] + n64, start[2] + nf64)
         self.i32, self.i64, self.f64 = (
-            _grown(array, used, needed) for array, used, needed in zip((self.i32, self.i64, self.f64), start, top))
+            grown(array, used, needed) for array, used, needed in zip((self.i32, self.i64, self.f64), start, top))
         self.top = top
         return start
 
@@ -190,12 +190,12 @@ def int32_array(values: Sequence[int]) -> np.ndarray:
     return np.array(values, dtype=np.int32)
 
 
-def _grown(array: np.ndarray, used: int, needed: int) -> np.ndarray:
+def grown(array: np.ndarray, used: int, needed: int) -> np.ndarray:
     """`array`, or a longer one with its first `used` slots. Slots that were never written take no memory."""
     if needed <= array.size:
         return array
     if needed > np.iinfo(np.int32).max:
-        raise ValueError("the stack needs more slots than positions, which are 32-bit numbers, can tell apart")
-    grown = np.empty(2 * needed, dtype=array.dtype)
+        raise ValueError("the stack needs more slots than 32-bit positions can tell apart")
+    grown = np.empty(needed + needed // 2, dtype=array.dtype)
     grown[:used] = array[:used]
     return grown
