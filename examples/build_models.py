@@ -56,7 +56,7 @@ def product(name: str, rng: np.random.Generator, A: Matrix) -> Family:
         constant(model.stacks, B.shape, B.reshape(-1))
         add(model.stacks, 1.0, -1.0)
         model.constraint(ZERO)
-        return model.problem().A
+        return model.matrix()
 
     def with_scipy() -> csr_matrix:
         return kron(as_csr(A), identity(COLUMNS), "csr")  # B is a right side
@@ -77,7 +77,7 @@ def affine_product(name: str, rng: np.random.Generator, A: Matrix) -> Family:
         add(model.stacks)
         multiply(model.stacks, A)
         model.constraint(ZERO)
-        return model.problem().A
+        return model.matrix()
 
     def with_scipy() -> csr_matrix:
         operand = hstack([diags(C.reshape(-1)), identity(C.size)], "csr")
@@ -95,7 +95,7 @@ def sum_of_stack(name: str, matrices: List[SparseMatrix]) -> Family:
         stack(model.stacks, len(matrices), axis=1)
         sum_blocks(model.stacks)
         model.constraint(ZERO)
-        return model.problem().A
+        return model.matrix()
 
     def with_scipy() -> csr_matrix:
         total = kron(np.ones((1, len(matrices))), identity(matrices[0].rows), "csr")

@@ -80,7 +80,7 @@ class Problem:
     """Optimise c'x + constant over lo <= A x <= hi, lower <= x <= upper; column j is the variable numbered j + 1."""
 
     sense: str  # "min" or "max"
-    A: csr_matrix  # m x n; terms of a row on one variable are entries of their own; shares the model's memory
+    A: csr_matrix  # m x n, see `Model.matrix`
     lo: np.ndarray  # m
     hi: np.ndarray  # m
     c: np.ndarray  # n
@@ -181,12 +181,19 @@ class Model:
         s.pop()
         return fixed
 
+    def matrix(self) -> csr_matrix:
+        """The coefficients of all rows so far, in a matrix that shares the model's memory.
+
+        Terms of a row on the same variable are entries of their own, which add up: `sum_duplicates` of a copy does it.
+        """
+        return self._rows.matrix(self._ncols)
+
     def problem(self) -> Problem:
         """The model as one matrix with bounds."""
         lo, hi = _joined(self._bounds, (np.float64, np.float64))
         lower, upper, integer = _joined(self._columns, (np.float64, np.float64, bool))
         columns, cof = self._objective
-        return Problem(self.sense, self._rows.matrix(self._ncols), lo, hi,
+        return Problem(self.sense, self.matrix(), lo, hi,
                        np.bincount(columns, weights=cof, minlength=self._ncols), self.constant, lower, upper, integer)
 
 
