@@ -53,7 +53,9 @@ class Domain:
                 self.coordinates.shape[1] != len(shape)
                 or kernels.has_coordinate_outside(self.coordinates, count, np.array(shape, dtype=np.int32), False)):
             raise ValueError(f"a bound lies outside an array of shape {tuple(shape)}")
-        lo, hi = np.full(n, -np.inf), np.full(n, np.inf)
+        lo, hi = np.empty(n), np.empty(n)
+        if self.coordinates is not None:
+            lo[:], hi[:] = -np.inf, np.inf
         kernels.write_bounds(lo, hi, self.coordinates is None, lower, scalar, self.coordinates, upper,
                              len(shape), n, np.array(shape, dtype=np.int32), 0)
         return lo, hi
@@ -80,7 +82,7 @@ class Problem:
     """Optimise c'x + constant over lo <= A x <= hi, lower <= x <= upper; column j is the variable numbered j + 1."""
 
     sense: str  # "min" or "max"
-    A: csr_matrix  # m x n, see `Model.matrix`
+    A: csr_matrix  # m x n
     lo: np.ndarray  # m
     hi: np.ndarray  # m
     c: np.ndarray  # n
@@ -184,16 +186,18 @@ class Model:
     def matrix(self) -> csr_matrix:
         """The coefficients of all rows so far, in a matrix that shares the model's memory.
 
-        Terms of a row on the same variable are entries of their own, which add up: `sum_duplicates` of a copy does it.
+        The entries of a row stand in the order of its terms, and those of one variable are not added up.
         """
         return self._rows.matrix(self._ncols)
 
     def problem(self) -> Problem:
-        """The model as one matrix with bounds."""
+        """The model as one matrix with bounds. Terms of one row on the same variable are added up here."""
+        A = self.matrix().copy()
+        A.sum_duplicates()
         lo, hi = _joined(self._bounds, (np.float64, np.float64))
         lower, upper, integer = _joined(self._columns, (np.float64, np.float64, bool))
         columns, cof = self._objective
-        return Problem(self.sense, self.matrix(), lo, hi,
+        return Problem(self.sense, A, lo, hi,
                        np.bincount(columns, weights=cof, minlength=self._ncols), self.constant, lower, upper, integer)
 
 

@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-from dataclasses import dataclass, replace
+from dataclasses import dataclass
 
 import numpy as np
 from scipy.optimize import Bounds, LinearConstraint, linprog, milp
@@ -53,10 +53,7 @@ class Solution:
 
 def solve(p: Problem) -> Solution:
     """Solves the problem, as a linear program where no variable is an integer."""
-    A = p.A.copy()
-    A.sum_duplicates()  # the solver refuses repeated entries
-    p = replace(p, A=A)
-    m, n = A.shape
+    m, n = p.A.shape
     sign = -1.0 if p.sense == "max" else 1.0  # the solver minimises
     x, slc, suc = None, np.full(m, np.nan), np.full(m, np.nan)
     if np.any(p.lower > p.upper) or np.any(p.lo > p.hi):
