@@ -5,9 +5,10 @@
     A (C o X + Y)    the same for an expression of two terms an element; o multiplies by element
     sum A_k x_k      ten expressions, stacked along a new axis and summed over it
 
-SciPy's way is the one that works for any linear expression: the matrices of its operators, made by Kronecker products
-and blocks, are multiplied. Both ways start from the same arrays, and their matrices have to be equal: the same entries,
-with values that agree to 1e-12 of each. In every round all builds take turns; the medians of their CPU times are printed.
+SciPy's way is one that works for any linear expression: the matrices of its operators, made by Kronecker products and
+blocks, are multiplied. Both ways start from the same arrays, and their matrices have to be equal: the same entries once
+repeated ones are added up, with values that agree to 1e-12 of each. Either way leaves rows in whatever order. In every
+round all builds take turns; the medians of their CPU times are printed.
 
 Exit status: 0 if all matrices are equal, 1 if not.
 """

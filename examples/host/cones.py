@@ -102,6 +102,7 @@ class ConicModel(Model):
     # ---- Variables
 
     def variable(self, shape: Sequence[int], domain: Domain, integer: bool = False) -> Variable:
+        """Adds an array of variables that live in no cone; none may be an integer."""
         if np.any(integer):
             raise ValueError("a conic model has no integers")
         x = super().variable(shape, domain)
@@ -139,6 +140,7 @@ class ConicModel(Model):
     # ---- Linear rows and the objective
 
     def _append_rows(self, rows: Rows) -> np.ndarray:
+        """Does what that of `Model` does, and keeps the terms on semidefinite elements in `_barA`."""
         e, s = _merge_row_terms(self.stacks), self.stacks
         nmat, _, nbar = kernels.measure_rows_by_term(0, self._barj, 0, e.nelem, e.nidxs, e.ptr, s.w.i32, s.w.i64, 0)
         self._barA.append(self._matrices(e, kernels.write_row_matrices, np.zeros(e.nelem + 1, dtype=np.int32),
@@ -194,6 +196,7 @@ class ConicModel(Model):
         return Constraint(shape, ~self._enter(afeidxs, b.reshape(-1).copy(), [(cone, d)] * count, d))
 
     def _semidefinite_cones(self, shape: Tuple[int, ...], b: np.ndarray) -> Constraint:
+        """Binds the matrices of the last record, of this shape, to cones of their own."""
         if len(shape) < 2 or shape[-1] != shape[-2]:
             raise ValueError(f"an array of shape {shape} has no square matrices in its last two axes")
         d, count = shape[-1], math.prod(shape[:-2])
@@ -253,6 +256,7 @@ class ConicModel(Model):
     # ---- Assembly
 
     def problem(self) -> ConicProblem:
+        """The linear part as that of `Model`, with what is conic beside it."""
         return ConicProblem(
             super().problem(), self._in_full(self._barA, self._nrows),
             self._in_full([self._barc], 1).toarray().reshape(-1), self._dim, self._barj, self._i, self._j,
@@ -295,4 +299,5 @@ def _symmetric(numbers: np.ndarray, count: int, d: int) -> np.ndarray:
 
 
 def _longer(n: int, *arrays: np.ndarray) -> Tuple[np.ndarray, ...]:
+    """The arrays with n zeros more."""
     return tuple(np.concatenate([array, np.zeros(n, dtype=array.dtype)]) for array in arrays)

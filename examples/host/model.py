@@ -93,7 +93,7 @@ class Problem:
 
 
 class Rows:
-    """Rows of a matrix, appended below each other: columns (int32) and coefficients of all terms."""
+    """Rows of a matrix, appended below each other: `subj` and `cof` hold the columns and coefficients of all terms."""
 
     def __init__(self) -> None:
         self.subj, self.cof = np.empty(0, dtype=np.int32), np.empty(0)
@@ -101,8 +101,9 @@ class Rows:
         self._ends = [np.zeros(1, dtype=np.int32)]  # of the terms of each row
 
     def reserve(self, n: int, terms: int, kind: type = np.int32) -> np.ndarray:
-        """Makes room for at most `terms` terms of n rows; the `ptr` of these rows, its first slot set."""
-        self.subj, self.cof = (grown(array, self.nnz, self.nnz + terms) for array in (self.subj, self.cof))
+        """Makes room for at most `terms` terms of n rows; an array for the `ptr` of these rows, its first slot set."""
+        self.subj = grown(self.subj, self.nnz, self.nnz + terms)
+        self.cof = grown(self.cof, self.nnz, self.nnz + terms)
         return np.full(n + 1, self.nnz, dtype=kind)
 
     def enter(self, ptr: np.ndarray) -> None:
@@ -119,7 +120,7 @@ class Rows:
 class Model:
     """Collects variables, constraints and an objective; `stacks` is where their expressions are evaluated.
 
-    Models that are built one after the other had best share their stacks.
+    Models that are built one after the other may share their stacks, which saves time: see `stacks`.
     """
 
     def __init__(self, stacks: Optional[Stacks] = None) -> None:
@@ -133,7 +134,7 @@ class Model:
         self._ncols = self._nrows = 0
 
     def variable(self, shape: Sequence[int], domain: Domain, integer: Union[bool, np.ndarray] = False) -> Variable:
-        """Adds an array of variables; `integer` marks all of them or, as an array, some."""
+        """Adds an array of variables; `integer` marks all of them or, as n flags, row-major, some."""
         lower, upper = domain.bounds(shape)
         self._columns.append((lower, upper, np.broadcast_to(np.asarray(integer, dtype=bool), lower.shape)))
         nidxs = np.arange(self._ncols + 1, self._ncols + 1 + len(lower), dtype=np.int64)
@@ -145,7 +146,10 @@ class Model:
         variable(self.stacks, x.shape, x.nidxs)
 
     def constraint(self, domain: Domain) -> Constraint:
-        """Takes the last record off the w stack and bounds its elements by `domain`, one row for each."""
+        """Takes the last record off the w stack and bounds its elements by `domain`, one row for each.
+
+        Raises ValueError, and leaves the record, if the domain does not fit it or it has coefficients with code.
+        """
         shape = self.stacks.w.extents(self.stacks.operands(1)[0])
         lo, hi = domain.bounds(shape)
         fixed = self._append_rows(self._rows)
@@ -160,9 +164,11 @@ class Model:
         self._check_objective(sense)
         rows = Rows()
         fixed = self._append_rows(rows)
-        self.sense, self.constant, self._objective = sense, float(fixed.sum()), (rows.subj[:rows.nnz], rows.cof[:rows.nnz])
+        self.sense, self.constant = sense, float(fixed.sum())
+        self._objective = (rows.subj[:rows.nnz], rows.cof[:rows.nnz])
 
     def _check_objective(self, sense: str) -> None:
+        """Raises ValueError unless the last record can be an objective."""
         shape = self.stacks.w.extents(self.stacks.operands(1)[0])
         if math.prod(shape) != 1 or sense not in ("min", "max"):
             raise ValueError(f"an objective has one element and the sense min or max, not shape {shape} and {sense}")
@@ -202,6 +208,7 @@ class Model:
 
 
 def _joined(parts: List[Tuple[np.ndarray, ...]], types: Sequence) -> List[np.ndarray]:
+    """The first arrays of all parts in one, the second ones, and so on; of these types even if there is no part."""
     return [np.concatenate([np.zeros(0, dtype=kind), *(part[k] for part in parts)]) for k, kind in enumerate(types)]
 
 

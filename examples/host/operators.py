@@ -1,8 +1,8 @@
 """Operators on expression records: each takes its operands off the w stack and leaves its result there.
 
 All of them work alike. They check their arguments, measure the result with a kernel, reserve exactly that room on r,
-let the writing kernels fill it, and move the finished record to w. Those without operands write on w at once. Terms are
-merged by `sums.merge_terms` alone: in all others a variable that is met twice gives two terms.
+let the writing kernels fill it, and move the finished record to w; those without operands write on w at once. Terms
+are merged by `sums.merge_terms` alone: in all others a variable that is met twice gives two terms.
 
 Coefficient code passes through every operator, but none here makes it: the products in `parameters` do. Shape errors
 are reported as ValueError, with the w stack as it was before the call.
@@ -74,6 +74,7 @@ def constant(s: Stacks, shape: Sequence[int], values: np.ndarray, sp: Optional[n
 
 
 def check_pattern(shape: Sequence[int], sp: Optional[np.ndarray], count: int) -> None:
+    """Raises ValueError unless `count` values fit an array of this shape, stored in full or at the positions `sp`."""
     size = math.prod(shape)
     if sp is None:
         if count != size:
@@ -276,7 +277,7 @@ def add(s: Stacks, c1: float = 1.0, c2: float = 1.0) -> Record:
 
 
 def sum_blocks(s: Stacks, naxes: int = 1) -> Record:
-    """Sums an array over its last `naxes` axes, 0 < naxes <= nd. Only the pattern changes, the terms do not."""
+    """Sums an array over its last `naxes` axes, 0 < naxes <= nd. Only `ptr` and the pattern are written, again on w."""
     w, e = s.w, s.operands(1)[0]
     if not 0 < naxes <= e.nd:
         raise ValueError(f"an array of shape {w.extents(e)} has no {naxes} last axes to sum over")
@@ -286,7 +287,7 @@ def sum_blocks(s: Stacks, naxes: int = 1) -> Record:
         raise ValueError(f"an array of shape {w.extents(e)} has an empty axis among its last {naxes}")
     groups = kernels.range_size64_hi_lo_acc_base_wi32(nd, 0, 1, e.shape, w.i32)
     nelem = kernels.count_blocks(block, 0, e.nelem, e.sp, w.i64) if e.hassp else groups
-    ptr, sp, _ = w.reserve(n32=nelem + 1, n64=nelem if e.hassp else 0)  # the operand's terms and extents stay in place
+    ptr, sp, _ = w.reserve(n32=nelem + 1, n64=nelem if e.hassp else 0)  # extents and terms stay in place
     if e.hassp:
         w.i32[ptr] = 0
         kernels.write_blocks(block, e.nelem, e.ptr, True, w.i32, w.i64, nelem, ptr, sp, 0, e.sp, w.i32, w.i64)

@@ -17,8 +17,9 @@ stack:
 An operator reads its operands on the w stack, writes its result on the r stack and uses the x stack as scratch. Kernels
 get the arrays and plain positions in them; finding room and knowing the tops is the business of this module.
 
-A result is not copied where that can be helped: if it is all that is left, r becomes w, and what has no operands is
-written on w at once. Fresh memory costs more than the kernels that fill it, so that stacks are best kept for many models.
+Results are moved to w without copying where that can be: if the operands were all that lay there, r and w change
+places, and what has no operands is written on w at once. Memory that is fresh from the operating system costs about as
+much time as the kernel that fills it, so keep stacks for many models.
 """
 
 from __future__ import annotations
@@ -69,8 +70,9 @@ class Stack:
         """Pushes so many slots of undefined content; the position of the first new slot in each array."""
         start = self.top
         top = (start[0] + n32, start[1] + n64, start[2] + nf64)
-        self.i32, self.i64, self.f64 = (
-            grown(array, used, needed) for array, used, needed in zip((self.i32, self.i64, self.f64), start, top))
+        self.i32 = grown(self.i32, start[0], top[0])
+        self.i64 = grown(self.i64, start[1], top[1])
+        self.f64 = grown(self.f64, start[2], top[2])
         self.top = top
         return start
 
@@ -98,7 +100,7 @@ class Stack:
 class Stacks:
     """The r, w and x stacks, and the records on w, the last pushed at the end of `records`.
 
-    `finish` may exchange r and w: fetch them anew behind every operator.
+    `finish` may exchange r and w: fetch them anew after every operator.
     """
 
     def __init__(self) -> None:
@@ -132,7 +134,7 @@ class Stacks:
             without_pattern)
 
     def push(self, record: Record, without_pattern: bool = False) -> Record:
-        """Enters a record that has been written on w, as the last one there, and empties r and x; see `finish`."""
+        """Enters a record that lies on top of w and empties r and x; `without_pattern` as in `finish`."""
         if without_pattern:
             record = replace(record, hassp=False)
         self.records.append(record)
@@ -183,15 +185,20 @@ class OperandTables:
 
     @classmethod
     def of(cls, records: Sequence[Record]) -> OperandTables:
+        """The tables of some records, in their order."""
         return cls(**{field.name: int32_array([getattr(e, field.name) for e in records]) for field in fields(cls)})
 
 
 def int32_array(values: Sequence[int]) -> np.ndarray:
+    """The values as kernels take extents and operand tables."""
     return np.array(values, dtype=np.int32)
 
 
 def grown(array: np.ndarray, used: int, needed: int) -> np.ndarray:
-    """`array`, or a longer one with its first `used` slots. Slots that were never written take no memory."""
+    """`array` if it has `needed` slots, or else a longer one with the first `used` slots of it.
+
+    Half as much again is asked for; the operating system provides no memory for slots before they are written.
+    """
     if needed <= array.size:
         return array
     if needed > np.iinfo(np.int32).max:
