@@ -14,7 +14,7 @@ PACKAGES = python3 python3-dev python3-venv meson python3-mesonpy ninja-build py
 	python3-pytest python3-pytest-xdist python3-hypothesis
 
 .DEFAULT_GOAL = help
-.PHONY: help packages build checked demo test clang sanitize tidy install-check pythons bench table describe reference clean
+.PHONY: help packages build checked demo models test clang sanitize tidy install-check pythons bench table describe reference clean
 
 help:  ## list the targets
 	@sed -n 's/^\([a-z-]*\):.*## /\1\t/p' $(MAKEFILE_LIST) | expand -t 16
@@ -40,6 +40,9 @@ demo: build  ## solve a linear program (and MPS=FILE), an efficient frontier, th
 	PYTHONPATH=build/normal $(PYTHON) examples/efficient_frontier.py
 	PYTHONPATH=build/normal $(PYTHON) examples/theta.py
 	PYTHONPATH=build/normal $(PYTHON) examples/nearest_point.py
+
+models: build  ## build matrices of whole models through the kernels and with SciPy, and compare their times
+	PYTHONPATH=build/normal $(PYTHON) examples/build_models.py
 
 test: build checked  ## all tests, first with bounds checking, which names what would crash the normal build
 	PYTHONPATH=build/checked $(PYTEST) tests

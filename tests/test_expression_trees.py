@@ -166,14 +166,14 @@ def test_random_trees(monkeypatch):
     for seed in range(1000):
         rng = np.random.default_rng(seed)
 
-        def exact(array, needed):
+        def exact(array, used, needed):
             """So many slots and not one more, so that the checked build sees what is written behind them. In every
             second pair of trees they stand apart."""
             grown = np.full(2 * needed, -77, array.dtype)[:: 1 + seed // 2 % 2][:needed]
-            grown[: len(array)] = array[:needed]
+            grown[:used] = array[:used]
             return grown
 
-        monkeypatch.setattr(stacks, "_grown", exact)
+        monkeypatch.setattr(stacks, "grown", exact)
         grow_tree(rng, Stacks(), any_shape(rng)[seed % 2 :], 1 + seed % 5, used)
     everything = {name for shape in [(), (2,), (2, 2), (2, 2, 2)] for name in ways(rng, shape)}
     assert used.keys() == {(name, code) for name in everything for code in (False, True)}  # none was left out

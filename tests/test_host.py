@@ -75,11 +75,13 @@ def test_assembly_adds_up_repeated_entries(rng, count):
 
 
 def small_model(sense, lo, hi, c, upper=INF, integer=False):
-    """Optimise c'x + 10 over lo <= x1 + 2 x2 <= hi, 0 <= x <= upper."""
+    """Optimise c'x + 10 over lo <= x1 + 2 x2 <= hi, 0 <= x <= upper. Both variables are met twice in the row."""
     model = Model()
     x = model.variable((2,), Domain(0.0, upper), integer)
-    model.push(x)
-    op.multiply(model.stacks, f64([[1, 2]]))
+    for row in ([3, 0.5], [-2, 1.5]):
+        model.push(x)
+        op.multiply(model.stacks, f64([row]))
+    op.add(model.stacks)
     rows = model.constraint(Domain(lo, hi))
     model.push(x)
     op.multiply(model.stacks, f64([c]))
@@ -148,3 +150,8 @@ def test_command_line(tmp_path):
         assert result.stderr.startswith(f"error: {path}{where}") and result.stderr.count("\n") == 1
     both = run_example("solve_mps.py", files["broken"], TRANSPORT)
     assert both.returncode == 2 and "153.675" in both.stdout
+
+
+def test_whole_models_have_the_matrices_of_scipy():
+    result = run_example("build_models.py", "--terms", "3000", "--seconds", "0")
+    assert (result.returncode, result.stderr, result.stdout.count("\n")) == (0, "", 6)

@@ -68,6 +68,7 @@ class ConicSolution:
         return self._constraint(kernels.gather_constraint_duals, constraint, self.accy, self.y)
 
     def _constraint(self, gather, constraint: Constraint, conic: np.ndarray, linear: np.ndarray) -> np.ndarray:
+        """What `gather` picks for an array of constraints out of the numbers of conic entries and of linear rows."""
         p, res = self.problem, np.zeros(len(constraint.rows))
         gather(p.accptr, conic, p.acon_elm_accid, p.acon_elm_ofs, p.acon_elm_scale, len(res), constraint.rows, 0, res,
                linear)
@@ -86,6 +87,7 @@ class _Rows:
         self.count = 0
 
     def add(self, scalar: csr_matrix, bar: csr_matrix, right: np.ndarray) -> np.ndarray:
+        """Adds a part; the numbers of its rows."""
         self.parts.append((scalar, bar, right))
         first, self.count = self.count, self.count + len(right)
         return np.arange(first, self.count)
@@ -196,5 +198,6 @@ def _slack(nrows: int, block: np.ndarray) -> coo_matrix:
 
 
 def _sparse(matrix) -> cvxopt.spmatrix:
+    """A SciPy matrix of any format as the solver takes it."""
     m = coo_matrix(matrix)
     return cvxopt.spmatrix(m.data.astype(float), m.row.tolist(), m.col.tolist(), m.shape)

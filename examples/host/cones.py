@@ -28,7 +28,7 @@ import numpy as np
 from scipy.sparse import csr_matrix
 
 from . import kernels
-from .model import Constraint, Domain, Model, Problem, Values, Variable, assemble
+from .model import Constraint, Domain, Model, Problem, Rows, Values, Variable, assemble
 from .stacks import Record, Stacks
 from .sums import merge_terms
 
@@ -90,7 +90,7 @@ class ConicModel(Model):
         self._barA: List[_Entries] = []
         self._barc = _Entries(none, none, none, none, no_values)
         self._nafe = 0
-        self._F: List[Tuple[np.ndarray, np.ndarray, np.ndarray]] = []
+        self._F = Rows()
         self._barF: List[_Entries] = []
         self._cones: List[Tuple[str, int]] = []
         self._accptr = [0]
@@ -102,6 +102,7 @@ class ConicModel(Model):
     # ---- Variables
 
     def variable(self, shape: Sequence[int], domain: Domain, integer: bool = False) -> Variable:
+        """Adds an array of variables that live in no cone; none may be an integer."""
         if np.any(integer):
             raise ValueError("a conic model has no integers")
         x = super().variable(shape, domain)
@@ -138,13 +139,13 @@ class ConicModel(Model):
 
     # ---- Linear rows and the objective
 
-    def _linear_rows(self) -> Tuple[np.ndarray, np.ndarray, np.ndarray, np.ndarray, np.ndarray]:
-        s, e = self.stacks, _merge_row_terms(self.stacks)
-        flat, *_ = s.terms(e)
-        nmat, most, nbar = kernels.measure_rows_by_term(0, self._barj, 0, e.nelem, e.nidxs, e.ptr, s.w.i32, s.w.i64, 0)
-        self._barA.append(self._matrices(
-            e, kernels.write_row_matrices, np.zeros(e.nelem + 1, dtype=np.int32), nmat, nbar, self._nrows + flat))
-        return self._split_linear_terms(e, most)
+    def _append_rows(self, rows: Rows) -> np.ndarray:
+        """Does what that of `Model` does, and keeps the terms on semidefinite elements in `_barA`."""
+        e, s = _merge_row_terms(self.stacks), self.stacks
+        nmat, _, nbar = kernels.measure_rows_by_term(0, self._barj, 0, e.nelem, e.nidxs, e.ptr, s.w.i32, s.w.i64, 0)
+        self._barA.append(self._matrices(e, kernels.write_row_matrices, np.zeros(e.nelem + 1, dtype=np.int32),
+                                         nmat, nbar, self._nrows + s.positions(e)))
+        return super()._append_rows(rows)
 
     def _matrices(self, e: Record, write, ptr: np.ndarray, nmat: int, nbar: int, rows: np.ndarray) -> _Entries:
         """The terms of a record on semidefinite elements; the elements' rows in the model are `rows`."""
@@ -169,7 +170,7 @@ class ConicModel(Model):
             self._barj, self._i, self._j, e.cof, e.nidxs, nbar, w.f64, w.i64, barj, i, j, barcof)
         s.pop()
         self.sense, self.constant = sense, float(cof[subj == 0].sum())
-        self._objective = (subj[subj > 0], cof[subj > 0])
+        self._objective = (subj[subj > 0] - 1, cof[subj > 0])
         self._barc = _Entries(np.zeros_like(barj), barj, i, j, barcof)
 
     # ---- Conic constraints
@@ -195,6 +196,7 @@ class ConicModel(Model):
         return Constraint(shape, ~self._enter(afeidxs, b.reshape(-1).copy(), [(cone, d)] * count, d))
 
     def _semidefinite_cones(self, shape: Tuple[int, ...], b: np.ndarray) -> Constraint:
+        """Binds the matrices of the last record, of this shape, to cones of their own."""
         if len(shape) < 2 or shape[-1] != shape[-2]:
             raise ValueError(f"an array of shape {shape} has no square matrices in its last two axes")
         d, count = shape[-1], math.prod(shape[:-2])
@@ -237,15 +239,15 @@ class ConicModel(Model):
 
     def _expressions(self) -> np.ndarray:
         """Takes the last record off w as affine expressions, one for each element; their numbers."""
-        s, e = self.stacks, _merge_row_terms(self.stacks)
+        e, s = _merge_row_terms(self.stacks), self.stacks
         w, size = s.w, math.prod(s.w.extents(e))
-        flat, *_ = s.terms(e)
         nmat, nlin, nbar = kernels.measure_rows_by_coefficient(
             0, self._barj, e.cof, 0, e.nelem, e.nidxs, e.ptr, w.f64, w.i32, w.i64, 0)
-        subj, cof, ptr = np.zeros(nlin, dtype=np.int32), np.zeros(nlin), np.zeros(e.nelem + 1, dtype=np.int64)
-        kernels.split_nonzero_terms(cof, e.cof, e.nelem, e.nidxs, e.ptr, ptr, w.f64, w.i32, w.i64, subj)
-        rows = (self._nafe + flat).astype(np.int32)
-        self._F.append((np.repeat(rows, np.diff(ptr)), subj, cof))
+        ptr = self._F.reserve(e.nelem, nlin, np.int64)
+        kernels.split_nonzero_terms(
+            self._F.cof, e.cof, e.nelem, e.nidxs, e.ptr, ptr, w.f64, w.i32, w.i64, self._F.subj)
+        rows = (self._nafe + s.positions(e)).astype(np.int32)
+        self._F.enter(s.ptr_of_all(e, ptr))
         self._barF.append(self._matrices(e, kernels.write_row_matrices_wide, np.zeros_like(ptr), nmat, nbar, rows))
         s.pop()
         first, self._nafe = self._nafe, self._nafe + size
@@ -254,12 +256,11 @@ class ConicModel(Model):
     # ---- Assembly
 
     def problem(self) -> ConicProblem:
-        none = (np.zeros(0, dtype=np.int32), np.zeros(0, dtype=np.int32), np.zeros(0))
-        subi, subj, val = (np.concatenate(part) for part in zip(none, *self._F))
+        """The linear part as that of `Model`, with what is conic beside it."""
         return ConicProblem(
             super().problem(), self._in_full(self._barA, self._nrows),
             self._in_full([self._barc], 1).toarray().reshape(-1), self._dim, self._barj, self._i, self._j,
-            assemble(subi, subj, val, self._nafe, self._ncols + 1), self._in_full(self._barF, self._nafe),
+            self._F.matrix(self._ncols + 1), self._in_full(self._barF, self._nafe),
             self._cones, np.array(self._accptr, dtype=np.int32), self._accafeidxs, self._accb,
             self._accid, self._ofs, self._scale, self._var_acc, self._var_ofs)
 
@@ -298,4 +299,5 @@ def _symmetric(numbers: np.ndarray, count: int, d: int) -> np.ndarray:
 
 
 def _longer(n: int, *arrays: np.ndarray) -> Tuple[np.ndarray, ...]:
+    """The arrays with n zeros more."""
     return tuple(np.concatenate([array, np.zeros(n, dtype=array.dtype)]) for array in arrays)

@@ -63,8 +63,6 @@ write_blocks = _kernel(499)
 copy_summand_extents = _kernel(498)
 copy_record_extents = _kernel(361)
 copy_ptr = _kernel(381)
-copy_variables = _kernel(383)
-copy_coefficients = _kernel(384)
 
 # Picks and slices
 has_index_outside = _kernel(408)
@@ -169,7 +167,6 @@ write_dense_mean = _kernel(572)
 write_bounds = _kernel(82)
 measure_rows_by_term = _kernel(75)
 split_linear_and_constant_terms = _kernel(76)
-
 split_nonzero_terms = _kernel(79)
 measure_rows_by_coefficient = _kernel(78)
 write_row_matrices = _kernel(77)

@@ -25,7 +25,7 @@ from scipy.sparse import csr_matrix
 
 from . import kernels
 from .operators import SparseMatrix, add, constant, multiply, multiply_variable, variable
-from .stacks import Record, Stacks
+from .stacks import Record, Stacks, grown
 
 Values = Union[float, np.ndarray]
 
@@ -53,7 +53,9 @@ class Domain:
                 self.coordinates.shape[1] != len(shape)
                 or kernels.has_coordinate_outside(self.coordinates, count, np.array(shape, dtype=np.int32), False)):
             raise ValueError(f"a bound lies outside an array of shape {tuple(shape)}")
-        lo, hi = np.full(n, -np.inf), np.full(n, np.inf)
+        lo, hi = np.empty(n), np.empty(n)
+        if self.coordinates is not None:
+            lo[:], hi[:] = -np.inf, np.inf
         kernels.write_bounds(lo, hi, self.coordinates is None, lower, scalar, self.coordinates, upper,
                              len(shape), n, np.array(shape, dtype=np.int32), 0)
         return lo, hi
@@ -90,21 +92,49 @@ class Problem:
     integer: np.ndarray  # n, bool
 
 
-class Model:
-    """Collects variables, constraints and an objective; `stacks` is where their expressions are evaluated."""
+class Rows:
+    """Rows of a matrix, appended below each other: `subj` and `cof` hold the columns and coefficients of all terms."""
 
     def __init__(self) -> None:
-        self.stacks = Stacks()
+        self.subj, self.cof = np.empty(0, dtype=np.int32), np.empty(0)
+        self.nnz = 0
+        self._ends = [np.zeros(1, dtype=np.int32)]  # of the terms of each row
+
+    def reserve(self, n: int, terms: int, kind: type = np.int32) -> np.ndarray:
+        """Makes room for at most `terms` terms of n rows; an array for the `ptr` of these rows, its first slot set."""
+        self.subj = grown(self.subj, self.nnz, self.nnz + terms)
+        self.cof = grown(self.cof, self.nnz, self.nnz + terms)
+        return np.full(n + 1, self.nnz, dtype=kind)
+
+    def enter(self, ptr: np.ndarray) -> None:
+        """Appends rows by their `ptr`, once their terms have been written into the room for them."""
+        self.nnz = int(ptr[-1])
+        self._ends.append(ptr[1:])
+
+    def matrix(self, ncols: int) -> csr_matrix:
+        """The matrix of all rows. It shares their memory."""
+        ptr = np.concatenate(self._ends)
+        return csr_matrix((self.cof[:self.nnz], self.subj[:self.nnz], ptr), shape=(len(ptr) - 1, ncols))
+
+
+class Model:
+    """Collects variables, constraints and an objective; `stacks` is where their expressions are evaluated.
+
+    Models that are built one after the other may share their stacks, which saves time: see `stacks`.
+    """
+
+    def __init__(self, stacks: Optional[Stacks] = None) -> None:
+        self.stacks = stacks or Stacks()
         self.sense = "min"
         self.constant = 0.0
-        self._objective = (np.zeros(0, dtype=np.int32), np.zeros(0))  # variable numbers and coefficients
+        self._objective = (np.zeros(0, dtype=np.int32), np.zeros(0))  # columns and coefficients
         self._columns: List[Tuple[np.ndarray, np.ndarray, np.ndarray]] = []  # lower, upper, integer
         self._bounds: List[Tuple[np.ndarray, np.ndarray]] = []  # lo, hi of rows
-        self._triplets: List[Tuple[np.ndarray, np.ndarray, np.ndarray]] = []  # row, variable number, coefficient
+        self._rows = Rows()
         self._ncols = self._nrows = 0
 
     def variable(self, shape: Sequence[int], domain: Domain, integer: Union[bool, np.ndarray] = False) -> Variable:
-        """Adds an array of variables; `integer` marks all of them or, as an array, some."""
+        """Adds an array of variables; `integer` marks all of them or, as n flags, row-major, some."""
         lower, upper = domain.bounds(shape)
         self._columns.append((lower, upper, np.broadcast_to(np.asarray(integer, dtype=bool), lower.shape)))
         nidxs = np.arange(self._ncols + 1, self._ncols + 1 + len(lower), dtype=np.int64)
@@ -116,14 +146,15 @@ class Model:
         variable(self.stacks, x.shape, x.nidxs)
 
     def constraint(self, domain: Domain) -> Constraint:
-        """Takes the last record off the w stack and bounds its elements by `domain`, one row for each."""
+        """Takes the last record off the w stack and bounds its elements by `domain`, one row for each.
+
+        Raises ValueError, and leaves the record, if the domain does not fit it or it has coefficients with code.
+        """
         shape = self.stacks.w.extents(self.stacks.operands(1)[0])
         lo, hi = domain.bounds(shape)
-        flat, ptr, nidxs, cof, fixed = self._linear_rows()
-        rows = (self._nrows + flat).astype(np.int32)
-        self._triplets.append((np.repeat(rows, np.diff(ptr)), nidxs, cof))
-        lo[flat] -= fixed  # the constant of an element goes to the other side
-        hi[flat] -= fixed
+        fixed = self._append_rows(self._rows)
+        lo -= fixed  # the constant of an element goes to the other side
+        hi -= fixed
         self._bounds.append((lo, hi))
         first, self._nrows = self._nrows, self._nrows + len(lo)
         return Constraint(shape, np.arange(first, self._nrows, dtype=np.int32))
@@ -131,45 +162,53 @@ class Model:
     def objective(self, sense: str) -> None:
         """Takes the last record, of one element, off the w stack as the objective; sense is "min" or "max"."""
         self._check_objective(sense)
-        _, _, nidxs, cof, fixed = self._linear_rows()
-        self.sense, self.constant, self._objective = sense, float(fixed.sum()), (nidxs, cof)
+        rows = Rows()
+        fixed = self._append_rows(rows)
+        self.sense, self.constant = sense, float(fixed.sum())
+        self._objective = (rows.subj[:rows.nnz], rows.cof[:rows.nnz])
 
     def _check_objective(self, sense: str) -> None:
+        """Raises ValueError unless the last record can be an objective."""
         shape = self.stacks.w.extents(self.stacks.operands(1)[0])
         if math.prod(shape) != 1 or sense not in ("min", "max"):
             raise ValueError(f"an objective has one element and the sense min or max, not shape {shape} and {sense}")
 
-    def _linear_rows(self) -> Tuple[np.ndarray, np.ndarray, np.ndarray, np.ndarray, np.ndarray]:
-        """Takes the last record off w: its elements' flat numbers, ptr, variable numbers, coefficients, constants."""
-        e = self.stacks.operands(1)[0]
+    def _append_rows(self, rows: Rows) -> np.ndarray:
+        """Takes the last record off w and appends a row for each of its elements; the elements' constants."""
+        s, w, e = self.stacks, self.stacks.w, self.stacks.operands(1)[0]
         if e.ncodeatom:
             raise ValueError("a row has coefficients with code, which must be run before the row is made")
-        _, most, _ = kernels.measure_rows_by_term(
-            0, None, 0, e.nelem, e.nidxs, e.ptr, self.stacks.w.i32, self.stacks.w.i64, 0)
-        return self._split_linear_terms(e, most)
-
-    def _split_linear_terms(self, e: Record, most: int) -> Tuple[np.ndarray, ...]:
-        """Takes the record `e`, the last, off w; it has at most `most` linear terms."""
-        s, w = self.stacks, self.stacks.w
-        ptr, nidxs = np.zeros(e.nelem + 1, dtype=np.int32), np.zeros(most, dtype=np.int32)
-        cof, fixed = np.zeros(most), np.zeros(e.nelem)
+        ptr, fixed = rows.reserve(e.nelem, e.nnz), np.zeros(e.nelem)
         kernels.split_linear_and_constant_terms(
-            fixed, cof, e.cof, e.nelem, e.nidxs, e.ptr, ptr, w.f64, w.i32, w.i64, nidxs)
-        flat, *_ = s.terms(e)
+            fixed, rows.cof, e.cof, e.nelem, e.nidxs, e.ptr, ptr, w.f64, w.i32, w.i64, rows.subj)
+        rows.subj[ptr[0]:ptr[-1]] -= 1  # column j is the variable numbered j + 1
+        ptr = s.ptr_of_all(e, ptr)
+        rows.enter(ptr)
+        if e.hassp:
+            fixed = np.bincount(s.positions(e), weights=fixed, minlength=len(ptr) - 1)
         s.pop()
-        return flat, ptr, nidxs[:ptr[-1]], cof[:ptr[-1]], fixed
+        return fixed
+
+    def matrix(self) -> csr_matrix:
+        """The coefficients of all rows so far, in a matrix that shares the model's memory.
+
+        The entries of a row stand in the order of its terms, and those of one variable are not added up.
+        """
+        return self._rows.matrix(self._ncols)
 
     def problem(self) -> Problem:
         """The model as one matrix with bounds. Terms of one row on the same variable are added up here."""
-        subi, subj, val = _joined(self._triplets, (np.int32, np.int32, np.float64))
+        A = self.matrix().copy()
+        A.sum_duplicates()
         lo, hi = _joined(self._bounds, (np.float64, np.float64))
         lower, upper, integer = _joined(self._columns, (np.float64, np.float64, bool))
-        nidxs, cof = self._objective
-        return Problem(self.sense, assemble(subi, subj - np.int32(1), val, self._nrows, self._ncols), lo, hi,
-                       np.bincount(nidxs - 1, weights=cof, minlength=self._ncols), self.constant, lower, upper, integer)
+        columns, cof = self._objective
+        return Problem(self.sense, A, lo, hi,
+                       np.bincount(columns, weights=cof, minlength=self._ncols), self.constant, lower, upper, integer)
 
 
 def _joined(parts: List[Tuple[np.ndarray, ...]], types: Sequence) -> List[np.ndarray]:
+    """The first arrays of all parts in one, the second ones, and so on; of these types even if there is no part."""
     return [np.concatenate([np.zeros(0, dtype=kind), *(part[k] for part in parts)]) for k, kind in enumerate(types)]
 
 

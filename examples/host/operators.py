@@ -1,8 +1,8 @@
 """Operators on expression records: each takes its operands off the w stack and leaves its result there.
 
 All of them work alike. They check their arguments, measure the result with a kernel, reserve exactly that room on r,
-let the writing kernels fill it, and move the finished record to w. Terms are merged by `sums.merge_terms` alone: in all
-others a variable that is met twice gives two terms.
+let the writing kernels fill it, and move the finished record to w; those without operands write on w at once. Terms
+are merged by `sums.merge_terms` alone: in all others a variable that is met twice gives two terms.
 
 Coefficient code passes through every operator, but none here makes it: the products in `parameters` do. Shape errors
 are reported as ValueError, with the w stack as it was before the call.
@@ -16,7 +16,7 @@ matrix products, `axis_pairs` what treats two axes as the sides of a matrix. The
 from __future__ import annotations
 
 import math
-from dataclasses import dataclass
+from dataclasses import dataclass, replace
 from typing import Optional, Sequence, Tuple, Union
 
 import numpy as np
@@ -53,12 +53,11 @@ def variable(s: Stacks, shape: Sequence[int], nidxs: np.ndarray, sp: Optional[np
     """
     check_pattern(shape, sp, len(nidxs))
     n = len(nidxs)
-    r, record = s.r, s.r.reserve_record(len(shape), n, n, hassp=sp is not None)
-    kernels.push_variable(record.cof, r.f64, r.i32, len(shape), n, n, record.ptr, record.shape, int32_array(shape))
-    r.i64[record.nidxs:record.nidxs + n] = nidxs
-    if sp is not None:
-        kernels.push_pattern(True, n, r.i64, record.sp, sp)
-    return s.finish(0, record)
+    w, record = s.w, s.w.reserve_record(len(shape), n, n, hassp=sp is not None)
+    kernels.push_variable(record.cof, w.f64, w.i32, len(shape), n, n, record.ptr, record.shape, int32_array(shape))
+    w.i64[record.nidxs:record.nidxs + n] = nidxs
+    kernels.push_pattern(record.hassp, n, w.i64, record.sp, sp)
+    return s.push(record)
 
 
 def constant(s: Stacks, shape: Sequence[int], values: np.ndarray, sp: Optional[np.ndarray] = None) -> Record:
@@ -67,14 +66,15 @@ def constant(s: Stacks, shape: Sequence[int], values: np.ndarray, sp: Optional[n
     check_pattern(shape, sp, len(values))
     n = len(values)
     nnz = kernels.count_nonzeros(values, 0)
-    r, record = s.r, s.r.reserve_record(len(shape), n, nnz, hassp=sp is not None)
-    kernels.push_extents(len(shape), r.i32, record.shape, int32_array(shape))
-    kernels.push_pattern(record.hassp, n, r.i64, record.sp, sp)
-    kernels.write_constants(values, n, 0, record.cof, r.f64, r.i32, r.i64, record.nidxs, record.ptr)
-    return s.finish(0, record)
+    w, record = s.w, s.w.reserve_record(len(shape), n, nnz, hassp=sp is not None)
+    kernels.push_extents(len(shape), w.i32, record.shape, int32_array(shape))
+    kernels.push_pattern(record.hassp, n, w.i64, record.sp, sp)
+    kernels.write_constants(values, n, 0, record.cof, w.f64, w.i32, w.i64, record.nidxs, record.ptr)
+    return s.push(record)
 
 
 def check_pattern(shape: Sequence[int], sp: Optional[np.ndarray], count: int) -> None:
+    """Raises ValueError unless `count` values fit an array of this shape, stored in full or at the positions `sp`."""
     size = math.prod(shape)
     if sp is None:
         if count != size:
@@ -127,15 +127,17 @@ def multiply(s: Stacks, matrix: Matrix) -> Record:
 def _write_dense_product(s: Stacks, e: Record, result: Record, rows: int, cols: int, d0: int, mval: np.ndarray) -> None:
     """The product of a dense matrix: coefficients one matrix row at a time, then variables and code of all rows."""
     w, r = s.w, s.r
+    wi32, wi64, wf64, ri32, ri64, rf64, values = map(  # memoryviews, which bind faster: the calls are many and short
+        memoryview, (w.i32, w.i64, w.f64, r.i32, r.i64, r.f64, mval))
     elmi = nzi = 0
     for i in range(rows):
         if e.hassp:
             elmi, nzi = kernels.write_dense_sparse_product_row(
-                e.cof, d0, cols, elmi, i, cols, mval, e.nelem, nzi, e.ptr,
-                result.cof, r.f64, result.hassp, r.i32, r.i64, result.ptr, result.sp, e.sp, w.f64, w.i32, w.i64)
+                e.cof, d0, cols, elmi, i, cols, values, e.nelem, nzi, e.ptr,
+                result.cof, rf64, result.hassp, ri32, ri64, result.ptr, result.sp, e.sp, wf64, wi32, wi64)
         else:
             _, elmi, nzi = kernels.write_dense_product_row(
-                e.cof, d0, 0, elmi, i, cols, mval, nzi, e.ptr, result.cof, r.f64, r.i32, result.ptr, w.f64, w.i32)
+                e.cof, d0, 0, elmi, i, cols, values, nzi, e.ptr, result.cof, rf64, ri32, result.ptr, wf64, wi32)
     kernels.repeat_variables(e.nidxs, e.nnz, r.i64, rows, result.nidxs, w.i64)
     if result.ncodeatom and e.hassp:
         kernels.write_dense_sparse_product_code(
@@ -173,16 +175,12 @@ def multiply_variable(s: Stacks, matrix: SparseMatrix, shape: Sequence[int], nid
     d1 = math.prod(shape[1:])
     if len(shape) not in (1, 2) or shape[0] != cols or len(nidxs) != cols * d1:
         raise ValueError(f"a matrix of {rows} x {cols} cannot be applied to {len(nidxs)} variables of {tuple(shape)}")
-    x, r = s.x, s.r
-    _, variables, _ = x.reserve(n64=len(nidxs))
-    x.i64[variables:variables + len(nidxs)] = nidxs
     nelem, nnz = kernels.measure_left_dense_product(mnnz, msubi, 0, 0, d1)
-    result = r.reserve_record(len(shape), nelem, nnz, hassp=True)
-    kernels.push_extents(len(shape), r.i32, result.shape, int32_array((rows, *shape[1:])))
+    w, result = s.w, s.w.reserve_record(len(shape), nelem, nnz, hassp=True)
+    kernels.push_extents(len(shape), w.i32, result.shape, int32_array((rows, *shape[1:])))
     kernels.write_sparse_left_product(
-        mval, mnnz, msubi, msubj, variables, result.cof, r.f64, r.i32, r.i64,
-        result.nidxs, result.ptr, result.sp, d1, x.i64)
-    return s.finish(0, result, without_pattern=nelem == rows * d1)
+        mval, mnnz, msubi, msubj, 0, result.cof, w.f64, w.i32, w.i64, result.nidxs, result.ptr, result.sp, d1, nidxs)
+    return s.push(result, without_pattern=nelem == rows * d1)
 
 
 def multiply_variable_right(s: Stacks, matrix: SparseMatrix, shape: Sequence[int], nidxs: np.ndarray) -> Record:
@@ -190,19 +188,17 @@ def multiply_variable_right(s: Stacks, matrix: SparseMatrix, shape: Sequence[int
     _, rows, cols, mnnz, msubi, msubj, mval = matrix_arguments(matrix)
     if len(shape) != 2 or shape[1] != rows or len(nidxs) != shape[0] * rows:
         raise ValueError(f"{len(nidxs)} variables of {tuple(shape)} cannot be multiplied by {rows} x {cols}")
-    w, r, mark = s.w, s.r, s.w.top
-    column_ptr, variables, _ = w.reserve(n32=cols + 1 + mnnz, n64=len(nidxs))
+    w, x = s.w, s.x
+    column_ptr, _, _ = x.reserve(n32=cols + 1 + mnnz)
     by_column = column_ptr + cols + 1
-    w.i64[variables:variables + len(nidxs)] = nidxs
-    kernels.sort_entries_by_column(cols, cols, column_ptr, msubj, mnnz, by_column, w.i32)
-    nelem = shape[0] * kernels.count_used_columns(msubj, 0, mnnz, by_column, w.i32)
-    result = r.reserve_record(2, nelem, shape[0] * mnnz, hassp=True)
-    kernels.push_extents(2, r.i32, result.shape, int32_array((shape[0], cols)))
+    kernels.sort_entries_by_column(cols, cols, column_ptr, msubj, mnnz, by_column, x.i32)
+    nelem = shape[0] * kernels.count_used_columns(msubj, 0, mnnz, by_column, x.i32)
+    result = w.reserve_record(2, nelem, shape[0] * mnnz, hassp=True)
+    kernels.push_extents(2, w.i32, result.shape, int32_array((shape[0], cols)))
     kernels.write_sparse_right_product(
-        0, 0, mval, cols, msubi, msubj, variables, mnnz, by_column, result.cof, r.f64, r.i32, r.i64,
-        result.nidxs, result.ptr, result.sp, w.i32, w.i64, *shape)
-    w.top = mark
-    return s.finish(0, result, without_pattern=nelem == shape[0] * cols)
+        0, 0, mval, cols, msubi, msubj, 0, mnnz, by_column, result.cof, w.f64, w.i32, w.i64,
+        result.nidxs, result.ptr, result.sp, x.i32, nidxs, *shape)
+    return s.push(result, without_pattern=nelem == shape[0] * cols)
 
 
 def matrix_arguments(matrix: Matrix) -> Tuple:
@@ -281,8 +277,8 @@ def add(s: Stacks, c1: float = 1.0, c2: float = 1.0) -> Record:
 
 
 def sum_blocks(s: Stacks, naxes: int = 1) -> Record:
-    """Sums an array over its last `naxes` axes, 0 < naxes <= nd. Only the pattern changes, the terms do not."""
-    w, r, e = s.w, s.r, s.operands(1)[0]
+    """Sums an array over its last `naxes` axes, 0 < naxes <= nd. Only `ptr` and the pattern are written, again on w."""
+    w, e = s.w, s.operands(1)[0]
     if not 0 < naxes <= e.nd:
         raise ValueError(f"an array of shape {w.extents(e)} has no {naxes} last axes to sum over")
     nd = e.nd - naxes
@@ -291,21 +287,15 @@ def sum_blocks(s: Stacks, naxes: int = 1) -> Record:
         raise ValueError(f"an array of shape {w.extents(e)} has an empty axis among its last {naxes}")
     groups = kernels.range_size64_hi_lo_acc_base_wi32(nd, 0, 1, e.shape, w.i32)
     nelem = kernels.count_blocks(block, 0, e.nelem, e.sp, w.i64) if e.hassp else groups
-    result = r.reserve_record(nd, nelem, e.nnz, e.ncodeatom, hassp=e.hassp)
-    kernels.copy_record_extents(nd, r.i32, result.shape, e.shape, w.i32)
+    ptr, sp, _ = w.reserve(n32=nelem + 1, n64=nelem if e.hassp else 0)  # extents and terms stay in place
     if e.hassp:
-        kernels.write_blocks(
-            block, e.nelem, e.ptr, True, r.i32, r.i64, nelem, result.ptr, result.sp, 0, e.sp, w.i32, w.i64)
+        w.i32[ptr] = 0
+        kernels.write_blocks(block, e.nelem, e.ptr, True, w.i32, w.i64, nelem, ptr, sp, 0, e.sp, w.i32, w.i64)
     else:
         # Every block-th entry of ptr, which a strided view of the stack's array picks out.
-        kernels.copy_ptr(nelem, 0, r.i32, result.ptr, w.i32[e.ptr:e.ptr + e.nelem + 1:block])
-    kernels.copy_variables(e.nidxs, e.nnz, r.i64, result.nidxs, w.i64)
-    kernels.copy_coefficients(e.cof, e.nnz, result.cof, r.f64, w.f64)
-    if e.ncodeatom:
-        kernels.copy_ptr(e.nnz, e.codeptr, r.i32, result.codeptr, w.i32)
-        kernels.copy_record_extents(e.ncodeatom, r.i32, result.code, e.code, w.i32)
-        kernels.copy_coefficients(e.cconst, e.ncodeatom, result.cconst, r.f64, w.f64)
-    return s.finish(1, result)
+        kernels.copy_ptr(nelem, 0, w.i32, ptr, w.i32[e.ptr:e.ptr + e.nelem + 1:block])
+    s.records.pop()
+    return s.push(replace(e, nd=nd, nelem=nelem, ptr=ptr, sp=sp))
 
 
 # ---- Choosing elements

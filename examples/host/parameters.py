@@ -43,6 +43,7 @@ class Parameter:
 
     @property
     def positions(self) -> np.ndarray:
+        """Flat positions of all stored elements (int64)."""
         return np.arange(len(self.numbers), dtype=np.int64) if self.sp is None else self.sp
 
 
@@ -162,6 +163,7 @@ def _atoms(e: Record, terms: int, atoms: int) -> int:
 
 
 def _operand_like(s: Stacks, parameter: Parameter) -> Record:
+    """The last record, which has the shape of the parameters. Raises ValueError if it has another."""
     e = s.operands(1)[0]
     if s.w.extents(e) != parameter.shape:
         raise ValueError(f"parameters of shape {parameter.shape} do not fit an array of shape {s.w.extents(e)}")
@@ -237,12 +239,11 @@ class ParameterTable:
 
         Its code is compacted first. The terms that turn out not to depend on parameters are not stored but returned.
         """
-        w, e = s.w, s.operands(1)[0]
-        size = math.prod(w.extents(e))
+        size = math.prod(s.w.extents(s.operands(1)[0]))
         if len(rows) != size or len(np.unique(rows)) != size:
             raise ValueError(f"{len(np.unique(rows))} different rows for {size} elements")
         rows = self._checked(rows)
-        e = compact(s)
+        e, w = compact(s), s.w
         self.remove(rows)
         flat, ptr, nidxs, cof = s.terms(e)
         rows = rows[flat]
@@ -269,6 +270,7 @@ class ParameterTable:
             self.atoms, self._checked(rows), self.sizes, self.ptrb, self.ptre, self.terms)
 
     def _checked(self, rows: np.ndarray) -> np.ndarray:
+        """Row numbers as kernels take them. Raises ValueError if one lies outside the table."""
         if len(rows) and not 0 <= np.min(rows) <= np.max(rows) < len(self.ptrb):
             raise ValueError(f"rows lie outside a table of {len(self.ptrb)} rows")
         return np.ascontiguousarray(rows, dtype=np.int32)
@@ -298,6 +300,7 @@ class ParameterTable:
         self.code, self.cconst = (_grown(a, self._end_atoms + atoms) for a in (self.code, self.cconst))
 
     def _close_holes(self) -> None:
+        """Moves the rows together, in the order of their numbers."""
         if self._end_terms == self.terms:
             return
         used = np.flatnonzero(self.ptrb < self.ptre)
@@ -313,6 +316,7 @@ class ParameterTable:
         self._end_terms, self._end_atoms = self.terms, self.atoms
 
     def _make_room_for_result(self) -> None:
+        """Makes the arrays that evaluations write, and the stack of the machine."""
         self._subi, self._subj = (np.zeros(self.terms, dtype=np.int32) for _ in range(2))
         self._val = np.zeros(self.terms)
         self._machine = np.zeros(self.sizes[:self._end_terms].max(initial=1))  # no run is deeper than it is long
@@ -325,6 +329,7 @@ def _runs(begin: np.ndarray, counts: np.ndarray) -> np.ndarray:
 
 
 def _grown(array: np.ndarray, needed: int) -> np.ndarray:
+    """The array with zeros behind it, once or more often doubled until it has `needed` slots."""
     grown = np.zeros(kernels.grown_capacity(len(array), needed), dtype=array.dtype)
     grown[:len(array)] = array
     return grown

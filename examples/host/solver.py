@@ -92,11 +92,13 @@ def _solve_integer(p: Problem, c: np.ndarray):
 
 
 def _milp(p: Problem, c: np.ndarray):
+    """What the solver for integers finds for the problem with the objective c."""
     rows = [LinearConstraint(p.A, p.lo, p.hi)] if len(p.lo) else []
     return milp(c, constraints=rows, bounds=Bounds(p.lower, p.upper), integrality=p.integer)
 
 
 def _status(p: Problem, result) -> str:
+    """The status of a result in the words of `Solution`."""
     if result.status in _STATUS:
         return _STATUS[result.status]
     if "infeasible or unbounded" in result.message:  # presolve left open which of the two: look for any feasible point

@@ -16,10 +16,15 @@ stack:
 
 An operator reads its operands on the w stack, writes its result on the r stack and uses the x stack as scratch. Kernels
 get the arrays and plain positions in them; finding room and knowing the tops is the business of this module.
+
+Results are moved to w without copying where that can be: if the operands were all that lay there, r and w change
+places, and what has no operands is written on w at once. Memory that is fresh from the operating system costs about as
+much time as the kernel that fills it, so keep stacks for many models.
 """
 
 from __future__ import annotations
 
+import math
 from dataclasses import dataclass, fields, replace
 from typing import List, Optional, Sequence, Tuple
 
@@ -30,7 +35,10 @@ Sizes = Tuple[int, int, int]  # numbers of int32, int64 and float64 slots
 
 @dataclass(frozen=True)
 class Record:
-    """Scalars of a record, the positions of its fields, and the slots that it takes up in each of the three arrays."""
+    """Scalars of a record, the positions of its fields, and the slots that were reserved for it in each of the arrays.
+
+    Whatever lies behind `start` on w belongs to it or to later records.
+    """
 
     nd: int
     nelem: int
@@ -53,18 +61,19 @@ class Stack:
     """Three growable arrays with one top each. They are replaced when they grow: fetch them for every call."""
 
     def __init__(self) -> None:
-        self.i32 = np.zeros(64, dtype=np.int32)
-        self.i64 = np.zeros(64, dtype=np.int64)
-        self.f64 = np.zeros(64, dtype=np.float64)
+        self.i32 = np.empty(64, dtype=np.int32)
+        self.i64 = np.empty(64, dtype=np.int64)
+        self.f64 = np.empty(64, dtype=np.float64)
         self.top: Sizes = (0, 0, 0)
 
     def reserve(self, n32: int = 0, n64: int = 0, nf64: int = 0) -> Sizes:
         """Pushes so many slots of undefined content; the position of the first new slot in each array."""
         start = self.top
-        self.top = (start[0] + n32, start[1] + n64, start[2] + nf64)
-        self.i32 = _grown(self.i32, self.top[0])
-        self.i64 = _grown(self.i64, self.top[1])
-        self.f64 = _grown(self.f64, self.top[2])
+        top = (start[0] + n32, start[1] + n64, start[2] + nf64)
+        self.i32 = grown(self.i32, start[0], top[0])
+        self.i64 = grown(self.i64, start[1], top[1])
+        self.f64 = grown(self.f64, start[2], top[2])
+        self.top = top
         return start
 
     def reserve_record(self, nd: int, nelem: int, nnz: int, ncodeatom: int = 0, hassp: bool = False) -> Record:
@@ -89,7 +98,10 @@ class Stack:
 
 
 class Stacks:
-    """The r, w and x stacks of one evaluation, and the records on w, the last pushed at the end of `records`."""
+    """The r, w and x stacks, and the records on w, the last pushed at the end of `records`.
+
+    `finish` may exchange r and w: fetch them anew after every operator.
+    """
 
     def __init__(self) -> None:
         self.r, self.w, self.x = Stack(), Stack(), Stack()
@@ -107,18 +119,27 @@ class Stacks:
         `without_pattern` turns a record whose pattern names every element into a dense one.
         """
         self.pop(operands)
+        if not self.records:
+            self.r, self.w = self.w, self.r
+            return self.push(result, without_pattern)
         start = self.w.reserve(*result.size)
         for target, source, to, at, n in zip((self.w.i32, self.w.i64, self.w.f64), (self.r.i32, self.r.i64, self.r.f64),
                                              start, result.start, result.size):
             target[to:to + n] = source[at:at + n]
         d32, d64, df64 = (to - at for to, at in zip(start, result.start))
-        moved = replace(
-            result, hassp=result.hassp and not without_pattern, start=start,
+        return self.push(replace(
+            result, start=start,
             shape=result.shape + d32, ptr=result.ptr + d32, codeptr=result.codeptr + d32, code=result.code + d32,
-            sp=result.sp + d64, nidxs=result.nidxs + d64, cof=result.cof + df64, cconst=result.cconst + df64)
-        self.records.append(moved)
+            sp=result.sp + d64, nidxs=result.nidxs + d64, cof=result.cof + df64, cconst=result.cconst + df64),
+            without_pattern)
+
+    def push(self, record: Record, without_pattern: bool = False) -> Record:
+        """Enters a record that lies on top of w and empties r and x; `without_pattern` as in `finish`."""
+        if without_pattern:
+            record = replace(record, hassp=False)
+        self.records.append(record)
         self.r.top = self.x.top = (0, 0, 0)
-        return moved
+        return record
 
     def pop(self, count: int = 1) -> None:
         """Takes the last `count` records off w."""
@@ -126,13 +147,22 @@ class Stacks:
             self.w.top = self.operands(count)[0].start
             del self.records[len(self.records) - count:]
 
+    def positions(self, record: Record) -> np.ndarray:
+        """Flat numbers of the stored elements of a record on w, a copy (int64)."""
+        return self.w.i64[record.sp:record.sp + record.nelem].copy() if record.hassp else np.arange(record.nelem)
+
+    def ptr_of_all(self, record: Record, ptr: np.ndarray) -> np.ndarray:
+        """Where the terms of all elements of a record on w begin, from `ptr`, which tells it for the stored ones."""
+        if not record.hassp:
+            return ptr
+        return ptr[np.searchsorted(self.positions(record), np.arange(math.prod(self.w.extents(record)) + 1))]
+
     def terms(self, record: Optional[Record] = None) -> Tuple[np.ndarray, np.ndarray, np.ndarray, np.ndarray]:
         """Copies of the last record's (or `record`'s) elements: flat numbers, `ptr`, `nidxs` and `cof`."""
         record = record or self.operands(1)[0]
-        w, n = self.w, record.nelem
-        flat = w.i64[record.sp:record.sp + n].copy() if record.hassp else np.arange(n, dtype=np.int64)
-        return (flat, w.i32[record.ptr:record.ptr + n + 1].copy(), w.i64[record.nidxs:record.nidxs + record.nnz].copy(),
-                w.f64[record.cof:record.cof + record.nnz].copy())
+        w, n, nnz = self.w, record.nelem, record.nnz
+        return (self.positions(record), w.i32[record.ptr:record.ptr + n + 1].copy(),
+                w.i64[record.nidxs:record.nidxs + nnz].copy(), w.f64[record.cof:record.cof + nnz].copy())
 
 
 @dataclass(frozen=True)
@@ -155,18 +185,24 @@ class OperandTables:
 
     @classmethod
     def of(cls, records: Sequence[Record]) -> OperandTables:
+        """The tables of some records, in their order."""
         return cls(**{field.name: int32_array([getattr(e, field.name) for e in records]) for field in fields(cls)})
 
 
 def int32_array(values: Sequence[int]) -> np.ndarray:
+    """The values as kernels take extents and operand tables."""
     return np.array(values, dtype=np.int32)
 
 
-def _grown(array: np.ndarray, needed: int) -> np.ndarray:
+def grown(array: np.ndarray, used: int, needed: int) -> np.ndarray:
+    """`array` if it has `needed` slots, or else a longer one with the first `used` slots of it.
+
+    Half as much again is asked for; the operating system provides no memory for slots before they are written.
+    """
     if needed <= array.size:
         return array
     if needed > np.iinfo(np.int32).max:
-        raise ValueError("the stack needs more slots than positions, which are 32-bit numbers, can tell apart")
-    grown = np.zeros(max(needed, 2 * array.size), dtype=array.dtype)
-    grown[:array.size] = array
+        raise ValueError("the stack needs more slots than 32-bit positions can tell apart")
+    grown = np.empty(needed + needed // 2, dtype=array.dtype)
+    grown[:used] = array[:used]
     return grown

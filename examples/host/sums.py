@@ -88,6 +88,7 @@ def _has_atom_room(s: Stacks, e: Record) -> bool:
 
 
 def _sum_by_twos(s: Stacks, weights: np.ndarray) -> Record:
+    """Replaces the last len(weights) records by their weighted sum, adding two at a time, the last ones first."""
     record = add(s, *weights[-2:])  # a sum of one operand always has room
     for weight in weights[-3::-1]:
         record = add(s, weight, 1.0)
