@@ -14,7 +14,8 @@ PACKAGES = python3 python3-dev python3-venv meson python3-mesonpy ninja-build py
 	python3-pytest python3-pytest-xdist python3-hypothesis
 
 .DEFAULT_GOAL = help
-.PHONY: help packages build checked demo models test clang sanitize tidy install-check pythons bench table describe reference clean
+.PHONY: help packages build checked demo models test clang sanitize tidy install-check pythons loops bench bench-plot \
+	table describe reference clean
 
 help:  ## list the targets
 	@sed -n 's/^\([a-z-]*\):.*## /\1\t/p' $(MAKEFILE_LIST) | expand -t 16
@@ -44,7 +45,7 @@ demo: build  ## solve a linear program (and MPS=FILE), an efficient frontier, th
 models: build  ## build matrices of whole models through the kernels and with SciPy, and compare their times
 	PYTHONPATH=build/normal $(PYTHON) examples/build_models.py
 
-test: build checked  ## all tests, first with bounds checking, which names what would crash the normal build
+test: build checked loops  ## all tests, first with bounds checking, which names what would crash the normal build
 	PYTHONPATH=build/checked $(PYTEST) tests
 	PYTHONPATH=build/normal $(PYTEST) tests
 
@@ -74,9 +75,14 @@ install-check: packages  ## pip install into a throw-away environment
 pythons: packages  ## build for every other CPython at hand and call kernels there
 	tools/check_pythons.sh
 
-bench: build  ## time kernels against hand-written loops
+loops: build
 	@ninja -C build/normal --quiet libhand_written.so
-	PYTHONPATH=build/normal $(PYTHON) bench/run.py
+
+bench: loops  ## hold kernels against hand-written loops and NumPy or SciPy: a table, and build/bench.json
+	@PYTHONPATH=build/normal $(PYTHON) bench/run.py --json build/bench.json
+
+bench-plot: loops  ## the same for six families over the number of terms: a picture, build/bench.svg
+	@PYTHONPATH=build/normal $(PYTHON) bench/run.py --plot build/bench.svg
 
 table:  ## print the table of kernels: number, body, format, parameters, result
 	@$(PYTHON) tools/kernels.py table

@@ -1,203 +1,161 @@
 #!/usr/bin/env python3
-"""Time kernels against the same loops written by hand in C++ (bench/hand_written.cpp), side by side in one run.
+"""Hold kernels against hand-written loops and against NumPy or SciPy, as a table or as a picture over sizes.
 
-Each line is a case: nanoseconds for one unit (a term, an item, a call) in the kernel and in the hand-written loop, and
-the ratio of the two times, above 1 where the kernel is faster. Both are the least of many alternating runs.
+A line is a case: nanoseconds a term in the kernel, in the hand-written loop (bench/hand_written.cpp) and in NumPy or
+SciPy, each the median of rounds in which the three take turns, and how many times as long as the kernel the other two
+take. Before anything is timed the kernel's result must be the loop's bit for bit, and NumPy's but for rounding.
 """
 
-import ctypes
+import argparse
+import gc
+import json
+import os
+import platform
+import re
 import sys
 import time
 from pathlib import Path
+from statistics import median
 
 import numpy as np
+import scipy
 
-import fragments as f
+import fragments
+from cases import FAMILIES
 
-BUILD = Path(f.__file__).parent
-HAND = ctypes.CDLL(str(BUILD / "libhand_written.so"))
-RNG = np.random.default_rng(7)
-
-
-def by_hand(name, *arguments):
-    """A call of a hand-written loop, its arguments converted once: arrays become pointers."""
-    convert = {np.ndarray: lambda a: a.ctypes.data_as(ctypes.c_void_p), float: ctypes.c_double, int: ctypes.c_int64}
-    converted = [convert[type(a)](a) for a in arguments]
-    loop = getattr(HAND, name)
-    return lambda: loop(*converted)
-
-
-def case(name, units, kernel, hand, seconds=0.4):
-    """Prints one line."""
-    best = [float("inf")] * 2
-    end = time.perf_counter() + seconds
-    while time.perf_counter() < end:
-        for side, call in enumerate((kernel, hand)):
-            start = time.perf_counter()
-            call()
-            best[side] = min(best[side], time.perf_counter() - start)
-    ns = [t / units * 1e9 for t in best]
-    print(f"{name:46} {ns[0]:9.2f} {ns[1]:9.2f} {ns[1] / ns[0]:7.2f}")
+ROOT = Path(__file__).resolve().parent.parent
+SIDES = "kernel_ns", "hand_ns", "numpy_ns"
+SIZES = {"large arrays": 2_000_000, "inside the caches": 10_000}
+LINE = "{:38} {:24} {:>8} {:>8} {:>8} {:>11} {:>12}"
+# The families of the picture, and the variant of each.
+PICTURE = {
+    "sparse product": "3 terms", "weighted sum, dense": "3 terms", "sum along an axis": "3 terms", "pick": "3 terms",
+    "triplets to CSR": "any order", "evaluation of code": "a mix",
+}  # fmt: skip
 
 
-def record(nelem, length, atoms=0):
-    """ptr, nidxs, cof and, with `atoms` a term on average, codeptr, code, cconst of a dense record."""
-    lengths = RNG.integers(1, 2 * length, nelem) if length > 1 else np.ones(nelem, int)
-    ptr = np.r_[0, np.cumsum(lengths)].astype("i4")
-    nnz = int(ptr[-1])
-    codeptr = np.r_[0, np.cumsum(RNG.integers(1, 2 * atoms, nnz))].astype("i4") if atoms else np.zeros(1, "i4")
-    natoms = int(codeptr[-1])
-    return ptr, RNG.integers(1, 10**6, nnz), RNG.normal(size=nnz), codeptr, np.ones(natoms, "i4"), RNG.random(natoms)
+def check(case, what):
+    """Runs each side once and ends the program if their results differ."""
+    case.kernel()
+    case.hand()
+    result = case.numpy()
+    for name, written in case.written.items():
+        if written.tobytes() != case.by_hand[name].tobytes():
+            sys.exit(f"{what}: the kernel and the hand-written loop differ in {name}")
+        if name in result and not np.allclose(written, result[name]):
+            sys.exit(f"{what}: the kernel and NumPy differ in {name}")
 
 
-def sparse_product(length, atoms):
-    d0, d1, mdimi = 20, 100, 40
-    ptr, nidxs, cof, codeptr, code, cconst = record(d0 * d1, length, atoms)
-    msubi, msubj = (k.astype("i4") for k in np.nonzero(RNG.random((mdimi, d1)) < 0.1))
-    mval = RNG.normal(size=len(msubi))
-    wi32, wf64 = np.concatenate([ptr, codeptr, code]), np.concatenate([cof, cconst])
-    at_codeptr, at_code = len(ptr), len(ptr) + len(codeptr)
-    ratoms, relements, rterms = f._c_closure_467(
-        at_codeptr, d0, d1, False, mdimi, len(msubi), msubi, msubj, len(code), d0 * d1, len(cof), 0, 0, 0, 0, 0,
-        wi32, nidxs,
-    )  # fmt: skip
-    rptr, rcodeptr, rcode = (np.zeros(n, "i4") for n in (relements + 1, rterms + 1, ratoms))
-    rsp, rnidxs = np.zeros(relements, "i8"), np.zeros(rterms, "i8")
-    rcof, rcconst = np.zeros(rterms), np.zeros(ratoms)
-    ri32, ri64 = np.concatenate([rptr, rcodeptr, rcode]), np.concatenate([rsp, rnidxs])
-    rf64 = np.concatenate([rcof, rcconst])
-
-    def kernel():
-        f._c_closure_472(
-            len(cof), at_code, 0, at_codeptr, 0, d0, d1, 0, len(msubi), msubi, msubj, mval, 0, 0, 0,
-            rterms, len(rptr) + len(rcodeptr), len(rptr), 0, rf64, True, ri32, ri64, ratoms, relements, 0, 0,
-            wf64, wi32, nidxs,
-        )  # fmt: skip
-
-    code_in, code_out = ((codeptr, code, cconst), (rcodeptr, rcode, rcconst)) if atoms else ((), ())
-    hand = by_hand(
-        "sparse_product_with_code" if atoms else "sparse_product",
-        d0, d1, len(msubi), msubi, msubj, mval, ptr, nidxs, cof, *code_in, rptr, rsp, rnidxs, rcof, *code_out,
-    )  # fmt: skip
-    text = f", {atoms} atoms" if atoms else ""
-    case(f"sparse matrix product, {length} terms{text}: term", rterms, kernel, hand)
+def timed(call, repeat):
+    start = time.perf_counter()
+    for _ in range(repeat):
+        call()
+    return (time.perf_counter() - start) / repeat
 
 
-def weighted_sum(length):
-    n = 2000
-    ptr1, nidxs1, cof1, *_ = record(n, length)
-    ptr2, nidxs2, cof2, *_ = record(n, length)
-    rterms = len(cof1) + len(cof2)
-    rptr, rnidxs, rcof = np.zeros(n + 1, "i4"), np.zeros(rterms, "i8"), np.zeros(rterms)
-    wi32, wi64, wf64 = np.concatenate([ptr1, ptr2]), np.concatenate([nidxs1, nidxs2]), np.concatenate([cof1, cof2])
-
-    def kernel():
-        f._c_closure_504(
-            0, 0, 0, 0, 0, 0, 0, 0, len(cof1), 0, 2.0, 3.0, 0, 0, 0, len(nidxs1), 0, len(ptr1), 0, 0, 0, 0,
-            rcof, rptr, rnidxs, 0, n, 0, 0, wf64, wi32, wi64,
-        )  # fmt: skip
-
-    hand = by_hand("weighted_sum", n, 2.0, 3.0, ptr1, nidxs1, cof1, ptr2, nidxs2, cof2, rptr, rnidxs, rcof)
-    case(f"weighted sum of two, {length} terms: term", rterms, kernel, hand)
+def measure(case, seconds, rounds):
+    """Nanoseconds a unit of each side: medians of so many rounds at least, and of so many seconds if there are any."""
+    calls = case.kernel, case.hand, case.numpy
+    repeats = [max(1, int(1e-4 / timed(call, 1))) if seconds else 1 for call in calls]
+    times, turn, end = [[], [], []], 0, time.perf_counter() + seconds
+    gc.disable()
+    while turn < rounds or time.perf_counter() < end:
+        for side in (turn % 3, (turn + 1) % 3, (turn + 2) % 3):
+            times[side].append(timed(calls[side], repeats[side]))
+        turn += 1
+    gc.enable()
+    return [median(side) / case.units * 1e9 for side in times]
 
 
-def pick(length):
-    ptr, nidxs, cof, *_ = record(4000, length)
-    idxs = RNG.integers(0, 4000, 4000)
-    rterms = int((ptr[idxs + 1] - ptr[idxs]).sum())
-    rptr, rnidxs, rcof = np.zeros(len(idxs) + 1, "i4"), np.zeros(rterms, "i8"), np.zeros(rterms)
-
-    def kernel():
-        f._c_closure_410(0, 0, 0, 0, 0, idxs, 0, 0, 0, 0, 0, 0, 0, rcof, rptr, rnidxs, 0, 0, 0, cof, ptr, nidxs)
-
-    hand = by_hand("pick", len(idxs), idxs, ptr, nidxs, cof, rptr, rnidxs, rcof)
-    case(f"pick by flat index, {length} terms: term", rterms, kernel, hand)
+def progress(text):
+    if sys.stderr.isatty():
+        print(f"\r\033[K{text}", end="", file=sys.stderr, flush=True)
 
 
-def copy(n):
-    source, target = RNG.integers(0, 9, n), np.zeros(n, "i8")
-    case(
-        f"copy of {n} i64: item",
-        n,
-        lambda: f._c_closure_336(0, n, target, 1, 0, source),
-        by_hand("copy_i64", n, source, target),
-    )
+def run(family, variant, arrays, size, seconds, rounds):
+    """Measures one case; its line of the JSON file."""
+    case = family.make(size, **family.variants[variant])
+    check(case, f"{family.name}, {variant}")
+    times = measure(case, seconds, rounds)
+    line = {"family": family.name, "kernels": family.kernels, "variant": variant, "arrays": arrays}
+    line |= {"units": case.units, **dict(zip(SIDES, times))}
+    return line | {"hand_over_kernel": times[1] / times[0], "numpy_over_kernel": times[2] / times[0]}
 
 
-def place_by_column(n):
-    subj = RNG.integers(0, 1000, n).astype("i4")
-    start = np.r_[0, 0, np.cumsum(np.bincount(subj, minlength=1000))[:-1], n]
-    cols = np.zeros(n, "i4")
-    both = [start.copy() for _ in range(2)]
-
-    def kernel():
-        both[0][:] = start
-        f._c_closure_123(cols, both[0], n, subj)
-
-    loop = by_hand("place_by_column", n, subj, both[1], cols)
-
-    def hand():
-        both[1][:] = start
-        loop()
-
-    case(f"place {n} triplets by column: item", n, kernel, hand)
-
-
-def code_machine(name, programs, n=20_000):
-    """Terms that take their code from `programs` at random, in which "p" and "c" push and the rest is opcodes."""
-    opcodes = {"p": 1, "c": 2, "+": 3, "-": 4, "*": 5, "/": 6, "s": 8}
-    picked = [programs[k] for k in RNG.integers(0, len(programs), n)]
-    code = np.array([opcodes[atom] for program in picked for atom in program], "i4")
-    cconst = RNG.integers(0, 50, len(code)).astype(float)
-    cconst[code == 8] = [program.count("p") for program in picked if "s" in program]
-    sizes = np.array([len(program) for program in picked], "i4")
-    zero, variables, values, stack = np.zeros(1, "i4"), RNG.integers(0, 10**6, n), RNG.normal(size=50), np.zeros(16)
-    subj, val = np.zeros(n, "i4"), np.zeros(n)
-    ends = np.array([n], "i4")
-    case(
-        f"evaluate {name}: term",
-        n,
-        lambda: f._c_closure_25(
-            cconst, code, variables, zero, sizes, 0, 1, values, zero, ends, 0, 0, subj, val, stack
-        ),
-        by_hand("evaluate_row", n, sizes, code, cconst, variables, values, stack, subj, val),
-    )
+def table(quick):
+    """Prints the table line by line; all lines."""
+    blocks = [(arrays, 300 if quick else size) for arrays, size in SIZES.items()] + [("a call", 1)]
+    todo = [(*block, family, variant) for block in blocks for family in FAMILIES if family.sized == (block[1] > 1)
+            for variant in family.variants]  # fmt: skip
+    lines = []
+    for arrays, size, family, variant in todo:
+        if not lines or lines[-1]["arrays"] != arrays:
+            head = f"{arrays}: ns a term" if size > 1 else "a call: ns"
+            print("\n" + LINE.format(head, "variant", "kernel", "hand", "NumPy", "hand/kernel", "NumPy/kernel"))
+        progress(f"{len(lines)} of {len(todo)}: {family.name}, {variant}")
+        line = run(family, variant, arrays, size, *((0, 1) if quick else (0.3, 5)))
+        lines.append(line)
+        progress("")
+        figures = [f"{value:.2f}" for value in list(line.values())[-5:]]
+        print(LINE.format(f"{family.name} ({family.kernels})", variant, *figures), flush=True)
+    return lines
 
 
-def calls():
-    """The frame: a call of the shortest kernels, with an array and with a memoryview, against a builtin on the same."""
-    shape = np.array([2, 3], "i4")
-    view = memoryview(shape)
-    repeat = range(1000)
-    for name, array in (("array", shape), ("memoryview", view)):
-        case(
-            f"call with one {name} (hand: memoryview()): call",
-            1000,
-            lambda array=array: [f._c_closure_0(1, array) for _ in repeat],
-            lambda array=array: [memoryview(array) for _ in repeat],
-        )
+def picture(file, quick):
+    """Draws the cost of a term over the number of terms; all points."""
+    import matplotlib
+
+    matplotlib.use("svg")
+    import matplotlib.pyplot as plt
+
+    sizes = [round(10 ** (k / 2)) for k in (range(4, 6) if quick else range(6, 15))]
+    figure, axes = plt.subplots(2, 3, figsize=(13, 8), sharex=True, sharey=True, layout="constrained")
+    lines = []
+    for axis, family in zip(axes.flat, (family for family in FAMILIES if family.name in PICTURE)):
+        variant, points = PICTURE[family.name], []
+        for size in sizes:
+            progress(f"{family.name}, {size} terms")
+            points.append(run(family, variant, "", size, *((0, 1) if quick else (0.3, 3))))
+        x = [point["units"] for point in points]
+        for side, style, label in zip(SIDES, ("o-", "s--", "^:"), ("kernel", "hand-written loop", "NumPy or SciPy")):
+            axis.loglog(x, [point[side] for point in points], style, label=label)
+        axis.set_title(f"{family.name}, {variant} ({family.kernels})")
+        axis.grid(which="both", alpha=0.2)
+        lines += points
+    plt.setp(axes[:, 0], ylabel="ns a term")
+    plt.setp(axes[-1], xlabel="terms")
+    axes[0, 0].legend()
+    figure.suptitle("Cost of a term by the number of terms")
+    figure.savefig(file)
+    progress("")
+    return lines
+
+
+def machine():
+    """What the figures depend on."""
+    cpu = re.search(r"model name\s*: (.*)", Path("/proc/cpuinfo").read_text())
+    module = Path(fragments.__file__)
+    compiler = re.search(rb"GCC: [ -~]+|clang version [ -~]+", module.read_bytes())
+    version = re.search(r"version: '(.*?)'", (ROOT / "meson.build").read_text())
+    return {
+        "machine": f"{cpu[1] if cpu else platform.machine()}, {os.cpu_count()} cores",
+        "compiler": compiler[0].decode() if compiler else "unknown", "fragments": version[1],
+        "python": platform.python_version(), "numpy": np.__version__, "scipy": scipy.__version__,
+    }  # fmt: skip
 
 
 def main():
-    print(f"{'':46} {'kernel ns':>9} {'hand ns':>9} {'ratio':>7}")
-    for length in (1, 3, 12):
-        sparse_product(length, 0)
-    for length, atoms in ((1, 1), (1, 6), (3, 2), (12, 2)):
-        sparse_product(length, atoms)
-    for length in (1, 3, 12):
-        weighted_sum(length)
-    for length in (1, 3, 12):
-        pick(length)
-    copy(1_000_000)
-    copy(2_000)
-    place_by_column(20_000)
-    code_machine("a constant", ["c"])
-    code_machine("c*p", ["cp*"])
-    code_machine("(c*p)*c*c", ["cp*c*c*"])
-    code_machine("a sum of 8", ["pppppppps"])
-    code_machine("a mix", ["c", "p", "cp*", "cp*c+", "pc*p-c*+", "pppps"])
-    calls()
+    parser = argparse.ArgumentParser(description=__doc__.split("\n")[0])
+    parser.add_argument("--json", type=Path, help="where to write all lines")
+    parser.add_argument("--plot", type=Path, help="draw this picture (SVG) instead of the table")
+    parser.add_argument("--quick", action="store_true", help="small sizes, one round: a test, not a measurement")
+    arguments = parser.parse_args()
+    facts = machine()
+    print(", ".join(f"{name} {value}" for name, value in facts.items()))
+    lines = picture(arguments.plot, arguments.quick) if arguments.plot else table(arguments.quick)
+    if arguments.json:
+        arguments.json.write_text(json.dumps({**facts, "lines": lines}, indent=1))
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    main()
