@@ -13,7 +13,7 @@
 // - start (index): the first slot to clear; goes on behind the last
 // - end (index): the end of the slots to clear, exclusive
 
-#include "frame/frame.h"
+#include "index/slots.h"
 
 namespace fragments {
 namespace {
@@ -55,10 +55,7 @@ void subtract(F64 to, CF64 lower, CF64 upper, i32 n)
 template <class... Array>
 i32 clear(i32 start, i32 end, Array... arrays)
 {
-  const auto clear_one = [=](F64 array) {
-    for (i64 k = start; k < end; ++k) array[k] = 0.0;
-  };
-  (clear_one(arrays), ...);
+  (fill_slots(Run{arrays, start}, i64{end} - start, 0.0), ...);
   return start < end ? end : start;
 }
 
