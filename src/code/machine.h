@@ -15,13 +15,42 @@ struct Machine {
   CF64 param_value{};
   Run<f64> stack{};
 
-  // Runs the next n atoms, n above 0, from a depth on. Programs are pushes for the most part, then products and sums of
-  // two: tests in this order are up to 1.6 times as fast as a jump through a table for every atom.
+  // Runs the next n atoms, n above 0, from a depth on.
+  //
+  // The most frequent programs have roads of their own: a constant, and a constant times a parameter, (2, c), (1, p),
+  // (5), which takes 0.6 of its time in the loop below. They are told apart in an order in which every test says most.
   void run(i32 n, i64 depth)
   {
+    if (opcode[0] == push_constant) {
+      if (n == 1) {
+        stack[depth] = operand[0];
+        skip(1);
+        return;
+      }
+      if (n == 3 && opcode[1] == push_parameter && opcode[2] == multiply) [[likely]] {
+        const f64 value = param_value[static_cast<i32>(operand[1])];
+        stack[depth] = operand[0] * value;
+        stack[depth + 1] = value;
+        skip(3);
+        return;
+      }
+    }
+    run_any(n, depth);
+  }
+
+ private:
+  void skip(i64 atoms)
+  {
+    opcode = opcode.from(atoms);
+    operand = operand.from(atoms);
+  }
+
+  // Programs are pushes for the most part, then products and sums of two: tests in this order are up to 1.6 times as
+  // fast as a jump through a table for every atom.
+  void run_any(i32 n, i64 depth)
+  {
     const auto advance = [&] {
-      opcode = opcode.from(1);
-      operand = operand.from(1);
+      skip(1);
       return --n > 0;
     };
     for (;;) {
@@ -47,7 +76,6 @@ struct Machine {
     }
   }
 
- private:
   // Runs an atom of another opcode and returns the new depth.
   i64 run_other(i64 depth) const
   {

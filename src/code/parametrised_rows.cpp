@@ -25,6 +25,7 @@
 // - need (size): the slots that are needed
 
 #include "code/opcodes.h"
+#include "frame/copy_run.h"
 
 namespace fragments {
 namespace {
@@ -35,18 +36,28 @@ struct ParametrisedTerms {
   Run<const i32> codeptr;
   Run<const i32> code;
 
-  // term(t, a, b) for each term of element i that isn't trivial; its atoms are a .. b-1.
-  template <class Term>
-  void for_each(i64 i, Term term) const
+  // A term. `is_filed` is 1 if it isn't trivial: an integer, since branches that data decides take twice the time.
+  struct Term {
+    i64 first;  // of its atoms
+    i32 atoms, is_filed;
+  };
+  Term term(i64 t) const
   {
-    const i64 e = ptr[i + 1];
-    for (i64 t = ptr[i]; t < e; ++t) {
-      const i32 a = codeptr[t], b = codeptr[t + 1];
-      if (b - a != 1 || (code[a] != push_constant && code[a] != moved_to_cof)) term(t, a, b);
-    }
+    const i32 first = codeptr[t], atoms = codeptr[t + 1] - first, is_one = atoms == 1;
+    // Read from a slot that is there in any case.
+    const i32 opcode = *(is_one ? &code[first] : &codeptr[t]);
+    return {first, atoms, (is_one & ((opcode == push_constant) | (opcode == moved_to_cof))) ^ 1};
   }
 
-  bool has_terms(i64 i) const { return ptr[i] < ptr[i + 1]; }
+  // Counts those of the terms b .. e-1 that are filed, and their atoms.
+  void count(i64 b, i64 e, i32& terms, i32& atoms) const
+  {
+    for (i64 t = b; t < e; ++t) {
+      const Term counted = term(t);
+      terms += counted.is_filed;
+      atoms += counted.is_filed * counted.atoms;
+    }
+  }
 };
 
 i32 atoms_of_row(CI32 param_code_sizes, i32 begin, i32 end)
@@ -79,12 +90,8 @@ KERNEL((135), (i32 k, i32 c), count_parametrised_terms, i32 code, i32 codeptr, i
        CI32 ri32)
 {
   const ParametrisedTerms terms{{ri32, ptr}, {ri32, codeptr}, {ri32, code}};
-  for (i64 i = 0; i < nelem; ++i) {
-    terms.for_each(i, [&](i64, i32 a, i32 b) {
-      ++k;
-      c += b - a;
-    });
-  }
+  // All elements at once: their terms follow one another.
+  if (nelem > 0) terms.count(terms.ptr[0], terms.ptr[nelem], k, c);
   return {k, c};
 }
 
@@ -95,10 +102,7 @@ KERNEL((136), (i32 c, i32 k), lay_out_rows, i32 code, i32 codeptr, i32 c, i32 k,
   const ParametrisedTerms terms{{ri32, ptr}, {ri32, codeptr}, {ri32, code}};
   for (i64 i = 0; i < nelem; ++i) {
     i32 n = 0, m = 0;
-    terms.for_each(i, [&](i64, i32 a, i32 b) {
-      ++n;
-      m += b - a;
-    });
+    terms.count(terms.ptr[i], terms.ptr[i + 1], n, m);
     if (n == 0) continue;
     const i32 row = nativeidxs[i];
     row_param_ptrb[row] = k;
@@ -125,19 +129,21 @@ KERNEL((137), (bool allnonneg), file_rows, F64 cconst, i32 cconstpos, I32 code, 
   const Run operands{rf64, cconstpos};
   const Run variables{ri64, nidxs};
   for (i64 i = 0; i < nelem; ++i) {
-    if (!terms.has_terms(i)) continue;
+    const i64 begin = terms.ptr[i], end = terms.ptr[i + 1];
+    if (begin >= end) continue;
     const i32 row = nativeidxs[i];
     i64 p = row_code_ptr[row], q = row_param_ptrb[row];
-    terms.for_each(i, [&](i64 t, i32 a, i32 b) {
-      for (i64 atom = a; atom < b; ++atom, ++p) {
-        code[p] = terms.code[atom];
-        cconst[p] = operands[atom];
-      }
-      param_code_sizes[q] = b - a;
+    for (i64 t = begin; t < end; ++t) {
+      const ParametrisedTerms::Term term = terms.term(t);
+      if (!term.is_filed) continue;
+      copy_run(Run{code, p}, terms.code.from(term.first), term.atoms);
+      copy_run(Run{cconst, p}, operands.from(term.first), term.atoms);
+      p += term.atoms;
+      param_code_sizes[q] = term.atoms;
       param_varidx[q] = variables[t];
       allnonneg &= variables[t] >= 0;
       ++q;
-    });
+    }
   }
   return allnonneg;
 }

@@ -19,7 +19,7 @@
 // - rowlen (size): the slots of a packed triangle, d * (d + 1) / 2
 // - d (extent): the order of the matrices
 
-#include "frame/frame.h"
+#include "index/slots.h"
 
 namespace fragments {
 namespace {
@@ -87,13 +87,8 @@ KERNEL((1), (), bind_ranged_expressions, I32 accafeidxs, F64 accb, CI32 afeidxs,
 // - b (array; n): the constants
 KERNEL((2), (), bind_expressions, I32 accafeidxs, F64 accb, CI32 afeidxs, i32 from, i32 to, CF64 b, i32 n)
 {
-  const Run source{afeidxs, from};
-  const Run target{accafeidxs, to};
-  const Run constants{accb, to};
-  for (i64 k = 0; k < n; ++k) {
-    target[k] = source[k];
-    constants[k] = b[k];
-  }
+  copy_slots(Run{accafeidxs, to}, Run{afeidxs, from}, n);
+  copy_slots(Run{accb, to}, Run{b, 0}, n);
 }
 
 // Enters m constraints of d elements each, the elements' numbers and expressions constraint by constraint, with the

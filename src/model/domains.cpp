@@ -16,6 +16,7 @@
 
 #include "index/merge.h"
 #include "index/shape.h"
+#include "index/slots.h"
 
 namespace fragments {
 namespace {
@@ -53,10 +54,8 @@ KERNEL((82), (), write_bounds, F64 bl, F64 bu, bool dense, CF64 domlb, bool scal
       bu[k] = upper;
     }
   } else if (dense) {
-    for (i64 k = 0; k < n; ++k) {
-      bl[k] = domlb[k];
-      bu[k] = domub[k];
-    }
+    copy_slots(Run{bl, 0}, Run{domlb, 0}, n);
+    copy_slots(Run{bu, 0}, Run{domub, 0}, n);
   } else if (nd > 0) {
     const Scratch<i64> strides(nd);
     strides[i64{nd} - 1] = 1;

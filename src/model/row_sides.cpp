@@ -19,15 +19,15 @@
 namespace fragments {
 namespace {
 
-// Adds the lengths of the first n rows to the side of each, without a branch, as sides can follow in any order.
+// Adds the lengths of the first n rows to the side of each, by masks: sides can follow in any order, and a branch would
+// be foretold wrongly every other time.
 template <class Length>
 void add_lengths(CI32 conidxs, i32 n, i32& ncon, i32& nlin, Length length)
 {
   for (i64 k = 0; k < n; ++k) {
-    const bool conic = conidxs[k] < 0;
-    const i32 terms = length(k);
-    ncon += conic ? terms : 0;
-    nlin += conic ? 0 : terms;
+    const i32 conic = -(conidxs[k] < 0), slots = length(k);
+    ncon += slots & conic;
+    nlin += slots & ~conic;
   }
 }
 

@@ -27,6 +27,7 @@
 // - matcof (array; entries): the value of each entry of all matrices
 // - ptr (array; n + 1): slot r + 1 takes the number of matrices behind row r, that is `nm`; slot 0 is the caller's
 
+#include <algorithm>
 #include <tuple>
 
 #include "stack/record.h"
@@ -246,11 +247,10 @@ KERNEL((80), (i32 nz, i32 nm), write_row_matrices_wide, i32 nz, i32 nm, I32 bars
 KERNEL((46), (i32 nlin, i32 nbar), measure_row, i32 nlin, i32 pos, i32 n, i32 nbar, CI64 ri64)
 {
   const Run nidxs{ri64, pos};
-  for (i64 k = 0; k < n; ++k) {
-    nlin += nidxs[k] >= 0;
-    nbar += nidxs[k] < 0;
-  }
-  return {nlin, nbar};
+  i64 negative = 0;
+  for (i64 k = 0; k < n; ++k) negative -= nidxs[k] >> 63;
+  const i32 semidefinite = static_cast<i32>(negative);
+  return {nlin + std::max(n, 0) - semidefinite, nbar + semidefinite};
 }
 
 // Lists the linear and constant terms of one row of n terms, in any order, from place 0 on.

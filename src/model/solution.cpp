@@ -13,7 +13,7 @@
 // - start (index): the first slot to clear; goes on behind the last
 // - end (index): the end of the slots to clear, exclusive
 
-#include "frame/frame.h"
+#include "index/slots.h"
 
 namespace fragments {
 namespace {
@@ -24,6 +24,8 @@ void gather(Run<f64> res, StridedArray<T> nativeidxs, i32 n, Value value)
 {
   for (i64 k = 0; k < n; ++k) res[k] = value(i64{nativeidxs[k]});
 }
+
+constexpr f64 zero = 0.0, negative_zero = -0.0;
 
 // Where the elements of affine conic constraints stand in a conic solution vector.
 struct ConicElements {
@@ -53,10 +55,7 @@ void subtract(F64 to, CF64 lower, CF64 upper, i32 n)
 template <class... Array>
 i32 clear(i32 start, i32 end, Array... arrays)
 {
-  const auto clear_one = [=](F64 array) {
-    for (i64 k = start; k < end; ++k) array[k] = 0.0;
-  };
-  (clear_one(arrays), ...);
+  (fill_slots(Run{arrays, start}, i64{end} - start, 0.0), ...);
   return start < end ? end : start;
 }
 
@@ -79,20 +78,20 @@ KERNEL((16), (), gather_constraint_duals, CI32 accptr, CF64 accy, CI32 acon_elm_
 // Gathers the values of a variable without semidefinite elements; 0.0 for numbers at or below 0.
 KERNEL((17), (), gather_scalar_values, i32 n, CI64 nativeidxs, i32 pos, F64 res, CF64 xx)
 {
-  gather(Run{res, pos}, nativeidxs, n, [&](i64 v) { return v > 0 ? xx[v] : 0.0; });
+  gather(Run{res, pos}, nativeidxs, n, [&](i64 v) { return *(v > 0 ? &xx[v] : &zero); });
 }
 
 // Gathers the values of a variable without semidefinite elements, with the opposite sign. A value of 0.0 gives -0.0, a
 // number at or below 0 gives 0.0.
 KERNEL((18), (), gather_negated_values, i32 n, CI64 nativeidxs, i32 pos, F64 res, CF64 xx)
 {
-  gather(Run{res, pos}, nativeidxs, n, [&](i64 v) { return v > 0 ? -xx[v] : 0.0; });
+  gather(Run{res, pos}, nativeidxs, n, [&](i64 v) { return -*(v > 0 ? &xx[v] : &negative_zero); });
 }
 
 // Gathers the values of a variable: `xx` of scalar elements, `barx` of semidefinite ones.
 KERNEL((19), (), gather_variable_values, CF64 barx, i32 n, CI64 nativeidxs, i32 pos, F64 res, CF64 xx)
 {
-  gather(Run{res, pos}, nativeidxs, n, [&](i64 v) { return v > 0 ? xx[v] : v < 0 ? barx[~v] : 0.0; });
+  gather(Run{res, pos}, nativeidxs, n, [&](i64 v) { return *(v > 0 ? &xx[v] : v < 0 ? &barx[~v] : &zero); });
 }
 
 // Gathers the dual values of a variable: `bars` of semidefinite elements, an entry of `accy` of scalar ones that live
@@ -101,8 +100,7 @@ KERNEL((20), (), gather_variable_duals, CI32 accptr, CF64 accy, CF64 bars, i32 n
        CI32 var_elm_acc_idx, CI32 var_elm_acc_ofs, CF64 yx)
 {
   gather(Run{res, pos}, nativeidxs, n, [&](i64 v) {
-    if (v < 0) return bars[~v];
-    if (v == 0) return 0.0;
+    if (v <= 0) return v < 0 ? bars[~v] : 0.0;
     const i32 a = var_elm_acc_idx[v];
     return a >= 0 ? accy[i64{var_elm_acc_ofs[v]} + accptr[a]] : yx[v];
   });

@@ -130,7 +130,7 @@ KERNEL((127), (i32 c), count_merged, i64 nnz, i32 c, CI32 rows, CI32 subi, CI32 
 {
   for (i64 k = 1; k < nnz; ++k) {
     const i32 u = rows[k - 1], v = rows[k];
-    c += subi[u] != subi[v] || subj[u] != subj[v];
+    c += (subi[u] != subi[v]) | (subj[u] != subj[v]);  // both: a branch on the rows is foretold wrongly too often
   }
   return c;
 }

@@ -14,16 +14,22 @@ struct OperandTables {
   template <class Flag>
   Operand operand(i64 k, i64 b, i64 e, Flag hascode) const
   {
-    Operand operand{.ptr{w.i32s, ptr_base[k]}};
-    if (operand.terms(b, e).count() <= 0) return operand;
+    const Run<const i32> ptr{w.i32s, ptr_base[k]};
+    const bool has_terms = ptr[b] < ptr[e];
+    if (hascode && has_terms && ncodeatom[k] > 0) {
+      // Made as a whole: clearing it first takes a quarter of a short element's time.
+      return {.ptr = ptr,
+              .nidxs{w.i64s, nidxs_base[k]},
+              .cof{w.f64s, cof_base[k]},
+              .codeptr{w.i32s, codeptr[k]},
+              .code{w.i32s, code[k]},
+              .cconst{w.f64s, cconst[k]},
+              .hascode = true};
+    }
+    Operand operand{.ptr = ptr};
+    if (!has_terms) return operand;
     operand.nidxs = {w.i64s, nidxs_base[k]};
     operand.cof = {w.f64s, cof_base[k]};
-    if (hascode && ncodeatom[k] > 0) {
-      operand.codeptr = {w.i32s, codeptr[k]};
-      operand.code = {w.i32s, code[k]};
-      operand.cconst = {w.f64s, cconst[k]};
-      operand.hascode = true;
-    }
     return operand;
   }
 };

@@ -228,13 +228,14 @@ struct Writer : Counts {
   template <class Flag>
   void append_parametrised_code(const Operand& from, i64 t, i32 p, Flag hascode)
   {
-    push_atom(push_constant, from.cof[t]);
     if (hascode) {
+      push_atom(push_constant, from.cof[t]);
       push_atoms_of(from, t);
       push_operator(add);
+      push_atoms({push_parameter, multiply}, {static_cast<f64>(p)});
+    } else {
+      push_atoms({push_constant, push_parameter, multiply}, {from.cof[t], static_cast<f64>(p)});
     }
-    push_atom(push_parameter, p);
-    push_operator(multiply);
     close_term();
   }
 
@@ -250,6 +251,17 @@ struct Writer : Counts {
   {
     code[atoms] = opcode;
     ++atoms;
+  }
+
+  // Several atoms, the last of them without an operand: they are stored two at a time.
+  template <std::size_t n>
+  void push_atoms(const i32 (&opcodes)[n], const f64 (&operands)[n - 1])
+  {
+    const Run code_end = code.from(atoms);
+    const Run cconst_end = cconst.from(atoms);
+    for (std::size_t k = 0; k < n; ++k) code_end[k] = opcodes[k];
+    for (std::size_t k = 0; k < n - 1; ++k) cconst_end[k] = operands[k];
+    atoms += static_cast<i32>(n);
   }
 
   // The atoms of one term of the operand.
@@ -285,8 +297,7 @@ struct Writer : Counts {
   void push_scaled_code(const Operand& from, i64 t, f64 factor)
   {
     push_atoms_of(from, t);
-    push_atom(push_constant, factor);
-    push_operator(multiply);
+    push_atoms({push_constant, multiply}, {factor});
     close_term();
   }
 
