@@ -42,11 +42,25 @@ void unite(Cursor& a, Cursor a_end, Cursor& b, Cursor b_end, KeyA key_a, KeyB ke
   }
 }
 
-// The number of elements of the union of lists of a_end and b_end entries.
+// The number of elements of the union of lists of a_end and b_end entries. In lists of like lengths, which cursor moves
+// on is a matter of chance, and nothing branches on it, which takes half the time; the next keys are loaded before it
+// is known.
 template <class Cursor, class KeyA, class KeyB>
 Cursor union_size(Cursor a_end, Cursor b_end, KeyA key_a, KeyB key_b)
 {
   Cursor a = 0, b = 0, common = 0;
+  if (a_end > b_end / 4 && b_end > a_end / 4) {
+    i64 x = key_a(0), y = key_b(0);
+    while (a < a_end - 1 && b < b_end - 1) {
+      const i64 next_x = key_a(a + 1), next_y = key_b(b + 1);
+      const i64 moves_a = x <= y, moves_b = y <= x;
+      common += static_cast<Cursor>(moves_a & moves_b);
+      a += static_cast<Cursor>(moves_a);
+      b += static_cast<Cursor>(moves_b);
+      x ^= (x ^ next_x) & -moves_a;
+      y ^= (y ^ next_y) & -moves_b;
+    }
+  }
   intersect(a, a_end, b, b_end, key_a, key_b, [&](Cursor, Cursor) { ++common; });
   return a_end + b_end - common;
 }

@@ -10,7 +10,7 @@
 // - k (cursor): the terms of the result so far
 
 #include "index/counting_sort.h"
-#include "stack/merge_sort.h"
+#include "stack/key_sort.h"
 #include "stack/record.h"
 
 namespace fragments {
@@ -36,7 +36,7 @@ KERNEL((394), (bool ok), are_variables_ascending, bool ok, i32 nelem, i32 nidxs,
   const Operand operand{.ptr{wi32, ptr}, .nidxs{wi64, nidxs}};
   for (i64 i = 0; i < nelem && ok; ++i) {
     const i64 end = operand.ptr[i + 1];
-    for (i64 t = operand.ptr[i] + i64{1}; t < end && ok; ++t) ok = operand.nidxs[t - 1] < operand.nidxs[t];
+    for (i64 t = operand.ptr[i] + i64{1}; t < end; ++t) ok &= operand.nidxs[t - 1] < operand.nidxs[t];
   }
   return ok;
 }
@@ -53,7 +53,7 @@ KERNEL((391), (i32 init), longest_element, i32 init, i32 n, i32 ptr, CI32 wi32)
 }
 
 // Sorts the terms of each element by variable into `perm` on x: by counting where the variables lie close together, by
-// merging where not.
+// comparing where not.
 //
 // - bucket (position in xi32; longest element + 1): scratch
 KERNEL((392), (), sort_terms, i32 nelem, i32 nidxs, i32 perm, i32 ptr, CI32 wi32, CI64 wi64, i32 bucket, I32 xi32)
@@ -68,33 +68,25 @@ KERNEL((392), (), sort_terms, i32 nelem, i32 nidxs, i32 perm, i32 ptr, CI32 wi32
     const Run variables = operand.nidxs.from(first);
     if (n == 1) {
       sorted[0] = first;
-    } else if (n == 2) {
-      const bool swapped = variables[0] > variables[1];
-      sorted[0] = first + swapped;
-      sorted[1] = first + !swapped;
+      continue;
+    }
+    const KeyRange range = range_of(variables, n);
+    if (n > 2 && range.distance() < static_cast<std::uint64_t>(n)) {
+      const i64 last = static_cast<i64>(range.distance()) + 1;
+      const auto bucket_of = [&](i64 t) { return variables[t] - range.least; };
+      clear_buckets(buckets, last);
+      count_buckets(buckets, n, bucket_of);
+      add_up(buckets, last);
+      const auto place = [&](i64 slot, i64 t) { sorted[slot] = static_cast<i32>(first + t); };
+      place_items(
+          buckets, n, [](i64 t) { return t; }, bucket_of, place);
     } else {
-      i64 least = variables[0], greatest = least;
-      for (i64 t = 1; t < n; ++t) {
-        least = variables[t] < least ? variables[t] : least;
-        greatest = variables[t] > greatest ? variables[t] : greatest;
-      }
-      const i64 distance = wrapping_sub(greatest, least);
-      if (0 <= distance && distance < n) {
-        const auto bucket_of = [&](i64 t) { return variables[t] - least; };
-        clear_buckets(buckets, distance + 1);
-        count_buckets(buckets, n, bucket_of);
-        add_up(buckets, distance + 1);
-        const auto place = [&](i64 slot, i64 t) { sorted[slot] = static_cast<i32>(first + t); };
-        place_items(
-            buckets, n, [](i64 t) { return t; }, bucket_of, place);
-      } else {
-        merge_sort(sorted, buckets, first, n, [&](i32 t) { return operand.nidxs[t]; });
-      }
+      sort_by_key(sorted, buckets, first, n, variables, range);
     }
   }
 }
 
-// Sorts the terms of each element by variable into `perm` on w, by merging alone.
+// Sorts the terms of each element by variable into `perm` on w, by comparing alone.
 //
 // - tmp (position in wi32; longest element): scratch
 KERNEL((393), (), sort_terms_on_w, i32 nelem, i32 nidxs, i32 nnz, i32 perm, i32 tmp, i32 ptr, I32 wi32, CI64 wi64)
@@ -105,7 +97,9 @@ KERNEL((393), (), sort_terms_on_w, i32 nelem, i32 nidxs, i32 nnz, i32 perm, i32 
   for (i64 i = 0; i < nelem; ++i) {
     const i32 first = operand.ptr[i];
     const i64 n = operand.ptr[i + 1] - i64{first};
-    if (n > 1) merge_sort(sorted.from(first), buffer, first, n, [&](i32 t) { return operand.nidxs[t]; });
+    if (n <= 1) continue;
+    const Run variables = operand.nidxs.from(first);
+    sort_by_key(sorted.from(first), buffer, first, n, variables, range_of(variables, n));
   }
 }
 
@@ -120,16 +114,34 @@ KERNEL((397), (i32 e, i32 k), measure_merged_terms, i32 cof, i32 ncodeatom, i32 
   const Operand operand = w.operand(ptr, nidxs, cof);
   const Run sorted{xi32, perm};
   i32 terms = 0;
-  for (i64 i = 0; i < nelem; ++i) {
-    bool is_written = ncodeatom > 0;
-    for_each_variable(
-        operand.nidxs, sorted, operand.ptr[i], operand.ptr[i + 1],
-        [&](i64 t) { is_written = is_written || operand.cof[t] != 0.0; },
-        [&](i64, i64) {
-          terms += is_written;
-          is_written = ncodeatom > 0;
-        });
-  }
+  with_constant(ncodeatom > 0, [&](auto hascode) {
+    for (i64 i = 0; i < nelem; ++i) {
+      const i64 begin = operand.ptr[i], end = operand.ptr[i + 1];
+      if (begin >= end) continue;
+      i64 variable = operand.nidxs[sorted[begin]];
+      bool is_counted = false;
+      terms += hascode;
+      const auto look_at = [&](i64 slot) {
+        const i64 t = sorted[slot];
+        const bool is_another = operand.nidxs[t] != variable;
+        variable = operand.nidxs[t];
+        if (hascode) {
+          terms += is_another;
+        } else {
+          const bool is_written = operand.cof[t] != 0.0;
+          is_counted &= !is_another;
+          terms += is_written & !is_counted;
+          is_counted |= is_written;
+        }
+      };
+      // Nothing branches on the terms, nor on the number of a few: to look at the last one again adds nothing.
+      if (end - begin <= 4) {
+        for (i64 slot = begin; slot < begin + 4; ++slot) look_at(std::min(slot, end - 1));
+      } else {
+        for (i64 slot = begin; slot < end; ++slot) look_at(slot);
+      }
+    }
+  });
   return {e + terms, k + terms};
 }
 

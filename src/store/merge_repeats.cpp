@@ -18,19 +18,24 @@
 namespace fragments {
 namespace {
 
-// Merges all entries in the order entry(0), entry(1), ...; returns the place of the last one written.
+// Merges all entries in the order entry(0), entry(1), ...; returns the place of the last one written. The sum of a
+// position is only written to its place, not read from there for each entry.
 template <class Entry>
 i32 merge(F64 cof, CF64 cof_, I64 inst, CI64 inst_, i64 count, Entry entry)
 {
-  for (i64 i = 1; i < inst_.count; ++i) {
+  const i64 n = inst_.count;
+  const auto ascends = [&](i64 i) { return inst_[entry(i)] > inst_[entry(i - 1)]; };
+  f64 sum = n > 1 && !ascends(1) ? cof[count] : 0.0;
+  for (i64 i = 1; i < n; ++i) {
     const i64 source = entry(i);
-    if (inst_[source] > inst_[entry(i - 1)]) {
+    if (ascends(i)) {
       ++count;
       inst[count] = inst_[source];
-      cof[count] = cof_[source];
+      sum = cof_[source];
     } else {
-      cof[count] += cof_[source];
+      sum += cof_[source];
     }
+    cof[count] = sum;
   }
   return static_cast<i32>(count);
 }
