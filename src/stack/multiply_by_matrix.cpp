@@ -22,7 +22,7 @@
 // - i (index): the row of M
 // - rncodeatom (size): the atoms of the result; above 0 it has code
 
-#include "index/merge.h"
+#include "index/lookup_list.h"
 #include "index/pattern_runs.h"
 #include "stack/constant_matrix.h"
 #include "stack/record.h"
@@ -36,14 +36,12 @@ namespace {
 template <class Match, class Element>
 void merge_rows(CI32 msubi, CI32 msubj, i32 mnnz, Run<const i64> sp, i32 nelem, i32 d1, Match match, Element element)
 {
+  LookupList row_of_matrix([&](i32 k) { return i64{msubj[k]}; });
   for_each_row_group(msubi, mnnz, [&](i32 i, i32 kb, i32 ke) {
-    for_each_row_run(sp, nelem, d1, [&](i64 t, i32 e, i32 run_end) {
+    row_of_matrix.take(kb, ke, nelem);
+    for_each_row_run(sp, nelem, d1, [&](i64 t, i32 b, i32 e) {
       const i64 row_start = t * d1;
-      i32 k = kb;
-      const bool met = intersect(
-          k, ke, e, run_end, [&](i32 entry) { return i64{msubj[entry]}; },
-          [&](i32 stored) { return sp[stored] - row_start; }, match);
-      if (met) element(i, t);
+      if (row_of_matrix.intersect(b, e, [&](i32 f) { return sp[f] - row_start; }, match)) element(i, t);
     });
   });
 }
