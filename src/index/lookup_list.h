@@ -37,12 +37,13 @@ class LookupList {
   template <class KeyB, class Match>
   bool intersect(i32 b, i32 b_end, KeyB key_b, Match match)
   {
-    const bool alike = are_alike(end_ - begin_, b_end - b);
+    const bool alike = are_alike(end_ - begin_, b_end - b), short_list = end_ - begin_ < (b_end - b) / 16;
     Matches<i32> matches;
     bool met = false;
     for (i32 a = begin_; a < end_ && b < b_end;) {
-      const i64 n = has_table_ ? look_up(matches, b, static_cast<i32>(std::min<i64>(b_end, b + most_matches)), key_b)
-                               : note_matches(matches, alike, a, end_, b, b_end, key_, key_b);
+      const i64 n = short_list   ? search(matches, a, b, b_end, key_b)
+                    : has_table_ ? look_up(matches, b, b_end, key_b)
+                                 : note_matches(matches, alike, a, end_, b, b_end, key_, key_b);
       met |= for_each_match(matches, n, match);
     }
     return met;
@@ -51,18 +52,39 @@ class LookupList {
  private:
   static constexpr i64 longest_table = 8192;
 
-  // Notes the items of the list that b .. b_end-1 meet, and returns their number.
+  // Looks items from b on up, as many as can be noted, and returns the number of matches.
   template <class KeyB>
   i64 look_up(Matches<i32>& matches, i32& b, i32 b_end, KeyB key_b)
   {
-    const i32 before = begin_ - 1;
+    const i32 before = begin_ - 1, end = static_cast<i32>(std::min<i64>(b_end, b + most_matches));
     i64 n = 0;
-    for (i32 k = b; k < b_end; ++k) {
+    for (i32 k = b; k < end; ++k) {
       const i32 place = slot(key_b(k));
       matches[static_cast<std::size_t>(n)] = {before + place, k};
       n += place != 0;
     }
-    b = b_end;
+    b = end;
+    return n;
+  }
+
+  // The same the other way round where the list is much the shorter one: searches its items from a on in b .. b_end-1,
+  // by halves and each for itself, so that no search waits for another.
+  template <class KeyB>
+  i64 search(Matches<i32>& matches, i32& a, i32 b, i32 b_end, KeyB key_b)
+  {
+    const i32 end = static_cast<i32>(std::min<i64>(end_, a + most_matches));
+    i64 n = 0;
+    for (; a < end; ++a) {
+      const i64 key = key_(a);
+      i32 found = b;
+      for (i32 rest = b_end - b; rest > 1;) {
+        const i32 half = rest / 2;
+        found += half * (key_b(found + half) <= key);
+        rest -= half;
+      }
+      matches[static_cast<std::size_t>(n)] = {a, found};
+      n += key_b(found) == key;
+    }
     return n;
   }
 
