@@ -102,13 +102,15 @@ KERNEL((467), (i32 rncodeatom, i32 rnelem, i32 rnnz), measure_product, i32 codep
         msubi, msubj, mnnz, pattern, nelem, d1, [&](i32, i32 e) { size.append_scaled(e); },
         [&](i32, i64) { size.close_element(); });
   } else {
-    for_each_row_group(msubi, mnnz, [&](i32, i32 kb, i32 ke) {
-      size.close_element();
-      for (i64 t = 0; t < d0; ++t) {
-        for (i32 k = kb; k < ke; ++k) size.append_scaled(t * d1 + msubj[k]);
-      }
-    });
+    for_each_row_group(msubi, mnnz, [&](i32, i32, i32) { size.close_element(); });
     size.elements *= d0;
+    // Row by row of E, which stays in the caches, and without the ends of row groups: half the time of the writer's
+    // order.
+    const i32 begin = size.terms;
+    for (i64 t = 0; t < d0; ++t) {
+      for (i64 k = 0; k < mnnz; ++k) size.append(t * d1 + msubj[k]);
+    }
+    if (hascode) size.atoms += 2 * (size.terms - begin);
   }
   return {size.atoms, size.elements, size.terms};
 }
