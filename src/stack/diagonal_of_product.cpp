@@ -52,9 +52,8 @@ void walk_columns_and_rows(CI32 msubi, CI32 msubj, Run<const i32> perm, i32 mnnz
   i32 e = 0, q = 0;
   for (i64 j = 0; j < mdimj; ++j) {
     const i64 row_start = j * d1;
-    i32 row_end = e, column_end = q;
-    while (row_end < nelem && sp[row_end] < row_start + d1) ++row_end;
-    while (column_end < mnnz && msubj[perm[column_end]] == j) ++column_end;
+    const i32 row_end = stretch_end(e, nelem, [&](i32 stored) { return sp[stored] < row_start + d1; });
+    const i32 column_end = stretch_end(q, mnnz, [&](i32 place) { return msubj[perm[place]] == j; });
     const bool met = intersect(
         e, row_end, q, column_end, [&](i32 stored) { return sp[stored] - row_start; },
         [&](i32 place) { return i64{msubi[perm[place]]}; }, [&](i32 stored, i32 place) { entry(perm[place], stored); });
@@ -78,7 +77,7 @@ void walk_rows(i32& mi, CI32 msubi, CI32 msubj, i32 d1, Entry entry, Element ele
 }
 
 // The left form with a sparse E, its elements by column: row i of M against column i of E, from `mi` and `q` on until
-// either list is exhausted. entry(k, e) for each match, element(i) after each row with a match. One division an
+// either list is exhausted. entry(k, e) for each match, element(i) after each row with a match. At most one division an
 // element.
 template <class Entry, class Element>
 void walk_rows_and_columns(i32& mi, CI32 msubi, CI32 msubj, i32& q, Run<const i32> perm, i32 nelem, Run<const i64> sp,
@@ -88,17 +87,13 @@ void walk_rows_and_columns(i32& mi, CI32 msubi, CI32 msubj, i32& q, Run<const i3
   if (mi >= mnnz || q >= nelem) return;
   const Divisor width(d1);
   const auto column_of = [&](i32 place) { return width.remainder(sp[perm[place]]); };
-  i64 column = column_of(q);
   while (true) {
-    while (msubi[mi] < column) {
-      if (++mi == mnnz) return;
-    }
-    i32 column_end = q + 1;
-    i64 next_column = column;
-    while (column_end < nelem && (next_column = column_of(column_end)) == column) ++column_end;
+    const i64 column = column_of(q);
+    mi = stretch_end(mi, mnnz, [&](i32 k) { return msubi[k] < column; });
+    if (mi == mnnz) return;
+    const i32 column_end = stretch_end(q + 1, nelem, [&](i32 place) { return column_of(place) == column; });
     if (msubi[mi] == column) {
-      i32 row_end = mi + 1;
-      while (row_end < mnnz && msubi[row_end] == column) ++row_end;
+      const i32 row_end = stretch_end(mi + 1, mnnz, [&](i32 k) { return msubi[k] == column; });
       // In one column the flat positions compare as the rows do.
       const bool met = intersect(
           mi, row_end, q, column_end, [&](i32 k) { return i64{d1} * msubj[k] + column; },
@@ -108,7 +103,6 @@ void walk_rows_and_columns(i32& mi, CI32 msubi, CI32 msubj, i32& q, Run<const i3
     }
     q = column_end;
     if (mi == mnnz || q == nelem) return;
-    column = next_column;
   }
 }
 
