@@ -17,11 +17,13 @@ class LookupList {
  public:
   explicit LookupList(Key key) : key_(key) {}
 
-  // Makes the items begin .. end-1 the list, end being above begin, for `others` items of other lists in all.
+  // Makes the items begin .. end-1 the list, to be intersected with other lists of `others` items in all.
   void take(i32 begin, i32 end, i64 others)
   {
     begin_ = begin;
     end_ = end;
+    has_table_ = false;
+    if (begin >= end || others <= 0) return;
     low_ = key_(begin);
     spread_ = key_(end - 1) - low_ + 1;
     // Clearing the table costs less than the merges only if those are long enough.
