@@ -1,29 +1,89 @@
 // Merges of two strictly ascending lists: their intersection and their union.
 #pragma once
 
+#include <array>
+#include <cstddef>
+
 #include "frame/frame.h"
 
 namespace fragments {
+
+// Pairs of places with equal keys, noted during a walk and handled behind it: a walk that branches on each is foretold
+// wrongly where the data decide.
+template <class Cursor>
+struct Match {
+  Cursor a, b;
+};
+constexpr i64 most_matches = 64;
+template <class Cursor>
+using Matches = std::array<Match<Cursor>, most_matches>;
+
+// handle(a, b) for the first n matches in order. Returns whether there are any.
+template <class Cursor, class Handle>
+bool for_each_match(const Matches<Cursor>& matches, i64 n, Handle handle)
+{
+  for (i64 k = 0; k < n; ++k) handle(matches[static_cast<std::size_t>(k)].a, matches[static_cast<std::size_t>(k)].b);
+  return n > 0;
+}
+
+// Walks two lists in step until one is exhausted or no more matches can be noted, and returns the number noted. Keys
+// are from 0 on.
+//
+// Lists of like lengths are walked without a branch on their keys, up to the last item of one: half the time of the
+// plain loop. A cursor advances by adding the sign of a difference, and the keys come from loads one step ahead. In a
+// list that is much longer than the other nearly all items are passed over, which branches foretell well.
+template <class Cursor, class KeyA, class KeyB>
+i64 note_matches(Matches<Cursor>& matches, bool alike, Cursor& a, Cursor a_end, Cursor& b, Cursor b_end, KeyA key_a,
+                 KeyB key_b)
+{
+  Cursor p = a, q = b;
+  i64 n = 0;
+  if (alike && p < a_end - 1 && q < b_end - 1) {
+    i64 x = key_a(p), y = key_b(q);
+    do {
+      const i64 next_x = key_a(p + 1), next_y = key_b(q + 1);
+      const i64 less = (x - y) >> 63, greater = (y - x) >> 63;  // -1 or 0
+      matches[static_cast<std::size_t>(n)] = {p, q};
+      n += 1 + less + greater;
+      p += static_cast<Cursor>(1 + greater);
+      q += static_cast<Cursor>(1 + less);
+      x = next_x ^ ((next_x ^ x) & greater);
+      y = next_y ^ ((next_y ^ y) & less);
+    } while (p < a_end - 1 && q < b_end - 1 && n < most_matches);
+  } else {
+    while (p < a_end && q < b_end && n < most_matches) {
+      const i64 x = key_a(p), y = key_b(q);
+      if (x < y) {
+        ++p;
+      } else if (y < x) {
+        ++q;
+      } else {
+        matches[static_cast<std::size_t>(n++)] = {p++, q++};
+      }
+    }
+  }
+  a = p;
+  b = q;
+  return n;
+}
+
+// Whether neither of two lists is much longer than the other.
+inline bool are_alike(i64 a, i64 b)
+{
+  return a < 4 * b && b < 4 * a;
+}
 
 // Walks the two in step until one of them is exhausted: match(a, b) for every pair of equal keys. The cursors are left
 // where the walk ended. Returns whether there was a match.
 template <class Cursor, class KeyA, class KeyB, class Match>
 bool intersect(Cursor& a, Cursor a_end, Cursor& b, Cursor b_end, KeyA key_a, KeyB key_b, Match match)
 {
+  const bool alike = are_alike(a_end - a, b_end - b);
+  Matches<Cursor> matches;
   bool met = false;
   while (a < a_end && b < b_end) {
-    const auto x = key_a(a);
-    const auto y = key_b(b);
-    if (x < y) {
-      ++a;
-    } else if (y < x) {
-      ++b;
-    } else {
-      match(a, b);
-      met = true;
-      ++a;
-      ++b;
-    }
+    const i64 n = note_matches(matches, alike, a, a_end, b, b_end, key_a, key_b);
+    met |= for_each_match(matches, n, match);
   }
   return met;
 }

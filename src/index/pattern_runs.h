@@ -5,6 +5,16 @@
 
 namespace fragments {
 
+// The end of a stretch: `inside` holds from k on up to a place before n, or up to n, and nowhere behind it. Looks at
+// one in eight of a long stretch.
+template <class Inside>
+i32 stretch_end(i32 k, i32 n, Inside inside)
+{
+  while (n - k >= 8 && inside(k + 7)) k += 8;
+  while (k < n && inside(k)) ++k;
+  return k;
+}
+
 // Walks n flat positions in row runs, the maximal stretches with the same row t = sp / width. run(t, b, e) is called
 // for the positions b .. e-1.
 template <class EachRun>
@@ -14,8 +24,7 @@ void for_each_row_run(Run<const i64> sp, i32 n, i64 width, EachRun run)
   for (i32 b = 0; b < n;) {
     const i64 t = divisor.quotient(sp[b]);
     const i64 row_end = (t + 1) * width;
-    i32 e = b + 1;
-    while (e < n && sp[e] < row_end) ++e;
+    const i32 e = stretch_end(b + 1, n, [&](i32 k) { return sp[k] < row_end; });
     run(t, b, e);
     b = e;
   }

@@ -21,7 +21,7 @@
 // - xperm (position in xi32; one an item): the entries of M (right) or the stored elements of E (left) by column
 // - mi (cursor): the next entry of M
 
-#include "index/merge.h"
+#include "index/lookup_list.h"
 #include "index/pattern_runs.h"
 #include "stack/column_sort.h"
 #include "stack/constant_matrix.h"
@@ -49,15 +49,16 @@ template <class Entry, class Element>
 void walk_columns_and_rows(CI32 msubi, CI32 msubj, Run<const i32> perm, i32 mnnz, i32 mdimj, Run<const i64> sp,
                            i32 nelem, i32 d1, Entry entry, Element element)
 {
+  LookupList column([&](i32 place) { return i64{msubi[perm[place]]}; });
   i32 e = 0, q = 0;
   for (i64 j = 0; j < mdimj; ++j) {
     const i64 row_start = j * d1;
-    i32 row_end = e, column_end = q;
-    while (row_end < nelem && sp[row_end] < row_start + d1) ++row_end;
-    while (column_end < mnnz && msubj[perm[column_end]] == j) ++column_end;
-    const bool met = intersect(
-        e, row_end, q, column_end, [&](i32 stored) { return sp[stored] - row_start; },
-        [&](i32 place) { return i64{msubi[perm[place]]}; }, [&](i32 stored, i32 place) { entry(perm[place], stored); });
+    const i32 row_end = stretch_end(e, nelem, [&](i32 stored) { return sp[stored] < row_start + d1; });
+    const i32 column_end = stretch_end(q, mnnz, [&](i32 place) { return msubj[perm[place]] == j; });
+    column.take(q, column_end, row_end - e);
+    const bool met = column.intersect(
+        e, row_end, [&](i32 stored) { return sp[stored] - row_start; },
+        [&](i32 place, i32 stored) { entry(perm[place], stored); });
     if (met) element(j);
     e = row_end;
     q = column_end;
@@ -78,8 +79,8 @@ void walk_rows(i32& mi, CI32 msubi, CI32 msubj, i32 d1, Entry entry, Element ele
 }
 
 // The left form with a sparse E, its elements by column: row i of M against column i of E, from `mi` and `q` on until
-// either list is exhausted. entry(k, e) for each match, element(i) after each row with a match. One division an
-// element.
+// either list is exhausted. entry(k, e) for each match, element(i) after each row with a match. At most two divisions
+// an element.
 template <class Entry, class Element>
 void walk_rows_and_columns(i32& mi, CI32 msubi, CI32 msubj, i32& q, Run<const i32> perm, i32 nelem, Run<const i64> sp,
                            i32 d1, Entry entry, Element element)
@@ -87,28 +88,24 @@ void walk_rows_and_columns(i32& mi, CI32 msubi, CI32 msubj, i32& q, Run<const i3
   const i32 mnnz = static_cast<i32>(msubi.count);
   if (mi >= mnnz || q >= nelem) return;
   const Divisor width(d1);
+  LookupList row([&](i32 k) { return i64{msubj[k]}; });
   const auto column_of = [&](i32 place) { return width.remainder(sp[perm[place]]); };
-  i64 column = column_of(q);
   while (true) {
-    while (msubi[mi] < column) {
-      if (++mi == mnnz) return;
-    }
-    i32 column_end = q + 1;
-    i64 next_column = column;
-    while (column_end < nelem && (next_column = column_of(column_end)) == column) ++column_end;
+    const i64 column = column_of(q);
+    mi = stretch_end(mi, mnnz, [&](i32 k) { return msubi[k] < column; });
+    if (mi == mnnz) return;
+    const i32 column_end = stretch_end(q + 1, nelem, [&](i32 place) { return column_of(place) == column; });
     if (msubi[mi] == column) {
-      i32 row_end = mi + 1;
-      while (row_end < mnnz && msubi[row_end] == column) ++row_end;
-      // In one column the flat positions compare as the rows do.
-      const bool met = intersect(
-          mi, row_end, q, column_end, [&](i32 k) { return i64{d1} * msubj[k] + column; },
-          [&](i32 place) { return sp[perm[place]]; }, [&](i32 k, i32 place) { entry(k, perm[place]); });
+      const i32 row_end = stretch_end(mi + 1, mnnz, [&](i32 k) { return msubi[k] == column; });
+      row.take(mi, row_end, column_end - q);
+      const bool met = row.intersect(
+          q, column_end, [&](i32 place) { return width.quotient(sp[perm[place]]); },
+          [&](i32 k, i32 place) { entry(k, perm[place]); });
       if (met) element(column);
       mi = row_end;
     }
     q = column_end;
     if (mi == mnnz || q == nelem) return;
-    column = next_column;
   }
 }
 

@@ -22,7 +22,7 @@
 // - i (index): the row of M
 // - rncodeatom (size): the atoms of the result; above 0 it has code
 
-#include "index/merge.h"
+#include "index/lookup_list.h"
 #include "index/pattern_runs.h"
 #include "stack/constant_matrix.h"
 #include "stack/record.h"
@@ -36,14 +36,12 @@ namespace {
 template <class Match, class Element>
 void merge_rows(CI32 msubi, CI32 msubj, i32 mnnz, Run<const i64> sp, i32 nelem, i32 d1, Match match, Element element)
 {
+  LookupList row_of_matrix([&](i32 k) { return i64{msubj[k]}; });
   for_each_row_group(msubi, mnnz, [&](i32 i, i32 kb, i32 ke) {
-    for_each_row_run(sp, nelem, d1, [&](i64 t, i32 e, i32 run_end) {
+    row_of_matrix.take(kb, ke, nelem);
+    for_each_row_run(sp, nelem, d1, [&](i64 t, i32 b, i32 e) {
       const i64 row_start = t * d1;
-      i32 k = kb;
-      const bool met = intersect(
-          k, ke, e, run_end, [&](i32 entry) { return i64{msubj[entry]}; },
-          [&](i32 stored) { return sp[stored] - row_start; }, match);
-      if (met) element(i, t);
+      if (row_of_matrix.intersect(b, e, [&](i32 f) { return sp[f] - row_start; }, match)) element(i, t);
     });
   });
 }
@@ -104,13 +102,15 @@ KERNEL((467), (i32 rncodeatom, i32 rnelem, i32 rnnz), measure_product, i32 codep
         msubi, msubj, mnnz, pattern, nelem, d1, [&](i32, i32 e) { size.append_scaled(e); },
         [&](i32, i64) { size.close_element(); });
   } else {
-    for_each_row_group(msubi, mnnz, [&](i32, i32 kb, i32 ke) {
-      size.close_element();
-      for (i64 t = 0; t < d0; ++t) {
-        for (i32 k = kb; k < ke; ++k) size.append_scaled(t * d1 + msubj[k]);
-      }
-    });
+    for_each_row_group(msubi, mnnz, [&](i32, i32, i32) { size.close_element(); });
     size.elements *= d0;
+    // Row by row of E, which stays in the caches, and without the ends of row groups: half the time of the writer's
+    // order.
+    const i32 begin = size.terms;
+    for (i64 t = 0; t < d0; ++t) {
+      for (i64 k = 0; k < mnnz; ++k) size.append(t * d1 + msubj[k]);
+    }
+    if (hascode) size.atoms += 2 * (size.terms - begin);
   }
   return {size.atoms, size.elements, size.terms};
 }

@@ -6,7 +6,8 @@
 #pragma once
 
 #include "index/divisor.h"
-#include "index/merge.h"
+#include "index/lookup_list.h"
+#include "index/pattern_runs.h"
 
 namespace fragments {
 
@@ -20,9 +21,7 @@ struct ByRow {
   i32 block_end(i32 u, i64 row) const
   {
     const i64 end = (row + 1) * cols;
-    do ++u;
-    while (u < count && sp[u] < end);
-    return u;
+    return stretch_end(u + 1, count, [&](i32 at) { return sp[at] < end; });
   }
 };
 
@@ -34,11 +33,10 @@ struct ByColumn {
   Divisor cols;
 
   i64 key(i32 v) const { return cols.remainder(sp[perm[v]]); }
+  i64 row(i32 v) const { return cols.quotient(sp[perm[v]]); }
   i32 block_end(i32 v, i64 column) const
   {
-    do ++v;
-    while (v < count && key(v) == column);
-    return v;
+    return stretch_end(v + 1, count, [&](i32 at) { return key(at) == column; });
   }
 };
 
@@ -79,17 +77,13 @@ void for_each_entry_by_column(const ByColumn& pattern, i32& cursor, Entry entry,
   }
 }
 
-// Merges the block u .. u_end-1 of a row with the block v .. v_end-1 of a column: match(entry of the row's pattern,
-// entry of the column's). Returns whether there was a match. An entry in column s of the row is compared by the flat
-// position of its partner (s, column), which takes no division.
-template <class Match>
-bool merge_blocks(const ByRow& rows, i64 row, i32 u, i32 u_end, const ByColumn& columns, i64 column, i32 v, i32 v_end,
-                  Match match)
+// The block of a row meets the block v .. v_end-1 of a column: match(entry of the row's pattern, entry of the
+// column's). Returns whether there was a match.
+template <class RowBlock, class Match>
+bool meet(RowBlock& row, const ByColumn& columns, i32 v, i32 v_end, Match match)
 {
-  const i64 row_start = row * rows.cols, width = columns.cols.value();
-  return intersect(
-      u, u_end, v, v_end, [&](i32 at) { return (rows.sp[at] - row_start) * width + column; },
-      [&](i32 at) { return columns.sp[columns.perm[at]]; }, [&](i32 a, i32 b) { match(a, columns.perm[b]); });
+  return row.intersect(
+      v, v_end, [&](i32 at) { return columns.row(at); }, [&](i32 a, i32 b) { match(a, columns.perm[b]); });
 }
 
 // The diagonal of a product: row r of the left factor and column r of the right one. match(entry of the row's pattern,
@@ -98,11 +92,17 @@ bool merge_blocks(const ByRow& rows, i64 row, i32 u, i32 u_end, const ByColumn& 
 template <class Match, class Element>
 void walk_diagonal(const ByRow& rows, i32& u, const ByColumn& columns, i32& v, Match match, Element element)
 {
+  i64 row_start = 0;
+  LookupList row_block([&](i32 at) { return rows.sp[at] - row_start; });
   while (u < rows.count && v < columns.count) {
     const i64 row = rows.key(u), column = columns.key(v);
     const i32 u_end = row <= column ? rows.block_end(u, row) : u;
     const i32 v_end = column <= row ? columns.block_end(v, column) : v;
-    if (row == column && merge_blocks(rows, row, u, u_end, columns, column, v, v_end, match)) element(row);
+    if (row == column) {
+      row_start = row * rows.cols;
+      row_block.take(u, u_end, v_end - v);
+      if (meet(row_block, columns, v, v_end, match)) element(row);
+    }
     u = u_end;
     v = v_end;
   }
@@ -114,11 +114,13 @@ void walk_diagonal(const ByRow& rows, i32& u, const ByColumn& columns, i32& v, M
 template <class Match, class Element>
 void walk_product(const ByRow& rows, i32& cursor, const ByColumn& columns, Match match, Element element)
 {
+  i64 row_start = 0;
+  LookupList row_block([&](i32 at) { return rows.sp[at] - row_start; });
   for_each_block(rows, cursor, [&](i64 row, i32 u, i32 u_end) {
+    row_start = row * rows.cols;
+    row_block.take(u, u_end, columns.count);
     for_each_block(columns, [&](i64 column, i32 v, i32 v_end) {
-      if (merge_blocks(rows, row, u, u_end, columns, column, v, v_end, match)) {
-        element(row * columns.cols.value() + column);
-      }
+      if (meet(row_block, columns, v, v_end, match)) element(row * columns.cols.value() + column);
     });
   });
 }
