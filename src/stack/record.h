@@ -253,14 +253,15 @@ struct Writer : Counts {
     ++atoms;
   }
 
-  // Several atoms, the last of them without an operand: they are stored two at a time.
+  // Several atoms, the last of them without an operand. Their fields are stored as runs, two slots at a time.
   template <std::size_t n>
   void push_atoms(const i32 (&opcodes)[n], const f64 (&operands)[n - 1])
   {
+    constexpr i64 count = n;
     const Run code_end = code.from(atoms);
     const Run cconst_end = cconst.from(atoms);
-    for (std::size_t k = 0; k < n; ++k) code_end[k] = opcodes[k];
-    for (std::size_t k = 0; k < n - 1; ++k) cconst_end[k] = operands[k];
+    for (i64 k = 0; k < count; ++k) code_end[k] = opcodes[k];
+    for (i64 k = 0; k < count - 1; ++k) cconst_end[k] = operands[k];
     atoms += static_cast<i32>(n);
   }
 
