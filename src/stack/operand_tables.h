@@ -14,14 +14,16 @@ struct OperandTables {
   template <class Flag>
   Operand operand(i64 k, i64 b, i64 e, Flag hascode) const
   {
-    Operand operand{.ptr{w.i32s, ptr_base[k]}};
+    // No array that is read is None, which a run from a position would have to test for.
+    const Run i32s{w.i32s, 0};
+    Operand operand{.ptr = i32s.from(ptr_base[k])};
     if (operand.terms(b, e).count() <= 0) return operand;
-    operand.nidxs = {w.i64s, nidxs_base[k]};
-    operand.cof = {w.f64s, cof_base[k]};
+    operand.nidxs = Run{w.i64s, 0}.from(nidxs_base[k]);
+    operand.cof = Run{w.f64s, 0}.from(cof_base[k]);
     if (hascode && ncodeatom[k] > 0) {
-      operand.codeptr = {w.i32s, codeptr[k]};
-      operand.code = {w.i32s, code[k]};
-      operand.cconst = {w.f64s, cconst[k]};
+      operand.codeptr = i32s.from(codeptr[k]);
+      operand.code = i32s.from(code[k]);
+      operand.cconst = Run{w.f64s, 0}.from(cconst[k]);
       operand.hascode = true;
     }
     return operand;
