@@ -251,7 +251,7 @@ KERNEL((442), (i32 order, i32 other), sort_stack_keys, i32 order, CI32 ri32, i32
   Run from{xi32, order}, to{xi32, other};
   for (i32 i = 0; i < n; ++i) from[i] = i;
   for (i64 d = nd - 1; d >= 0; --d) {
-    const Coordinate coordinate{Divisor{strides[d]}, Divisor{extents[d]}};
+    const Coordinate coordinate{Divisor{strides[d]}, Divisor{extents[d]}, d == 0};
     const auto digit = [&](i64 i) { return coordinate(keys[i]); };
     clear_buckets(buckets, extents[d]);
     count_buckets(buckets, n, digit);  // in the order of the keys, which is that of memory

@@ -92,7 +92,7 @@ KERNEL((528), (i32 source, i32 target), sort_by_group, i32 dim, i32 nd, i32 nele
     const i32 extent = extents[axis];
     if (axis != dim) {
       const Run from{xi32, source}, to{xi32, target};
-      const Coordinate coordinate{Divisor(stride), Divisor(extent)};
+      const Coordinate coordinate{Divisor(stride), Divisor(extent), axis == 0};
       sort_pass(buckets, extent, extent, from, to, nelem, [&](i64 m) { return coordinate(pattern[m]); });
       std::swap(source, target);
     }

@@ -56,7 +56,7 @@ KERNEL((564), (i32 source, i32 target), sort_by_mirror, i32 source, CI32 dim, i3
     const i32 axis = sortidx[q], extent = dim[axis];
     if (extent < 2) continue;
     const Run from{xi32, source}, to{xi32, target};
-    const Coordinate coordinate{Divisor(n > 0 ? stride[axis] : 0), Divisor(extent)};
+    const Coordinate coordinate{Divisor(n > 0 ? stride[axis] : 0), Divisor(extent), axis == 0};
     sort_pass(buckets, extent, dim[3], from, to, n, [&](i64 m) { return coordinate(pattern[m]); });
     std::swap(source, target);
   }
