@@ -42,11 +42,18 @@ class Divisor {
   u64 reciprocal_;
 };
 
-// The coordinate of a flat position along one axis.
+// The coordinate of a flat position along one axis. The innermost axis needs no quotient and the outermost, if it is
+// said to be it, no remainder of what lies in the shape: half the time.
 struct Coordinate {
   Divisor stride{1}, extent{1};
+  bool is_outermost = false;
 
-  i64 operator()(i64 flat) const { return extent.remainder(stride.quotient(flat)); }
+  i64 operator()(i64 flat) const
+  {
+    const i64 steps = stride.value() == 1 ? flat : stride.quotient(flat);
+    if (is_outermost && steps < extent.value()) return steps;
+    return extent.remainder(steps);
+  }
 };
 
 }  // namespace fragments

@@ -14,23 +14,23 @@ struct OperandTables {
   template <class Flag>
   Operand operand(i64 k, i64 b, i64 e, Flag hascode) const
   {
-    const Run<const i32> ptr{w.i32s, ptr_base[k]};
-    const bool has_terms = ptr[b] < ptr[e];
-    if (hascode && has_terms && ncodeatom[k] > 0) {
+    // No array that is read is None, which a run from a position would have to test for.
+    const Run i32s{w.i32s, 0};
+    const Run i64s{w.i64s, 0};
+    const Run f64s{w.f64s, 0};
+    const auto ptr = i32s.from(ptr_base[k]);
+    if (ptr[b] >= ptr[e]) return {.ptr = ptr};
+    if (hascode && ncodeatom[k] > 0) {
       // Made as a whole: clearing it first takes a quarter of a short element's time.
       return {.ptr = ptr,
-              .nidxs{w.i64s, nidxs_base[k]},
-              .cof{w.f64s, cof_base[k]},
-              .codeptr{w.i32s, codeptr[k]},
-              .code{w.i32s, code[k]},
-              .cconst{w.f64s, cconst[k]},
+              .nidxs = i64s.from(nidxs_base[k]),
+              .cof = f64s.from(cof_base[k]),
+              .codeptr = i32s.from(codeptr[k]),
+              .code = i32s.from(code[k]),
+              .cconst = f64s.from(cconst[k]),
               .hascode = true};
     }
-    Operand operand{.ptr = ptr};
-    if (!has_terms) return operand;
-    operand.nidxs = {w.i64s, nidxs_base[k]};
-    operand.cof = {w.f64s, cof_base[k]};
-    return operand;
+    return {.ptr = ptr, .nidxs = i64s.from(nidxs_base[k]), .cof = f64s.from(cof_base[k])};
   }
 };
 

@@ -42,6 +42,17 @@ void append_elements(Writer& result, const OperandTables& from, i64 k, i64 b, i6
   if (hascode && !operand.hascode) result.append_zero_code(operand.terms(b, e).count());
 }
 
+// The same of its element f alone, for which there is less to do.
+template <class Flag>
+void append_element(Writer& result, const OperandTables& from, i64 k, i64 f, Flag hascode)
+{
+  const Operand operand = from.operand(k, f, f + 1, hascode);
+  const Terms terms = operand.terms(f);
+  result.append(operand, terms, operand.hascode);
+  if (hascode && !operand.hascode) result.append_zero_code(terms.count());
+  result.close_element();
+}
+
 }  // namespace
 
 // Copies the n extents of an operand from `shape_` to `shape`.
@@ -150,7 +161,11 @@ KERNEL((436), (), write_dense_stack, CI32 cconst, CI32 code, CI32 codeptr, CI32 
     for (i64 a = 0; a < d0; ++a) {
       for (i64 k = 0; k < n; ++k) {
         const i64 block = i64{d1s[k]} * d2;
-        if (block > 0) append_elements(result, operands, k, a * block, (a + 1) * block, code_flag);
+        if (block == 1) {
+          append_element(result, operands, k, a, code_flag);
+        } else if (block > 0) {
+          append_elements(result, operands, k, a * block, (a + 1) * block, code_flag);
+        }
       }
     }
   });
@@ -236,7 +251,7 @@ KERNEL((442), (i32 order, i32 other), sort_stack_keys, i32 order, CI32 ri32, i32
   Run from{xi32, order}, to{xi32, other};
   for (i32 i = 0; i < n; ++i) from[i] = i;
   for (i64 d = nd - 1; d >= 0; --d) {
-    const Coordinate coordinate{Divisor{strides[d]}, Divisor{extents[d]}};
+    const Coordinate coordinate{Divisor{strides[d]}, Divisor{extents[d]}, d == 0};
     const auto digit = [&](i64 i) { return coordinate(keys[i]); };
     clear_buckets(buckets, extents[d]);
     count_buckets(buckets, n, digit);  // in the order of the keys, which is that of memory
@@ -269,7 +284,7 @@ KERNEL((443), (), write_sorted_stack, CI32 cconst, CI32 code, CI32 codeptr, CI32
     for (i64 m = 0; m < rnelem; ++m) {
       const i64 p = sorted[m], i = element_number[p];
       result.sp[m] = keys[p];
-      append_elements(result, operands, operand_number[p], i, i + 1, code_flag);
+      append_element(result, operands, operand_number[p], i, code_flag);
     }
   });
 }

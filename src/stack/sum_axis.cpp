@@ -92,7 +92,7 @@ KERNEL((528), (i32 source, i32 target), sort_by_group, i32 dim, i32 nd, i32 nele
     const i32 extent = extents[axis];
     if (axis != dim) {
       const Run from{xi32, source}, to{xi32, target};
-      const Coordinate coordinate{Divisor(stride), Divisor(extent)};
+      const Coordinate coordinate{Divisor(stride), Divisor(extent), axis == 0};
       sort_pass(buckets, extent, extent, from, to, nelem, [&](i64 m) { return coordinate(pattern[m]); });
       std::swap(source, target);
     }
@@ -176,16 +176,19 @@ KERNEL((539), (i32 rncodeatom, i32 rnelem, i32 rnnz), write_dense_sum_along_axis
   const ResultArrays r{ri32, ri64, rf64};
   Writer result =
       r.writer(rptr, rnidxs, rcof, rcodeptr, rcode, rcconst, {.elements = rnelem, .terms = rnnz, .atoms = rncodeatom});
-  // Along the last axis the elements of a group are neighbours and move as one run.
-  const bool is_one_run = inner_step == 1;
-  const i32 runs = is_one_run ? ext > 0 : ext, run_length = is_one_run ? ext : 1;
   with_constant(ncodeatom > 0, [&](auto hascode) {
+    // Along the last axis groups are neighbours, one behind the other, and all terms move as one run.
+    if (inner == 1 && inner_step == 1 && ext_inner == ext && ext > 0 && outer > 0) {
+      const i32 shift = result.terms - operand.ptr[0];
+      const i64 end = i64{outer} * ext;
+      for (i64 e = ext; e <= end; e += ext) result.ptr[++result.elements] = operand.ptr[e] + shift;
+      result.append(operand, operand.terms(0, end), hascode);
+      return;
+    }
     for (i64 a = 0; a < outer; ++a) {
       for (i64 b = 0; b < inner; ++b) {
         i64 e = a * ext_inner + b;
-        for (i32 k = 0; k < runs; ++k, e += inner_step) {
-          result.append(operand, operand.terms(e, e + run_length), hascode);
-        }
+        for (i32 k = 0; k < ext; ++k, e += inner_step) result.append(operand, e, hascode);
         result.close_element();
       }
     }

@@ -33,6 +33,33 @@ namespace {
 
 constexpr f64 half = 0.5;
 
+// Counts the atoms and terms of the mean at a stretch of elements whose mirrors, off the diagonal, count in it too: one
+// set of an element on the diagonal and two, with two atoms more a term, of any other.
+void count_stretch(const Operand& operand, i64 b, i64 e, DiagonalSide side, bool hascode, i32& nc, i32& nnz)
+{
+  const Terms stretch = operand.terms(b, e);
+  const i32 terms = stretch.count();
+  nnz += side == on_diagonal ? terms : 2 * terms;
+  if (hascode) {
+    const i32 atoms = operand.atoms(stretch);
+    nc += side == on_diagonal ? atoms : 2 * (atoms + 2 * terms);
+  }
+}
+
+// Whether the strides are those of a square fold with elements off its diagonal, which makes each of them the mirror of
+// another one.
+bool is_square(CI32 dim, CI64 stride)
+{
+  for (i64 d = 4; d >= 0; --d) {
+    if (dim[d] <= 0) return false;
+  }
+  if (dim[1] != dim[3] || dim[1] < 2 || stride[3] != dim[4]) return false;
+  for (i64 d = 0; d < 3; ++d) {
+    if (stride[d] != stride[d + 1] * dim[d + 1]) return false;
+  }
+  return true;
+}
+
 }  // namespace
 
 // Sorts the permutation of n elements at `source` by four axes of the fold, the least significant first: a stable
@@ -56,7 +83,7 @@ KERNEL((564), (i32 source, i32 target), sort_by_mirror, i32 source, CI32 dim, i3
     const i32 axis = sortidx[q], extent = dim[axis];
     if (extent < 2) continue;
     const Run from{xi32, source}, to{xi32, target};
-    const Coordinate coordinate{Divisor(n > 0 ? stride[axis] : 0), Divisor(extent)};
+    const Coordinate coordinate{Divisor(n > 0 ? stride[axis] : 0), Divisor(extent), axis == 0};
     sort_pass(buckets, extent, dim[3], from, to, n, [&](i64 m) { return coordinate(pattern[m]); });
     std::swap(source, target);
   }
@@ -71,13 +98,7 @@ KERNEL((565), (i32 nc, i32 nnz), measure_sparse_mean, i32 codeptr, i32 ncodeatom
   if (nelem <= 0) return {nc, nnz};
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
   for_each_stored_stretch(FoldStrides(stride), Run{wi64, sp}, nelem, [&](i64 b, i64 e, DiagonalSide side) {
-    const Terms stretch = operand.terms(b, e);
-    const i32 terms = stretch.count();
-    nnz += side == on_diagonal ? terms : 2 * terms;
-    if (ncodeatom > 0) {
-      const i32 atoms = operand.atoms(stretch);
-      nc += side == on_diagonal ? atoms : 2 * (atoms + 2 * terms);
-    }
+    count_stretch(operand, b, e, side, ncodeatom > 0, nc, nnz);
   });
   return {nc, nnz};
 }
@@ -154,6 +175,12 @@ KERNEL((570), (i32 nc, i32 nnz), measure_dense_mean, i32 nc, CI32 dim, i32 codep
        CI64 stride, CI32 wi32)
 {
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
+  if (is_square(dim, stride)) {
+    for_each_stretch({{dim[0], dim[1], dim[2], dim[3], dim[4]}}, [&](i64 b, i64 e, DiagonalSide side) {
+      count_stretch(operand, b, e, side, ncodeatom > 0, nc, nnz);
+    });
+    return {nc, nnz};
+  }
   Size mean(operand, ncodeatom > 0, {.terms = nnz, .atoms = nc});
   i64 e = 0;
   for_each_mirror(

@@ -10,6 +10,8 @@
 //
 // - rncodeatom (size): atoms of the result; above 0 it has code
 
+#include <algorithm>
+
 #include "index/merge.h"
 #include "stack/record.h"
 
@@ -30,6 +32,17 @@ void with_adder(Writer& result, const Operand& a, const Operand& b, bool hascode
       }
     });
   });
+}
+
+// Appends the elements b .. e-1 times `weight` to a result without code, as one run of terms.
+void append_scaled_elements(Writer& result, const Operand& from, i64 b, i64 e, f64 weight)
+{
+  const Terms t = from.terms(b, e);
+  const i32 shift = result.terms - t.begin;
+  copy_run(result.ptr.from(result.elements + 1), from.ptr.from(b + 1), e - b,
+           [shift](auto end) { return end + shift; });
+  result.elements += static_cast<i32>(e - b);
+  result.append_scaled(from, t, weight, std::false_type{});
 }
 
 }  // namespace
@@ -76,10 +89,24 @@ KERNEL((506), (i32 codei, i32 elmi, i32 i2, i32 nzi), write_dense_sparse_sum, i3
   Writer result =
       r.writer(rptr, rnidxs, rcof, rcodeptr, rcode, rcconst, {.elements = elmi, .terms = nzi, .atoms = codei});
   const Run pattern{wi64, sp2};
+  const bool anycode = rncodeatom > 0 || a.hascode || b.hascode;
+  constexpr i64 worth_a_run = 4;
   with_adder(result, a, b, rncodeatom > 0, [&](auto add_element) {
     for (i64 f = 0; f < nelem1; ++f) {
+      // Up to B's next element.
+      const i64 next = i2 < nelem2 && pattern[i2] >= f ? std::min<i64>(pattern[i2], nelem1) : nelem1;
+      if (!anycode && next - f >= worth_a_run) {
+        append_scaled_elements(result, a, f, next, c1);
+        f = next;
+      } else {
+        for (; f < next; ++f) {
+          add_element(a, f, c1);
+          result.close_element();
+        }
+      }
+      if (f == nelem1) break;
       add_element(a, f, c1);
-      if (i2 < nelem2 && pattern[i2] == f) add_element(b, i2++, c2);
+      add_element(b, i2++, c2);
       result.close_element();
     }
   });
