@@ -8,6 +8,7 @@
 // - c (cursor): the slot that is written next
 
 #include "index/counting_sort.h"
+#include "index/slots.h"
 
 namespace fragments {
 namespace {
@@ -16,14 +17,14 @@ namespace {
 // behind them.
 i32 gather_along_axis(i32 p, i32 q, i32 r, CI64 array, i32 c, I64 target)
 {
-  i64 place = c;
-  for (i64 a = 0; a < q; ++a) {
-    for (i64 b = 0; b < r; ++b) {
-      const Run line{array, p * a * r + b};
-      for (i64 e = 0; e < p; ++e) target[place++] = line[e * r];
-    }
+  if (p < 1 || q < 1 || r < 1) return c;
+  const i64 slab = i64{p} * r, end = c + q * slab;
+  if (p == 1 || r == 1) {
+    copy_slots(Run{target, c}, Run{array, 0}, q * slab);
+  } else {
+    for (i64 a = 0; a < q; ++a) transpose_slots(Run{target, c + a * slab}, Run{array, a * slab}, p, r, p);
   }
-  return static_cast<i32>(place);
+  return static_cast<i32>(end);
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <type_traits>
 
 #include "index/shape.h"
+#include "index/slots.h"
 
 namespace fragments {
 
@@ -18,9 +19,16 @@ void gather_box(StridedArray<T> to, std::type_identity_t<StridedArray<const T>> 
                 const Strides& strides, i64 nd, i64 n)
 {
   if (n < 1) return;
-  const i64 inner = nd - 1;
+  const auto extent = [&](i64 d) { return std::max<i64>(i64{last[d]} - first[d], 1); };
+  i64 inner = nd - 1;
   const i64 step = strides[inner];
-  const i64 row_length = inner > 0 ? std::max<i64>(i64{last[inner]} - first[inner], 1) : n;
+  i64 row_length = extent(inner);
+  // Rows that follow each other without a gap are one.
+  while (inner > 0 && strides[inner - 1] == step * row_length) {
+    --inner;
+    row_length *= extent(inner);
+  }
+  if (inner == 0) row_length = n;
   // start[d] is the flat position of the coordinates index[0 .. d], with those behind them at their first.
   const Scratch<i64> start(nd), index(nd);
   const i64 corner = flat_position(first, strides, nd);
@@ -31,7 +39,13 @@ void gather_box(StridedArray<T> to, std::type_identity_t<StridedArray<const T>> 
 
   for (i64 e = 0;;) {
     const i64 row_end = std::min(e + row_length, n);
-    for (i64 flat = start[inner]; e < row_end; ++e, flat += step) to[e] = from[flat];
+    i64 flat = start[inner];
+    if (step == 1) {
+      copy_slots(Run{to, e}, Run{from, flat}, row_end - e);
+      e = row_end;
+    } else {
+      for (; e < row_end; ++e, flat += step) to[e] = from[flat];
+    }
     if (e == n) return;
 
     // The row is at its end: on along the innermost axis that isn't.

@@ -4,62 +4,26 @@
 //     sparse source   strides 315, count 318, size 316 and strides 319 of the result, filter 320
 //
 // The walk of a dense source in row-major order takes neither a division nor a multiplication per element. The filters
-// visit every stored element, split its flat position into coordinates and test them; they keep the order, so that a
-// sparse result ascends again. They take O(elements * axes).
+// go by stretches of positions that are inside or outside the box, so that a dense source is read in the box alone, and
+// a stored position is compared with the end of its stretch; they keep the order, so that a sparse result ascends
+// again.
 //
-// - index (array; nd): scratch; takes the coordinates of every element and keeps those of the last
+// - index (array; nd): scratch; left with the coordinates of the last element
 // - rnidxs (array; up to the slot returned): the native numbers of the elements inside
 // - stride (array; nd): the strides of the array, as 315 makes them
 // - sp (array; len(nidxs)): the flat position of each element, ascending
 
+#include "index/box.h"
 #include "index/box_gather.h"
-#include "index/divisor.h"
-#include "index/shape.h"
+#include "index/slots.h"
 
 namespace fragments {
 namespace {
 
-// The coordinates of flat positions by strides that need not be row-major: index[d] = flat / stride[d] % shape[d].
-class Coordinates {
- public:
-  Coordinates(CI32 shape, CI64 stride, i32 nd) : shape_(shape), stride_(stride)
-  {
-    for (i64 d = 0; d < nd && d < fast_axes; ++d) axes_[d] = {Divisor(stride[d]), Divisor(shape[d])};
-  }
-
-  i32 operator()(i64 flat, i64 d) const
-  {
-    return static_cast<i32>(d < fast_axes ? axes_[d](flat) : flat / stride_[d] % shape_[d]);
-  }
-
- private:
-  // No array of practice has more axes; further ones take divisions.
-  static constexpr i64 fast_axes = 8;
-
-  CI32 shape_;
-  CI64 stride_;
-  Coordinate axes_[fast_axes];
-};
-
-// Calls inside(e) for those of `count` elements whose flat position(e) lies in the box. `index` takes the coordinates
-// of each element, all of them before they are tested, and keeps those of the last one. Without axes every element is
-// inside. O(count * nd).
-template <class Position, class Inside>
-void filter_by_box(CI32 astart, CI32 astop, i32 nd, I32 index, CI32 shape, CI64 stride, i64 count, Position position,
-                   Inside inside)
+// The coordinates of a flat position.
+void split(i64 flat, I32 index, CI32 shape, CI64 stride, i64 nd)
 {
-  if (count <= 0) return;
-  const Coordinates coordinate(shape, stride, nd);
-  for (i64 e = 0; e < count; ++e) {
-    const i64 flat = position(e);
-    bool is_inside = true;
-    for (i64 d = 0; d < nd; ++d) {
-      const i32 k = coordinate(flat, d);
-      index[d] = k;
-      is_inside &= astart[d] <= k && k < astop[d];
-    }
-    if (is_inside) inside(e);
-  }
+  for (i64 d = 0; d < nd; ++d) index[d] = static_cast<i32>(flat / stride[d] % shape[d]);
 }
 
 }  // namespace
@@ -80,9 +44,13 @@ KERNEL((260), (), slice_by_walk, CI32 con_nativeidxs, CI32 firsta, CI32 lasta, i
 KERNEL((317), (i32 pos), slice_dense_by_filter, CI32 astart, CI32 astop, I32 index, i32 nd, i32 pos, CI32 nidxs,
        I32 rnidxs, CI32 shape, CI64 stride)
 {
-  filter_by_box(
-      astart, astop, nd, index, shape, stride, nidxs.count, [](i64 e) { return e; },
-      [&](i64 e) { rnidxs[pos++] = nidxs[e]; });
+  if (nidxs.count <= 0) return pos;
+  const Box<CI32, CI64> box{nd, shape, stride, astart, astop};
+  for_each_box_stretch(box, nidxs.count, [&](i64 b, i64 e) {
+    copy_slots(Run{rnidxs, pos}, Run{nidxs, b}, e - b);
+    pos += static_cast<i32>(e - b);
+  });
+  split(nidxs.count - 1, index, shape, stride, nd);
   return pos;
 }
 
@@ -92,8 +60,10 @@ KERNEL((317), (i32 pos), slice_dense_by_filter, CI32 astart, CI32 astop, I32 ind
 KERNEL((318), (i32 count), count_in_box, CI32 astart, CI32 astop, i32 nd, I32 index, i32 count, CI32 nidxs, CI32 shape,
        CI64 sp, CI64 stride)
 {
-  filter_by_box(
-      astart, astop, nd, index, shape, stride, nidxs.count, [&](i64 e) { return sp[e]; }, [&](i64) { ++count; });
+  if (nidxs.count <= 0) return count;
+  const Box<CI32, CI64> box{nd, shape, stride, astart, astop};
+  BoxFilter(box, false).for_each(sp, nidxs.count, [&](i64) { ++count; });
+  split(sp[nidxs.count - 1], index, shape, stride, nd);
   return count;
 }
 
@@ -105,15 +75,16 @@ KERNEL((318), (i32 count), count_in_box, CI32 astart, CI32 astop, i32 nd, I32 in
 KERNEL((320), (i32 pos), slice_sparse_by_filter, CI32 astart, CI32 astop, I32 index, i32 nd, i32 pos, CI32 nidxs,
        I32 rnidxs, I64 rsp, CI64 rstride, CI32 shape, CI64 sp, CI64 stride)
 {
-  filter_by_box(
-      astart, astop, nd, index, shape, stride, nidxs.count, [&](i64 e) { return sp[e]; },
-      [&](i64 e) {
-        i64 flat = 0;
-        for (i64 d = 0; d < nd; ++d) flat += (i64{index[d]} - astart[d]) * rstride[d];
-        rsp[pos] = flat;
+  if (nidxs.count <= 0) return pos;
+  const Box<CI32, CI64> box{nd, shape, stride, astart, astop};
+  BoxFilter(box, true).for_each_with_place(
+      sp, nidxs.count, [&](i64 place, i64 d, i64 x) { return place + x * rstride[d]; },
+      [&](i64 e, i64 place) {
+        rsp[pos] = place;
         rnidxs[pos] = nidxs[e];
         ++pos;
       });
+  split(sp[nidxs.count - 1], index, shape, stride, nd);
   return pos;
 }
 

@@ -22,13 +22,11 @@ class Divisor {
     const u64 number = static_cast<u64>(n);
     // The reciprocal falls short of 2^64 / value by at most 1, so that the product comes out exact or one too small for
     // every number below 2^63.
-    u64 quotient = static_cast<u64>((static_cast<u128>(reciprocal_) * number) >> 64);
-    u64 remainder = number - quotient * value_;
-    if (remainder >= value_) {
-      ++quotient;
-      remainder -= value_;
-    }
-    return {static_cast<i64>(quotient), static_cast<i64>(remainder)};
+    const u64 quotient = static_cast<u64>((static_cast<u128>(reciprocal_) * number) >> 64);
+    const u64 remainder = number - quotient * value_;
+    // As arithmetic: the data decides, so that a branch would be foretold wrongly.
+    const u64 is_small = remainder >= value_;
+    return {static_cast<i64>(quotient + is_small), static_cast<i64>(remainder - (value_ & -is_small))};
   }
   i64 quotient(i64 n) const { return divide(n).quotient; }
   i64 remainder(i64 n) const { return divide(n).remainder; }

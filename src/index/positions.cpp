@@ -19,7 +19,9 @@ template <class T>
 void gather_rows(StridedArray<T> idxs, CI32x2 midxs, i32 n, std::type_identity_t<StridedArray<const T>> nidxs,
                  CI64 strides)
 {
-  for (i64 r = 0; r < midxs.rows; ++r) idxs[r] = nidxs[flat_position(Row{midxs, r}, strides, n)];
+  with_axis_count(n, [&](auto axes) {
+    for (i64 r = 0; r < midxs.rows; ++r) idxs[r] = nidxs[flat_position(Row{midxs, r}, strides, axes)];
+  });
 }
 
 // Horner's rule over the coordinates lo .. hi-1.

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <type_traits>
 
+#include "frame/copy_run.h"
 #include "frame/frame.h"
 
 namespace fragments {
@@ -23,11 +24,30 @@ struct Row {
 template <class T>
 Row(const StridedMatrix<T>&, i64) -> Row<T>;
 
+// The product of the extents lo .. hi-1, many of them: several products side by side, since each multiplication waits
+// for the one before. Wrapping products are exact in any order.
+template <class T, class Extents>
+[[gnu::noinline]] T product_of_many(const Extents& extents, i64 lo, i64 hi)
+{
+  T lanes[4] = {1, 1, 1, 1};
+  i64 d = lo;
+  for (; d + 4 <= hi; d += 4) {
+    for (i64 lane = 0; lane < 4; ++lane) lanes[lane] = wrapping_mul(lanes[lane], static_cast<T>(extents[d + lane]));
+  }
+  for (; d < hi; ++d) lanes[0] = wrapping_mul(lanes[0], static_cast<T>(extents[d]));
+  return wrapping_mul(wrapping_mul(lanes[0], lanes[1]), wrapping_mul(lanes[2], lanes[3]));
+}
+
 // `init` times the extents lo .. hi-1.
 template <class T, class Extents>
 T product(T init, const Extents& extents, i64 lo, i64 hi)
 {
-  for (i64 d = lo; d < hi; ++d) init = wrapping_mul(init, static_cast<T>(extents[d]));
+  if (hi - lo >= 16) [[unlikely]]
+    return wrapping_mul(init, product_of_many<T>(extents, lo, hi));
+  for (i64 d = lo; d < hi; ++d) {
+    stay_scalar(d);
+    init = wrapping_mul(init, static_cast<T>(extents[d]));
+  }
   return init;
 }
 
@@ -94,6 +114,23 @@ i64 split_position(i64 pos, const Index& index, const Extents& extents, i64 n)
     pos /= extent;
   }
   return pos;
+}
+
+// Calls walk(n) for n axes, n being a constant for up to 4 of them, so that loops over the axes have none left.
+template <class Walk>
+void with_axis_count(i64 n, Walk walk)
+{
+  if (n == 1) {
+    walk(std::integral_constant<i64, 1>{});
+  } else if (n == 2) {
+    walk(std::integral_constant<i64, 2>{});
+  } else if (n == 3) {
+    walk(std::integral_constant<i64, 3>{});
+  } else if (n == 4) {
+    walk(std::integral_constant<i64, 4>{});
+  } else {
+    walk(n);
+  }
 }
 
 inline bool is_outside(i32 index, i32 extent)

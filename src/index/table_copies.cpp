@@ -3,6 +3,7 @@
 // - shape (array; 2): the rows and the columns of the matrix
 
 #include "index/divisor.h"
+#include "index/slots.h"
 
 namespace fragments {
 
@@ -10,10 +11,7 @@ namespace fragments {
 // ascending order.
 KERNEL((327), (), flatten_values, CI32 shape, F64 vals, CF64x2 values2)
 {
-  for (i64 r = 0; r < shape[0]; ++r) {
-    const i64 cols = shape[1];
-    for (i64 c = 0; c < cols; ++c) vals[r * cols + c] = values2(r, c);
-  }
+  if (const i64 rows = shape[0]; rows > 0) copy_matrix(Run{vals, 0}, values2, rows, shape[1]);
 }
 
 // The entries of a matrix at flat positions: vals[k] is that at sp[k]. Of the shape, only the columns are read.
@@ -21,6 +19,15 @@ KERNEL((328), (), gather_values, CI32 shape, CI64 sp, F64 vals, CF64x2 values2)
 {
   if (sp.count < 1) return;
   const Divisor cols(shape[1]);
+  if (values2.rowstride == cols.value() * values2.colstride) {
+    // Without gaps between the rows; a position is divided for the check alone, if there is one.
+    for (i64 k = 0; k < sp.count; ++k) {
+      const auto [r, c] = cols.divide(sp[k]);
+      values2.bounds.check(r, c);
+      vals[k] = values2.data[sp[k] * values2.colstride];
+    }
+    return;
+  }
   for (i64 k = 0; k < sp.count; ++k) {
     const auto [r, c] = cols.divide(sp[k]);
     vals[k] = values2(r, c);

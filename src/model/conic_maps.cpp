@@ -6,7 +6,8 @@
 // that lives in a cone is entry `var_elm_acc_ofs[v]` of constraint `var_elm_acc_idx[v]`, -1 if it lives in none.
 //
 // An array of symmetric matrices of order d has the matrix axes anywhere among its others. Packed, only the lower
-// triangles are kept, by columns or by rows, one behind the other in the order of the other axes.
+// triangles are kept, by columns or by rows, one behind the other in the order of the other axes. In a triangle packed
+// by columns (i, j + 1) is d - 1 - j behind (i, j), in one packed by rows (i + 1, j) is i + 1 behind it.
 //
 //     constraints   expressions and constants 1 and 2, elements 4, variables 9 and 10
 //     matrices      scale 87, pack 88, unpack 89
@@ -24,16 +25,6 @@
 namespace fragments {
 namespace {
 
-// Places of the entry (i, j), i at or above j, in a packed triangle.
-inline i64 place_by_columns(i64 i, i64 j, i64 d)
-{
-  return j * (2 * d - 1 - j) / 2 + i;
-}
-inline i64 place_by_rows(i64 i, i64 j)
-{
-  return (i + 1) * i / 2 + j;
-}
-
 // Packed triangles of `rowlen` slots each, and the extents of the other axes: their products before the row's axis,
 // between the row's and the column's, and behind the column's.
 struct Triangles {
@@ -42,18 +33,20 @@ struct Triangles {
   i64 nmid;
   i64 ninner;
 
-  // Walks an array in its own order: calls visit(slot) with the packed slot of each entry, place(i, j) in its triangle,
-  // where the first matrix axis has `rows` entries and the second steps(i).
-  template <class Steps, class Place, class Visit>
-  void for_each_slot(i64 rows, Steps steps, Place place, Visit visit) const
+  // Walks an array in its own order: calls visit(slot) with the packed slot of each entry, where the first matrix axis
+  // has `rows` entries and the second steps(i). Entry (i, 0) has the place first(i) in its triangle, and (i, j + 1) is
+  // distance(i, j) behind (i, j).
+  template <class Steps, class First, class Distance, class Visit>
+  void for_each_slot(i64 rows, Steps steps, First first, Distance distance, Visit visit) const
   {
+    if (ninner < 1) return;
     for (i64 a = 0; a < nblocks; ++a) {
       for (i64 i = 0; i < rows; ++i) {
         for (i64 m = 0; m < nmid; ++m) {
-          const i64 first = (a * nmid + m) * ninner * rowlen;
-          for (i64 j = 0; j < steps(i); ++j) {
-            i64 slot = first + place(i, j);
-            for (i64 e = 0; e < ninner; ++e, slot += rowlen) visit(slot);
+          i64 place = (a * nmid + m) * ninner * rowlen + first(i);
+          for (i64 j = 0; j < steps(i); place += distance(i, j), ++j) {
+            visit(place);
+            for (i64 e = 1; e < ninner; ++e) visit(place + e * rowlen);
           }
         }
       }
@@ -171,10 +164,11 @@ KERNEL((88), (i32 c), pack_triangles, CI32 afeidxs, I32 afetrilperm, i32 rowlen,
   const auto take = [&](i64 slot) { afetrilperm[slot] = afeidxs[c++]; };
   if (flag) {
     triangles.for_each_slot(
-        nrow, [&](i64 j) { return d - j; }, [](i64 j, i64 below) { return place_by_rows(j + below, j); }, take);
+        nrow, [&](i64 j) { return d - j; }, [](i64 j) { return (j + 3) * j / 2; },
+        [](i64 j, i64 below) { return j + below + 1; }, take);
   } else {
     triangles.for_each_slot(
-        nrow, [](i64 i) { return i + 1; }, [&](i64 i, i64 j) { return place_by_columns(i, j, d); }, take);
+        nrow, [](i64 i) { return i + 1; }, [](i64 i) { return i; }, [&](i64, i64 j) { return d - 1 - j; }, take);
   }
   return c;
 }
@@ -192,8 +186,7 @@ KERNEL((89), (), unpack_triangles, CI32 afeidxs, i32 rowlen, i64 nblocks, i64 d,
   const Triangles triangles{rowlen, nblocks, nmid, ninner};
   i64 k = 0;
   triangles.for_each_slot(
-      d, [&](i64) { return d2; },
-      [&](i64 i, i64 j) { return i < j ? place_by_columns(j, i, d) : place_by_columns(i, j, d); },
+      d, [&](i64) { return d2; }, [](i64 i) { return i; }, [&](i64 i, i64 j) { return j < i ? d - 1 - j : 1; },
       [&](i64 slot) { pafeidxs[k++] = afeidxs[slot]; });
 }
 

@@ -127,14 +127,9 @@ KERNEL((285), (), scatter_upper_bounds, i32 ncols, CI32 subi, CI32 subj, F64 uva
 // - lval, uval (array; pos + rows * cols): the lower and the upper bounds of one matrix behind the other
 KERNEL((286), (i32 pos), append_dense_bounds, i32 rows, i32 cols, i32 pos, CF64x2 lb, F64 lval, CF64x2 ub, F64 uval)
 {
-  for (i64 r = 0; r < rows; ++r) {
-    for (i64 c = 0; c < cols; ++c) {
-      lval[pos] = lb(r, c);
-      uval[pos] = ub(r, c);
-      ++pos;
-    }
-  }
-  return pos;
+  copy_matrix(Run{lval, pos}, lb, rows, cols);
+  copy_matrix(Run{uval, pos}, ub, rows, cols);
+  return rows > 0 && cols > 0 ? wrapping_add(pos, wrapping_mul(rows, cols)) : pos;
 }
 
 // Lists the positions of a sparse pattern in a table.

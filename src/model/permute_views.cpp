@@ -1,9 +1,7 @@
 // Permutations of views of variables: of the elements by a list of places, 165 and 166, of the two axes of a matrix,
 // 168, of any axes, 208 and 209.
 
-#include <algorithm>
-
-#include "index/shape.h"
+#include "index/slots.h"
 
 namespace fragments {
 namespace {
@@ -58,17 +56,12 @@ KERNEL((166), (), permute_positions, i32 n, CI64 perm, I64 rsp, CI64 sp)
   gather(rsp, sp, perm, n);
 }
 
-// Transposes a matrix. In strips of 8 rows, so that a cache line of the result is filled at once.
+// Transposes a matrix.
 //
 // - d1, d2 (extent): the rows and the columns of the matrix
 KERNEL((168, 169), (), transpose_view, i32 d1, i32 d2, CI64 nativeidxs, I64 residxs)
 {
-  for (i64 strip = 0; strip < d1; strip += 8) {
-    const i64 end = std::min<i64>(strip + 8, d1);
-    for (i64 j = 0; j < d2; ++j) {
-      for (i64 i = strip; i < end; ++i) residxs[j * d1 + i] = nativeidxs[i * d2 + j];
-    }
-  }
+  transpose_slots(Run{residxs, 0}, Run{nativeidxs, 0}, d1, d2, d1);
 }
 
 // Permutes the axes of a dense view: residxs[t] = nativeidxs[k], t being the position of element k in the result. The

@@ -6,10 +6,29 @@
 // - rnativeidxs, rsp (array; pos and the result): the native numbers and the flat positions of the result
 // - pos (cursor): the slot behind the result so far
 
-#include "frame/copy_run.h"
 #include "index/divisor.h"
+#include "index/slots.h"
 
 namespace fragments {
+namespace {
+
+// n repetitions of one element from slot pos on, `step` apart.
+void repeat_element(I64 rnativeidxs, I64 rsp, i64 pos, i64 n, i64 number, i64 first, i64 step)
+{
+  const Run positions{rsp, pos}, numbers{rnativeidxs, pos};
+  if (n < 8) {
+    for (i64 t = 0; t < n; ++t, first += step) {
+      stay_scalar(t);
+      positions[t] = first;
+      numbers[t] = number;
+    }
+  } else {
+    fill_progression(positions, n, first, step);
+    for (i64 t = 0; t < n; ++t) numbers[t] = number;
+  }
+}
+
+}  // namespace
 
 // Sparse, along the leading axis: all n elements, `reps` times.
 //
@@ -31,12 +50,8 @@ KERNEL((214), (i32 pos), repeat_along_leading_axis, i64 step, i32 pos, i32 reps,
 KERNEL((215), (i32 pos), repeat_along_last_axis, i32 pos, i32 m, i32 n, I64 rnativeidxs, I64 rsp, CI64 tnativeidxs,
        CI64 tsp)
 {
-  for (i64 r = 0; r < n; ++r) {
-    for (i64 t = 0; t < m; ++t, ++pos) {
-      rsp[pos] = tsp[r] * m + t;
-      rnativeidxs[pos] = tnativeidxs[r];
-    }
-  }
+  if (m < 1) return pos;
+  for (i64 r = 0; r < n; ++r, pos += m) repeat_element(rnativeidxs, rsp, pos, m, tnativeidxs[r], tsp[r] * m, 1);
   return pos;
 }
 
@@ -50,16 +65,14 @@ KERNEL((215), (i32 pos), repeat_along_last_axis, i32 pos, i32 m, i32 n, I64 rnat
 KERNEL((216), (i32 pos), repeat_along_axis, i32 p, i32 q, i32 pos, i32 reps, i32 n, i32 u, I64 rnativeidxs, I64 rsp,
        i32 v, i32 w, CI64 tnativeidxs, CI64 tsp)
 {
+  if (reps < 1) return pos;
   const Coordinate coordinate{Divisor(w), Divisor(p)};
   const Divisor behind(q), slab(v);
   const i64 step = i64{p} * q;
-  for (i64 r = 0; r < n; ++r) {
+  for (i64 r = 0; r < n; ++r, pos += reps) {
     const i64 flat = tsp[r];
     const i64 first = coordinate(flat) * q + slab.quotient(flat) * u + behind.remainder(flat);
-    for (i64 t = 0; t < reps; ++t, ++pos) {
-      rsp[pos] = first + t * step;
-      rnativeidxs[pos] = tnativeidxs[r];
-    }
+    repeat_element(rnativeidxs, rsp, pos, reps, tnativeidxs[r], first, step);
   }
   return pos;
 }
@@ -71,10 +84,10 @@ KERNEL((216), (i32 pos), repeat_along_axis, i32 p, i32 q, i32 pos, i32 reps, i32
 // - tnativeidxs (array; n * m): the native number of each element of the view
 KERNEL((224), (i32 pos), repeat_blocks, i32 m, i32 n, i32 pos, i32 reps, I64 rnativeidxs, CI64 tnativeidxs)
 {
+  if (m < 1 || reps < 1) return pos;
   for (i64 a = 0; a < n; ++a) {
-    for (i64 t = 0; t < reps && m > 0; ++t, pos += m) {
-      copy_run(Run{rnativeidxs, pos}, Run{tnativeidxs, a * m}, m);
-    }
+    repeat_slots(Run{rnativeidxs, pos}, Run{tnativeidxs, a * m}, m, reps);
+    pos += m * reps;
   }
   return pos;
 }

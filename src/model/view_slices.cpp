@@ -10,36 +10,22 @@
 // - idxs (array; elements of the slice): the native number of each element of the slice
 // - i0, i1, i2 (array; picks): the coordinate of each pick along the first, second and third axis
 
+#include "index/box.h"
 #include "index/box_gather.h"
 
 namespace fragments {
 namespace {
 
-// Walks the elements of a pattern that lie in a box: inside(k) for element k, its coordinates standing in `key`. `key`
-// takes the coordinates of every element, and keeps those of the last one. There is at least one axis. Elements of one
-// row, equal in all coordinates but the last, share what was found of these: it takes nd-1 divisions a row.
-template <class Inside>
-void for_each_in_box(CI32 first, CI32 last, I32 key, i64 nd, CI32 shape, CI64 sparsity, Inside inside)
+// The coordinates of the last element of a pattern, the first of them not reduced by its extent.
+void split_last(CI64 sparsity, I32 key, CI32 shape, i64 nd)
 {
-  const i64 inner = nd - 1;
-  const auto is_within = [&](i64 d) { return first[d] <= key[d] && key[d] < last[d]; };
-  i64 row_begin = 0, row_end = 0;
-  bool is_row_inside = false;
-  for (i64 k = 0; k < sparsity.count; ++k) {
-    const i64 flat = sparsity[k];
-    if (flat >= row_begin && flat < row_end) {
-      key[inner] = static_cast<i32>(flat - row_begin);
-    } else {
-      key[0] = static_cast<i32>(split_position(flat, key, shape, nd));
-      if (inner > 0) {
-        row_begin = flat - key[inner];
-        row_end = row_begin + shape[inner];
-      }
-      is_row_inside = true;
-      for (i64 d = 0; d < inner; ++d) is_row_inside = is_row_inside && is_within(d);
-    }
-    if (is_row_inside && is_within(inner)) inside(k);
-  }
+  key[0] = static_cast<i32>(split_position(sparsity[sparsity.count - 1], key, shape, nd));
+}
+
+Box<OpenShape, RowMajorStrides> row_major_box(i64 nd, CI32 shape, CI32 first, CI32 last)
+{
+  const RowMajorStrides strides{shape, nd};
+  return {nd, {shape, strides}, strides, first, last};
 }
 
 }  // namespace
@@ -74,7 +60,9 @@ KERNEL((183), (), slice_view_by_step, CI64 basevar_nativeidxs, i32 n, I64 residx
 // - c (cursor): the elements inside
 KERNEL((185), (i32 c), count_slice_of_pattern, CI32 first, I32 key, CI32 last, i32 nd, i32 c, CI32 shape, CI64 sparsity)
 {
-  for_each_in_box(first, last, key, nd, shape, sparsity, [&](i64) { ++c; });
+  if (sparsity.count <= 0) return c;
+  BoxFilter(row_major_box(nd, shape, first, last), false).for_each(sparsity, sparsity.count, [&](i64) { ++c; });
+  split_last(sparsity, key, shape, nd);
   return c;
 }
 
@@ -87,13 +75,16 @@ KERNEL((185), (i32 c), count_slice_of_pattern, CI32 first, I32 key, CI32 last, i
 KERNEL((186), (i32 c), slice_sparse_view, CI64 basevar_nativeidxs, CI32 first, i32 c, I64 idxs, I32 key, CI32 last,
        i32 nd, CI32 shape, CI32 sliceshape, I64 sp, CI64 sparsity)
 {
-  for_each_in_box(first, last, key, nd, shape, sparsity, [&](i64 k) {
-    i64 position = 0;
-    for (i64 d = 0; d < nd; ++d) position = position * sliceshape[d] + key[d] - first[d];
-    idxs[c] = basevar_nativeidxs[k];
-    sp[c] = position;
-    ++c;
-  });
+  if (sparsity.count <= 0) return c;
+  BoxFilter(row_major_box(nd, shape, first, last), true)
+      .for_each_with_place(
+          sparsity, sparsity.count, [&](i64 place, i64 d, i64 x) { return place * sliceshape[d] + x; },
+          [&](i64 k, i64 place) {
+            idxs[c] = basevar_nativeidxs[k];
+            sp[c] = place;
+            ++c;
+          });
+  split_last(sparsity, key, shape, nd);
   return c;
 }
 

@@ -9,51 +9,13 @@
 // - c (cursor): the atoms of the result so far
 // - k (cursor): the terms of the result so far
 
-#include <algorithm>
-
-#include "frame/scratch.h"
-#include "index/shape.h"
+#include "index/box.h"
 #include "stack/record.h"
 
 namespace fragments {
 namespace {
 
-struct Box {
-  i32 nd;
-  Run<const i32> shape;
-  CI64 st;
-  CI32 first;
-  CI32 last;
-};
-
-// Whether the box holds the flat position f. inside(d, x) is called with its coordinate for axis after axis, up to the
-// first on which f lies outside.
-template <class Inside>
-bool holds(const Box& box, i64 f, Inside inside)
-{
-  for (i64 d = 0; d < box.nd; ++d) {
-    i64 x = box.st[d] == 1 ? f : f / box.st[d];
-    if (x >= box.shape[d]) x %= box.shape[d];
-    if (x < box.first[d] || x >= box.last[d]) return false;
-    inside(d, x);
-  }
-  return true;
-}
-
-// Calls stretch(b, e) for the maximal stretches b .. e-1 of flat positions from `begin` up to `end`, exclusive, that
-// the box holds on the axes from d on, in ascending order: whole blocks of inner axes are skipped or handed on
-// undivided.
-template <class Stretch>
-void for_each_stretch(const Box& box, i32 d, i64 begin, i64 end, const Stretch& stretch)
-{
-  if (begin >= end) return;
-  if (d == box.nd) return stretch(begin, end);
-  const i64 extent = box.shape[d], block = box.st[d], period = block * extent;
-  const i64 box_begin = std::max<i64>(box.first[d], 0) * block, box_end = std::min<i64>(box.last[d], extent) * block;
-  for (i64 start = begin / period * period; start < end; start += period) {
-    for_each_stretch(box, d + 1, std::max(begin, start + box_begin), std::min(end, start + box_end), stretch);
-  }
-}
+using OperandBox = Box<Run<const i32>, CI64>;
 
 }  // namespace
 
@@ -75,21 +37,21 @@ KERNEL((416), (), write_slice_strides, i32 nd, CI32 rshape, I64 rst)
 KERNEL((414), (i32 c, i32 e, i32 k), measure_slice, i32 codeptr, CI32 first, bool hassp, CI32 last, i32 ncodeatom,
        i32 nd, i32 nelem, i32 ptr, i32 c, i32 e, i32 k, i32 shape, i32 sp, CI64 st, CI32 wi32, CI64 wi64)
 {
-  const Box box{nd, {wi32, shape}, st, first, last};
+  const OperandBox box{nd, {wi32, shape}, st, first, last};
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
   const Run pattern{wi64, sp};
   Size size(operand, ncodeatom > 0, {.elements = e, .terms = k, .atoms = c});
 
   if (hassp) {
-    for (i64 i = 0; i < nelem; ++i) {
-      if (!holds(box, pattern[i], [](i64, i64) {})) continue;
+    if (nelem <= 0) return {size.atoms, size.elements, size.terms};
+    BoxFilter(box, false).for_each(pattern, nelem, [&](i64 i) {
       size.append(i);
       size.close_element();
-    }
+    });
   } else {
     size.elements = 1;
     for (i64 d = 0; d < nd; ++d) size.elements = wrapping_mul(size.elements, wrapping_sub(last[d], first[d]));
-    for_each_stretch(box, 0, 0, nelem, [&](i64 begin, i64 end) { size.append(operand.terms(begin, end)); });
+    for_each_box_stretch(box, nelem, [&](i64 begin, i64 end) { size.append(operand.terms(begin, end)); });
   }
   return {size.atoms, size.elements, size.terms};
 }
@@ -100,7 +62,7 @@ KERNEL((417), (i32 c, i32 e, i32 k), write_slice, i32 cconst, i32 code, i32 c, i
        i32 rcof, F64 rf64, I32 ri32, I64 ri64, i32 rhascode, i32 rnidxs, i32 rptr, i32 rsp, CI64 rst, i32 shape, i32 sp,
        CI64 st, CF64 wf64, CI32 wi32, CI64 wi64)
 {
-  const Box box{nd, {wi32, shape}, st, first, last};
+  const OperandBox box{nd, {wi32, shape}, st, first, last};
   const StackArrays w{wi32, wi64, wf64};
   const Operand operand = w.operand(ptr, nidxs, cof, codeptr, code, cconst);
   const Run pattern{wi64, sp};
@@ -109,15 +71,16 @@ KERNEL((417), (i32 c, i32 e, i32 k), write_slice, i32 cconst, i32 code, i32 c, i
       r.sparse_writer(rptr, rsp, rnidxs, rcof, rcodeptr, rcode, rcconst, {.elements = e, .terms = k, .atoms = c});
   with_constant(rhascode > 0, [&](auto hascode) {
     if (hassp) {
-      const Scratch<i64> index(nd);
-      for (i64 i = 0; i < nelem; ++i) {
-        if (!holds(box, pattern[i], [&](i64 d, i64 x) { index[d] = x - first[d]; })) continue;
-        result.append(operand, i, hascode);
-        result.close_element(flat_position(index, rst, nd));
-      }
+      if (nelem <= 0) return;
+      BoxFilter(box, true).for_each_with_place(
+          pattern, nelem, [&](i64 place, i64 d, i64 x) { return place + x * rst[d]; },
+          [&](i64 i, i64 place) {
+            result.append(operand, i, hascode);
+            result.close_element(place);
+          });
     } else {
-      for_each_stretch(box, 0, 0, nelem,
-                       [&](i64 begin, i64 end) { result.append_elements(operand, begin, end, hascode); });
+      for_each_box_stretch(box, nelem,
+                           [&](i64 begin, i64 end) { result.append_elements(operand, begin, end, hascode); });
     }
   });
   return {result.atoms, result.elements, result.terms};

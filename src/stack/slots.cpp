@@ -45,8 +45,7 @@ KERNEL((335), (), write_placeholder_variables, I64 ri64, i32 top, i32 n)
 // - top (position in ri64; times * n): the copies
 KERNEL((336), (), repeat_variables, i32 from, i32 n, I64 ri64, i32 times, i32 top, CI64 wi64)
 {
-  const Run run{wi64, from};
-  for (i64 copy = 0; copy < times; ++copy) copy_slots(Run{ri64, top + copy * n}, run, n);
+  repeat_slots(Run{ri64, top}, Run{wi64, from}, n, times);
 }
 
 // Marks the `ptr` of n elements as not yet set, by -9999.

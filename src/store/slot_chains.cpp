@@ -23,10 +23,8 @@ namespace {
 // Links the slots first .. stop-1 in ascending order. The two outer ends stay as they are.
 void link_range(i64 first, i64 stop, I32 next, I32 prev)
 {
-  for (i64 i = first; i < stop - 1; ++i) {
-    next[i] = static_cast<i32>(i + 1);
-    prev[i + 1] = static_cast<i32>(i);
-  }
+  for (i64 i = first; i < stop - 1; ++i) prev[i + 1] = static_cast<i32>(i);
+  for (i64 i = first; i < stop - 1; ++i) next[i] = static_cast<i32>(i + 1);
 }
 
 // Walks n-1 steps from `cur` to the last slot of its run; met(slot) for every slot that a step arrives at.

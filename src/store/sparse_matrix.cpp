@@ -14,29 +14,28 @@
 #include <cmath>
 #include <functional>
 
+#include "index/slots.h"
 #include "stack/constant_matrix.h"
 
 namespace fragments {
 namespace {
 
-// each(k, i, j) for every place (i, j) of a matrix in row-major order, k counting on; returns the new k.
-template <class Each>
-i64 for_each_place(i32 rows, i32 cols, i64 k, Each each)
+// The row and the column of every element of a dense matrix, row by row, from entry k on; returns the new k.
+i64 list_places(i32 rows, i32 cols, i64 k, I32 subi, I32 subj)
 {
-  for (i32 i = 0; i < rows; ++i) {
-    for (i32 j = 0; j < cols; ++j) each(k++, i, j);
-  }
-  return k;
+  if (rows < 1 || cols < 1) return k;
+  for (i32 i = 0; i < rows; ++i) fill_slots(Run{subi, k + i64{i} * cols}, cols, i);
+  const Run columns{subj, k};
+  for (i32 j = 0; j < cols; ++j) columns[j] = j;
+  repeat_slots(columns.from(cols), columns, cols, i64{rows} - 1);
+  return k + i64{rows} * cols;
 }
 
-// Every element of a dense matrix as a triplet from entry k on, zeros included.
+// Every element of a dense matrix as a triplet from entry k on, zeros included; returns the new k.
 i64 list_elements(CF64x2 dense, i32 rows, i32 cols, i64 k, I32 subi, I32 subj, F64 val)
 {
-  return for_each_place(rows, cols, k, [&](i64 entry, i32 i, i32 j) {
-    subi[entry] = i;
-    subj[entry] = j;
-    val[entry] = dense(i, j);
-  });
+  copy_matrix(Run{val, k}, dense, rows, cols);
+  return list_places(rows, cols, k, subi, subj);
 }
 
 // Whether slots of `to`, from k on, that are written no faster than the n of `from` are read are never among those
@@ -75,16 +74,13 @@ KERNEL((635), (i32 k), append_dense_matrix, CF64x2 data, i32 rows, i32 cols, i32
 // Appends the row and the column of all elements of a dense matrix, row by row.
 KERNEL((639), (i32 k), append_dense_pattern, i32 rows, i32 cols, i32 k, I32 subi, I32 subj)
 {
-  return static_cast<i32>(for_each_place(rows, cols, k, [&](i64 entry, i32 i, i32 j) {
-    subi[entry] = i;
-    subj[entry] = j;
-  }));
+  return static_cast<i32>(list_places(rows, cols, k, subi, subj));
 }
 
 // Lists the values of a dense matrix row by row.
 KERNEL((585), (), flatten_dense_matrix, i32 rows, i32 cols, F64 mval, CF64x2 mx)
 {
-  for_each_place(rows, cols, 0, [&](i64 k, i32 i, i32 j) { mval[k] = mx(i, j); });
+  copy_matrix(Run{mval, 0}, mx, rows, cols);
 }
 
 // Transposes a matrix that is stored by rows into columns of m slots each.
@@ -95,10 +91,7 @@ KERNEL((585), (), flatten_dense_matrix, i32 rows, i32 cols, F64 mval, CF64x2 mx)
 // - m (step): the distance of columns, at least `rows`
 KERNEL((638), (i32 base), transpose_dense_matrix, CF64 data, i32 rows, i32 cols, F64 newdata, i32 base, i32 m)
 {
-  for (i64 r = 0; r < rows; ++r) {
-    const Run row{data, base + r * cols};
-    for (i64 c = 0; c < cols; ++c) newdata[r + c * m] = row[c];
-  }
+  transpose_slots(Run{newdata, 0}, Run{data, base}, rows, cols, m);
   return wrapping_add(base, wrapping_mul(rows, cols));
 }
 

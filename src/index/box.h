@@ -1,0 +1,213 @@
+// Boxes in an array: the flat positions with first[d] <= x[d] < last[d] for every axis, the coordinate x[d] being
+// flat / stride[d] % shape[d], whatever the strides.
+#pragma once
+
+#include <algorithm>
+#include <limits>
+
+#include "index/divisor.h"
+#include "index/shape.h"
+
+namespace fragments {
+
+template <class Shape, class Strides>
+struct Box {
+  i64 nd;
+  Shape shape;
+  Strides stride;
+  CI32 first;
+  CI32 last;
+};
+
+// Strides of a row-major array of this shape.
+struct RowMajorStrides {
+  CI32 shape;
+  i64 nd;
+  i64 operator[](i64 d) const { return product<i64>(1, shape, d + 1, nd); }
+};
+
+// A shape without an end along axis 0, for coordinates that are not reduced by this extent.
+struct OpenShape {
+  CI32 shape;
+  RowMajorStrides stride;
+  i64 operator[](i64 d) const
+  {
+    return d > 0 ? i64{shape[d]} : std::numeric_limits<i64>::max() / 2 / std::max<i64>(stride[0], 1);
+  }
+};
+
+// The test whether flat positions lie in a box: a comparison for each position, a division for each row, and more for
+// each region of rows alone. Along an axis on which a row lies outside, it tells how far on they all do, and else, up
+// to where the box reaches and where it begins again. Where the strides are not those of rows in rows, each position is
+// a row of its own.
+template <class Shape, class Strides>
+class BoxFilter {
+ public:
+  // With `places`, only the coordinate of one axis changes in a region.
+  BoxFilter(const Box<Shape, Strides>& box, bool places) : box_(box), places_(places)
+  {
+    bool is_nested = box.nd > 0 && box.stride[box.nd - 1] == 1;
+    for (i64 d = 1; d < box.nd; ++d) is_nested &= box.stride[d] * box.shape[d] == box.stride[d - 1];
+    if (is_nested) {
+      outer_axes_ = box.nd - 1;
+      const Axis inner = make_axis(outer_axes_, 1);
+      row_ = inner.extent;
+      row_first_ = inner.first;
+      row_last_ = inner.last;
+    } else {
+      outer_axes_ = box.nd;
+    }
+    for (i64 d = 0; d < outer_axes_ && d < fast_axes; ++d) axes_[d] = make_axis(d, row_.value());
+  }
+
+  // Rows begin .. end-1, of which those in lo .. hi-1 are in the box as far as their coordinates tell.
+  struct Region {
+    i64 begin = 0, end = 0;
+    i64 lo = 0, hi = 0;
+    bool is_located = false;
+    i64 place = 0, step = 0;  // the place of row `begin`, and the distance to that of the next one
+  };
+
+  // Calls inside(k) for those of n flat positions, ascending at their best, that are in the box.
+  template <class Positions, class Inside>
+  void for_each(const Positions& sp, i64 n, Inside inside) const
+  {
+    walk(sp, n, [&](i64 k, Region&, i64, i64) { inside(k); });
+  }
+
+  // The same with the place in another array: inside(k, place). It is made by place = advance(place, d, x[d] -
+  // first[d]) for axis after axis, advance() being linear in place and x.
+  template <class Positions, class Advance, class Inside>
+  void for_each_with_place(const Positions& sp, i64 n, Advance advance, Inside inside) const
+  {
+    walk(sp, n, [&](i64 k, Region& region, i64 row, i64 x) {
+      if (!region.is_located) locate(region, advance);
+      const i64 place = region.place + (row - region.begin) * region.step;
+      inside(k, outer_axes_ == box_.nd ? place : advance(place, outer_axes_, x - box_.first[outer_axes_]));
+    });
+  }
+
+ private:
+  // No array of practice has more axes; further ones are made anew each time.
+  static constexpr i64 fast_axes = 8;
+
+  struct Axis {
+    Divisor stride{1}, extent{1};
+    i64 first = 0, last = 0;  // inside the extent
+  };
+
+  // This and the search of a region are rare, and kept out of the loop over positions.
+  [[gnu::noinline]] Axis make_axis(i64 d, i64 row_length) const
+  {
+    const i64 extent = box_.shape[d], first = std::clamp<i64>(box_.first[d], 0, std::max<i64>(extent, 0));
+    return {.stride = Divisor(box_.stride[d] / row_length),
+            .extent = Divisor(extent),
+            .first = first,
+            .last = std::clamp<i64>(box_.last[d], first, std::max(extent, first))};
+  }
+  Axis axis(i64 d) const { return d < fast_axes ? axes_[d] : make_axis(d, row_.value()); }
+
+  // One comparison, as of numbers that wrap around; `to` is not below `from`.
+  static bool is_between(i64 from, i64 k, i64 to)
+  {
+    return static_cast<std::uint64_t>(k - from) < static_cast<std::uint64_t>(to - from);
+  }
+
+  template <class Positions, class Inside>
+  void walk(const Positions& sp, i64 n, Inside inside) const
+  {
+    Region region;
+    i64 row = 0, begin = 0, end = 0, lo = 0, hi = 0;  // as those of a region, but flat positions, of one row
+    for (i64 k = 0; k < n; ++k) {
+      const i64 flat = sp[k];
+      if (!is_between(begin, flat, end)) {
+        const auto [quotient, x] = row_.divide(flat);
+        row = quotient;
+        if (!is_between(region.begin, row, region.end)) region = region_at(row);
+        begin = flat - x;
+        if (is_between(region.lo, row, region.hi)) {
+          end = begin + row_.value();
+          lo = begin + row_first_;
+          hi = begin + row_last_;
+        } else {
+          end = begin + ((row < region.lo ? region.lo : region.end) - row) * row_.value();
+          lo = hi = begin;
+        }
+      }
+      if (is_between(lo, flat, hi)) inside(k, region, row, flat - begin);
+    }
+  }
+
+  [[gnu::noinline]] Region region_at(i64 row) const
+  {
+    constexpr i64 no_end = std::numeric_limits<i64>::max();
+    Region region{.begin = row, .end = no_end, .lo = row, .hi = no_end};
+    for (i64 d = 0; d < outer_axes_; ++d) {
+      const auto [stride, extent, first, last] = axis(d);
+      const auto [block, behind] = stride.divide(row);
+      const i64 x = extent.remainder(block);
+      const i64 period = row - behind - x * stride.value();
+      const i64 lo = period + first * stride.value(), hi = period + last * stride.value();
+      const i64 next = lo + extent.value() * stride.value();
+      if (row < lo || row >= hi) {
+        const i64 end = std::max(row < lo ? lo : next, row + 1);
+        return {.begin = row, .end = end, .lo = row, .hi = row};
+      }
+      if (places_ && stride.value() != 1) {
+        region.end = std::min(region.end, row - behind + stride.value());
+      } else if (first > 0 || last < extent.value() || places_) {
+        region.hi = std::min(region.hi, hi);
+        region.end = std::min(region.end, next);
+      }
+    }
+    region.end = std::max(region.end, row + 1);
+    return region;
+  }
+
+  template <class Advance>
+  void locate(Region& region, Advance advance) const
+  {
+    for (i64 d = 0; d < outer_axes_; ++d) {
+      const auto [stride, extent, first, last] = axis(d);
+      const i64 x = extent.remainder(stride.quotient(region.begin));
+      region.place = advance(region.place, d, x - box_.first[d]);
+      region.step = advance(region.step, d, i64{stride.value() == 1 && extent.value() > 1});
+    }
+    region.is_located = true;
+  }
+
+  Box<Shape, Strides> box_;
+  bool places_;
+  i64 outer_axes_;
+  Divisor row_{1};
+  i64 row_first_ = 0, row_last_ = 1;
+  Axis axes_[fast_axes];
+};
+
+// Calls stretch(b, e) for the maximal stretches b .. e-1 of flat positions from `begin` up to `end`, exclusive, that
+// the box holds on the axes from d on, in ascending order: whole blocks of inner axes are skipped or handed on
+// undivided. `is_aligned` says that `begin` is a multiple of the stride before d, so that nested strides take no
+// division.
+template <class Shape, class Strides, class Stretch>
+void for_each_box_stretch(const Box<Shape, Strides>& box, i64 d, i64 begin, i64 end, bool is_aligned,
+                          const Stretch& stretch)
+{
+  if (begin >= end) return;
+  if (d == box.nd) return stretch(begin, end);
+  const i64 extent = box.shape[d], block = box.stride[d], period = std::max<i64>(block * extent, 1);
+  const i64 box_begin = std::max<i64>(box.first[d], 0) * block, box_end = std::min<i64>(box.last[d], extent) * block;
+  is_aligned = is_aligned && (d == 0 || box.stride[d - 1] == period);
+  for (i64 start = is_aligned ? begin : begin / period * period; start < end; start += period) {
+    for_each_box_stretch(box, d + 1, std::max(begin, start + box_begin), std::min(end, start + box_end), is_aligned,
+                         stretch);
+  }
+}
+
+// The same of all flat positions below n.
+template <class Shape, class Strides, class Stretch>
+void for_each_box_stretch(const Box<Shape, Strides>& box, i64 n, const Stretch& stretch)
+{
+  for_each_box_stretch(box, 0, 0, n, true, stretch);
+}
+
+}  // namespace fragments
