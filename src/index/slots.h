@@ -84,15 +84,18 @@ void copy_matrix(Run<T> to, std::type_identity_t<StridedMatrix<const T>> from, i
 }
 
 // to[c * step + r] = from[r * columns + c] for all rows and columns. In strips of 8 rows, so that a cache line of the
-// target is filled at once.
+// target is filled at once, unless a row of the source takes no more than a line itself.
 template <class T>
 void transpose_slots(Run<T> to, std::type_identity_t<Run<const T>> from, i64 rows, i64 columns, i64 step)
 {
-  for (i64 strip = 0; strip < rows; strip += 8) {
-    const i64 end = std::min<i64>(strip + 8, rows);
+  i64 strip = 0;
+  for (; columns >= 8 && strip + 8 <= rows; strip += 8) {
     for (i64 c = 0; c < columns; ++c) {
-      for (i64 r = strip; r < end; ++r) to[c * step + r] = from[r * columns + c];
+      for (i64 r = strip; r < strip + 8; ++r) to[c * step + r] = from[r * columns + c];
     }
+  }
+  for (i64 c = 0; c < columns; ++c) {
+    for (i64 r = strip; r < rows; ++r) to[c * step + r] = from[r * columns + c];
   }
 }
 
