@@ -4,22 +4,22 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <cstring>
 
 #include "index/merge.h"
 
 namespace fragments {
 
 // A list with strictly ascending keys, whose places stand in a table by key. So an item of another list is looked up at
-// once, a sixth of the time of a merge. The table is small and part of the object: lists whose keys spread wider are
-// merged.
+// once, a sixth of the time of a merge. The table is part of the object, 16 KiB on the stack; a list whose keys spread
+// wider is merged.
 template <class Key>
 class LookupList {
  public:
-  explicit LookupList(Key key) : key_(key) {}
-
   // Makes the items begin .. end-1 the list, to be intersected with other lists of `others` items in all.
-  void take(i32 begin, i32 end, i64 others)
+  [[gnu::noinline]] void take(Key key, i32 begin, i32 end, i64 others)
   {
+    key_ = key;
     begin_ = begin;
     end_ = end;
     has_table_ = false;
@@ -29,7 +29,7 @@ class LookupList {
     // Clearing the table costs less than the merges only if those are long enough.
     has_table_ = spread_ >= end - begin && spread_ <= std::min(longest_table, 16 * others);
     if (!has_table_) return;
-    std::fill_n(table_.begin(), spread_ + 1, std::int16_t{0});
+    std::memset(table_.data(), 0, static_cast<std::size_t>(spread_) * sizeof table_[0]);
     for (i32 k = begin; k < end; ++k) slot(key_(k)) = static_cast<std::int16_t>(k - begin + 1);
     table_[static_cast<std::size_t>(spread_)] = 0;
   }
@@ -39,13 +39,10 @@ class LookupList {
   template <class KeyB, class Match>
   bool intersect(i32 b, i32 b_end, KeyB key_b, Match match)
   {
-    const bool alike = are_alike(end_ - begin_, b_end - b), short_list = end_ - begin_ < (b_end - b) / 16;
     Matches<i32> matches;
     bool met = false;
     for (i32 a = begin_; a < end_ && b < b_end;) {
-      const i64 n = short_list   ? search(matches, a, b, b_end, key_b)
-                    : has_table_ ? look_up(matches, b, b_end, key_b)
-                                 : note_matches(matches, alike, a, end_, b, b_end, key_, key_b);
+      const i64 n = note_matches(matches, a, b, b_end, key_b);
       met |= for_each_match(matches, n, match);
     }
     return met;
@@ -54,7 +51,17 @@ class LookupList {
  private:
   static constexpr i64 longest_table = 8192;
 
-  // Looks items from b on up, as many as can be noted, and returns the number of matches.
+  // Notes matches, as many as there is room for, and moves the cursors behind what is done; returns the number noted.
+  // Like take() a function of its own, so that all copies of a kernel share it.
+  template <class KeyB>
+  [[gnu::noinline]] i64 note_matches(Matches<i32>& matches, i32& a, i32& b, i32 b_end, KeyB key_b)
+  {
+    if (end_ - begin_ < (b_end - b) / 16) return search(matches, a, b, b_end, key_b);
+    if (has_table_) return look_up(matches, b, b_end, key_b);
+    return fragments::note_matches(matches, are_alike(end_ - a, b_end - b), a, end_, b, b_end, key_, key_b);
+  }
+
+  // Looks items from b on up.
   template <class KeyB>
   i64 look_up(Matches<i32>& matches, i32& b, i32 b_end, KeyB key_b)
   {
@@ -69,8 +76,8 @@ class LookupList {
     return n;
   }
 
-  // The same the other way round where the list is much the shorter one: searches its items from a on in b .. b_end-1,
-  // by halves and each for itself, so that no search waits for another.
+  // The other way round where the list is much the shorter one: searches its items from a on in b .. b_end-1, by halves
+  // and each for itself, so that no search waits for another.
   template <class KeyB>
   i64 search(Matches<i32>& matches, i32& a, i32 b, i32 b_end, KeyB key_b)
   {
@@ -97,7 +104,7 @@ class LookupList {
         std::min(static_cast<std::uint64_t>(key - low_), static_cast<std::uint64_t>(spread_)))];
   }
 
-  Key key_;
+  Key key_{};
   i32 begin_ = 0, end_ = 0;
   i64 low_ = 0, spread_ = 0;
   bool has_table_ = false;

@@ -8,13 +8,35 @@
 
 namespace fragments {
 
+// Keys that stand in an array or a run, counted from `start` on.
+template <class Keys>
+struct KeysOf {
+  Keys keys{};
+  i64 start = 0;
+
+  i64 operator()(i64 k) const { return keys[k] - start; }
+};
+template <class Keys>
+KeysOf(Keys, i64 = 0) -> KeysOf<Keys>;
+
+// The same in the order of `order`.
+template <class Keys>
+struct OrderedKeysOf {
+  Keys keys{};
+  Run<const i32> order{};
+
+  i64 operator()(i64 k) const { return keys[order[k]]; }
+};
+template <class Keys>
+OrderedKeysOf(Keys, Run<const i32>) -> OrderedKeysOf<Keys>;
+
 // Pairs of places with equal keys, noted during a walk and handled behind it: a walk that branches on each is foretold
 // wrongly where the data decide.
 template <class Cursor>
 struct Match {
   Cursor a, b;
 };
-constexpr i64 most_matches = 64;
+constexpr i64 most_matches = 128;
 template <class Cursor>
 using Matches = std::array<Match<Cursor>, most_matches>;
 
@@ -32,9 +54,11 @@ bool for_each_match(const Matches<Cursor>& matches, i64 n, Handle handle)
 // Lists of like lengths are walked without a branch on their keys, up to the last item of one: half the time of the
 // plain loop. A cursor advances by adding the sign of a difference, and the keys come from loads one step ahead. In a
 // list that is much longer than the other nearly all items are passed over, which branches foretell well.
+//
+// It is a function of its own, so that kernels whose keys are of the same type share it.
 template <class Cursor, class KeyA, class KeyB>
-i64 note_matches(Matches<Cursor>& matches, bool alike, Cursor& a, Cursor a_end, Cursor& b, Cursor b_end, KeyA key_a,
-                 KeyB key_b)
+[[gnu::noinline]] i64 note_matches(Matches<Cursor>& matches, bool alike, Cursor& a, Cursor a_end, Cursor& b,
+                                   Cursor b_end, KeyA key_a, KeyB key_b)
 {
   Cursor p = a, q = b;
   i64 n = 0;

@@ -130,7 +130,8 @@ KERNEL((127), (i32 c), count_merged, i64 nnz, i32 c, CI32 rows, CI32 subi, CI32 
 {
   for (i64 k = 1; k < nnz; ++k) {
     const i32 u = rows[k - 1], v = rows[k];
-    c += (subi[u] != subi[v]) | (subj[u] != subj[v]);  // both: a branch on the rows is foretold wrongly too often
+    // Both are compared: a branch on the rows is foretold wrongly too often.
+    c += i32{subi[u] != subi[v]} | i32{subj[u] != subj[v]};
   }
   return c;
 }

@@ -49,16 +49,15 @@ template <class Entry, class Element>
 void walk_columns_and_rows(CI32 msubi, CI32 msubj, Run<const i32> perm, i32 mnnz, i32 mdimj, Run<const i64> sp,
                            i32 nelem, i32 d1, Entry entry, Element element)
 {
-  LookupList column([&](i32 place) { return i64{msubi[perm[place]]}; });
+  LookupList<OrderedKeysOf<CI32>> column;
   i32 e = 0, q = 0;
   for (i64 j = 0; j < mdimj; ++j) {
     const i64 row_start = j * d1;
     const i32 row_end = stretch_end(e, nelem, [&](i32 stored) { return sp[stored] < row_start + d1; });
     const i32 column_end = stretch_end(q, mnnz, [&](i32 place) { return msubj[perm[place]] == j; });
-    column.take(q, column_end, row_end - e);
-    const bool met = column.intersect(
-        e, row_end, [&](i32 stored) { return sp[stored] - row_start; },
-        [&](i32 place, i32 stored) { entry(perm[place], stored); });
+    column.take({msubi, perm}, q, column_end, row_end - e);
+    const bool met =
+        column.intersect(e, row_end, KeysOf{sp, row_start}, [&](i32 place, i32 stored) { entry(perm[place], stored); });
     if (met) element(j);
     e = row_end;
     q = column_end;
@@ -78,6 +77,15 @@ void walk_rows(i32& mi, CI32 msubi, CI32 msubj, i32 d1, Entry entry, Element ele
   }
 }
 
+// The rows of the elements of a pattern, in an order of them.
+struct RowsInOrder {
+  Run<const i64> sp;
+  Run<const i32> order;
+  Divisor width;
+
+  i64 operator()(i32 place) const { return width.quotient(sp[order[place]]); }
+};
+
 // The left form with a sparse E, its elements by column: row i of M against column i of E, from `mi` and `q` on until
 // either list is exhausted. entry(k, e) for each match, element(i) after each row with a match. At most two divisions
 // an element.
@@ -88,7 +96,7 @@ void walk_rows_and_columns(i32& mi, CI32 msubi, CI32 msubj, i32& q, Run<const i3
   const i32 mnnz = static_cast<i32>(msubi.count);
   if (mi >= mnnz || q >= nelem) return;
   const Divisor width(d1);
-  LookupList row([&](i32 k) { return i64{msubj[k]}; });
+  LookupList<KeysOf<CI32>> row;
   const auto column_of = [&](i32 place) { return width.remainder(sp[perm[place]]); };
   while (true) {
     const i64 column = column_of(q);
@@ -97,10 +105,9 @@ void walk_rows_and_columns(i32& mi, CI32 msubi, CI32 msubj, i32& q, Run<const i3
     const i32 column_end = stretch_end(q + 1, nelem, [&](i32 place) { return column_of(place) == column; });
     if (msubi[mi] == column) {
       const i32 row_end = stretch_end(mi + 1, mnnz, [&](i32 k) { return msubi[k] == column; });
-      row.take(mi, row_end, column_end - q);
-      const bool met = row.intersect(
-          q, column_end, [&](i32 place) { return width.quotient(sp[perm[place]]); },
-          [&](i32 k, i32 place) { entry(k, perm[place]); });
+      row.take({msubj}, mi, row_end, column_end - q);
+      const bool met =
+          row.intersect(q, column_end, RowsInOrder{sp, perm, width}, [&](i32 k, i32 place) { entry(k, perm[place]); });
       if (met) element(column);
       mi = row_end;
     }

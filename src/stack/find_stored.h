@@ -13,8 +13,7 @@ void find_stored(CI64 wanted, bool hassp, Run<const i64> sp, i32 nelem, Found fo
   const i32 count = static_cast<i32>(wanted.count);
   i32 k = 0, f = 0;
   if (hassp)
-    intersect(
-        k, count, f, nelem, [&](i32 place) { return wanted[place]; }, [&](i32 element) { return sp[element]; }, found);
+    intersect(k, count, f, nelem, KeysOf{wanted}, KeysOf{sp}, found);
   else
     for (; k < count; ++k) found(k, wanted[k]);
 }

@@ -30,18 +30,17 @@
 namespace fragments {
 namespace {
 
-// The walk of the sparse product: every row group of M against every row run of E, the two merged by column. match(k,
-// e) is called for entry k and element e of one column; element(i, t) after each pair of group and run with a match,
-// also if all matched elements are empty. O(row groups * nelem + mnnz * row runs), no search and no memory.
+// The walk of the sparse product: every row group of M against every row run of E, the run's columns looked up in the
+// group. match(k, e) is called for entry k and element e of one column; element(i, t) after each pair of group and run
+// with a match, also if all matched elements are empty. At most O(row groups * nelem + mnnz * row runs), and no memory.
 template <class Match, class Element>
 void merge_rows(CI32 msubi, CI32 msubj, i32 mnnz, Run<const i64> sp, i32 nelem, i32 d1, Match match, Element element)
 {
-  LookupList row_of_matrix([&](i32 k) { return i64{msubj[k]}; });
+  LookupList<KeysOf<CI32>> row_of_matrix;
   for_each_row_group(msubi, mnnz, [&](i32 i, i32 kb, i32 ke) {
-    row_of_matrix.take(kb, ke, nelem);
+    row_of_matrix.take({msubj}, kb, ke, nelem);
     for_each_row_run(sp, nelem, d1, [&](i64 t, i32 b, i32 e) {
-      const i64 row_start = t * d1;
-      if (row_of_matrix.intersect(b, e, [&](i32 f) { return sp[f] - row_start; }, match)) element(i, t);
+      if (row_of_matrix.intersect(b, e, KeysOf{sp, t * d1}, match)) element(i, t);
     });
   });
 }

@@ -25,8 +25,7 @@ namespace {
 template <class Match>
 void join(Run<const i64> sp, i32& i, i32 nelem, Run<const i64> psp, i32& j, i32 pnelem, Match match)
 {
-  intersect(
-      i, nelem, j, pnelem, [&](i32 f) { return sp[f]; }, [&](i32 entry) { return psp[entry]; }, match);
+  intersect(i, nelem, j, pnelem, KeysOf{sp}, KeysOf{psp}, match);
 }
 
 // element(f) for every element f of E that meets an entry of P.

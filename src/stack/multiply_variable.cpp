@@ -81,11 +81,11 @@ template <class Outer, class Inner, class Match, class Element>
 void intersect_groups(const Outer& outer, const Inner& inner, Match match, Element element)
 {
   if (inner.count <= 0) return;
-  LookupList group(outer.key);
+  LookupList<decltype(outer.key)> group;
   for (i32 o = 0; o < outer.count; ++o) {
     const i32 begin = outer.ptr[o], end = outer.ptr[o + 1];
     if (begin >= end) continue;
-    group.take(begin, end, inner.ptr[inner.count] - inner.ptr[0]);
+    group.take(outer.key, begin, end, inner.ptr[inner.count] - inner.ptr[0]);
     for (i32 i = 0; i < inner.count; ++i) {
       if (group.intersect(inner.ptr[i], inner.ptr[i + 1], inner.key, match)) element(o, i);
     }
@@ -97,8 +97,8 @@ template <class Match, class Element>
 void intersect_right(Run<const i32> rowptr, i32 xd0, Run<const i32> cols, Run<const i32> mcolptr, i32 mdimj, CI32 msubi,
                      Run<const i32> perm, Match match, Element element)
 {
-  const KeyedGroups x_rows{rowptr, xd0, [&](i32 e) { return cols[e]; }};
-  const KeyedGroups matrix_columns{mcolptr, mdimj, [&](i32 p) { return msubi[perm[p]]; }};
+  const KeyedGroups x_rows{rowptr, xd0, KeysOf{cols}};
+  const KeyedGroups matrix_columns{mcolptr, mdimj, OrderedKeysOf{msubi, perm}};
   intersect_groups(x_rows, matrix_columns, match, element);
 }
 
@@ -107,8 +107,8 @@ template <class Match, class Element>
 void intersect_left(Run<const i32> mrowptr, i32 mdimi, CI32 msubj, Run<const i32> colptr, i32 xd1, Run<const i32> rows,
                     Run<const i32> perm, Match match, Element element)
 {
-  const KeyedGroups matrix_rows{mrowptr, mdimi, [&](i32 p) { return msubj[p]; }};
-  const KeyedGroups x_columns{colptr, xd1, [&](i32 q) { return rows[perm[q]]; }};
+  const KeyedGroups matrix_rows{mrowptr, mdimi, KeysOf{msubj}};
+  const KeyedGroups x_columns{colptr, xd1, OrderedKeysOf{rows, perm}};
   intersect_groups(matrix_rows, x_columns, match, element);
 }
 
@@ -207,6 +207,7 @@ KERNEL((480), (i32 elmi, i32 nzi), write_sparse_right_product, i32 elmi, i32 nzi
   const Run permutation{wi32, perm};
   const ResultArrays r{ri32, ri64, rf64};
   Writer result = r.sparse_writer(rptr, rsp, rnidxs, rcof, {.elements = elmi, .terms = nzi});
+  if (mnnz <= 0) return {result.elements, result.terms};
   // A row of the result differs from the one before only in its variables: 0.6 of the time of writing each by itself.
   i32 width = 0;
   for (i64 t = 0; t < xd0; ++t) {

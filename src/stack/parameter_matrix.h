@@ -1,4 +1,4 @@
-// Walks of products with a parameter matrix P: two-dimensional patterns by row and by column, and the merge of the two.
+// Walks of products with a parameter matrix P: two-dimensional patterns by row and by column, and how the two meet.
 //
 // A flat position f in a matrix with n columns is row f / n, column f % n. A block is the stored entries of one row or
 // of one column. A product goes over blocks of rows of its left factor and blocks of columns of its right one; inside a
@@ -33,11 +33,17 @@ struct ByColumn {
   Divisor cols;
 
   i64 key(i32 v) const { return cols.remainder(sp[perm[v]]); }
-  i64 row(i32 v) const { return cols.quotient(sp[perm[v]]); }
   i32 block_end(i32 v, i64 column) const
   {
     return stretch_end(v + 1, count, [&](i32 at) { return key(at) == column; });
   }
+};
+
+// The row of an entry in the order by column.
+struct RowByColumn {
+  ByColumn columns;
+
+  i64 operator()(i32 v) const { return columns.cols.quotient(columns.sp[columns.perm[v]]); }
 };
 
 // block(key, begin, end) for the blocks from the cursor on, which ends at the count.
@@ -79,11 +85,11 @@ void for_each_entry_by_column(const ByColumn& pattern, i32& cursor, Entry entry,
 
 // The block of a row meets the block v .. v_end-1 of a column: match(entry of the row's pattern, entry of the
 // column's). Returns whether there was a match.
-template <class RowBlock, class Match>
+using RowBlock = LookupList<KeysOf<Run<const i64>>>;
+template <class Match>
 bool meet(RowBlock& row, const ByColumn& columns, i32 v, i32 v_end, Match match)
 {
-  return row.intersect(
-      v, v_end, [&](i32 at) { return columns.row(at); }, [&](i32 a, i32 b) { match(a, columns.perm[b]); });
+  return row.intersect(v, v_end, RowByColumn{columns}, [&](i32 a, i32 b) { match(a, columns.perm[b]); });
 }
 
 // The diagonal of a product: row r of the left factor and column r of the right one. match(entry of the row's pattern,
@@ -92,15 +98,13 @@ bool meet(RowBlock& row, const ByColumn& columns, i32 v, i32 v_end, Match match)
 template <class Match, class Element>
 void walk_diagonal(const ByRow& rows, i32& u, const ByColumn& columns, i32& v, Match match, Element element)
 {
-  i64 row_start = 0;
-  LookupList row_block([&](i32 at) { return rows.sp[at] - row_start; });
+  RowBlock row_block;
   while (u < rows.count && v < columns.count) {
     const i64 row = rows.key(u), column = columns.key(v);
     const i32 u_end = row <= column ? rows.block_end(u, row) : u;
     const i32 v_end = column <= row ? columns.block_end(v, column) : v;
     if (row == column) {
-      row_start = row * rows.cols;
-      row_block.take(u, u_end, v_end - v);
+      row_block.take({rows.sp, row * rows.cols}, u, u_end, v_end - v);
       if (meet(row_block, columns, v, v_end, match)) element(row);
     }
     u = u_end;
@@ -114,11 +118,9 @@ void walk_diagonal(const ByRow& rows, i32& u, const ByColumn& columns, i32& v, M
 template <class Match, class Element>
 void walk_product(const ByRow& rows, i32& cursor, const ByColumn& columns, Match match, Element element)
 {
-  i64 row_start = 0;
-  LookupList row_block([&](i32 at) { return rows.sp[at] - row_start; });
+  RowBlock row_block;
   for_each_block(rows, cursor, [&](i64 row, i32 u, i32 u_end) {
-    row_start = row * rows.cols;
-    row_block.take(u, u_end, columns.count);
+    row_block.take({rows.sp, row * rows.cols}, u, u_end, columns.count);
     for_each_block(columns, [&](i64 column, i32 v, i32 v_end) {
       if (meet(row_block, columns, v, v_end, match)) element(row * columns.cols.value() + column);
     });
