@@ -31,8 +31,7 @@ struct Run {
   }
 
   // A run to write is one to read as well.
-  operator Run<const T>() const
-    requires(!std::is_const_v<T>)
+  operator Run<const T>() const requires(!std::is_const_v<T>)
   {
     Run<const T> run;
     run.data = data;
