@@ -7,56 +7,57 @@ MPS ?=
 # Options of meson for builds that are set up: SETUP=--werror
 SETUP ?=
 
-# All that is needed beyond Debian's base, a C++ compiler and make.
-PACKAGES = python3 python3-dev python3-venv meson python3-mesonpy ninja-build python3-pip \
-	clang clang-tidy clang-format mypy \
-	python3-numpy python3-scipy python3-cvxopt python3-matplotlib \
-	python3-pytest python3-pytest-xdist python3-hypothesis
+# Debian's packages, beyond the base system, a C++ compiler and make: what each group of targets needs and no more.
+PACKAGES_build = python3 python3-dev meson ninja-build
+PACKAGES_demo = $(PACKAGES_build) python3-numpy python3-scipy python3-cvxopt python3-matplotlib
+PACKAGES_test = $(PACKAGES_demo) mypy python3-pytest python3-pytest-xdist python3-hypothesis
+PACKAGES_clang = $(PACKAGES_test) clang clang-format clang-tidy
+PACKAGES_install = $(PACKAGES_build) python3-mesonpy python3-pip python3-venv
 
 .DEFAULT_GOAL = help
-.PHONY: help packages build checked demo models test clang sanitize tidy install-check pythons loops bench bench-plot \
+.PHONY: help build checked demo models test clang sanitize tidy install-check pythons loops bench bench-plot \
 	table describe reference clean
 
 help:  ## list the targets
 	@sed -n 's/^\([a-z-]*\):.*## /\1\t/p' $(MAKEFILE_LIST) | expand -t 16
 
-packages:  ## install what is missing from Debian's packages
-	@missing=$$(for p in $(PACKAGES); do dpkg-query -W -f '$${Status}' $$p 2>/dev/null | grep -q 'ok installed' || echo $$p; done); \
+needs-%:
+	@missing=$$(for p in $(PACKAGES_$*); do dpkg-query -W -f '$${Status}' $$p 2>/dev/null | grep -q 'ok installed' || echo $$p; done); \
 	if [ -n "$$missing" ]; then \
 	  sudo=$$([ $$(id -u) = 0 ] || echo sudo); \
 	  $$sudo apt-get update -q && DEBIAN_FRONTEND=noninteractive $$sudo apt-get install -q -y --no-install-recommends $$missing; \
 	fi
 
-build: packages  ## the module, in build/normal
+build: needs-build  ## the module, in build/normal
 	@test -f build/normal/build.ninja || $(MESON) setup build/normal $(SETUP)
 	@ninja -C build/normal --quiet
 	@ln -sf build/normal/compile_commands.json compile_commands.json
 
-checked: packages  ## the module with bounds checking, in build/checked
+checked: needs-build  ## the module with bounds checking, in build/checked
 	@test -f build/checked/build.ninja || $(MESON) setup build/checked -Dchecked=true $(SETUP)
 	@ninja -C build/checked --quiet
 
-demo: build  ## solve a linear program (and MPS=FILE), an efficient frontier, theta numbers, a nearest point
+demo: needs-demo build  ## solve a linear program (and MPS=FILE), an efficient frontier, theta numbers, a nearest point
 	PYTHONPATH=build/normal $(PYTHON) examples/solve_mps.py examples/transport.mps $(MPS)
 	PYTHONPATH=build/normal $(PYTHON) examples/efficient_frontier.py
 	PYTHONPATH=build/normal $(PYTHON) examples/theta.py
 	PYTHONPATH=build/normal $(PYTHON) examples/nearest_point.py
 
-models: build  ## build matrices of whole models through the kernels and with SciPy, and compare their times
+models: needs-demo build  ## build matrices of whole models through the kernels and with SciPy, and compare their times
 	PYTHONPATH=build/normal $(PYTHON) examples/build_models.py
 
-test: build checked loops  ## all tests, first with bounds checking, which names what would crash the normal build
+test: needs-test build checked loops  ## all tests, first with bounds checking, which names what would crash the normal build
 	PYTHONPATH=build/checked $(PYTEST) tests
 	PYTHONPATH=build/normal $(PYTEST) tests
 
 build/clang/build.ninja:
 	@CXX=clang++ $(MESON) setup build/clang $(SETUP)
 
-clang: packages build/clang/build.ninja  ## all tests on a build by clang
+clang: needs-clang build/clang/build.ninja  ## all tests on a build by clang
 	@ninja -C build/clang --quiet
 	PYTHONPATH=build/clang $(PYTEST) tests
 
-sanitize: packages  ## all tests under the address and undefined-behaviour sanitizers
+sanitize: needs-test  ## all tests under the address and undefined-behaviour sanitizers
 	@test -f build/sanitize/build.ninja || \
 	  CXX=g++ $(MESON) setup build/sanitize -Db_sanitize=address,undefined -Ddebug=true -Doptimization=0
 	@ninja -C build/sanitize --quiet
@@ -64,18 +65,18 @@ sanitize: packages  ## all tests under the address and undefined-behaviour sanit
 	  ASAN_OPTIONS=detect_leaks=0 UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 \
 	  PYTHONPATH=build/sanitize $(PYTEST) tests
 
-tidy: packages build/clang/build.ninja  ## clang-format and clang-tidy over the sources
+tidy: needs-clang build/clang/build.ninja  ## clang-format and clang-tidy over the sources
 	@git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run -Werror
 	@ninja -C build/clang --quiet build.ninja
 	@run-clang-tidy -quiet -p build/clang '/src/.*\.cpp$$' 2>/dev/null
 
-install-check: packages  ## pip install into a throw-away environment
+install-check: needs-install  ## pip install into a throw-away environment
 	tools/check_install.sh
 
-pythons: packages  ## build for every other CPython at hand and call kernels there
+pythons: needs-build  ## build for every other CPython at hand and call kernels there
 	tools/check_pythons.sh
 
-loops: build
+loops: needs-demo build
 	@ninja -C build/normal --quiet libhand_written.so
 
 bench: loops  ## hold kernels against hand-written loops and NumPy or SciPy: a table, and build/bench.json
