@@ -101,6 +101,7 @@ def test_single_row():
     barj, i, j = elements()
     nidxs, cof = i64([-9, 3, -2, 0, -1, 5]), f64([7, -9, 1, 8, 2, 6, 4])  # the row begins at 1 and at 2
     assert kernel(46)(10, 1, 5, 20, nidxs) == (13, 22)
+    assert kernel(46)(10, 1, 0, 20, nidxs) == kernel(46)(10, 1, -3, 20, None) == (10, 20)
     subj, linear = blank(4), np.full(4, -7.5)
     kernel(47)(linear, 2, 1, 5, cof, nidxs, subj)
     assert subj.tolist() == [3, 0, 5, -7] and linear.tolist() == [1, 2, 4, -7.5]
