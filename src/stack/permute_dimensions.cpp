@@ -34,6 +34,7 @@ KERNEL((419), (), write_permuted_positions, CI32 dperm, i32 from, i32 nd, i32 ne
 {
   const Run pattern{wi64, from};
   const Run rextents{ri32, rshape};
+  if (nelem <= 0) return;
   const Scratch<i64> coordinates{nd};
   for (i64 i = 0; i < nelem; ++i) {
     i64 rest = pattern[i];
