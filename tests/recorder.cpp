@@ -1,9 +1,10 @@
 // A module for tests of the frame: buffers of any description that record when they are taken and released.
 //
-//     recorder.Buffer(log, name, data, format, itemsize, shape, suboffset=-1)
+//     recorder.Buffer(log, name, data, format, itemsize, shape, suboffset=-1, stride=itemsize)
 //
-// views the memory of `data`, whose length is not checked, or a null pointer if that is None, as a contiguous array.
-// `shape` is a tuple, `suboffset` that of the first axis if it is 0 or above. The list `log` gets "+name" when a view is taken and "-name" when it is released.
+// views the memory of `data`, whose length is not checked, or a null pointer if that is None. `shape` is a tuple,
+// `suboffset` that of the first axis if it is 0 or above, and `stride` the bytes between elements of the last axis. The
+// list `log` gets "+name" when a view is taken and "-name" when it is released.
 
 #define PY_SSIZE_T_CLEAN
 #include <Python.h>
@@ -33,9 +34,10 @@ int initialise(PyObject* object, PyObject* arguments, PyObject*)
   auto* self = reinterpret_cast<Recorder*>(object);
   PyObject *log, *name, *data, *shape;
   const char* format;
+  Py_ssize_t stride = 0;
   self->suboffsets.fill(-1);
-  if (!PyArg_ParseTuple(arguments, "O!UOsnO!|n", &PyList_Type, &log, &name, &data, &format, &self->itemsize,
-                        &PyTuple_Type, &shape, &self->suboffsets[0])) {
+  if (!PyArg_ParseTuple(arguments, "O!UOsnO!|nn", &PyList_Type, &log, &name, &data, &format, &self->itemsize,
+                        &PyTuple_Type, &shape, &self->suboffsets[0], &stride)) {
     return -1;
   }
   self->dimensions = static_cast<int>(PyTuple_GET_SIZE(shape));
@@ -43,7 +45,7 @@ int initialise(PyObject* object, PyObject* arguments, PyObject*)
     PyErr_SetString(PyExc_ValueError, "more than 4 dimensions");
     return -1;
   }
-  Py_ssize_t stride = self->itemsize;
+  if (stride == 0) stride = self->itemsize;
   for (Py_ssize_t k = self->dimensions; k-- > 0;) {
     const auto axis = static_cast<std::size_t>(k);
     self->shape[axis] = PyLong_AsSsize_t(PyTuple_GET_ITEM(shape, k));

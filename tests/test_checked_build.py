@@ -1,6 +1,5 @@
-"""The checked build: an index outside an array ends the kernel with an IndexError that names it, what a kernel can't work
-on is refused by a ValueError that says what is wanted, and there is a MemoryError where scratch can't be had. What the
-normal build does where it is meant to do something."""
+"""The checked build: an index outside an array ends the kernel with an IndexError that names it, what a kernel can't
+work on is refused by a ValueError that says what is wanted, and scratch that can't be had is a MemoryError."""
 
 import os
 import subprocess
@@ -19,7 +18,7 @@ checked_build = pytest.mark.skipif(not CHECKED, reason="the build is not checked
 
 
 def check(number, message, error=IndexError, **arguments):
-    """On the checked build the call ends with this error and message, on the normal one without an error if it binds."""
+    """The call ends with this error and message on the checked build, and without an error on the normal one."""
     if not CHECKED:
         return call(number, **arguments)
     with pytest.raises(error) as fault:
@@ -125,18 +124,17 @@ def test_other_types_and_axes_are_named():
 
 def test_elements_that_lie_askew():
     """Refused by the checked build, and taken by the normal one, as long as there is an element that depends on it."""
-    records = np.zeros(3, [("x", "f8"), ("y", "i4")])
     stride = "mval: want strides of whole elements, 8 bytes each; got a stride of 12 bytes"
-    check(472, stride, ValueError, mval=records["x"])
+    check(472, stride, ValueError, mval=recorder.Buffer([], "", bytes(24), "d", 8, (2,), -1, 12))
     address = "mval: want an address that is a multiple of 8; got one that is 1 past it"
     check(472, address, ValueError, mval=memoryview(bytearray(17))[1:].cast("d"))
-    matrix = np.zeros((2, 18), np.int8)[:, :16].view("i4")
-    check(44, "sparsity: want strides of whole elements, 4 bytes each; got a stride of 18 bytes", ValueError,
-          sparsity=matrix)  # fmt: skip
+    matrix = recorder.Buffer([], "", bytes(24), "i", 4, (2, 2), -1, 6)
+    stride = "sparsity: want strides of whole elements, 4 bytes each; got a stride of 6 bytes"
+    check(44, stride, ValueError, sparsity=matrix)
     indirect = recorder.Buffer([], "", bytes(8), "d", 8, (1,), 0)
     check(472, "mval: want one block of memory; got suboffsets", ValueError, mval=indirect)
-    for harmless in (records["x"][:1], memoryview(bytearray(9))[1:1].cast("d"), matrix[:0]):
-        call(472 if harmless.ndim == 1 else 44, **{"mval" if harmless.ndim == 1 else "sparsity": harmless})
+    for harmless in (recorder.Buffer([], "", bytes(8), "d", 8, (1,), -1, 12), memoryview(bytearray(9))[1:1].cast("d")):
+        call(472, mval=harmless)
 
 
 @checked_build
@@ -144,34 +142,37 @@ def test_elements_that_lie_askew():
 @pytest.mark.parametrize("number, name", [(414, "st"), (417, "st"), (317, "stride"), (318, "stride"), (320, "stride")])
 def test_boxes_have_positive_strides(number, name, stride):
     arrays = {name: i64([1, stride]), "sp": i64([0, 1]), "rst": i64([3, 1]), "rstride": i64([3, 1])}
-    arrays |= dict.fromkeys(("first", "last", "astart", "astop", "shape", "nidxs", "index"), i32([0, 3]))
-    arrays |= {"wi32": i32([5, 5]), "wi64": i64([0, 1])}
+    arrays |= dict.fromkeys(("last", "astop", "shape", "wi32"), i32([3, 3]))
+    arrays |= dict.fromkeys(("first", "astart", "nidxs", "index"), i32([0, 0])) | {"wi64": i64([0, 1])}
     for hassp in (True, False):
         given = {name: arrays[name] for name, kind in KERNELS[number].parameters if name in arrays and kind != "i"}
         given |= {"nd": 2, "nelem": 2, "hassp": hassp} if number in (414, 417) else {"nd": 2}
         check(number, f"{name}: want numbers above 0; got {stride} as element 1", ValueError, **given)
 
 
-# Calls that allocate scratch of 4 or 8 bytes for each of 2^31 - 1 axes or operands, or for each item of a long array.
-@pytest.mark.parametrize("number", [82, 187, 260, 407, 419, 442, 525])
-def test_scratch_that_cannot_be_had(number):
-    """A MemoryError on the checked build; the normal one ends the process, and says where."""
-    script = f"""
+OUT_OF_MEMORY = """
 import resource, sys
-sys.path.insert(0, {str(Path(__file__).parent)!r})
-from support import call, i32, i64, KERNELS
-one = {{"i32": i32([1]), "i64": i64([1])}}
-arrays = {{name: one[kind] for name, kind in KERNELS[{number}].parameters if kind in one}}
+from support import KERNELS, call, i32, i64
+
 resource.setrlimit(resource.RLIMIT_AS, (2**30, 2**30))
-scalars = {{name: 1 for name in ("n", "nelem") if (name, "i") in KERNELS[{number}].parameters}}
-try:
-    call({number}, **arrays, **scalars | {{"n" if {number} == 525 else "nd": 2**31 - 1}})
-except MemoryError as error:
-    print(error)
+for number in map(int, sys.argv[1:]):
+    parameters = KERNELS[number].parameters
+    arrays = {name: {"i32": i32, "i64": i64}[kind]([1]) for name, kind in parameters if kind in ("i32", "i64")}
+    scalars = {name: 1 for name in ("n", "nelem") if (name, "i") in parameters}
+    try:
+        call(number, **arrays, **scalars | {"nd" if ("nd", "i") in parameters else "n": 2**31 - 1})
+    except MemoryError as error:
+        print(error)
 """
-    environment = dict(os.environ, PYTHONPATH=str(Path(fragments.__file__).parent))
-    run = subprocess.run([sys.executable, "-c", script], env=environment, capture_output=True, text=True)
+
+
+def test_scratch_that_cannot_be_had():
+    """For 2^31 - 1 axes or operands: a MemoryError on the checked build; the normal one ends the process."""
+    numbers = [82, 187, 260, 407, 419, 442, 525]
+    folders = os.pathsep.join(map(str, (Path(fragments.__file__).parent, Path(__file__).parent)))
+    command = [sys.executable, "-c", OUT_OF_MEMORY, *map(str, numbers)]
+    run = subprocess.run(command, env=dict(os.environ, PYTHONPATH=folders), capture_output=True, text=True)
     if CHECKED:
-        assert (run.stdout, run.returncode) == (f"_c_closure_{number}: no memory for scratch\n", 0), run.stderr
+        assert run.stdout.splitlines() == [f"_c_closure_{number}: no memory for scratch" for number in numbers]
     else:
         assert run.returncode < 0 and "no memory for the scratch of a fragments kernel" in run.stderr

@@ -125,6 +125,10 @@ class BoxFilter {
   void walk(const Positions& sp, i64 n, Inside inside) const
   {
     Region region;
+    if (box_.nd <= 0) {
+      for (i64 k = 0; k < n; ++k) inside(k, region, 0, 0);
+      return;
+    }
     i64 row = 0, begin = 0, end = 0, lo = 0, hi = 0;  // as those of a region, but flat positions, of one row
     for (i64 k = 0; k < n; ++k) {
       const i64 flat = sp[k];
@@ -201,7 +205,7 @@ void for_each_box_stretch(const Box<Shape, Strides>& box, i64 d, i64 begin, i64 
                           const Stretch& stretch)
 {
   if (begin >= end) return;
-  if (d == box.nd) return stretch(begin, end);
+  if (d >= box.nd) return stretch(begin, end);
   const i64 extent = box.shape[d], block = box.step(d), period = std::max<i64>(block * extent, 1);
   const i64 box_begin = std::max<i64>(box.first[d], 0) * block, box_end = std::min<i64>(box.last[d], extent) * block;
   is_aligned = is_aligned && (d == 0 || box.stride[d - 1] == period);

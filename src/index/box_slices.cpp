@@ -63,7 +63,7 @@ KERNEL((318), (i32 count), count_in_box, CI32 astart, CI32 astop, i32 nd, I32 in
   if (nidxs.count <= 0) return count;
   const Box<CI32, CI64> box{nd, shape, stride, astart, astop};
   BoxFilter(box, false).for_each(sp, nidxs.count, [&](i64) { ++count; });
-  split(sp[nidxs.count - 1], index, shape, stride, nd);
+  if (nd > 0) split(sp[nidxs.count - 1], index, shape, stride, nd);
   return count;
 }
 
@@ -84,7 +84,7 @@ KERNEL((320), (i32 pos), slice_sparse_by_filter, CI32 astart, CI32 astop, I32 in
         rnidxs[pos] = nidxs[e];
         ++pos;
       });
-  split(sp[nidxs.count - 1], index, shape, stride, nd);
+  if (nd > 0) split(sp[nidxs.count - 1], index, shape, stride, nd);
   return pos;
 }
 
