@@ -7,9 +7,6 @@ import pytest
 from support import KERNELS, call, f64, i32, i64
 
 NO_ROWS, NO_AXES = i32(np.zeros((0, 3))), i32(np.zeros((3, 0)))
-ELEMENTS = dict(d0=2, d1=3, mnnz=2, msubi=i32([0, 1]), msubj=i32([0, 2]), nelem=2, rhassp=True, wi32=i32([0] * 7))
-ELEMENTS |= dict(ri32=i32([0] * 5), ri64=i64([0] * 4), wi64=i64([0, 4]), mdimj=3, mdimi=2, nzi=0, rncodeatom=1)
-ELEMENTS |= dict(ptr=0, rptr=0, rsp=0, sp=0)
 WEIGHTS = dict(a=f64([1]), bfix=f64([1, 2]), sub=i32([]), d=2, m=2, n=2)
 BOX = dict(hassp=True, nelem=2, count=3, nidxs=i32([5, 6]))
 
@@ -37,15 +34,9 @@ CALLS = [
     ([414], dict(nelem=2, hassp=True, wi32=i32([0, 1, 3]), e=3, c=2, k=1), (2, 5, 4)),
     ([417], dict(nd=2, rhascode=1, hassp=True, e=3, c=2, k=1), (2, 3, 1)),
     ([417], dict(nd=2, rhascode=1, e=3, c=2, k=1), (2, 3, 1)),
+    ([417], dict(nelem=1, hassp=True, wi32=i32([0, 0]), ri32=i32([9, 9]), ri64=i64([9])), (0, 1, 0)),
     ([419], dict(nelem=2, sp=i64([9, 9])), None),
     ([419], dict(nd=2**31 - 1), None),
-    ([465], ELEMENTS | dict(ncodeatom=0, nnz=0, d1=3), (0, 0)),
-    ([468], ELEMENTS | dict(ei=0, elmi=0, i=1), (6, 2, 0)),
-    ([470], ELEMENTS | dict(elmi=0, i=1), (2, 0)),
-    ([469, 471], ELEMENTS, None),
-    ([472], ELEMENTS | dict(elmi=0), (0, 4, 0)),
-    ([473], ELEMENTS | dict(elmi=0), (1, 0)),
-    ([474], ELEMENTS, (0, 0)),
     ([476], dict(n=1, res=5, xnd=1, d1=3), 1),
     ([476], dict(res=5, xnd=2, d1=3), 5),
     ([483], dict(xd0=1), (0, 0)),

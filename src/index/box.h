@@ -47,7 +47,7 @@ struct OpenShape {
 // The test whether flat positions lie in a box: a comparison for each position, a division for each row, and more for
 // each region of rows alone. Along an axis on which a row lies outside, it tells how far on they all do, and else, up
 // to where the box reaches and where it begins again. Where the strides are not those of rows in rows, each position is
-// a row of its own.
+// a row of its own. There is at least one axis.
 template <class Shape, class Strides>
 class BoxFilter {
  public:
@@ -125,10 +125,6 @@ class BoxFilter {
   void walk(const Positions& sp, i64 n, Inside inside) const
   {
     Region region;
-    if (box_.nd <= 0) {
-      for (i64 k = 0; k < n; ++k) inside(k, region, 0, 0);
-      return;
-    }
     i64 row = 0, begin = 0, end = 0, lo = 0, hi = 0;  // as those of a region, but flat positions, of one row
     for (i64 k = 0; k < n; ++k) {
       const i64 flat = sp[k];

@@ -14,9 +14,8 @@
 //     M dense,  E sparse        measure 467, write each row 470 (and `rnidxs` 336), all code 471
 //
 // A term of a result with code costs its own atoms plus two, (2, factor) and (5); no code is made up for an operand
-// without. The value of an entry of M is read only for elements with terms. Writers leave `rptr[0]` and
-// `rcodeptr[0]` to the caller. Entries of a sparse M ascend strictly by row, then column; with a sparse E, d1 is above
-// 0.
+// without. Writers leave `rptr[0]` and `rcodeptr[0]` to the caller. Entries of a sparse M ascend strictly by row, then
+// column; with a sparse E, d1 is above 0.
 //
 // - d0 (extent): the rows of E
 // - d1 (extent): the columns of E, which are those of M
@@ -132,7 +131,7 @@ KERNEL((465), (i32 codei, i32 nzi), write_matrix_times_element, i32 cconst, i32 
   const bool hascode = ncodeatom > 0;
   if (hascode) result.codeptr[0] = 0;
   for (i32 k = 0; k < mnnz; ++k) {
-    if (nnz > 0) result.append_scaled(operand, Terms{0, nnz}, mval[k], hascode);
+    result.append_scaled(operand, Terms{0, nnz}, mval[k], hascode);
     result.close_element(i64{d1} * msubi[k] + msubj[k]);
   }
   return {result.atoms, result.terms};
@@ -152,7 +151,7 @@ KERNEL((468), (i32 ei, i32 elmi, i32 nzi), write_dense_product_row, i32 cof, i32
   const Run row{mval, i64{i} * d1};
   for (i32 t = 0; t < d0; ++t) {
     for (i32 s = 0; s < d1; ++s, ++ei) {
-      if (operand.terms(ei).count() > 0) result.append_scaled_coefficients(operand, ei, row[s]);
+      result.append_scaled_coefficients(operand, ei, row[s]);
     }
     result.close_element();
   }
@@ -173,7 +172,7 @@ KERNEL((469), (), write_dense_product_code, i32 cconst, i32 code, i32 codeptr, i
     i64 f = 0;
     for (i32 t = 0; t < d0; ++t) {
       for (i32 s = 0; s < d1; ++s, ++f) {
-        if (operand.terms(f).count() > 0) result.append_scaled_code(operand, f, row[s]);
+        result.append_scaled_code(operand, f, row[s]);
       }
     }
   }
@@ -194,7 +193,7 @@ KERNEL((470), (i32 elmi, i32 nzi), write_dense_sparse_product_row, i32 cof, i32 
   const Run row{mval, i64{mdimj} * i};
   for_each_row_run(pattern, nelem, d1, [&](i64 t, i32 b, i32 e) {
     for (i32 f = b; f < e; ++f) {
-      if (operand.terms(f).count() > 0) result.append_scaled_coefficients(operand, f, row[pattern[f] - t * d1]);
+      result.append_scaled_coefficients(operand, f, row[pattern[f] - t * d1]);
     }
     if (rhassp) result.sp[result.elements] = t + i64{d0} * i;
     result.close_element();
@@ -217,7 +216,7 @@ KERNEL((471), (), write_dense_sparse_product_code, i32 cconst, i32 code, i32 cod
     const Run row{mval, mdimj * i};
     for_each_row_run(pattern, nelem, d1, [&](i64 t, i32 b, i32 e) {
       for (i32 f = b; f < e; ++f) {
-        if (operand.terms(f).count() > 0) result.append_scaled_code(operand, f, row[pattern[f] - t * d1]);
+        result.append_scaled_code(operand, f, row[pattern[f] - t * d1]);
       }
     });
   }
@@ -239,10 +238,7 @@ KERNEL((472), (i32 codei, i32 elmi, i32 nzi), write_sparse_product, i32 cconst, 
   with_constant(rncodeatom > 0, [&](auto hascode) {
     for_each_row_group(msubi, mnnz, [&](i64 i, i32 kb, i32 ke) {
       for (i64 t = 0; t < d0; ++t) {
-        for (i32 k = kb; k < ke; ++k) {
-          const Terms terms = operand.terms(t * d1 + msubj[k]);
-          if (terms.count() > 0) result.append_scaled(operand, terms, mval[k], hascode);
-        }
+        for (i32 k = kb; k < ke; ++k) result.append_scaled(operand, t * d1 + msubj[k], mval[k], hascode);
         if (rhassp) result.sp[result.elements] = i * d0 + t;
         result.close_element();
       }
@@ -264,9 +260,7 @@ KERNEL((473), (i32 elmi, i32 nzi), write_sparse_sparse_product, i32 cof, i32 d0,
   Writer result = r.sparse_writer(rptr, rsp, rnidxs, rcof, {.elements = elmi, .terms = nzi});
   merge_rows(
       msubi, msubj, mnnz, Run{wi64, sp}, nelem, d1,
-      [&](i32 k, i32 e) {
-        if (operand.terms(e).count() > 0) result.append_scaled(operand, e, mval[k], false);
-      },
+      [&](i32 k, i32 e) { result.append_scaled(operand, e, mval[k], false); },
       [&](i32 i, i64 t) {
         if (rhassp) result.sp[result.elements] = t + i64{d0} * i;
         result.close_element();
@@ -286,10 +280,7 @@ KERNEL((474), (i32 codei, i32 nzi), write_sparse_sparse_product_code, i32 cconst
   Writer result = r.code_writer(rcodeptr, rcode, rcconst, {.terms = nzi, .atoms = codei});
   merge_rows(
       msubi, msubj, mnnz, Run{wi64, sp}, nelem, d1,
-      [&](i32 k, i32 e) {
-        if (operand.terms(e).count() > 0) result.append_scaled_code(operand, e, mval[k]);
-      },
-      [](i32, i64) {});
+      [&](i32 k, i32 e) { result.append_scaled_code(operand, e, mval[k]); }, [](i32, i64) {});
   return {result.atoms, result.terms};
 }
 
