@@ -18,7 +18,7 @@ class Scratch {
  public:
   explicit Scratch(i64 count)
       : data_(static_cast<T*>(std::calloc(static_cast<std::size_t>(count < 0 ? 0 : count), sizeof(T)))),
-        bounds_(Bounds::of("scratch", count))
+        bounds_(Bounds::of("scratch", count < 0 ? 0 : count))
   {
     if (!data_ && count > 0) leave_without_memory();
   }
