@@ -136,11 +136,16 @@ struct Writer : Counts {
   void append_elements(const Operand& from, i64 b, i64 e, Flag hascode)
   {
     if (b >= e) return;
-    const Terms t = from.terms(b, e);
-    const i32 shift = terms - t.begin;
-    copy_run(ptr.from(elements + 1), from.ptr.from(b + 1), e - b, [shift](auto end) { return end + shift; });
+    append_ends(from.ptr, b, e);
+    append(from, from.terms(b, e), hascode);
+  }
+
+  // Ends the elements b .. e-1 of a record, at least one, whose terms are appended next.
+  void append_ends(Run<const i32> from, i64 b, i64 e)
+  {
+    const i32 shift = terms - from[b];
+    copy_run(ptr.from(elements + 1), from.from(b + 1), e - b, [shift](auto end) { return end + shift; });
     elements += static_cast<i32>(e - b);
-    append(from, t, hascode);
   }
 
   // Appends terms times `factor`: the coefficient is multiplied, and so is the code, by the atoms (2, factor) and (5)

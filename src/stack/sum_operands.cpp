@@ -94,8 +94,9 @@ void scatter_operand(Writer& result, const OperandTables& operands, i64 k, i32 n
                      Run<i32> atom_ptr, Position position)
 {
   with_constant(hascode, [&](auto with_code) {
-    const Operand operand = operands.operand(k, 0, nelem, with_code);
-    if (operand.terms(0, nelem).count() <= 0) return;
+    const Run ptr = operands.ptr(k);
+    if (ptr[0] >= ptr[nelem]) return;
+    const Operand operand = operands.operand(k, with_code);
     const f64 weight = w[k];
     for (i64 e = 0; e < nelem; ++e) {
       const i64 f = position(e);
@@ -217,8 +218,8 @@ KERNEL((525), (), write_sparse_sum_of_operands, bool hascode, CI32 cconst, CI32 
     walk_union(
         n, nelem, sp_base, wi64,
         [&](i64 k, i32 e) {
-          const Operand operand = operands.operand(k, e, i64{e} + 1, with_code);
-          if (operand.terms(e).count() > 0) result.append_weighted(operand, e, w[k], with_code);
+          const Run ptr = operands.ptr(k);
+          if (ptr[e] < ptr[i64{e} + 1]) result.append_weighted(operands.operand(k, with_code), e, w[k], with_code);
         },
         [&](i64 position) { result.close_element(position); });
   });
