@@ -29,6 +29,7 @@ struct OperandTables {
             .codeptr = i32s.from(start(codeptr)),
             .code = i32s.from(start(code)),
             .cconst = f64s.from(start(cconst)),
+            .atom_slots = w.atom_slots(start(code), start(cconst)),
             .hascode = coded};
   }
 };

@@ -225,7 +225,7 @@ KERNEL((441), (), write_stack_keys, CI32 d1s, i32 d2, CI32 hassp, i32 n, CI32 ne
     const i32 count = nelem[k];
     if (count <= 0) continue;
     const bool sparse = hassp[k] != 0;
-    const Run pattern = sparse ? Run{wi64, sp_base[k]} : Run<const i64>{};
+    const Run pattern{wi64, sparse ? sp_base[k] : 0};
     const Divisor block{i64{d1s[k]} * d2};
     const i64 first = offset[k];
     for (i64 i = 0; i < count; ++i) {

@@ -64,9 +64,8 @@ void walk_union(i32 n, CI32 nelem, CI32 sp_base, CI64 wi64, Stored stored, Eleme
 // Operand k as far as its terms and atoms are counted.
 Operand counted_operand(CI32 ptr_base, CI32 codeptr, CI32 ncodeatom, CI32 wi32, i64 k)
 {
-  Operand operand{.ptr{wi32, ptr_base[k]}, .hascode = ncodeatom[k] > 0};
-  if (operand.hascode) operand.codeptr = {wi32, codeptr[k]};
-  return operand;
+  const bool hascode = ncodeatom[k] > 0;
+  return {.ptr{wi32, ptr_base[k]}, .codeptr{wi32, hascode ? codeptr[k] : 0}, .hascode = hascode};
 }
 
 // Counts an operand into the `ptr` of a dense result: the terms of each of its elements e, which stands at position(e),
