@@ -116,11 +116,13 @@ KERNEL((421), (), write_dense_permuted, i32 cconst, i32 code, i32 codeptr, CI32 
       }
       for (i64 a = 0; a < plane; a += row, plane_source += row_step) {
         i64 source = plane_source;
-        for (i64 b = 0; b < row; b += block, source += block_step) {
-          if (block == 1) {
+        if (block == 1) {
+          for (i64 b = 0; b < row; ++b, source += block_step) {
             result.append(operand, source, hascode);
             result.close_element();
-          } else {
+          }
+        } else {
+          for (i64 b = 0; b < row; b += block, source += block_step) {
             result.append_elements(operand, source, source + block, hascode);
           }
         }
