@@ -141,6 +141,7 @@ class BoxFilter {
         } else {
           end = begin + ((row < region.lo ? region.lo : region.end) - row) * row_.value();
           lo = hi = begin;
+          // Most positions outside are in rows outside: three quarters of the time of a test for each.
           while (n - k > 8 && are_eight_between(begin, sp, k + 1, end)) k += 8;
         }
       }

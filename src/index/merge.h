@@ -49,7 +49,7 @@ bool for_each_match(const Matches<Cursor>& matches, i64 n, Handle handle)
 }
 
 // Walks two lists in step until one is exhausted or no more matches can be noted, and returns the number noted. Keys
-// are from 0 on.
+// are flat positions, columns, variables: the difference of any two stays within 64 bits.
 //
 // Lists of like lengths are walked without a branch on their keys, up to the last item of one: half the time of the
 // plain loop. A cursor advances by adding the sign of a difference, and the keys come from loads one step ahead. In a

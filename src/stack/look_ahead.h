@@ -14,7 +14,7 @@ void fetch(Run<T> run, i64 k)
 }
 
 // At step k of n, of which step m takes the element element_at(m): fetches `ptr` for the steps ahead, then terms, then
-// code, each a stage later, since the place of each stands in the one before. A third less time where an operand is
+// code, each a stage later, since the place of each stands in the one before. A fifth less time where an operand is
 // larger than the nearest cache.
 template <class Flag, class ElementAt>
 void look_ahead(const Operand& operand, i64 k, i64 n, Flag hascode, ElementAt element_at)
