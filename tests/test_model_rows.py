@@ -136,6 +136,14 @@ def test_picked_coefficients(kind):
         assert np.array_equal(subi, placed(27, start, np.repeat(numbers, 5)))
 
 
+def test_few_coefficients_picked_among_many():
+    many, few = i64(range(7, 307, 3)), i64([0, 7, 178, 10**6])
+    for terms, varidxs in ((many, few), (few, many)):
+        block = np.full(len(varidxs), np.nan)
+        kernel(32)(block, 0, 1, 0, 0, 0, varidxs, 2.0 * terms, i32([0, len(terms)]), terms)
+        assert np.array_equal(block, np.where(np.isin(varidxs, terms), 2.0 * varidxs, np.nan), equal_nan=True)
+
+
 @kinds
 def test_rows_by_side(kind):
     rng = np.random.default_rng(6)

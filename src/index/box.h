@@ -121,6 +121,15 @@ class BoxFilter {
     return static_cast<std::uint64_t>(k - from) < static_cast<std::uint64_t>(to - from);
   }
 
+  // The same of eight positions from number k on, without a branch on each.
+  template <class Positions>
+  static bool are_eight_between(i64 from, const Positions& sp, i64 k, i64 to)
+  {
+    bool all = true;
+    for (i64 e = k + 8; k < e; ++k) all &= is_between(from, sp[k], to);
+    return all;
+  }
+
   template <class Positions, class Inside>
   void walk(const Positions& sp, i64 n, Inside inside) const
   {
@@ -140,6 +149,8 @@ class BoxFilter {
         } else {
           end = begin + ((row < region.lo ? region.lo : region.end) - row) * row_.value();
           lo = hi = begin;
+          // Most positions outside are in rows outside: three quarters of the time of a test for each.
+          while (n - k > 8 && are_eight_between(begin, sp, k + 1, end)) k += 8;
         }
       }
       if (is_between(lo, flat, hi)) inside(k, region, row, flat - begin);
