@@ -6,6 +6,7 @@
     kernels.py describe N ...   the kernels of these numbers: what they compute, what each parameter and result means
     kernels.py check            what is left unexplained or explained wrongly; succeeds if there is nothing
     kernels.py stub             the type stub fragments.pyi
+    kernels.py names            the companion's module of names; names-stub: its type stub
     kernels.py reference        the kernel reference in Markdown, by family and by number
 """
 
@@ -229,15 +230,16 @@ STUB_RESULTS = {"i32": "int", "i64": "int", "bool": "bool"}
 
 
 def stub(kernels):
-    return "\n".join([STUB_HEAD] + [stub_function(*item) for item in by_number(kernels)])
+    functions = [stub_function(f"_c_closure_{number}", kernel) for number, kernel in by_number(kernels)]
+    return "\n".join([STUB_HEAD, *functions])
 
 
-def stub_function(number, kernel):
+def stub_function(name, kernel):
     parameters = ", ".join(f"{python_name(p.name)}:~{STUB_TYPES.get(p.type, p.type)}" for p in kernel.takes)
     results = [STUB_RESULTS[result.type] for result in kernel.gives]
     result = f"Tuple[{',~'.join(results)}]" if len(results) > 1 else "".join(results) or "None"
     # No line ends between a name and its type, or outside the parentheses.
-    signature = filled(f"def _c_closure_{number}({parameters}, /)~->~{result}:", WIDTH, " " * 8).replace("~", " ")
+    signature = filled(f"def {name}({parameters}, /)~->~{result}:", WIDTH, " " * 8).replace("~", " ")
     doc = textwrap.indent(stub_doc(kernel), "    ").replace("\\", "\\\\")
     return f'{signature}\n    """\n{doc}\n    """\n'
 
@@ -260,6 +262,27 @@ def stub_doc_line(name, role, length, meaning):
     brackets = "; ".join(filter(None, [role, length]))
     text = f"{name} ({brackets}): {meaning}" if brackets else f"{name}: {meaning}" if meaning else name
     return filled(text, WIDTH - 4, "    ")
+
+
+# the companion's names
+
+
+def names(kernels):
+    """The module of the kernels under their names, those of several numbers under the lowest."""
+    lines = ['"""The kernels of `fragments` under their names, and what they take: written by tools/kernels.py."""', ""]
+    lines += [f"from fragments import _c_closure_{kernel.numbers[0]} as {kernel.name}" for kernel in kernels]
+    lines += ["", "# Of each name the numbers and the parameters, name:kind in the order of a call.", "SIGNATURES = {"]
+    for kernel in kernels:
+        parameters = " ".join(f"{name}:{kind}" for name, kind in kernel.parameters)
+        lines.append(f'    "{kernel.name}": ({kernel.numbers}, "{parameters}"),')
+    return "\n".join(lines + ["}"])
+
+
+def names_stub(kernels):
+    """The type stub of that module."""
+    head = STUB_HEAD.replace("import Any, Tuple", "import Any, Dict, Tuple")
+    head += "\nSIGNATURES: Dict[str, Tuple[Tuple[int, ...], str]]\n"
+    return "\n".join([head, *(stub_function(kernel.name, kernel) for kernel in kernels)])
 
 
 # reference
@@ -312,7 +335,7 @@ def markdown_row(*cells):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("command", choices=["table", "describe", "check", "stub", "reference"])
+    parser.add_argument("command", choices=["table", "describe", "check", "stub", "names", "names-stub", "reference"])
     parser.add_argument("numbers", type=int, nargs="*", metavar="N", help="for describe")
     arguments = parser.parse_args()
     if arguments.command == "describe" and not arguments.numbers:
@@ -326,7 +349,8 @@ def main():
         print("\n".join(faults), end="\n" if faults else "")
         raise SystemExit(1 if faults else 0)
     else:
-        print({"table": table, "stub": stub, "reference": reference}[arguments.command](kernels))
+        writers = {"table": table, "stub": stub, "names": names, "names-stub": names_stub, "reference": reference}
+        print(writers[arguments.command](kernels))
 
 
 if __name__ == "__main__":

@@ -1,0 +1,1 @@
+"""Checks and shows the expression records that kernels read and write."""
