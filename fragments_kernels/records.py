@@ -22,7 +22,6 @@ from typing import Any, Dict, List, Mapping, NamedTuple, Optional, Sequence, Tex
 import numpy as np
 
 ARRAYS = {"i32": np.int32, "i64": np.int64, "f64": np.float64}
-UNWRITTEN = {name: np.frombuffer(b"\xa5" * 8, dtype=dtype)[0] for name, dtype in ARRAYS.items()}
 
 # How coefficient code works: of each opcode the values that it takes off the stack and those that it leaves.
 PARAMETER, CONSTANT, ADD, NEGATE, MULTIPLY, INVERT, ADD_SEVERAL, MOVED_TO_COF = 1, 2, 3, 4, 5, 6, 8, 10
@@ -48,7 +47,7 @@ class Field(NamedTuple):
 
 
 def mark_unwritten(*arrays: np.ndarray) -> None:
-    """Fills arrays with bytes 0xa5, which no record holds by chance and which the checks take for slots never written."""
+    """Fills arrays with bytes 0xa5, hardly met in a record: the checks take such slots for never written."""
     for array in arrays:
         array[...] = np.frombuffer(b"\xa5" * array.itemsize, dtype=array.dtype)[0]
 
@@ -208,10 +207,11 @@ def _first(faulty: np.ndarray) -> Tuple[int, str]:
 
 
 def _unwritten(fields: Mapping[str, Field], field: Field):
-    if field.array not in UNWRITTEN:
+    if field.array not in ARRAYS:
         return
-    faulty = field.values.view(np.uint8).reshape(len(field.values), -1) == 0xA5 if len(field.values) else np.empty((0, 1))
-    faulty = faulty.all(axis=1)
+    marked = np.empty(1, dtype=field.values.dtype)
+    mark_unwritten(marked)
+    faulty = field.values.view(f"i{marked.itemsize}") == marked.view(f"i{marked.itemsize}")  # bit for bit
     if field.name == "cconst":  # most opcodes never read their operand
         faulty &= np.isin(fields["code"].values, [PARAMETER, CONSTANT, ADD_SEVERAL])
     if faulty.any():
@@ -303,7 +303,8 @@ def _code_faults(fields: Mapping[str, Field], parameters: Optional[int]) -> List
         return fault(depth < takes, "is {code}, which takes {takes} values from a stack of {depth}")
     if (end != 1).any():
         t, more = _first(end != 1)
-        return [f"the code of term {t}, {lengths[t]} atoms, leaves {int(end[t])} values, not 1; {_place(fields, t)}{more}"]
+        code_of = f"the code of term {t}, {lengths[t]} atoms,"
+        return [f"{code_of} leaves {int(end[t])} values, not 1; {_place(fields, t)}{more}"]
     return []
 
 
@@ -328,7 +329,7 @@ def _term(fields: Mapping[str, Field], t: int) -> str:
 
 
 def _number(value: float) -> str:
-    return repr(float(value)).replace(".0", "") if float(value).is_integer() and abs(value) < 1e16 else repr(float(value))
+    return repr(float(value)).removesuffix(".0")
 
 
 def _coefficient(fields: Mapping[str, Field], t: int) -> str:
@@ -341,7 +342,7 @@ def _coefficient(fields: Mapping[str, Field], t: int) -> str:
     if code == [MOVED_TO_COF]:
         return cof
     text = _infix(code, fields["cconst"].values[begin:end].tolist())
-    return text if cof in ("0", "-0") else f"{cof} + {text}"
+    return cof if text == "0" else text if cof in ("0", "-0") else f"{cof} + {text}"
 
 
 def _infix(code: Sequence[int], operands: Sequence[float]) -> str:
@@ -368,5 +369,6 @@ def _infix(code: Sequence[int], operands: Sequence[float]) -> str:
         elif opcode == NEGATE:
             stack.append(f"-{factor(pop(1)[0])}")
         elif opcode == INVERT:
-            stack.append(f"1/{factor(pop(1)[0])}")
+            divisor = pop(1)[0]
+            stack.append(f"1/({divisor})" if "*" in divisor else f"1/{factor(divisor)}")
     return stack[0]
