@@ -101,6 +101,7 @@ def kernels_for(phrase, kernels):
             if has_all(stems, words):
                 tier.append(kernel)
                 break
+    tiers[0].sort(key=lambda kernel: kernel.name != phrase)
     return tiers[0] + tiers[1] + tiers[2] or tiers[3]
 
 
