@@ -16,7 +16,8 @@ import cvxopt.solvers
 import numpy as np
 from scipy.sparse import coo_matrix, csr_matrix, diags, hstack, identity, vstack
 
-from . import kernels
+import fragments_kernels as kernels
+
 from .cones import ConicProblem, places
 from .model import Constraint, Variable
 

@@ -21,7 +21,8 @@ from typing import Optional, Sequence, Tuple, Union
 
 import numpy as np
 
-from . import kernels
+import fragments_kernels as kernels
+
 from .stacks import Record, Stacks, int32_array
 
 

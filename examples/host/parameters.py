@@ -23,7 +23,8 @@ from typing import Optional, Sequence, Tuple
 
 import numpy as np
 
-from . import kernels
+import fragments_kernels as kernels
+
 from .operators import check_pattern
 from .stacks import Record, Stacks
 

@@ -10,7 +10,8 @@ from typing import Optional
 
 import numpy as np
 
-from . import kernels
+import fragments_kernels as kernels
+
 from .operators import SparseMatrix, check_pattern, matrix_arguments
 from .stacks import Record, Stacks, int32_array
 

@@ -9,7 +9,8 @@ from typing import Sequence
 
 import numpy as np
 
-from . import kernels
+import fragments_kernels as kernels
+
 from .stacks import OperandTables, Record, Stacks, int32_array
 
 
