@@ -94,10 +94,12 @@ def test_records_are_shown_as_formulas(capsys):
     ({}, dict(variables=8), "nidxs[1] (slot 3 of i64) is 9, but the highest variable is 8; in element 0, [0, 1]"),
     ({}, dict(semidefinite=1), "nidxs[2] (slot 4 of i64) is -2, but the number of semidefinite elements is 1; "
                                "in element 1, [1, 2]"),
-    ({}, dict(parameters=3), "code[2] (slot 12 of i32) is 1 with the operand 3.0, no such number; parameters are below "
-                             "3; term 2 in element 1, [1, 2]"),
+    ({}, dict(parameters=3), "code[2] (slot 12 of i32) is 1, parameter 3, but there are 3; term 2 in element 1, "
+                             "[1, 2]"),
     (dict(code=[10, 10, 1, 2, 5, 6, 2, 7, 4, 2]), {}, "code[7] (slot 17 of i32) is 7, no opcode; term 2 in element 1, "
                                                       "[1, 2]"),
+    (dict(cconst=[0.0, 0.0, 3.0, -2.0, 0.0, 0.0, 4.0, float("inf"), 0.0, 0.0]), {},
+     "code[7] (slot 17 of i32) is 8, which takes a number, not inf; term 2 in element 1, [1, 2]"),
     (dict(code=[10, 5, 1, 2, 5, 6, 2, 8, 4, 2]), {}, "code[1] (slot 11 of i32) is 5, which takes 2 values from a stack "
                                                      "of 0; term 1 in element 0, [0, 1]"),
     (dict(code=[10, 10, 1, 2, 5, 6, 2, 4, 4, 2]), {}, "the code of term 2, 7 atoms, leaves 2 values, not 1; in element "
