@@ -10,8 +10,7 @@ from typing import Tuple
 
 import numpy as np
 
-import fragments_kernels as kernels
-
+from . import kernels
 from .stacks import Record, Stacks, int32_array
 
 

@@ -16,8 +16,7 @@ import cvxopt.solvers
 import numpy as np
 from scipy.sparse import coo_matrix, csr_matrix, diags, hstack, identity, vstack
 
-import fragments_kernels as kernels
-
+from . import kernels
 from .cones import ConicProblem, places
 from .model import Constraint, Variable
 

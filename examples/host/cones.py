@@ -27,8 +27,7 @@ from typing import List, Optional, Sequence, Tuple
 import numpy as np
 from scipy.sparse import csr_matrix
 
-import fragments_kernels as kernels
-
+from . import kernels
 from .model import Constraint, Domain, Model, Problem, Rows, Values, Variable, assemble
 from .stacks import Record, Stacks
 from .sums import merge_terms

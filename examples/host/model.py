@@ -23,8 +23,7 @@ from typing import List, Optional, Sequence, Tuple, Union
 import numpy as np
 from scipy.sparse import csr_matrix
 
-import fragments_kernels as kernels
-
+from . import kernels
 from .operators import SparseMatrix, add, constant, multiply, multiply_variable, variable
 from .stacks import Record, Stacks, grown
 

@@ -21,8 +21,7 @@ from typing import Optional, Sequence, Tuple, Union
 
 import numpy as np
 
-import fragments_kernels as kernels
-
+from . import kernels
 from .stacks import Record, Stacks, int32_array
 
 

@@ -23,8 +23,7 @@ from typing import Optional, Sequence, Tuple
 
 import numpy as np
 
-import fragments_kernels as kernels
-
+from . import kernels
 from .operators import check_pattern
 from .stacks import Record, Stacks
 

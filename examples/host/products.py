@@ -10,8 +10,7 @@ from typing import Optional
 
 import numpy as np
 
-import fragments_kernels as kernels
-
+from . import kernels
 from .operators import SparseMatrix, check_pattern, matrix_arguments
 from .stacks import Record, Stacks, int32_array
 

@@ -8,8 +8,7 @@ import numpy as np
 from scipy.optimize import Bounds, LinearConstraint, linprog, milp
 from scipy.sparse import vstack
 
-import fragments_kernels as kernels
-
+from . import kernels
 from .model import Constraint, Problem, Variable
 
 _STATUS = {0: "optimal", 1: "limit reached", 2: "infeasible", 3: "unbounded"}

@@ -29,15 +29,14 @@ import os
 from dataclasses import dataclass, fields, replace
 from typing import List, Optional, Sequence, Tuple
 
+from fragments_kernels.records import check_record, mark_unwritten
 import numpy as np
 
-from fragments_kernels.records import check_record, mark_unwritten
-
-# With FRAGMENTS_DEBUG=1 in the environment every record is checked before it is an operand: RecordError says what is
-# wrong where.
-DEBUG = os.environ.get("FRAGMENTS_DEBUG", "0") not in ("", "0")
-
 Sizes = Tuple[int, int, int]  # numbers of int32, int64 and float64 slots
+
+# With FRAGMENTS_DEBUG=1 in the environment every record is checked before it becomes an operand: RecordError says what
+# is wrong where.
+DEBUG = os.environ.get("FRAGMENTS_DEBUG", "0") not in ("", "0")
 
 
 @dataclass(frozen=True)

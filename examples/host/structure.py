@@ -9,8 +9,7 @@ from typing import Sequence
 
 import numpy as np
 
-import fragments_kernels as kernels
-
+from . import kernels
 from .stacks import OperandTables, Record, Stacks, int32_array
 
 

@@ -7,8 +7,7 @@ from typing import Sequence
 
 import numpy as np
 
-import fragments_kernels as kernels
-
+from . import kernels
 from .operators import add
 from .stacks import OperandTables, Record, Stacks
 
