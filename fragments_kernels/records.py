@@ -5,7 +5,8 @@
     mark_unwritten(i32, i64, f64)    fills arrays before a kernel writes them: what stays so is a fault of the record
 
 A stack is an object with the arrays i32, i64 and f64 and, if it tells what is reserved, `top`, three numbers of slots;
-or just (i32, i64, f64). A record is an object or a mapping with the scalars and positions of its fields:
+or just (i32, i64, f64). None is an empty array. A record is an object or a mapping with the scalars and positions of
+its fields:
 
     shape            position in i32 of `nd` extents, or the extents themselves
     nelem, nnz       the numbers of elements and terms
@@ -24,10 +25,9 @@ import numpy as np
 ARRAYS = {"i32": np.int32, "i64": np.int64, "f64": np.float64}
 NAMES = ("nd", "nelem", "nnz", "ncodeatom", "hassp", "shape", "ptr", "codeptr", "code", "sp", "nidxs", "cof", "cconst")
 
-# How coefficient code works: of each opcode the values that it takes off the stack and those that it leaves.
+# How coefficient code works: of each opcode the values that it takes off the stack; all but 0 leave one there.
 PARAMETER, CONSTANT, ADD, NEGATE, MULTIPLY, INVERT, ADD_SEVERAL, MOVED_TO_COF = 1, 2, 3, 4, 5, 6, 8, 10
 TAKES = {0: 0, PARAMETER: 0, CONSTANT: 0, ADD: 2, NEGATE: 1, MULTIPLY: 2, INVERT: 1}
-LEAVES = {0: 0, PARAMETER: 1, CONSTANT: 1, ADD: 1, NEGATE: 1, MULTIPLY: 1, INVERT: 1}
 
 
 class RecordError(ValueError):
@@ -81,7 +81,7 @@ def record_faults(
 ) -> List[str]:
     """What check_record() would raise, one fault each; the first of its kind stands for others behind it."""
     values = _values(record)
-    arrays = {name: np.asarray(array) for name, array in _arrays(stack).items()}
+    arrays = _arrays(stack)
     faults = [
         f"{name} is {array.dtype} with {array.ndim} axes, not {np.dtype(ARRAYS[name])} with one"
         for name, array in arrays.items()
@@ -112,7 +112,7 @@ def show_record(stack: Any, record: Any, *, limit: int = 100, file: Optional[Tex
     """
     check_record(stack, record)
     values = _values(record)
-    fields, _ = _fields({name: np.asarray(array) for name, array in _arrays(stack).items()}, values, None)
+    fields, _ = _fields(_arrays(stack), values, None)
     extents = fields["shape"].values
     shape = " x ".join(map(str, extents)) or "scalar"
     size = math.prod(extents.tolist())
@@ -128,9 +128,10 @@ def show_record(stack: Any, record: Any, *, limit: int = 100, file: Optional[Tex
 # What is where
 
 
-def _arrays(stack: Any) -> Dict[str, Any]:
+def _arrays(stack: Any) -> Dict[str, np.ndarray]:
     arrays = [getattr(stack, name) for name in ARRAYS] if hasattr(stack, "i32") else stack
-    return dict(zip(ARRAYS, arrays))
+    empty = {name: np.empty(0, dtype) for name, dtype in ARRAYS.items()}
+    return {name: np.asarray(empty[name] if array is None else array) for name, array in zip(ARRAYS, arrays)}
 
 
 def _values(record: Any) -> Dict[str, Any]:
@@ -301,8 +302,7 @@ def _code_faults(fields: Mapping[str, Field], parameters: Optional[int]) -> List
 
     takes = np.select([code == op for op in TAKES], list(TAKES.values()), 0)
     takes += np.where(is_sum, cconst, 0).astype(np.int64)
-    leaves = np.select([code == op for op in LEAVES], list(LEAVES.values()), 0) + is_sum + is_moved
-    total = np.concatenate([[0], np.cumsum(leaves - takes)])
+    total = np.concatenate([[0], np.cumsum((code != 0) - takes)])
     depth = total[:-1] - total[ptr[term]]  # before each atom
     if (depth < takes).any():
         return fault(depth < takes, lambda a: f"which takes {takes[a]} values from a stack of {depth[a]}")
