@@ -18,9 +18,10 @@ its fields:
 
 import math
 import sys
-from typing import Any, Callable, Dict, List, Mapping, NamedTuple, Optional, Sequence, TextIO, Tuple
+from typing import Any, Callable, Dict, Iterator, List, Mapping, NamedTuple, Optional, Sequence, TextIO, Tuple
 
 import numpy as np
+from numpy.typing import NDArray
 
 ARRAYS = {"i32": np.int32, "i64": np.int64, "f64": np.float64}
 NAMES = ("nd", "nelem", "nnz", "ncodeatom", "hassp", "shape", "ptr", "codeptr", "code", "sp", "nidxs", "cof", "cconst")
@@ -40,14 +41,14 @@ class Field(NamedTuple):
     name: str
     array: str
     start: int
-    values: np.ndarray
+    values: NDArray[Any]
 
     def slot(self, k: int) -> str:
         """A slot as it is called in faults."""
         return f"{self.name}[{k}] (slot {self.start + k} of {self.array})"
 
 
-def mark_unwritten(*arrays: np.ndarray) -> None:
+def mark_unwritten(*arrays: NDArray[Any]) -> None:
     """Fills arrays with bytes 0xa5, hardly met in a record: the checks take such slots for never written."""
     for array in map(np.asarray, arrays):
         array[...] = np.frombuffer(b"\xa5" * array.itemsize, dtype=array.dtype)[0]
@@ -128,7 +129,7 @@ def show_record(stack: Any, record: Any, *, limit: int = 100, file: Optional[Tex
 # What is where
 
 
-def _arrays(stack: Any) -> Dict[str, np.ndarray]:
+def _arrays(stack: Any) -> Dict[str, NDArray[Any]]:
     arrays = [getattr(stack, name) for name in ARRAYS] if hasattr(stack, "i32") else stack
     empty = {name: np.empty(0, dtype) for name, dtype in ARRAYS.items()}
     return {name: np.asarray(empty[name] if array is None else array) for name, array in zip(ARRAYS, arrays)}
@@ -137,7 +138,7 @@ def _arrays(stack: Any) -> Dict[str, np.ndarray]:
 def _values(record: Any) -> Dict[str, Any]:
     """The scalars and positions of a record, None for what it does not have. TypeError if it lacks needed ones."""
     get = record.get if isinstance(record, Mapping) else lambda name: getattr(record, name, None)
-    values = {name: get(name) for name in NAMES}
+    values: Dict[str, Any] = {name: get(name) for name in NAMES}
     values["ncodeatom"] = values["ncodeatom"] or 0
     if values["hassp"] is None:
         values["hassp"] = values["sp"] is not None
@@ -152,7 +153,7 @@ def _values(record: Any) -> Dict[str, Any]:
 
 
 def _fields(
-    arrays: Mapping[str, np.ndarray], values: Mapping[str, Any], top: Optional[Sequence[int]]
+    arrays: Mapping[str, NDArray[Any]], values: Mapping[str, Any], top: Optional[Sequence[int]]
 ) -> Tuple[Dict[str, Field], List[str]]:
     """The fields by name, and those that lie outside their array or what is reserved of it, or in one another."""
     nelem, nnz, atoms = values["nelem"], values["nnz"], values["ncodeatom"]
@@ -163,7 +164,7 @@ def _fields(
         layout["i32"].update(codeptr=nnz + 1, code=atoms)
         layout["f64"].update(cconst=atoms)
     fields, faults = {}, []
-    for (array, lengths), reserved in zip(layout.items(), top or [None] * 3):
+    for (array, lengths), reserved in zip(layout.items(), top or (None, None, None)):
         places = []
         for name, n in lengths.items():
             start, slots = values[name], arrays[array]
@@ -206,7 +207,7 @@ def _place(fields: Mapping[str, Field], term: int) -> str:
     return f"in element {element}, {_index(fields, element)}"
 
 
-def _first(faulty: np.ndarray) -> Tuple[int, str]:
+def _first(faulty: NDArray[Any]) -> Tuple[int, str]:
     """Where the first fault is, and how many follow; there must be one."""
     places = np.flatnonzero(faulty)
     return int(places[0]), f", and {len(places) - 1} more" if len(places) > 1 else ""
@@ -215,7 +216,7 @@ def _first(faulty: np.ndarray) -> Tuple[int, str]:
 # Checks, each of what those before it found in order
 
 
-def _unwritten(fields: Mapping[str, Field], field: Field):
+def _unwritten(fields: Mapping[str, Field], field: Field) -> Iterator[str]:
     if field.array not in ARRAYS:
         return
     marked = np.empty(1, dtype=field.values.dtype)
@@ -228,7 +229,7 @@ def _unwritten(fields: Mapping[str, Field], field: Field):
         yield f"{field.slot(k)} was never written{more}"
 
 
-def _pointer_faults(ptr: Field, end: int, count: str, what: str):
+def _pointer_faults(ptr: Field, end: int, count: str, what: str) -> Iterator[str]:
     """`ptr` and `codeptr`: from 0 to the number of terms or atoms, never down."""
     values = ptr.values
     if values[0] != 0:
@@ -242,7 +243,7 @@ def _pointer_faults(ptr: Field, end: int, count: str, what: str):
         yield f"{ptr.slot(len(values) - 1)} is {values[-1]}, but the record has {count} = {end} {what}"
 
 
-def _pattern_faults(fields: Mapping[str, Field], values: Mapping[str, Any]):
+def _pattern_faults(fields: Mapping[str, Field], values: Mapping[str, Any]) -> Iterator[str]:
     """The shape, and which elements of it are stored."""
     shape, nelem = fields["shape"], values["nelem"]
     if (shape.values < 0).any():
@@ -265,7 +266,9 @@ def _pattern_faults(fields: Mapping[str, Field], values: Mapping[str, Any]):
         yield f"{sp.slot(i + 1)} is {sp.values[i + 1]}, not above sp[{i}] = {sp.values[i]}{more}"
 
 
-def _variable_faults(fields: Mapping[str, Field], variables: Optional[int], semidefinite: Optional[int]):
+def _variable_faults(
+    fields: Mapping[str, Field], variables: Optional[int], semidefinite: Optional[int]
+) -> Iterator[str]:
     nidxs = fields["nidxs"]
     for limit, faulty, what in [
         (variables, None if variables is None else nidxs.values > variables, "the highest variable is"),
@@ -285,7 +288,7 @@ def _code_faults(fields: Mapping[str, Field], parameters: Optional[int]) -> List
     is_moved = (code == MOVED_TO_COF) & (lengths[term] == 1)
     is_sum = code == ADD_SEVERAL
 
-    def fault(faulty: np.ndarray, text: Callable[[int], str]) -> List[str]:
+    def fault(faulty: NDArray[Any], text: Callable[[int], str]) -> List[str]:
         a, more = _first(faulty)
         return [f"{fields['code'].slot(a)} is {code[a]}, {text(a)}; term {term[a]} {_place(fields, term[a])}{more}"]
 
