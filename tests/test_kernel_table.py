@@ -133,7 +133,7 @@ def test_the_stub_tells_right_calls_from_wrong_ones(tmp_path):
     (package / "_names.pyi").write_text(names_stub(ALL))
     (tmp_path / "calls.py").write_text(RIGHT + WRONG)
     run = subprocess.run([MYPY, "--strict", "calls.py"], cwd=tmp_path, capture_output=True, text=True)
-    *faults, _ = run.stdout.splitlines()
+    faults = [line for line in run.stdout.splitlines()[:-1] if ": note: " not in line]
     refused = {int(line.split(":")[1]) if line.startswith("calls.py:") else line for line in faults}
     first = RIGHT.count("\n") + 1
     assert refused == {*range(first, first + WRONG.count("\n"))}, run.stdout + run.stderr
