@@ -91,6 +91,10 @@ table:  ## print the table of kernels: number, body, format, parameters, result
 describe:  ## print what a kernel does: make describe N=472
 	@$(PYTHON) tools/kernels.py describe $(N)
 
+.PHONY: find
+find:  ## list the kernels that a word may mean: make find WORD=transpose, WORD='sum along'
+	@$(PYTHON) tools/kernels.py find $(WORD)
+
 reference:  ## write the kernel reference, build/kernels.md
 	@mkdir -p build
 	$(PYTHON) tools/kernels.py reference > build/kernels.md
