@@ -11,6 +11,7 @@ from typing import Tuple
 import numpy as np
 
 from . import kernels
+from .checks import number
 from .stacks import Record, Stacks, int32_array
 
 
@@ -38,6 +39,7 @@ def triangle(s: Stacks, a: int, b: int, upper: bool = False) -> Record:
 def scale_off_diagonal(s: Stacks, a: int, b: int, factor: float) -> Record:
     """Multiplies the elements off the diagonals by `factor`."""
     w, r, e = s.w, s.r, s.operands(1)[0]
+    factor = number(factor, "a factor")
     dim, _ = _fold(s, e, a, b)
     ncodeatom = e.ncodeatom + 2 * e.nnz if e.ncodeatom else 0
     result = r.reserve_record(e.nd, e.nelem, e.nnz, ncodeatom, hassp=e.hassp)

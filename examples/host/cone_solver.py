@@ -4,16 +4,22 @@ The solver's form is  min c'u  subject to  G u + s = h,  A u = b,  s in a cone, 
 max -h'z - b'y  subject to  G'z + A'y + c = 0,  z in the cone. The model goes in as the dual: a row of it is an entry
 of u, a scalar variable one of y, and the semidefinite matrices are blocks of z, as are the slacks of rows and cones. So
 the size of the solver's system is the number of rows, not that of the many entries of the matrices.
+
+The solver wants independent equations, and columns of free variables that are independent too. What depends on others
+is found beforehand, by a dense factorisation: an equation that says the same as others is left out, one that says
+something else makes the model infeasible; a variable that others can stand for is left at 0, and where that has a
+price, the objective goes without end.
 """
 
 from __future__ import annotations
 
-from dataclasses import dataclass
+from dataclasses import dataclass, replace
 from typing import Dict, List, Tuple
 
 import cvxopt
 import cvxopt.solvers
 import numpy as np
+from scipy.linalg import qr, solve_triangular
 from scipy.sparse import coo_matrix, csr_matrix, diags, hstack, identity, vstack
 
 from . import kernels
@@ -24,11 +30,16 @@ from .model import Constraint, Variable
 _STATUS = {"optimal": "optimal", "primal infeasible": "unbounded", "dual infeasible": "infeasible",
            "unknown": "not solved to the wanted accuracy"}
 
+# Relative to rows of length 1: what is left of a row that is a combination of others, and how well right sides agree.
+_DEPENDENT, _SAME = 1e-11, 1e-8
+
 
 @dataclass(frozen=True)
 class ConicSolution:
     """What the solver found. Without the status "optimal" all numbers are NaN.
 
+    status: "optimal", "infeasible", "unbounded", or words on what else happened, in one line; why: the cause, where it is
+    one row or variable that can be named, or "".
     Values and duals of the scalar variables by number (place 0 unused), of the elements of the semidefinite matrices,
     of the linear rows, and of the entries of conic constraints; an entry's value is that of its expression. A dual is
     the change of the objective for each unit by which the right side moves up.
@@ -45,17 +56,21 @@ class ConicSolution:
     y: np.ndarray
     accx: np.ndarray
     accy: np.ndarray
+    why: str = ""
 
     def value(self, x: Variable) -> np.ndarray:
-        """Values of an array of variables, in its shape."""
-        res = np.zeros(len(x.nidxs))
-        kernels.gather_variable_values(self.barx, len(res), x.nidxs, 0, res, self.xx)
+        """Values of an array of variables, in its shape. Raises ValueError if the problem does not have them."""
+        numbers = self.problem.linear.numbers_of(x, len(self.barx))
+        res = np.zeros(len(numbers))
+        kernels.gather_variable_values(self.barx, len(res), numbers, 0, res, self.xx)
         return res.reshape(x.shape)
 
     def reduced_cost(self, x: Variable) -> np.ndarray:
         """Duals of an array of variables, in its shape: of their bounds, or of the cones that they live in."""
-        p, res = self.problem, np.zeros(len(x.nidxs))
-        kernels.gather_variable_duals(p.accptr, self.accy, self.bars, len(res), x.nidxs, 0, res,
+        p = self.problem
+        numbers = p.linear.numbers_of(x, len(self.bars))
+        res = np.zeros(len(numbers))
+        kernels.gather_variable_duals(p.accptr, self.accy, self.bars, len(res), numbers, 0, res,
                                       p.var_elm_acc_idx, p.var_elm_acc_ofs, self.yx)
         return res.reshape(x.shape)
 
@@ -69,8 +84,10 @@ class ConicSolution:
 
     def _constraint(self, gather, constraint: Constraint, conic: np.ndarray, linear: np.ndarray) -> np.ndarray:
         """What `gather` picks for an array of constraints out of the numbers of conic entries and of linear rows."""
-        p, res = self.problem, np.zeros(len(constraint.rows))
-        gather(p.accptr, conic, p.acon_elm_accid, p.acon_elm_ofs, p.acon_elm_scale, len(res), constraint.rows, 0, res,
+        p = self.problem
+        rows = p.linear.rows_of(constraint, len(p.acon_elm_accid))
+        res = np.zeros(rows.size)
+        gather(p.accptr, conic, p.acon_elm_accid, p.acon_elm_ofs, p.acon_elm_scale, len(res), rows, 0, res,
                linear)
         return res.reshape(constraint.shape)
 
@@ -94,36 +111,69 @@ class _Rows:
 
 
 def solve(p: ConicProblem, tolerance: float = 1e-8) -> ConicSolution:
-    """Solves the problem; `tolerance` is the relative gap and infeasibility that the solver stops at."""
+    """Solves the problem; `tolerance` is the relative gap and infeasibility that the solver stops at.
+
+    Raises TypeError for anything but the problem of a conic model.
+    """
+    if not isinstance(p, ConicProblem):
+        raise TypeError(f"a ConicProblem is solved here, which ConicModel.problem() makes, not a {type(p).__name__}; "
+                        "solver.solve takes those of linear models")
     linear, n = p.linear, len(p.linear.c)
     sign = -1.0 if linear.sense == "max" else 1.0
     rows = _Rows()
     sides = _add_bounded(rows, linear.A, p.barA, linear.lo, linear.hi)
     bounds = _add_bounded(rows, identity(n, format="csr"), csr_matrix((n, p.barA.shape[1])), linear.lower, linear.upper)
     entries, direction = _add_cones(rows, p)
+    blocks = [block for kind in rows.slacks.values() for block in kind]
+    if not any(block.size for block in blocks):  # the solver wants a cone and a row: 0 >= -1
+        rows.slacks["l"].append(rows.add(csr_matrix((1, n)), csr_matrix((1, p.barA.shape[1])), np.full(1, -1.0)))
+        blocks = rows.slacks["l"]
+
+    scalar, bar = (vstack([part[k] for part in rows.parts], "csr") for k in (0, 1))
+    right = np.concatenate([part[2] for part in rows.parts])
+    # What depends on others stays out: equations, and columns of free variables.
+    kept, columns = np.ones(rows.count, dtype=bool), np.ones(n, dtype=bool)
+    equations = np.setdiff1d(np.arange(rows.count), np.concatenate([block.reshape(-1) for block in blocks]))
+    why, dependent, conflict = linear.contradiction(), *_dependent(hstack([scalar, bar], "csr")[equations], right[equations])
+    kept[equations[dependent]] = False
+    if len(conflict) and not why:
+        which, place = (np.concatenate(pair) for pair in zip(sides[0], bounds[0]))
+        at = int(np.flatnonzero(place == equations[conflict[0]])[0])
+        name = linear.row if at < len(sides[0][0]) else linear.column
+        why = f"{name(which[at])} contradicts other equations"
+    status = "infeasible" if why else ""
+    if not status:
+        free = np.flatnonzero(~np.isfinite(linear.lower) & ~np.isfinite(linear.upper))
+        dependent, conflict = _dependent(scalar[kept][:, free].T.tocsr(), linear.c[free])
+        columns[free[dependent]] = False
+        if len(conflict):  # a direction that changes nothing but the objective
+            anywhere = replace(p, linear=replace(linear, c=np.zeros(n)), barc=np.zeros_like(p.barc))
+            status = solve(anywhere, tolerance).status
+            if status == "optimal":
+                status = "unbounded"
+                why = f"{linear.column(free[conflict[0]])} can go without end, alone or with others"
 
     # Scaled rows, the slacks and the semidefinite matrices make up G' and A'.
-    scalar, bar = vstack([part[0] for part in rows.parts]), vstack([part[1] for part in rows.parts])
-    right = np.concatenate([part[2] for part in rows.parts])
-    slacks = {kind: [_slack(rows.count, block) for block in blocks] for kind, blocks in rows.slacks.items()}
-    order = [*slacks["l"], *slacks["q"], bar, *slacks["s"]]
-    G = hstack(order).T
+    slacks = {kind: [_slack(rows.count, block) for block in some] for kind, some in rows.slacks.items()}
+    G = hstack([*slacks["l"], *slacks["q"], bar, *slacks["s"]], "csr")[kept].T
     dims = {"l": sum(len(block) for block in rows.slacks["l"]), "q": [len(block) for block in rows.slacks["q"]],
             "s": [*p.dim.tolist(), *(len(block) for block in rows.slacks["s"])]}
     h = np.zeros(G.shape[0])
     first = dims["l"] + sum(dims["q"])
     h[first:first + len(p.barc)] = sign * p.barc
-    try:
-        found = cvxopt.solvers.conelp(
-            cvxopt.matrix(-right), _sparse(G), cvxopt.matrix(h), dims, _sparse(scalar.T),
-            cvxopt.matrix(sign * linear.c), options={
-                "show_progress": False, "feastol": tolerance, "reltol": tolerance, "abstol": tolerance})
-        status = _STATUS[found["status"]]
-    except ValueError:  # the solver refuses matrices without full rank
-        status = "equations or variables are linearly dependent"
+    if not status:
+        try:
+            found = cvxopt.solvers.conelp(
+                cvxopt.matrix(-right[kept]), _sparse(G), cvxopt.matrix(h), dims, _sparse(scalar[kept][:, columns].T),
+                cvxopt.matrix(sign * linear.c[columns]), options={
+                    "show_progress": False, "feastol": tolerance, "reltol": tolerance, "abstol": tolerance})
+            status = _STATUS[found["status"]]
+        except (ValueError, ArithmeticError) as error:  # numbers of such different sizes that the solver breaks down
+            status = f"not solved: {error}"
     ok = status == "optimal"
-    x, u, z, s = (np.array(found[k]).reshape(-1) if ok else np.full(size, np.nan)
-                  for k, size in (("y", n), ("x", rows.count), ("z", len(h)), ("s", len(h))))
+    x, u, z, s = (np.full(size, 0.0 if ok else np.nan) for size in (n, rows.count, len(h), len(h)))
+    if ok:
+        x[columns], u[kept], z[:], s[:] = (np.array(found[k]).reshape(-1) for k in ("y", "x", "z", "s"))
     X, slack = z[first:first + len(p.barc)], s[first:first + len(p.barc)]
     lower, upper = places(p.dim, p.barj, p.j, p.i), places(p.dim, p.barj, p.i, p.j)
     X[upper] = X[lower]  # the solver stores matrices by columns and keeps their lower triangles only
@@ -135,7 +185,24 @@ def solve(p: ConicProblem, tolerance: float = 1e-8) -> ConicSolution:
     return ConicSolution(
         p, status, float(linear.c @ x + p.barc @ X) + linear.constant, np.append(np.nan, x),
         np.append(np.nan, sign * yx), X[lower], sign * slack[lower], linear.A @ x + p.barA @ X, sign * y, accx,
-        sign * direction * u[entries])
+        sign * direction * u[entries], why)
+
+
+def _dependent(matrix: csr_matrix, right: np.ndarray) -> Tuple[np.ndarray, np.ndarray]:
+    """Rows of a matrix that are linear combinations of its others, and those of them with another right side."""
+    matrix.eliminate_zeros()
+    norms = np.sqrt(np.asarray(matrix.multiply(matrix).sum(axis=1)).reshape(-1))
+    norms[norms == 0.0] = 1.0
+    used = np.unique(matrix.indices)
+    rows, right = (diags(1.0 / norms) @ matrix)[:, used].toarray(), right / norms
+    if not rows.size:
+        return np.arange(len(right)), np.flatnonzero(np.abs(right) > _SAME)
+    R, order = qr(rows.T, mode="r", pivoting=True)
+    rank = int(np.count_nonzero(np.abs(np.diag(R)) > _DEPENDENT * np.abs(R[0, 0])))
+    kept, rest = order[:rank], order[rank:]
+    weights = solve_triangular(R[:rank, :rank], R[:rank, rank:])
+    difference = np.abs(right[rest] - right[kept] @ weights)
+    return rest, rest[difference > _SAME * (1.0 + np.abs(right[kept]) @ np.abs(weights))]
 
 
 def _add_bounded(rows: _Rows, scalar: csr_matrix, bar: csr_matrix, lo: np.ndarray, hi: np.ndarray):

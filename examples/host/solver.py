@@ -1,4 +1,8 @@
-"""Solves an assembled model with HiGHS, and reads the solution back by variables and constraints."""
+"""Solves an assembled model with HiGHS, and reads the solution back by variables and constraints.
+
+HiGHS takes numbers from 1e20 on for infinite, refuses coefficients from 1e15 on and takes those up to 1e-9 for zero. It
+does so without a word, and the solution would be that of another problem: such numbers are refused here by name.
+"""
 
 from __future__ import annotations
 
@@ -11,6 +15,8 @@ from scipy.sparse import vstack
 from . import kernels
 from .model import Constraint, Problem, Variable
 
+_INFINITE, _LARGE, _SMALL = 1e20, 1e15, 1e-9
+
 _STATUS = {0: "optimal", 1: "limit reached", 2: "infeasible", 3: "unbounded"}
 
 
@@ -18,7 +24,8 @@ _STATUS = {0: "optimal", 1: "limit reached", 2: "infeasible", 3: "unbounded"}
 class Solution:
     """What the solver found. Without the status "optimal" all numbers are NaN, and with integers the duals are.
 
-    status: "optimal", "infeasible", "unbounded", or words on what else happened, in one line.
+    status: "optimal", "infeasible", "unbounded", or words on what else happened, in one line; why: the cause, where it is
+    one row or variable that can be named, or "".
     objective: with the constant, in the problem's own sense.
     xx: values of all variables by number, place 0 unused; xc: values of all rows; slc, suc: duals of the rows' lower
     and upper bounds, whose difference is the change of the objective for each unit by which a row's bounds move up.
@@ -30,33 +37,46 @@ class Solution:
     xc: np.ndarray
     slc: np.ndarray
     suc: np.ndarray
+    problem: Problem
+    why: str = ""
 
     def value(self, x: Variable) -> np.ndarray:
-        """Values of an array of variables, in its shape."""
-        res = np.zeros(len(x.nidxs))
-        kernels.gather_scalar_values(len(res), x.nidxs, 0, res, self.xx)
+        """Values of an array of variables, in its shape. Raises ValueError if the problem does not have them."""
+        numbers = self.problem.numbers_of(x)
+        res = np.zeros(len(numbers))
+        kernels.gather_scalar_values(len(res), numbers, 0, res, self.xx)
         return res.reshape(x.shape)
 
     def activity(self, constraint: Constraint) -> np.ndarray:
         """Values of an array of constraints, without the constants of their expressions, in its shape."""
-        res = np.zeros(len(constraint.rows))
-        kernels.gather_constraint_values(None, None, None, None, None, len(res), constraint.rows, 0, res, self.xc)
+        rows = self.problem.rows_of(constraint)
+        res = np.zeros(len(rows))
+        kernels.gather_constraint_values(None, None, None, None, None, len(res), rows, 0, res, self.xc)
         return res.reshape(constraint.shape)
 
     def dual(self, constraint: Constraint) -> np.ndarray:
         """Duals of an array of constraints, in its shape."""
-        y, res = np.zeros(len(self.slc)), np.zeros(len(constraint.rows))
+        rows = self.problem.rows_of(constraint)
+        y, res = np.zeros(len(self.slc)), np.zeros(len(rows))
         kernels.subtract_constraint_duals(len(y), self.slc, self.suc, y)
-        kernels.gather_constraint_duals(None, None, None, None, None, len(res), constraint.rows, 0, res, y)
+        kernels.gather_constraint_duals(None, None, None, None, None, len(res), rows, 0, res, y)
         return res.reshape(constraint.shape)
 
 
 def solve(p: Problem) -> Solution:
-    """Solves the problem, as a linear program where no variable is an integer."""
+    """Solves the problem, as a linear program where no variable is an integer.
+
+    Raises TypeError for anything but the problem of a linear model, ValueError for numbers that the solver changes.
+    """
+    if not isinstance(p, Problem):
+        raise TypeError(f"a Problem is solved here, which Model.problem() makes, not a {type(p).__name__}; "
+                        "cone_solver.solve takes those of conic models")
+    _check_numbers(p)
     m, n = p.A.shape
     sign = -1.0 if p.sense == "max" else 1.0  # the solver minimises
     x, slc, suc = None, np.full(m, np.nan), np.full(m, np.nan)
-    if np.any(p.lower > p.upper) or np.any(p.lo > p.hi):
+    why = p.contradiction()
+    if why:
         status = "infeasible"
     elif n == 0:
         status, x = ("infeasible", None) if np.any((p.lo > 0.0) | (p.hi < 0.0)) else ("optimal", np.zeros(0))
@@ -65,8 +85,28 @@ def solve(p: Problem) -> Solution:
     else:
         status, x, slc, suc = _solve_linear(p, sign * p.c)
     if x is None:
-        return Solution(status, np.nan, np.full(n + 1, np.nan), np.full(m, np.nan), slc, suc)
-    return Solution(status, float(p.c @ x) + p.constant, np.append(np.nan, x), p.A @ x, sign * slc, sign * suc)
+        return Solution(status, np.nan, np.full(n + 1, np.nan), np.full(m, np.nan), slc, suc, p, why)
+    return Solution(status, float(p.c @ x) + p.constant, np.append(np.nan, x), p.A @ x, sign * slc, sign * suc, p)
+
+
+def _check_numbers(p: Problem) -> None:
+    """Raises ValueError, with the name of the row or column, for a number that the solver takes for another."""
+    for values, name in ((p.lo, p.row), (p.hi, p.row), (p.lower, p.column), (p.upper, p.column), (p.c, p.column)):
+        large = np.flatnonzero(np.isfinite(values) & (np.abs(values) >= _INFINITE))
+        if len(large):
+            what = "objective coefficient" if values is p.c else "bound"
+            raise ValueError(f"{name(large[0])}: the solver takes the {what} {values[large[0]]:g} for infinite, as all "
+                             f"numbers from {_INFINITE:g} on; no bound is -inf or inf, others want scaling")
+    ends = p.A.indptr
+    largest = np.zeros(len(p.lo))
+    full = np.flatnonzero(np.diff(ends))
+    if len(full):
+        largest[full] = np.maximum.reduceat(np.abs(p.A.data), ends[full])
+    for refused, what in ((np.flatnonzero(largest >= _LARGE), f"a coefficient of {_LARGE:g} or more, too large"),
+                          (np.flatnonzero((largest > 0.0) & (largest <= _SMALL)),
+                           f"no coefficient above {_SMALL:g}, which the solver takes for zero")):
+        if len(refused):
+            raise ValueError(f"{p.row(refused[0])} has {what}: it wants scaling")
 
 
 def _solve_linear(p: Problem, c: np.ndarray):

@@ -32,6 +32,7 @@ def stack(s: Stacks, count: int, axis: int = 0) -> Record:
         shapes = ", ".join(str(w.extents(e)) for e in operands)
         raise ValueError(f"arrays of the shapes {shapes} cannot be stacked along axis {axis}")
 
+    r.check_counts(sum(e.nnz for e in operands), sum(e.ncodeatom for e in operands))
     extent = kernels.stacked_extent(axis, count, first.nd, 0, t.shape, w.i32)
     shape = (*extents[:axis], extent, *extents[axis + 1:])
     hascode, ncodeatom, nelem, nnz = kernels.measure_stack(count, t.ncodeatom, t.nelem, t.nnz, False, 0, 0, 0)
