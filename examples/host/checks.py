@@ -17,9 +17,9 @@ def floats(values, what: str, finite: bool = True) -> np.ndarray:
     if array.dtype.kind not in "biuf":
         raise TypeError(f"{what}: numbers are wanted, not {_kind(values)}")
     array = array.astype(np.float64, copy=False)
-    bad = ~np.isfinite(array) if finite else np.isnan(array)
-    if bad.any():
-        at = np.argwhere(bad)[0].tolist()
+    good = np.isfinite(array) if finite else ~np.isnan(array)
+    if not good.all():
+        at = np.argwhere(~good)[0].tolist()
         raise ValueError(f"{what}: number {at[0] if len(at) == 1 else tuple(at)} is {array[tuple(at)]}" if at
                          else f"{what} is {array}")
     return array

@@ -37,6 +37,8 @@ from .stacks import Record, Stacks, check_slots, grown
 
 Values = Union[float, np.ndarray]
 
+LARGE = 1 << 22  # terms of a record beyond which the stacks do not keep its memory for the next
+
 
 @dataclass(frozen=True)
 class Domain:
@@ -314,6 +316,8 @@ class Model:
     def _append_rows(self, rows: Rows) -> np.ndarray:
         """Takes the last record off w and appends a row for each of its elements; the elements' constants."""
         s, w, e = self.stacks, self.stacks.w, self.stacks.operands(1)[0]
+        if e.nnz > LARGE:
+            s.release()
         ptr, fixed = rows.reserve(e.nelem, e.nnz), np.zeros(e.nelem)
         kernels.split_linear_and_constant_terms(
             fixed, rows.cof, e.cof, e.nelem, e.nidxs, e.ptr, ptr, w.f64, w.i32, w.i64, rows.subj)
@@ -323,6 +327,8 @@ class Model:
         if e.hassp:
             fixed = np.bincount(s.positions(e), weights=fixed, minlength=len(ptr) - 1)
         s.pop()
+        if e.nnz > LARGE:
+            s.release()
         return fixed
 
     def matrix(self) -> csr_matrix:

@@ -186,6 +186,12 @@ class Stacks:
             self.w.top = self.operands(count)[0].start
             del self.records[len(self.records) - count:]
 
+    def release(self) -> None:
+        """Gives the memory of r and x back, which hold nothing between two operators, and that of w if no record is left."""
+        self.r, self.x = Stack("r"), Stack("x")
+        if not self.records:
+            self.w = Stack("w")
+
     def positions(self, record: Record) -> np.ndarray:
         """Flat numbers of the stored elements of a record on w, a copy (int64)."""
         return self.w.i64[record.sp:record.sp + record.nelem].copy() if record.hassp else np.arange(record.nelem)
