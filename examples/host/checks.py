@@ -15,7 +15,7 @@ def floats(values, what: str, finite: bool = True) -> np.ndarray:
     """Numbers of any type and nesting as an array of float64. NaN is refused, and so is inf if they are `finite`."""
     array = _array(values)
     if array.dtype.kind not in "biuf":
-        raise TypeError(f"{what}: numbers are wanted, not {_kind(values)}")
+        raise TypeError(f"{what}: numbers are wanted, not {_kind(values, array)}")
     array = array.astype(np.float64, copy=False)
     good = np.isfinite(array) if finite else ~np.isnan(array)
     if not good.all():
@@ -37,7 +37,7 @@ def integers(values, what: str, kind: type = np.int64) -> np.ndarray:
     """Integers of any width and nesting as an array of `kind`; those that it cannot hold are refused."""
     array = _array(values)
     if array.size and array.dtype.kind not in "iu":
-        raise TypeError(f"{what}: integers are wanted, not {_kind(values)}")
+        raise TypeError(f"{what}: integers are wanted, not {_kind(values, array)}")
     limits = np.iinfo(kind)
     if array.dtype != kind and array.size and not limits.min <= array.min() <= array.max() <= limits.max:
         raise ValueError(f"{what}: the numbers do not fit {limits.bits} bits")
@@ -73,5 +73,5 @@ def _array(values) -> np.ndarray:
         return np.array(None)
 
 
-def _kind(values) -> str:
-    return f"an array of {values.dtype}" if isinstance(values, np.ndarray) else f"a {type(values).__name__}"
+def _kind(values, array: np.ndarray) -> str:
+    return f"a {type(values).__name__}" + f" of {array.dtype}" * (array.ndim > 0)

@@ -25,6 +25,7 @@ from scipy.sparse import coo_matrix, csr_matrix, diags, hstack, identity, vstack
 from . import kernels
 from .cones import ConicProblem, places
 from .model import Constraint, Variable
+from .solver import INFINITE
 
 # What the solver says of its own form holds for the dual of the model.
 _STATUS = {"optimal": "optimal", "primal infeasible": "unbounded", "dual infeasible": "infeasible",
@@ -32,6 +33,8 @@ _STATUS = {"optimal": "optimal", "primal infeasible": "unbounded", "dual infeasi
 
 # Relative to rows of length 1: what is left of a row that is a combination of others, and how well right sides agree.
 _DEPENDENT, _SAME = 1e-11, 1e-8
+
+_LARGE = 1e3  # right sides and costs from which the solver's word that there is no solution is doubted
 
 
 @dataclass(frozen=True)
@@ -113,12 +116,13 @@ class _Rows:
 def solve(p: ConicProblem, tolerance: float = 1e-8) -> ConicSolution:
     """Solves the problem; `tolerance` is the relative gap and infeasibility that the solver stops at.
 
-    Raises TypeError for anything but the problem of a conic model.
+    Raises TypeError for anything but the problem of a conic model, ValueError for bounds and costs from 1e20 on.
     """
     if not isinstance(p, ConicProblem):
         raise TypeError(f"a ConicProblem is solved here, which ConicModel.problem() makes, not a {type(p).__name__}; "
                         "solver.solve takes those of linear models")
     linear, n = p.linear, len(p.linear.c)
+    linear.check_magnitudes(INFINITE)
     sign = -1.0 if linear.sense == "max" else 1.0
     rows = _Rows()
     sides = _add_bounded(rows, linear.A, p.barA, linear.lo, linear.hi)
@@ -155,28 +159,47 @@ def solve(p: ConicProblem, tolerance: float = 1e-8) -> ConicSolution:
 
     # Scaled rows, the slacks and the semidefinite matrices make up G' and A'.
     slacks = {kind: [_slack(rows.count, block) for block in some] for kind, some in rows.slacks.items()}
-    G = hstack([*slacks["l"], *slacks["q"], bar, *slacks["s"]], "csr")[kept].T
     dims = {"l": sum(len(block) for block in rows.slacks["l"]), "q": [len(block) for block in rows.slacks["q"]],
             "s": [*p.dim.tolist(), *(len(block) for block in rows.slacks["s"])]}
-    h = np.zeros(G.shape[0])
+    h = np.zeros(dims["l"] + sum(dims["q"]) + sum(d * d for d in dims["s"]))
     first = dims["l"] + sum(dims["q"])
     h[first:first + len(p.barc)] = sign * p.barc
-    if not status:
+    # Large numbers make the solver take rounding for a proof that there is no solution. Rows with large right sides are
+    # divided by them; if there seems to be no solution all the same, the solver is asked again in large units.
+    size, weights = np.abs(right), np.ones(rows.count)
+    plain = np.setdiff1d(np.flatnonzero(size > _LARGE), np.concatenate(
+        [block.reshape(-1) for kind in "qs" for block in rows.slacks[kind]] or [equations[:0]]))
+    weights[plain] = 1.0 / size[plain]
+    attempts = [(weights, 1.0, 1.0)]
+    large = size.max(), max(np.abs(linear.c).max(initial=0.0), np.abs(h).max(initial=0.0))
+    if max(large) > _LARGE:
+        attempts.append((np.ones(rows.count), *np.maximum(large, 1.0)))
+    for weights, size, price in [] if status else attempts:
+        G = hstack([*slacks["l"], *slacks["q"], diags(weights) @ bar, *slacks["s"]], "csr")[kept].T
         try:
             found = cvxopt.solvers.conelp(
-                cvxopt.matrix(-right[kept]), _sparse(G), cvxopt.matrix(h), dims, _sparse(scalar[kept][:, columns].T),
-                cvxopt.matrix(sign * linear.c[columns]), options={
-                    "show_progress": False, "feastol": tolerance, "reltol": tolerance, "abstol": tolerance})
+                cvxopt.matrix((-weights * right)[kept] / size), _sparse(G), cvxopt.matrix(h / price), dims,
+                _sparse((diags(weights) @ scalar)[kept][:, columns].T), cvxopt.matrix(sign * linear.c[columns] / price),
+                options={"show_progress": False, "feastol": tolerance, "reltol": tolerance, "abstol": tolerance})
             status = _STATUS[found["status"]]
         except (ValueError, ArithmeticError) as error:  # numbers of such different sizes that the solver breaks down
             status = f"not solved: {error}"
+        if status == "optimal":
+            break
     ok = status == "optimal"
-    x, u, z, s = (np.full(size, 0.0 if ok else np.nan) for size in (n, rows.count, len(h), len(h)))
+    x, u, z, s = (np.full(count, 0.0 if ok else np.nan) for count in (n, rows.count, len(h), len(h)))
     if ok:
-        x[columns], u[kept], z[:], s[:] = (np.array(found[k]).reshape(-1) for k in ("y", "x", "z", "s"))
+        x[columns], u[kept], z[:], s[:] = (
+            unit * np.array(found[k]).reshape(-1)
+            for k, unit in (("y", size), ("x", price * weights[kept]), ("z", size), ("s", price)))
     X, slack = z[first:first + len(p.barc)], s[first:first + len(p.barc)]
     lower, upper = places(p.dim, p.barj, p.j, p.i), places(p.dim, p.barj, p.i, p.j)
     X[upper] = X[lower]  # the solver stores matrices by columns and keeps their lower triangles only
+    if ok and (_violated(rows, scalar @ x + bar @ X - right, 1e-5 * (1.0 + np.abs(right)), equations)
+               or size * price * found["gap"] > 1e-4 * (1.0 + abs(linear.c @ x + p.barc @ X))):
+        status = _STATUS["unknown"]
+        for values in (x, u, X, slack):
+            values[:] = np.nan
     yx, y = np.zeros(n), np.zeros(len(linear.lo))
     kernels.subtract_variable_duals(n, *_duals(u, bounds, n), yx)
     kernels.subtract_constraint_duals(len(y), *_duals(u, sides, len(y)), y)
@@ -186,6 +209,12 @@ def solve(p: ConicProblem, tolerance: float = 1e-8) -> ConicSolution:
         p, status, float(linear.c @ x + p.barc @ X) + linear.constant, np.append(np.nan, x),
         np.append(np.nan, sign * yx), X[lower], sign * slack[lower], linear.A @ x + p.barA @ X, sign * y, accx,
         sign * direction * u[entries], why)
+
+
+def _violated(rows: _Rows, excess: np.ndarray, tolerance: np.ndarray, equations: np.ndarray) -> bool:
+    """Whether equations or inequalities are violated by more than is tolerated, each in its own measure."""
+    return any(np.any(excess[k] < -tolerance[k]) for k in (equations, *rows.slacks["l"])) or bool(
+        np.any(excess[equations] > tolerance[equations]))
 
 
 def _dependent(matrix: csr_matrix, right: np.ndarray) -> Tuple[np.ndarray, np.ndarray]:

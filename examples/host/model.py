@@ -155,6 +155,17 @@ class Problem:
                 return f"{name(k)} has the lower bound {lo[k]:g} above the upper bound {hi[k]:g}"
         return ""
 
+    def check_magnitudes(self, most: float) -> None:
+        """Raises ValueError, with the name of the row or column, for a number of such a size that solvers take it for
+        infinite."""
+        for values, name in ((self.lo, self.row), (self.hi, self.row), (self.lower, self.column),
+                             (self.upper, self.column), (self.c, self.column)):
+            large = np.flatnonzero(np.isfinite(values) & (np.abs(values) >= most))
+            if len(large):
+                what = "objective coefficient" if values is self.c else "bound"
+                raise ValueError(f"{name(large[0])}: the solver takes the {what} {values[large[0]]:g} for infinite, as all "
+                                 f"numbers from {most:g} on; no bound is -inf or inf, others want scaling")
+
     def numbers_of(self, x: Variable, semidefinite: int = 0) -> np.ndarray:
         """The numbers of an array of variables of this problem, which has so many semidefinite elements.
 

@@ -15,7 +15,7 @@ from scipy.sparse import vstack
 from . import kernels
 from .model import Constraint, Problem, Variable
 
-_INFINITE, _LARGE, _SMALL = 1e20, 1e15, 1e-9
+INFINITE, _LARGE, _SMALL = 1e20, 1e15, 1e-9
 
 _STATUS = {0: "optimal", 1: "limit reached", 2: "infeasible", 3: "unbounded"}
 
@@ -91,12 +91,7 @@ def solve(p: Problem) -> Solution:
 
 def _check_numbers(p: Problem) -> None:
     """Raises ValueError, with the name of the row or column, for a number that the solver takes for another."""
-    for values, name in ((p.lo, p.row), (p.hi, p.row), (p.lower, p.column), (p.upper, p.column), (p.c, p.column)):
-        large = np.flatnonzero(np.isfinite(values) & (np.abs(values) >= _INFINITE))
-        if len(large):
-            what = "objective coefficient" if values is p.c else "bound"
-            raise ValueError(f"{name(large[0])}: the solver takes the {what} {values[large[0]]:g} for infinite, as all "
-                             f"numbers from {_INFINITE:g} on; no bound is -inf or inf, others want scaling")
+    p.check_magnitudes(INFINITE)
     ends = p.A.indptr
     largest = np.zeros(len(p.lo))
     full = np.flatnonzero(np.diff(ends))

@@ -141,10 +141,18 @@ class Stacks:
 
     def operands(self, count: int) -> List[Record]:
         """The last `count` records on w, the last pushed at the end. Raises ValueError if there are fewer."""
-        if len(self.records) < count:
-            raise ValueError(f"the operator needs {count} operand{'s' * (count != 1)} on the stack, which holds "
+        if not 0 <= count <= len(self.records):
+            raise ValueError(f"{count} expression{'s' * (count != 1)} wanted from the stack, which holds "
                              f"{len(self.records) or 'none'}")
         return self.records[len(self.records) - count:]
+
+    def small_operands(self, count: int) -> List[Record]:
+        """The same for operators whose kernels multiply extents in 32 bits. ValueError for 2^31 elements or more."""
+        operands = self.operands(count)
+        for extents in map(self.w.extents, operands):
+            if math.prod(extents) > MOST_SLOTS:
+                raise ValueError(f"an array of shape {extents} has too many elements for this operator, 2^31 or more")
+        return operands
 
     def finish(self, operands: int, result: Record, without_pattern: bool = False) -> Record:
         """Ends an operator: pops its operands off w, moves `result` from r to w, empties r and x; the moved record.
