@@ -110,7 +110,7 @@ class ConicModel(Model):
         """Adds an array of variables that live in no cone; none may be an integer."""
         if np.any(integer):
             raise ValueError("a conic model has no integers")
-        x = super().variable(shape, domain, name=name)
+        x = super().variable(shape, domain, integer, name)
         self._var_acc, self._var_ofs = _longer(len(x.nidxs), self._var_acc, self._var_ofs)
         kernels.remove_variables(len(x.nidxs), x.nidxs, self._var_acc)
         return x
