@@ -112,6 +112,26 @@ class _Rows:
         first, self.count = self.count, self.count + len(right)
         return np.arange(first, self.count)
 
+    def finish(self, nscalars: int, nentries: int) -> None:
+        """Joins the parts: coefficients, right sides, and the numbers of the rows without slacks, the equations."""
+        if not any(block.size for blocks in self.slacks.values() for block in blocks):
+            # The solver wants a cone and a row: 0 >= -1.
+            self.slacks["l"].append(self.add(csr_matrix((1, nscalars)), csr_matrix((1, nentries)), np.full(1, -1.0)))
+        self.scalar, self.bar = (vstack([part[k] for part in self.parts], "csr") for k in (0, 1))
+        self.right = np.concatenate([part[2] for part in self.parts])
+        self.equations = np.setdiff1d(np.arange(self.count), self.slack_rows("lqs"))
+
+    def slack_rows(self, kinds: str) -> np.ndarray:
+        """The numbers of the rows with slacks in these cones."""
+        return np.concatenate([np.zeros(0, dtype=np.int64),
+                               *(block.reshape(-1) for kind in kinds for block in self.slacks[kind])])
+
+    def violated(self, x: np.ndarray, X: np.ndarray) -> bool:
+        """Whether equations or inequalities are violated, each by its own measure."""
+        excess, tolerance = self.scalar @ x + self.bar @ X - self.right, 1e-5 * (1.0 + np.abs(self.right))
+        lower = np.concatenate([self.equations, self.slack_rows("l")])
+        return bool(np.any((excess < -tolerance)[lower]) or np.any((excess > tolerance)[self.equations]))
+
 
 def solve(p: ConicProblem, tolerance: float = 1e-8) -> ConicSolution:
     """Solves the problem; `tolerance` is the relative gap and infeasibility that the solver stops at.
@@ -128,62 +148,19 @@ def solve(p: ConicProblem, tolerance: float = 1e-8) -> ConicSolution:
     sides = _add_bounded(rows, linear.A, p.barA, linear.lo, linear.hi)
     bounds = _add_bounded(rows, identity(n, format="csr"), csr_matrix((n, p.barA.shape[1])), linear.lower, linear.upper)
     entries, direction = _add_cones(rows, p)
-    blocks = [block for kind in rows.slacks.values() for block in kind]
-    if not any(block.size for block in blocks):  # the solver wants a cone and a row: 0 >= -1
-        rows.slacks["l"].append(rows.add(csr_matrix((1, n)), csr_matrix((1, p.barA.shape[1])), np.full(1, -1.0)))
-        blocks = rows.slacks["l"]
+    rows.finish(n, p.barA.shape[1])
+    status, why, kept, columns = _presolve(p, rows, sides, bounds, tolerance)
 
-    scalar, bar = (vstack([part[k] for part in rows.parts], "csr") for k in (0, 1))
-    right = np.concatenate([part[2] for part in rows.parts])
-    # What depends on others stays out: equations, and columns of free variables.
-    kept, columns = np.ones(rows.count, dtype=bool), np.ones(n, dtype=bool)
-    equations = np.setdiff1d(np.arange(rows.count), np.concatenate([block.reshape(-1) for block in blocks]))
-    why, dependent, conflict = linear.contradiction(), *_dependent(hstack([scalar, bar], "csr")[equations], right[equations])
-    kept[equations[dependent]] = False
-    if len(conflict) and not why:
-        which, place = (np.concatenate(pair) for pair in zip(sides[0], bounds[0]))
-        at = int(np.flatnonzero(place == equations[conflict[0]])[0])
-        name = linear.row if at < len(sides[0][0]) else linear.column
-        why = f"{name(which[at])} contradicts other equations"
-    status = "infeasible" if why else ""
-    if not status:
-        free = np.flatnonzero(~np.isfinite(linear.lower) & ~np.isfinite(linear.upper))
-        dependent, conflict = _dependent(scalar[kept][:, free].T.tocsr(), linear.c[free])
-        columns[free[dependent]] = False
-        if len(conflict):  # a direction that changes nothing but the objective
-            anywhere = replace(p, linear=replace(linear, c=np.zeros(n)), barc=np.zeros_like(p.barc))
-            status = solve(anywhere, tolerance).status
-            if status == "optimal":
-                status = "unbounded"
-                why = f"{linear.column(free[conflict[0]])} can go without end, alone or with others"
-
-    # Scaled rows, the slacks and the semidefinite matrices make up G' and A'.
-    slacks = {kind: [_slack(rows.count, block) for block in some] for kind, some in rows.slacks.items()}
+    # The slacks and the semidefinite matrices make up G' and h.
     dims = {"l": sum(len(block) for block in rows.slacks["l"]), "q": [len(block) for block in rows.slacks["q"]],
             "s": [*p.dim.tolist(), *(len(block) for block in rows.slacks["s"])]}
     h = np.zeros(dims["l"] + sum(dims["q"]) + sum(d * d for d in dims["s"]))
     first = dims["l"] + sum(dims["q"])
     h[first:first + len(p.barc)] = sign * p.barc
-    # Large numbers make the solver take rounding for a proof that there is no solution. Rows with large right sides are
-    # divided by them; if there seems to be no solution all the same, the solver is asked again in large units.
-    size, weights = np.abs(right), np.ones(rows.count)
-    plain = np.setdiff1d(np.flatnonzero(size > _LARGE), np.concatenate(
-        [block.reshape(-1) for kind in "qs" for block in rows.slacks[kind]] or [equations[:0]]))
-    weights[plain] = 1.0 / size[plain]
-    attempts = [(weights, 1.0, 1.0)]
-    large = size.max(), max(np.abs(linear.c).max(initial=0.0), np.abs(h).max(initial=0.0))
-    if max(large) > _LARGE:
-        attempts.append((np.ones(rows.count), *np.maximum(large, 1.0)))
-    for weights, size, price in [] if status else attempts:
-        G = hstack([*slacks["l"], *slacks["q"], diags(weights) @ bar, *slacks["s"]], "csr")[kept].T
-        try:
-            found = cvxopt.solvers.conelp(
-                cvxopt.matrix((-weights * right)[kept] / size), _sparse(G), cvxopt.matrix(h / price), dims,
-                _sparse((diags(weights) @ scalar)[kept][:, columns].T), cvxopt.matrix(sign * linear.c[columns] / price),
-                options={"show_progress": False, "feastol": tolerance, "reltol": tolerance, "abstol": tolerance})
-            status = _STATUS[found["status"]]
-        except (ValueError, ArithmeticError) as error:  # numbers of such different sizes that the solver breaks down
-            status = f"not solved: {error}"
+    found = {}
+    for weights, size, price in [] if status else _units(rows, np.append(linear.c, p.barc)):
+        status, found = _ask(rows, dims, kept, columns, weights, -rows.right / size, h / price,
+                             sign * linear.c / price, tolerance)
         if status == "optimal":
             break
     ok = status == "optimal"
@@ -195,8 +172,7 @@ def solve(p: ConicProblem, tolerance: float = 1e-8) -> ConicSolution:
     X, slack = z[first:first + len(p.barc)], s[first:first + len(p.barc)]
     lower, upper = places(p.dim, p.barj, p.j, p.i), places(p.dim, p.barj, p.i, p.j)
     X[upper] = X[lower]  # the solver stores matrices by columns and keeps their lower triangles only
-    if ok and (_violated(rows, scalar @ x + bar @ X - right, 1e-5 * (1.0 + np.abs(right)), equations)
-               or size * price * found["gap"] > 1e-4 * (1.0 + abs(linear.c @ x + p.barc @ X))):
+    if ok and (rows.violated(x, X) or size * price * found["gap"] > 1e-4 * (1.0 + abs(linear.c @ x + p.barc @ X))):
         status = _STATUS["unknown"]
         for values in (x, u, X, slack):
             values[:] = np.nan
@@ -211,10 +187,59 @@ def solve(p: ConicProblem, tolerance: float = 1e-8) -> ConicSolution:
         sign * direction * u[entries], why)
 
 
-def _violated(rows: _Rows, excess: np.ndarray, tolerance: np.ndarray, equations: np.ndarray) -> bool:
-    """Whether equations or inequalities are violated by more than is tolerated, each in its own measure."""
-    return any(np.any(excess[k] < -tolerance[k]) for k in (equations, *rows.slacks["l"])) or bool(
-        np.any(excess[equations] > tolerance[equations]))
+def _presolve(p: ConicProblem, rows: _Rows, sides, bounds, tolerance: float):
+    """Status and cause, if they are known already, and which rows and columns of scalar variables the solver gets."""
+    linear, n = p.linear, len(p.linear.c)
+    kept, columns = np.ones(rows.count, dtype=bool), np.ones(n, dtype=bool)
+    dependent, conflict = _dependent(hstack([rows.scalar, rows.bar], "csr")[rows.equations], rows.right[rows.equations])
+    kept[rows.equations[dependent]] = False
+    why = linear.contradiction()
+    if len(conflict) and not why:
+        which, place = (np.concatenate(pair) for pair in zip(sides[0], bounds[0]))
+        at = int(np.flatnonzero(place == rows.equations[conflict[0]])[0])
+        name = linear.row if at < len(sides[0][0]) else linear.column
+        why = f"{name(which[at])} contradicts other equations"
+    if why:
+        return "infeasible", why, kept, columns
+    free = np.flatnonzero(~np.isfinite(linear.lower) & ~np.isfinite(linear.upper))
+    dependent, conflict = _dependent(rows.scalar[kept][:, free].T.tocsr(), linear.c[free])
+    columns[free[dependent]] = False
+    if not len(conflict):
+        return "", "", kept, columns
+    # A direction changes nothing but the objective: it is unbounded if there is any feasible point.
+    status = solve(replace(p, linear=replace(linear, c=np.zeros(n)), barc=np.zeros_like(p.barc)), tolerance).status
+    if status == "optimal":
+        status, why = "unbounded", f"{linear.column(free[conflict[0]])} can go without end, alone or with others"
+    return status, why, kept, columns
+
+
+def _units(rows: _Rows, costs: np.ndarray) -> List[Tuple[np.ndarray, float, float]]:
+    """What to multiply rows by and to divide right sides and costs by, in one attempt or, with large numbers, two.
+
+    Large numbers make the solver take rounding for a proof that there is no solution. Rows with large right sides are
+    divided by them; if there seems to be no solution all the same, right sides and costs are told in large units.
+    """
+    size, weights = np.abs(rows.right), np.ones(rows.count)
+    scaled = np.setdiff1d(np.flatnonzero(size > _LARGE), rows.slack_rows("qs"))
+    weights[scaled] = 1.0 / size[scaled]
+    largest = np.maximum((size.max(), np.abs(costs).max(initial=0.0)), 1.0)
+    return [(weights, 1.0, 1.0)] + [(np.ones(rows.count), *largest)] * bool(largest.max() > _LARGE)
+
+
+def _ask(rows: _Rows, dims, kept: np.ndarray, columns: np.ndarray, weights: np.ndarray, c: np.ndarray, h: np.ndarray,
+         b: np.ndarray, tolerance: float) -> Tuple[str, Dict]:
+    """The status and what the solver found for the rows and columns that are kept, rows and their c times weights."""
+    slacks = {kind: [_slack(rows.count, block) for block in blocks] for kind, blocks in rows.slacks.items()}
+    G = hstack([*slacks["l"], *slacks["q"], diags(weights) @ rows.bar, *slacks["s"]], "csr")[kept].T
+    A = (diags(weights) @ rows.scalar)[kept][:, columns].T
+    try:
+        found = cvxopt.solvers.conelp(
+            cvxopt.matrix((weights * c)[kept]), _sparse(G), cvxopt.matrix(h), dims, _sparse(A),
+            cvxopt.matrix(b[columns]), options={
+                "show_progress": False, "feastol": tolerance, "reltol": tolerance, "abstol": tolerance})
+    except (ValueError, ArithmeticError) as error:  # numbers of such different sizes that the solver breaks down
+        return f"not solved: {error}", {}
+    return _STATUS[found["status"]], found
 
 
 def _dependent(matrix: csr_matrix, right: np.ndarray) -> Tuple[np.ndarray, np.ndarray]:
