@@ -17,6 +17,10 @@ def floats(values, what: str, finite: bool = True) -> np.ndarray:
     if array.dtype.kind not in "biuf":
         raise TypeError(f"{what}: numbers are wanted, not {_kind(values, array)}")
     array = array.astype(np.float64, copy=False)
+    with np.errstate(all="ignore"):
+        total = array.sum()  # not finite if one number is not; a faster test than one of each
+    if np.isfinite(total) or not (finite or np.isnan(total)):
+        return array
     good = np.isfinite(array) if finite else ~np.isnan(array)
     if not good.all():
         at = np.argwhere(~good)[0].tolist()

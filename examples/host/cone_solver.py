@@ -163,6 +163,8 @@ def solve(p: ConicProblem, tolerance: float = 1e-8) -> ConicSolution:
                              sign * linear.c / price, tolerance)
         if status == "optimal":
             break
+    if status == "unbounded" and (linear.c.any() or p.barc.any()):  # or infeasible as well: is there any point?
+        status = _unbounded_or(p, tolerance)
     ok = status == "optimal"
     x, u, z, s = (np.full(count, 0.0 if ok else np.nan) for count in (n, rows.count, len(h), len(h)))
     if ok:
@@ -207,10 +209,17 @@ def _presolve(p: ConicProblem, rows: _Rows, sides, bounds, tolerance: float):
     if not len(conflict):
         return "", "", kept, columns
     # A direction changes nothing but the objective: it is unbounded if there is any feasible point.
-    status = solve(replace(p, linear=replace(linear, c=np.zeros(n)), barc=np.zeros_like(p.barc)), tolerance).status
-    if status == "optimal":
-        status, why = "unbounded", f"{linear.column(free[conflict[0]])} can go without end, alone or with others"
+    status = _unbounded_or(p, tolerance)
+    if status == "unbounded":
+        why = f"{linear.column(free[conflict[0]])} can go without end, alone or with others"
     return status, why, kept, columns
+
+
+def _unbounded_or(p: ConicProblem, tolerance: float) -> str:
+    """The status of a problem whose objective has no end where there is any feasible point."""
+    anywhere = replace(p, linear=replace(p.linear, c=np.zeros_like(p.linear.c)), barc=np.zeros_like(p.barc))
+    status = solve(anywhere, tolerance).status
+    return "unbounded" if status == "optimal" else status
 
 
 def _units(rows: _Rows, costs: np.ndarray) -> List[Tuple[np.ndarray, float, float]]:

@@ -319,7 +319,8 @@ class Model:
         if e.ncodeatom:
             raise ValueError(f"{whose} has coefficients with code, which must be run before rows are made")
         numbers, cof = w.i64[e.nidxs:e.nidxs + e.nnz], w.f64[e.cof:e.cof + e.nnz]
-        if e.nnz and not -self._nbar <= numbers.min() <= numbers.max() <= self._ncols:
+        shifted = numbers + self._nbar if self._nbar else numbers
+        if e.nnz and shifted.view(np.uint64).max() > self._ncols + self._nbar:  # numbers below 0 are large there
             raise ValueError(f"{whose} has terms on variables that this model does not have")
         floats(cof, f"the coefficients of {whose}")
         return e

@@ -10,7 +10,7 @@ from dataclasses import dataclass
 
 import numpy as np
 from scipy.optimize import Bounds, LinearConstraint, linprog, milp
-from scipy.sparse import vstack
+from scipy.sparse import diags, vstack
 
 from . import kernels
 from .model import Constraint, Problem, Variable
@@ -75,7 +75,7 @@ def solve(p: Problem) -> Solution:
     m, n = p.A.shape
     sign = -1.0 if p.sense == "max" else 1.0  # the solver minimises
     x, slc, suc = None, np.full(m, np.nan), np.full(m, np.nan)
-    why = p.contradiction()
+    why = p.contradiction() or _parallel_contradiction(p)
     if why:
         status = "infeasible"
     elif n == 0:
@@ -104,13 +104,38 @@ def _check_numbers(p: Problem) -> None:
             raise ValueError(f"{p.row(refused[0])} has {what}: it wants scaling")
 
 
+def _parallel_contradiction(p: Problem) -> str:
+    """Words for two rows that are multiples of each other with bounds that exclude each other, or "" if there are none.
+
+    HiGHS would find them too, but its presolve crashes on some.
+    """
+    filled = np.flatnonzero(np.diff(p.A.indptr))
+    if not len(filled):
+        return ""
+    first = p.A.data[p.A.indptr[filled]]
+    unit = diags(1.0 / np.where(first == 0.0, 1.0, first)) @ p.A[filled]
+    key = unit @ np.random.default_rng(0).random(p.A.shape[1])  # alike for multiples
+    order = np.argsort(key)
+    group = np.flatnonzero(np.append(True, np.diff(key[order]) > 1e-12 * np.abs(key[order][1:])))
+    ends = np.sort(np.stack([p.lo[filled], p.hi[filled]]) / first, axis=0)[:, order]
+    lo, hi = np.maximum.reduceat(ends[0], group), np.minimum.reduceat(ends[1], group)
+    for k in np.flatnonzero(lo > hi + 1e-7 * (1.0 + np.abs(hi))):
+        members = slice(group[k], group[k + 1] if k + 1 < len(group) else None)
+        i, j = order[members][[ends[0][members].argmax(), ends[1][members].argmin()]]
+        difference = unit[i] - unit[j]
+        if not difference.nnz or np.abs(difference.data).max() <= 1e-9:
+            return f"{p.row(filled[i])} contradicts {p.row(filled[j])}"
+    return ""
+
+
 def _solve_linear(p: Problem, c: np.ndarray):
     """Status, values, duals of the rows' lower and upper bounds."""
     # The solver's form has equations and upper bounds only.
     equal = p.lo == p.hi
     above, below = np.isfinite(p.hi) & ~equal, np.isfinite(p.lo) & ~equal
     result = linprog(c, A_ub=vstack([p.A[above], -p.A[below]]), b_ub=np.concatenate([p.hi[above], -p.lo[below]]),
-                     A_eq=p.A[equal], b_eq=p.hi[equal], bounds=np.column_stack([p.lower, p.upper]), method="highs")
+                     A_eq=p.A[equal], b_eq=p.hi[equal], bounds=np.column_stack([p.lower, p.upper]), method="highs",
+                     options={"presolve": _presolves(p)})
     slc, suc = np.zeros(len(p.lo)), np.zeros(len(p.lo))
     if result.x is None:
         return _status(p, result), None, slc * np.nan, suc * np.nan
@@ -129,13 +154,22 @@ def _solve_integer(p: Problem, c: np.ndarray):
 def _milp(p: Problem, c: np.ndarray):
     """What the solver for integers finds for the problem with the objective c."""
     rows = [LinearConstraint(p.A, p.lo, p.hi)] if len(p.lo) else []
-    return milp(c, constraints=rows, bounds=Bounds(p.lower, p.upper), integrality=p.integer)
+    return milp(c, constraints=rows, bounds=Bounds(p.lower, p.upper), integrality=p.integer,
+                options={"presolve": _presolves(p)})
+
+
+def _presolves(p: Problem) -> bool:
+    """Whether the solver simplifies the problem first: a large one, where it pays. A small one it solves more safely."""
+    return p.A.nnz > 10000
 
 
 def _status(p: Problem, result) -> str:
     """The status of a result in the words of `Solution`."""
     if result.status in _STATUS:
         return _STATUS[result.status]
-    if "infeasible or unbounded" in result.message:  # presolve left open which of the two: look for any feasible point
-        return "unbounded" if _milp(p, np.zeros(len(p.c))).status == 0 else "infeasible"
+    anywhere = _milp(p, np.zeros(len(p.c)))  # the solver left open which: look for any feasible point
+    if anywhere.status == 2:
+        return "infeasible"
+    if "infeasible or unbounded" in result.message and anywhere.status == 0:
+        return "unbounded"
     return " ".join(result.message.split())
