@@ -171,6 +171,33 @@ def test_dependent_and_contradicting_rows(arguments, status, named):
         assert lower - 1e-6 <= np.dot(row, values) <= upper + 1e-6
 
 
+@pytest.mark.parametrize("seed", [*range(40), 161, 273])  # on these two HiGHS would crash
+def test_both_solvers_find_the_same(seed):
+    """Small programs of integers, many without a solution, many with dependent rows."""
+    rng = np.random.default_rng(seed)
+    n, m = rng.integers(1, 5), rng.integers(0, 6)
+    rows = rng.integers(-2, 3, (m, n)).astype(float)
+    if m > 1 and rng.random() < 0.5:
+        rows[-1] = rows[0] * rng.integers(1, 4)
+    lo = rng.integers(-3, 3, m).astype(float)
+    hi = lo + rng.choice([0, 0, 2, INF], m)
+    bounds = Domain(rng.choice([0, -INF, -1], n), rng.choice([INF, 3.0], n))
+    c, found = rng.integers(-2, 3, (1, n)), []
+    for make, solve in ((Model, solver.solve), (ConicModel, cone_solver.solve)):
+        model = make()
+        x = model.variable((n,), bounds)
+        if m:
+            model.push(x)
+            op.multiply(model.stacks, rows)
+            model.constraint(Domain(lo, hi))
+        model.push(x)
+        op.multiply(model.stacks, c)
+        model.objective("min")
+        found.append(solve(model.problem()))
+    assert found[0].status == found[1].status in ("optimal", "infeasible", "unbounded")
+    np.testing.assert_allclose(found[0].objective, found[1].objective, atol=1e-5)
+
+
 def test_stacks_end_before_32_bit_positions_do():
     """Refused without any memory being asked for, also where kernels would count beyond 32 bits."""
     s, n = Stacks(), 50000

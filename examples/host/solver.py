@@ -10,7 +10,7 @@ from dataclasses import dataclass
 
 import numpy as np
 from scipy.optimize import Bounds, LinearConstraint, linprog, milp
-from scipy.sparse import diags, vstack
+from scipy.sparse import diags, hstack, identity, vstack
 
 from . import kernels
 from .model import Constraint, Problem, Variable
@@ -159,7 +159,7 @@ def _milp(p: Problem, c: np.ndarray):
 
 
 def _presolves(p: Problem) -> bool:
-    """Whether the solver simplifies the problem first: a large one, where it pays. A small one it solves more safely."""
+    """Whether HiGHS simplifies the problem first: a large one, where it pays, for on infeasible ones it may crash."""
     return p.A.nnz > 10000
 
 
@@ -167,9 +167,20 @@ def _status(p: Problem, result) -> str:
     """The status of a result in the words of `Solution`."""
     if result.status in _STATUS:
         return _STATUS[result.status]
-    anywhere = _milp(p, np.zeros(len(p.c)))  # the solver left open which: look for any feasible point
-    if anywhere.status == 2:
+    if _is_infeasible(p):  # the solver left it open
         return "infeasible"
-    if "infeasible or unbounded" in result.message and anywhere.status == 0:
-        return "unbounded"
+    if "infeasible or unbounded" in result.message:
+        return "unbounded" if _milp(p, np.zeros(len(p.c))).status == 0 else "infeasible"
     return " ".join(result.message.split())
+
+
+def _is_infeasible(p: Problem) -> bool:
+    """Whether rows have to be violated, integers or not: a problem of the least violation, which has a solution."""
+    m, n = p.A.shape
+    above, below, slack = np.isfinite(p.hi), np.isfinite(p.lo), -identity(m, format="csr")
+    result = linprog(
+        np.repeat([0.0, 1.0], [n, m]),
+        A_ub=vstack([hstack([p.A, slack], "csr")[above], hstack([-p.A, slack], "csr")[below]]),
+        b_ub=np.concatenate([p.hi[above], -p.lo[below]]), method="highs", options={"presolve": False},
+        bounds=np.column_stack([np.append(p.lower, np.zeros(m)), np.append(p.upper, np.full(m, np.inf))]))
+    return result.status == 0 and result.fun > 1e-6
