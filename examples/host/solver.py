@@ -109,12 +109,14 @@ def _parallel_contradiction(p: Problem) -> str:
 
     HiGHS would find them too, but its presolve crashes on some.
     """
-    filled = np.flatnonzero(np.diff(p.A.indptr))
+    A = p.A.copy()
+    A.eliminate_zeros()
+    filled = np.flatnonzero(np.diff(A.indptr))
     if not len(filled):
         return ""
-    first = p.A.data[p.A.indptr[filled]]
-    unit = diags(1.0 / np.where(first == 0.0, 1.0, first)) @ p.A[filled]
-    key = unit @ np.random.default_rng(0).random(p.A.shape[1])  # alike for multiples
+    first = A.data[A.indptr[filled]]
+    unit = diags(1.0 / first) @ A[filled]
+    key = unit @ np.random.default_rng(0).random(A.shape[1])  # alike for multiples
     order = np.argsort(key)
     group = np.flatnonzero(np.append(True, np.diff(key[order]) > 1e-12 * np.abs(key[order][1:])))
     ends = np.sort(np.stack([p.lo[filled], p.hi[filled]]) / first, axis=0)[:, order]
