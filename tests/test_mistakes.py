@@ -85,7 +85,7 @@ MISTAKES = [
     (lambda t: t.solved().value(t.X), "variable X belongs to another model"),
     (lambda t: t.solved().dual(t.y), "TypeError: a Constraint is wanted, not a Variable"),
     (lambda t: t.solved().value(t.other), "TypeError: a Variable is wanted"),
-    (lambda t: (t.solution, t.solution.value(t.other.variable((2,), POSITIVE, name="z")))[1], "variable z was added after"),
+    (lambda t: t.solution.value(t.other.variable((2,), POSITIVE, name="z")), "variable z was added after"),
     (lambda t: t.solution.activity(t.late), "constraint late was added after"),
     (lambda t: solver.solve(t.strange.problem()), "TypeError: a Problem is solved here"),
     (lambda t: cone_solver.solve(Model().problem()), "TypeError: a ConicProblem is solved here"),
@@ -159,7 +159,8 @@ def conic(rows, domain=POSITIVE, c=(1.0, 1.0)):
     (([([1, 2], 2, 2), ([0, 0], 0, 0)],), "optimal", ""), (([([0, 0], 1, 1)],), "infeasible", "row 0"),
     (([([1, 2], 2, 2), ([2, 4], 5, 5)],), "infeasible", "row 1"), (([([1, 2], 3, 2)],), "infeasible", "row 0"),
     (([], FREE), "unbounded", "x"), (([], Domain(1.0, 0.0)), "infeasible", "element 0 of variable x"),
-    (([([1, 2], 0, INF)], POSITIVE, (-1.0, 0.0)), "unbounded", ""), (([([1, 2], 2, 3)], FREE, (1.0, 2.0)), "optimal", ""),
+    (([([1, 2], 0, INF)], POSITIVE, (-1.0, 0.0)), "unbounded", ""),
+    (([([1, 2], 2, 3)], FREE, (1.0, 2.0)), "optimal", ""),
     (([([1, 2], 2, 3)], FREE, (1.0, 1.0)), "unbounded", "x"),
     (([([1, 2], 2, 3), ([2, 4], 7, 8)], FREE, (1.0, 1.0)), "infeasible", ""), (([], ONE), "optimal", ""),
     (([([1, 0], 1, 1)], ONE), "optimal", ""), (([([1, 0], 2, 2)], ONE), "infeasible", "x")])
@@ -231,4 +232,5 @@ def test_command_lines_tell_mistakes_first(tmp_path):
     result = run_example("solve_mps.py", model)
     assert result.returncode == 1 and result.stderr.startswith(f"error: {model}: element 0 of constraint rows has")
     result = run_example("memory.py", "--rows", 3000, "--columns", 500, "--most", 0)
-    assert result.returncode == 1 and [line.split()[:2] for line in result.stdout.splitlines()[1:]] == [["3000", "30000"]] * 2
+    sizes = [line.split()[:2] for line in result.stdout.splitlines()[1:]]
+    assert result.returncode == 1 and sizes == [["3000", "30000"]] * 2

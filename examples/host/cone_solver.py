@@ -41,8 +41,8 @@ _LARGE = 1e3  # right sides and costs from which the solver's word that there is
 class ConicSolution:
     """What the solver found. Without the status "optimal" all numbers are NaN.
 
-    status: "optimal", "infeasible", "unbounded", or words on what else happened, in one line; why: the cause, where it is
-    one row or variable that can be named, or "".
+    status: "optimal", "infeasible", "unbounded", or words on what else happened, in one line; why: the cause, where it
+    is one row or variable that can be named, or "".
     Values and duals of the scalar variables by number (place 0 unused), of the elements of the semidefinite matrices,
     of the linear rows, and of the entries of conic constraints; an entry's value is that of its expression. A dual is
     the change of the objective for each unit by which the right side moves up.

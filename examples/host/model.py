@@ -44,8 +44,8 @@ LARGE = 1 << 22  # terms of a record beyond which the stacks do not keep its mem
 class Domain:
     """Bounds for the n elements of an array: lower <= element <= upper, with -inf and inf for none.
 
-    lower, upper: one number for all elements; or n numbers, row-major; or, with `coordinates` (integers, shape (k, nd)),
-    one for each of the k elements named there, all others being free.
+    lower, upper: one number for all elements; or n numbers, row-major; or, with `coordinates` (integers, shape
+    (k, nd)), one for each of the k elements named there, all others being free.
     """
 
     lower: Values
@@ -163,8 +163,8 @@ class Problem:
             large = np.flatnonzero(np.isfinite(values) & (np.abs(values) >= most))
             if len(large):
                 what = "objective coefficient" if values is self.c else "bound"
-                raise ValueError(f"{name(large[0])}: the solver takes the {what} {values[large[0]]:g} for infinite, as all "
-                                 f"numbers from {most:g} on; no bound is -inf or inf, others want scaling")
+                raise ValueError(f"{name(large[0])}: the solver takes the {what} {values[large[0]]:g} for infinite, as "
+                                 f"all numbers from {most:g} on; no bound is -inf or inf, others want scaling")
 
     def numbers_of(self, x: Variable, semidefinite: int = 0) -> np.ndarray:
         """The numbers of an array of variables of this problem, which has so many semidefinite elements.
@@ -240,7 +240,7 @@ class Model:
         self.stacks = stacks or Stacks()
         self.sense = "min"
         self.constant = 0.0
-        self._owner = object()  # the mark of this model's variables and constraints, not the model: that would be a cycle
+        self._owner = object()  # the mark of its variables and constraints; the model itself would make a cycle
         self._objective = (np.zeros(0, dtype=np.int32), np.zeros(0))  # columns and coefficients
         self._columns: List[Tuple[np.ndarray, np.ndarray, np.ndarray]] = []  # lower, upper, integer
         self._bounds: List[Tuple[np.ndarray, np.ndarray]] = []  # lo, hi of rows
@@ -312,8 +312,8 @@ class Model:
             raise ValueError(f"an objective has one element and the sense min or max, not shape {shape} and {sense}")
 
     def _expression(self, whose: str) -> Record:
-        """The last record. Raises ValueError if its terms cannot be those of rows, which are on variables that the model
-        has, finite and without code."""
+        """The last record. Raises ValueError if its terms cannot be those of rows, which are on variables that the
+        model has, finite and without code."""
         s, w, e = self.stacks, self.stacks.w, self.stacks.operands(1)[0]
         s.claim("variables", self._owner)
         if e.ncodeatom:
@@ -353,8 +353,8 @@ class Model:
     def problem(self) -> Problem:
         """The model as one matrix with bounds, of which further variables and constraints change nothing.
 
-        Terms of one row on the same variable are added up here. Where there are none and those of all rows are in order,
-        the matrix shares the model's memory, to be read only. Raises ValueError if an expression is left on the stack.
+        Terms of one row on the same variable are added up here. Where there are none and those of all rows are in
+        order, the matrix shares the model's memory, to be read only. Raises ValueError if an expression is left on the stack.
         """
         s = self.stacks
         if s.records and s.claimed_by("variables") in (None, self._owner):

@@ -397,7 +397,8 @@ def pick(s: Stacks, indices: np.ndarray) -> Record:
         raise ValueError(f"flat positions lie outside an array of shape {shape}")
 
     n = len(indices)
-    _check_copies(s, e, n, lambda at: np.bincount(np.searchsorted(at, indices[np.isin(indices, at)]), minlength=len(at)))
+    _check_copies(s, e, n, lambda at: np.bincount(
+        np.searchsorted(at, indices[np.isin(indices, at)]), minlength=len(at)))
     if e.hassp:
         slots, _, _ = x.reserve(n32=n)
         ncodeatom, nnz = kernels.find_pick(

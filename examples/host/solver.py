@@ -24,8 +24,8 @@ _STATUS = {0: "optimal", 1: "limit reached", 2: "infeasible", 3: "unbounded"}
 class Solution:
     """What the solver found. Without the status "optimal" all numbers are NaN, and with integers the duals are.
 
-    status: "optimal", "infeasible", "unbounded", or words on what else happened, in one line; why: the cause, where it is
-    one row or variable that can be named, or "".
+    status: "optimal", "infeasible", "unbounded", or words on what else happened, in one line; why: the cause, where it
+    is one row or variable that can be named, or "".
     objective: with the constant, in the problem's own sense.
     xx: values of all variables by number, place 0 unused; xc: values of all rows; slc, suc: duals of the rows' lower
     and upper bounds, whose difference is the change of the objective for each unit by which a row's bounds move up.

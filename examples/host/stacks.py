@@ -106,7 +106,7 @@ class Stack:
         return record
 
     def check_counts(self, nnz: int, ncodeatom: int = 0) -> None:
-        """Raises OverflowError if a record of so many terms and atoms would not fit, before kernels count in 32 bits."""
+        """Raises OverflowError if a record of so many terms and atoms would not fit, which kernels count in 32 bits."""
         check_slots(f"the float64 array of the {self.name} stack", self.top[2] + nnz + ncodeatom)
 
     def extents(self, record: Record) -> Tuple[int, ...]:
@@ -195,7 +195,7 @@ class Stacks:
             del self.records[len(self.records) - count:]
 
     def release(self) -> None:
-        """Gives the memory of r and x back, which hold nothing between two operators, and that of w if no record is left."""
+        """Gives the memory of r and x back, which are empty between two operators, and that of w if no record is left."""
         self.r, self.x = Stack("r"), Stack("x")
         if not self.records:
             self.w = Stack("w")
