@@ -33,7 +33,7 @@ from . import kernels
 from .checks import count as checked_count
 from .checks import extents, floats
 from .model import Constraint, Domain, Model, Problem, Rows, Values, Variable, _name, assemble
-from .stacks import Record, Stacks, check_slots
+from .stacks import Record, check_slots
 from .sums import merge_terms
 
 CONES = ("nonnegative", "nonpositive", "quadratic", "semidefinite")

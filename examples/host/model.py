@@ -354,7 +354,8 @@ class Model:
         """The model as one matrix with bounds, of which further variables and constraints change nothing.
 
         Terms of one row on the same variable are added up here. Where there are none and those of all rows are in
-        order, the matrix shares the model's memory, to be read only. Raises ValueError if an expression is left on the stack.
+        order, the matrix shares the model's memory, to be read only. Raises ValueError if an expression is left on the
+        stack.
         """
         s = self.stacks
         if s.records and s.claimed_by("variables") in (None, self._owner):

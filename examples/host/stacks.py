@@ -195,7 +195,7 @@ class Stacks:
             del self.records[len(self.records) - count:]
 
     def release(self) -> None:
-        """Gives the memory of r and x back, which are empty between two operators, and that of w if no record is left."""
+        """Gives the memory of r and x back, which are empty between operators, and that of w if no record is left."""
         self.r, self.x = Stack("r"), Stack("x")
         if not self.records:
             self.w = Stack("w")
