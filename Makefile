@@ -15,7 +15,7 @@ PACKAGES_clang = $(PACKAGES_test) clang clang-format clang-tidy
 PACKAGES_install = $(PACKAGES_build) python3-mesonpy python3-pip python3-venv
 
 .DEFAULT_GOAL = help
-.PHONY: help build checked demo models test clang sanitize tidy install-check pythons loops bench bench-plot \
+.PHONY: help build checked demo models memory test clang sanitize tidy install-check pythons loops bench bench-plot \
 	table describe reference clean
 
 help:  ## list the targets
@@ -45,6 +45,9 @@ demo: needs-demo build  ## solve a linear program (and MPS=FILE), an efficient f
 
 models: needs-demo build  ## build matrices of whole models through the kernels and with SciPy, and compare their times
 	PYTHONPATH=build/normal $(PYTHON) examples/build_models.py
+
+memory: needs-demo build  ## build a linear program of 10^7 nonzeros and hold its memory against that of the matrix
+	PYTHONPATH=build/normal $(PYTHON) examples/memory.py
 
 test: needs-test build checked loops  ## all tests, first with bounds checking, which names what would crash the normal build
 	PYTHONPATH=build/checked $(PYTEST) tests
