@@ -12,7 +12,7 @@ PACKAGES_build = python3 python3-dev meson ninja-build
 PACKAGES_demo = $(PACKAGES_build) python3-numpy python3-scipy python3-cvxopt python3-matplotlib
 PACKAGES_test = $(PACKAGES_demo) mypy python3-pytest python3-pytest-xdist python3-hypothesis
 PACKAGES_clang = $(PACKAGES_test) clang clang-format clang-tidy
-PACKAGES_install = $(PACKAGES_build) python3-mesonpy python3-pip python3-venv
+PACKAGES_install = $(PACKAGES_build) git mypy python3-mesonpy python3-numpy python3-pip python3-venv
 
 .DEFAULT_GOAL = help
 .PHONY: help build checked demo models memory test clang sanitize tidy install-check pythons loops bench bench-plot \
@@ -30,12 +30,12 @@ needs-%:
 
 build: needs-build  ## the module, in build/normal
 	@test -f build/normal/build.ninja || $(MESON) setup build/normal $(SETUP)
-	@ninja -C build/normal --quiet
+	@ninja -C build/normal
 	@ln -sf build/normal/compile_commands.json compile_commands.json
 
 checked: needs-build  ## the module with bounds checking, in build/checked
 	@test -f build/checked/build.ninja || $(MESON) setup build/checked -Dchecked=true $(SETUP)
-	@ninja -C build/checked --quiet
+	@ninja -C build/checked
 
 demo: needs-demo build  ## solve a linear program (and MPS=FILE), an efficient frontier, theta numbers, a nearest point
 	PYTHONPATH=build/normal $(PYTHON) examples/solve_mps.py examples/transport.mps $(MPS)
@@ -73,7 +73,7 @@ tidy: needs-clang build/clang/build.ninja  ## clang-format and clang-tidy over t
 	@ninja -C build/clang --quiet build.ninja
 	@run-clang-tidy -quiet -p build/clang '/src/.*\.cpp$$' 2>/dev/null
 
-install-check: needs-install  ## pip install into a throw-away environment
+install-check: needs-install  ## sdist, wheel and pip install in a throw-away environment
 	tools/check_install.sh
 
 pythons: needs-build  ## build for every other CPython at hand and call kernels there

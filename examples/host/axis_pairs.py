@@ -10,7 +10,7 @@ from typing import Tuple
 
 import numpy as np
 
-from . import kernels
+import fragments_kernels as kernels
 from .checks import number
 from .stacks import Record, Stacks, int32_array
 

@@ -22,7 +22,7 @@ import numpy as np
 from scipy.linalg import qr, solve_triangular
 from scipy.sparse import coo_matrix, csr_matrix, diags, hstack, identity, vstack
 
-from . import kernels
+import fragments_kernels as kernels
 from .cones import ConicProblem, places
 from .model import Constraint, Variable
 from .solver import INFINITE

@@ -29,7 +29,7 @@ from typing import List, Optional, Sequence, Tuple
 import numpy as np
 from scipy.sparse import csr_matrix
 
-from . import kernels
+import fragments_kernels as kernels
 from .checks import count as checked_count
 from .checks import extents, floats
 from .model import Constraint, Domain, Model, Problem, Rows, Values, Variable, _name, assemble

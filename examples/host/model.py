@@ -30,7 +30,7 @@ from typing import List, Optional, Sequence, Tuple, Union
 import numpy as np
 from scipy.sparse import csr_matrix
 
-from . import kernels
+import fragments_kernels as kernels
 from .checks import extents, floats, integers
 from .operators import SparseMatrix, add, constant, multiply, multiply_variable, variable
 from .stacks import Record, Stacks, check_slots, grown

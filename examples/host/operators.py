@@ -23,7 +23,7 @@ from typing import Optional, Sequence, Tuple, Union
 import numpy as np
 from scipy.sparse import csr_matrix, issparse
 
-from . import kernels
+import fragments_kernels as kernels
 from .checks import extents, floats, integers, number
 from .stacks import MOST_SLOTS, Record, Stacks, int32_array
 

@@ -23,7 +23,7 @@ from typing import List, Optional, Sequence, Tuple
 
 import numpy as np
 
-from . import kernels
+import fragments_kernels as kernels
 from .checks import extents, floats, integers
 from .operators import check_pattern
 from .stacks import Record, Stacks

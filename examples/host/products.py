@@ -10,7 +10,7 @@ from typing import Optional
 
 import numpy as np
 
-from . import kernels
+import fragments_kernels as kernels
 from .checks import floats, integers, number
 from .operators import SparseMatrix, check_pattern, sparse_matrix_arguments
 from .stacks import Record, Stacks, int32_array

@@ -12,7 +12,7 @@ import numpy as np
 from scipy.optimize import Bounds, LinearConstraint, linprog, milp
 from scipy.sparse import diags, hstack, identity, vstack
 
-from . import kernels
+import fragments_kernels as kernels
 from .model import Constraint, Problem, Variable
 
 INFINITE, _LARGE, _SMALL = 1e20, 1e15, 1e-9

@@ -10,7 +10,7 @@ from typing import Sequence
 
 import numpy as np
 
-from . import kernels
+import fragments_kernels as kernels
 from .stacks import MOST_SLOTS, OperandTables, Record, Stacks, int32_array
 
 

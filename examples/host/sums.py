@@ -7,7 +7,7 @@ from typing import Sequence
 
 import numpy as np
 
-from . import kernels
+import fragments_kernels as kernels
 from .checks import floats
 from .operators import add
 from .stacks import OperandTables, Record, Stacks
