@@ -1,0 +1,401 @@
+"""The parts of the site that come from the kernels' declarations, for pages in MyST.
+
+    {k}`472`                     a link to a kernel, with its name
+    {family} stack/slice.cpp     the kernels of a file
+    {kernels-by} number          an index: by number, name, array or task
+    {opcodes}                    the table of opcodes
+    {calls}                      a table of calls, one a line: numbers | inputs | what is reserved | preconditions
+    {svg} FILE TEXT              a picture, in the colours of the theme
+"""
+
+import re
+import sys
+from functools import lru_cache
+from itertools import groupby
+from pathlib import Path
+
+from docutils import nodes
+from docutils.parsers.rst import Directive
+from docutils.statemachine import StringList
+from sphinx import addnodes
+from sphinx.domains import Domain, ObjType
+from sphinx.util.nodes import make_refnode
+
+ROOT = next(p for p in Path(__file__).resolve().parents if (p / "tools" / "declarations.py").exists())
+sys.path.insert(0, str(ROOT / "tools"))
+
+import kernels as tools  # noqa: E402
+from costs import COSTS, ONE_PASS  # noqa: E402
+
+NUMBER = re.compile(r"(?<![\w.^-])\d{1,3}(?![\w-]|\.\d| bits| times)")
+DEMANDS = re.compile(
+    r"\b(must|at least|at most|needs?|caller|callers|above 0|ascend\w*|only for|lies? inside|in order of|presets?"
+    r"|without repetitions?|no two|never|not read|unsorted)\b"
+)
+
+
+@lru_cache(maxsize=None)
+def all_kernels():
+    return tuple(tools.read_kernels())
+
+
+@lru_cache(maxsize=None)
+def numbered():
+    """{number: kernel}"""
+    return dict(tools.by_number(all_kernels()))
+
+
+def families():
+    """[(family, its kernels)], in the order of the folders."""
+    for folder in tools.FOLDERS:
+        members = [kernel for kernel in all_kernels() if kernel.family.file.parent.name == folder]
+        for family, group in groupby(members, key=lambda kernel: kernel.family):
+            yield family, list(group)
+
+
+def page(family):
+    """The page of a family, without ending."""
+    return f"kernels/{family.file.parent.name}-{family.file.stem}"
+
+
+def title(family):
+    return family.file.stem.replace("_", " ").capitalize()
+
+
+TITLES = tools.FOLDERS
+
+
+def heading(kernel):
+    return f"{', '.join(map(str, kernel.numbers))} {kernel.name}"
+
+
+# ---- Links and text
+
+
+def kernel_reference(number, text):
+    reference = addnodes.pending_xref(
+        "", refdomain="kernel", reftype="kernel", reftarget=str(number), refexplicit=True, refwarn=True
+    )
+    reference += nodes.inline("", text, classes=["kernel-link"])
+    return reference
+
+
+def kernel_role(name, rawtext, text, lineno, inliner, options=None, content=None):
+    """A link to a kernel: its number and, without `!` in front, its name."""
+    number = int(text.lstrip("!"))
+    if number not in numbered():
+        message = inliner.reporter.error(f"there is no kernel {number}", line=lineno)
+        return [inliner.problematic(rawtext, rawtext, message)], [message]
+    return [kernel_reference(number, str(number) if text[0] == "!" else f"{number} {numbered()[number].name}")], []
+
+
+def linked(text, kernel_numbers=()):
+    """Inline nodes of a comment: `names` as code, numbers of kernels as links. Numbers below 100 are links only if they
+    are among kernel_numbers, because most of them count something."""
+    result = []
+    for is_code, part in enumerate_code(text):
+        if is_code:
+            result.append(nodes.literal("", part))
+            continue
+        end = 0
+        for match in NUMBER.finditer(part):
+            number = int(match[0])
+            if number in numbered() and (number >= 100 or number in kernel_numbers):
+                result += [nodes.Text(part[end : match.start()]), kernel_reference(number, match[0])]
+                end = match.end()
+        result.append(nodes.Text(part[end:]))
+    return result
+
+
+def enumerate_code(text):
+    return [(bool(place % 2), part) for place, part in enumerate(text.split("`"))]
+
+
+def comment_nodes(text, numbers):
+    """The paragraphs and tables of a comment."""
+    for is_literal, part in tools.paragraphs(text):
+        if is_literal:
+            width = min(len(line) - len(line.lstrip()) for line in part.splitlines() if line.strip())
+            block = nodes.literal_block(classes=["comment-table"])
+            block += linked("\n".join(line[width:] for line in part.splitlines()).replace("`", ""), numbers)
+            yield block
+        else:
+            yield paragraph(*linked(part, numbers))
+
+
+def paragraph(*children):
+    result = nodes.paragraph()
+    result += list(children)
+    return result
+
+
+def table(head, rows, widths):
+    """A table of cells that are lists of nodes or texts."""
+    group = nodes.tgroup(cols=len(head))
+    group += [nodes.colspec(colwidth=width) for width in widths]
+    group += nodes.thead("", table_row(head))
+    body = nodes.tbody()
+    body += [table_row(row) for row in rows]
+    group += body
+    result = nodes.table()
+    result += group
+    return result
+
+
+def table_row(cells):
+    row = nodes.row()
+    for cell in cells:
+        children = [nodes.Text(cell)] if isinstance(cell, str) else list(cell)
+        row += nodes.entry("", children[0] if children and isinstance(children[0], nodes.paragraph) else paragraph(*children))
+    return row
+
+
+# ---- The reference
+
+
+class FamilyPage(Directive):
+    required_arguments = 1
+
+    def run(self):
+        family, members = next(item for item in families() if item[0].place() == f"src/{self.arguments[0]}")
+        numbers = {number for kernel in members for number in kernel.numbers}
+        result = list(comment_nodes(family.head.text, numbers))
+        rows = [
+            ([kernel_reference(k.numbers[0], ", ".join(map(str, k.numbers)))], [nodes.literal("", k.name)], first_sentence(k))
+            for k in members
+        ]
+        result.append(table(["number", "name", "what it does"], rows, [10, 30, 60]))
+        result += [kernel_section(kernel, numbers, self.state.document) for kernel in members]
+        return result
+
+
+def first_sentence(kernel):
+    text = " ".join(kernel.comment.text.split("\n    ")[0].split())
+    match = re.match(r"(.*?[.:;])(\s|$)", text)
+    return linked((match[1] if match else text).rstrip(":;"))
+
+
+def kernel_section(kernel, numbers, document):
+    section = nodes.section(ids=[f"kernel-{number}" for number in kernel.numbers], names=[heading(kernel).lower()])
+    section += nodes.title("", heading(kernel))
+    section += list(comment_nodes(kernel.comment.text, numbers))
+    names = ", ".join(f"{p.name}: {p.type if p.is_array and not p.read_only else ('C' if p.is_array else '') + p.type}" for p in kernel.takes)
+    results = ", ".join(result.name for result in kernel.gives) or "None"
+    call = tools.filled(f"{kernel.name}({names}) -> {results}", 100, "    ")
+    section += nodes.literal_block("", call)
+    rows = [parameter_row(kernel, p) for p in kernel.takes] + [result_row(kernel, r) for r in kernel.gives]
+    section += table(["parameter", "type", "role", "length", "meaning"], rows, [12, 8, 18, 14, 48])
+    section += facts(kernel)
+    return section
+
+
+def parameter_row(kernel, parameter):
+    role, length, meaning = tools.explanation(kernel, parameter)
+    role = f"array, {parameter.access}" if parameter.is_array else role
+    return [nodes.literal("", parameter.name)], parameter.kind, role, length, linked(meaning)
+
+
+def result_row(kernel, result):
+    role, length, meaning = tools.result_explanation(kernel, result)
+    if kernel.carries_on(result.name):
+        meaning = "the last value of the parameter"
+    return [nodes.Text("returns "), nodes.literal("", result.name)], result.type, role, length, linked(meaning)
+
+
+def facts(kernel):
+    """Cost, preconditions, words and place of a kernel."""
+    entries = nodes.definition_list(classes=["kernel-facts"])
+    for term, children in (
+        ("Cost", [paragraph(*linked(cost(kernel)))]),
+        ("Preconditions", [bullets(preconditions(kernel))]),
+        ("Called as", [paragraph(*linked(", ".join(f"`_c_closure_{number}`" for number in kernel.numbers)))]),
+        ("In words", [paragraph(nodes.Text(kernel.name.replace("_", " ")))]),
+        ("Source", [paragraph(nodes.literal("", kernel.place()))]),
+    ):
+        item = nodes.definition_list_item("", nodes.term("", term))
+        definition = nodes.definition()
+        definition += children
+        item += definition
+        entries += item
+    return entries
+
+
+def bullets(texts):
+    result = nodes.bullet_list()
+    for text in texts:
+        result += nodes.list_item("", paragraph(*linked(text)))
+    return result
+
+
+def cost(kernel):
+    """What a call costs: its comment's own words, or those of its file."""
+    own = [s for s in sentences(kernel.comment.text) if "O(" in s]
+    costs = COSTS.get(f"{kernel.family.file.parent.name}/{kernel.family.file.stem}", ONE_PASS)
+    return " ".join(own) or (costs.get(kernel.name, ONE_PASS) if isinstance(costs, dict) else costs)
+
+
+def sentences(text):
+    for is_literal, part in tools.paragraphs(text):
+        if not is_literal:
+            yield from re.split(r"(?<=[.])\s+(?=[A-Z`\d])", part)
+
+
+def preconditions(kernel):
+    """What a caller must see to."""
+    result = [s for s in sentences(kernel.comment.text) if DEMANDS.search(s) and "O(" not in s]
+    explained = [(p, tools.explanation(kernel, p)) for p in kernel.takes]
+    ascending = [p.name for p, (_, _, meaning) in explained if re.search(r"(?<!not )ascending", meaning)]
+    if ascending:
+        result.append(f"{named(ascending)}: ascending, as the table says.")
+    fields = [p.name for p, (role, length, _) in explained if role.startswith("position") and length]
+    arrays = [p.name for p, (_, length, _) in explained if p.is_array and length and not length.startswith("up to")]
+    if fields:
+        result.append(f"The fields at {named(fields)} lie inside their arrays, with the lengths of the table.")
+    if arrays:
+        result.append(f"{named(arrays)}: as long as the table says, or None where nothing is touched.")
+    own = [name for name in ("rptr", "rcodeptr") if name in kernel.own_names()]
+    if own and not sets_slot_0(kernel):
+        result.append(f"Slot 0 of {named(own)} is yours: set it to 0 before or after.")
+    return result or ["None beyond the types."]
+
+
+def named(names):
+    return ", ".join(f"`{name}`" for name in names)
+
+
+def sets_slot_0(kernel):
+    """Whether a kernel's text tells that it sets slot 0 itself."""
+    return bool(re.search(r"(ptr|codeptr)\[0\]|slots? 0|n\+1|n \+ 1 slots", kernel.comment.text))
+
+
+class Index(Directive):
+    required_arguments = 1
+
+    def run(self):
+        return getattr(self, f"by_{self.arguments[0]}")()
+
+    def by_number(self):
+        rows = [
+            ([kernel_reference(n, str(n))], [nodes.literal("", k.name)], first_sentence(k)) for n, k in sorted(numbered().items())
+        ]
+        return [table(["number", "name", "what it does"], rows, [8, 30, 62])]
+
+    def by_name(self):
+        rows = [
+            ([kernel_reference(k.numbers[0], k.name)], ", ".join(map(str, k.numbers)), first_sentence(k))
+            for k in sorted(all_kernels(), key=lambda kernel: kernel.name)
+        ]
+        return [table(["name", "numbers", "what it does"], rows, [30, 12, 58])]
+
+    def by_array(self):
+        uses = {}
+        for kernel in all_kernels():
+            for parameter in kernel.takes:
+                if parameter.is_array:
+                    uses.setdefault(parameter.name, ([], []))[0 if parameter.read_only else 1].append(kernel)
+        rows = [
+            ([nodes.literal("", name)], kernel_list(read), kernel_list(written))
+            for name, (read, written) in sorted(uses.items())
+        ]
+        return [table(["array", "read by", "written by"], rows, [14, 43, 43])]
+
+
+def kernel_list(kernels):
+    result = []
+    for number, _ in tools.by_number([k for k in kernels]):
+        result += [nodes.Text(", ")] * bool(result) + [kernel_reference(number, str(number))]
+    return result
+
+
+class Opcodes(Directive):
+    """The constants of src/code/opcodes.h with what each does to the stack."""
+
+    EFFECTS = {
+        "push_parameter": ("number of a parameter", "pushes the parameter's value", "+1"),
+        "push_constant": ("the constant", "pushes it", "+1"),
+        "add": ("none", "pops two, pushes their sum", "-1"),
+        "negate": ("none", "changes the sign of the top value", "0"),
+        "multiply": ("none", "pops two, pushes their product", "-1"),
+        "invert": ("none", "replaces the top value v by 1/v", "0"),
+        "add_several": ("a count n", "pops n, pushes their sum, added from the top down from 0.0", "1 - n; +1 for n of 0 or less"),
+        "moved_to_cof": ("anything", "nothing: the mark of a term whose coefficient stands in `cof` alone", "0"),
+    }
+
+    def run(self):
+        text = (ROOT / "src/code/opcodes.h").read_text()
+        rows = [
+            ([nodes.literal("", number)], name.replace("_", " "), *map(linked, self.EFFECTS[name]))
+            for name, number in re.findall(r"constexpr i32 (\w+) = (\d+);", text)
+        ]
+        rows.append(("others", "", "anything", "nothing", "0"))
+        return [table(["opcode", "name", "operand", "effect", "depth"], rows, [8, 18, 20, 40, 14])]
+
+
+class Calls(Directive):
+    """A table of calls, one a line: numbers | inputs | what is reserved | preconditions. What comes back is added."""
+
+    has_content = True
+
+    def run(self):
+        rows = []
+        for line in " ".join(self.content).replace(" / ", "\n").splitlines():
+            numbers, inputs, reserved, needs = (cell.strip() for cell in line.split("|"))
+            call = nodes.paragraph()
+            for number in map(int, numbers.split(",")):
+                call += [nodes.Text(", ")] * bool(len(call)) + [kernel_reference(number, f"{number} {numbered()[number].name}")]
+            results = numbered()[number].gives
+            back = linked(", ".join(f"`{result.name}`" for result in results)) if results else "None"
+            rows.append(([call], self.parsed(inputs), self.parsed(reserved), back, self.parsed(needs)))
+        head = ["call", "inputs", "what you reserve", "what comes back", "preconditions"]
+        return [table(head, rows, [20, 22, 22, 14, 22])]
+
+    def parsed(self, text):
+        if not text:
+            return ""
+        node = nodes.Element()
+        self.state.nested_parse(StringList([text], ""), self.content_offset, node)
+        return node.children
+
+
+class Picture(Directive):
+    required_arguments = 1
+    final_argument_whitespace = True
+    optional_arguments = 1
+
+    def run(self):
+        svg = (Path(__file__).parent / self.arguments[0]).read_text()
+        return [nodes.raw("", f'<div class="picture">{svg}</div>', format="html")]
+
+
+# ---- Sphinx
+
+
+class KernelDomain(Domain):
+    """Kernels as objects, which the search finds by number and name, and to which links lead."""
+
+    name = label = "kernel"
+    object_types = {"kernel": ObjType("kernel", "kernel")}
+
+    def get_objects(self):
+        for kernel in all_kernels():
+            yield heading(kernel), heading(kernel), "kernel", page(kernel.family), f"kernel-{kernel.numbers[0]}", 0
+
+    def resolve_xref(self, env, fromdocname, builder, typ, target, node, contnode):
+        family = numbered()[int(target)].family
+        return make_refnode(builder, fromdocname, page(family), f"kernel-{target}", contnode, numbered()[int(target)].name)
+
+    def resolve_any_xref(self, *arguments):
+        return []
+
+    def merge_domaindata(self, docnames, otherdata):
+        pass
+
+
+def setup(app):
+    app.add_domain(KernelDomain)
+    app.add_role("k", kernel_role)
+    for name, directive in (
+        ("family", FamilyPage), ("kernels-by", Index), ("opcodes", Opcodes), ("calls", Calls), ("svg", Picture)
+    ):
+        app.add_directive(name, directive)
+    return {"version": "1", "parallel_read_safe": True, "parallel_write_safe": True}
