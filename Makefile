@@ -16,7 +16,7 @@ PACKAGES_install = $(PACKAGES_build) python3-mesonpy python3-pip python3-venv
 
 .DEFAULT_GOAL = help
 .PHONY: help build checked demo models test clang sanitize tidy install-check pythons loops bench bench-plot \
-	table describe reference clean
+	table describe find reference clean
 
 help:  ## list the targets
 	@sed -n 's/^\([a-z-]*\):.*## /\1\t/p' $(MAKEFILE_LIST) | expand -t 16
@@ -90,6 +90,9 @@ table:  ## print the table of kernels: number, body, format, parameters, result
 
 describe:  ## print what a kernel does: make describe N=472
 	@$(PYTHON) tools/kernels.py describe $(N)
+
+find:  ## list the kernels that a word may mean: make find WORD=transpose, WORD='sum along'
+	@$(PYTHON) tools/kernels.py find $(WORD)
 
 reference:  ## write the kernel reference, build/kernels.md
 	@mkdir -p build
