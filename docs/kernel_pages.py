@@ -4,8 +4,10 @@
     {family} stack/slice.cpp     the kernels of a file
     {kernels-by} number          an index: by number, name, array or task
     {opcodes}                    the table of opcodes
-    {calls}                      a table of calls, one a line: numbers | inputs | what is reserved | preconditions
-    {svg} FILE TEXT              a picture, in the colours of the theme
+    {calls}                      a table of calls, a paragraph each: numbers | inputs | what is reserved | preconditions
+    {readme-call} 472            the arguments of the README's call
+    {slot-0}                     the kernels that set slot 0 of `rptr` and `rcodeptr`
+    {svg} FILE                   a picture, in the colours of the theme
 """
 
 import re
@@ -253,8 +255,8 @@ def preconditions(kernel):
         result.append(f"The fields at {named(fields)} lie inside their arrays, with the lengths of the table.")
     if arrays:
         result.append(f"{named(arrays)}: as long as the table says, or None where nothing is touched.")
-    own = [name for name in ("rptr", "rcodeptr") if name in kernel.own_names()]
-    if own and not sets_slot_0(kernel):
+    own = [f"r{name}" for name in ("ptr", "codeptr") if f"r{name}" in kernel.own_names() and not sets_slot_0(kernel, name)]
+    if own:
         result.append(f"Slot 0 of {named(own)} is yours: set it to 0 before or after.")
     return result or ["None beyond the types."]
 
@@ -263,9 +265,10 @@ def named(names):
     return ", ".join(f"`{name}`" for name in names)
 
 
-def sets_slot_0(kernel):
-    """Whether a kernel's text tells that it sets slot 0 itself."""
-    return bool(re.search(r"(ptr|codeptr)\[0\]|slots? 0|n\+1|n \+ 1 slots", kernel.comment.text))
+def sets_slot_0(kernel, field):
+    """Whether a kernel's body sets slot 0 of the result's `ptr` or `codeptr`."""
+    text = "\n".join(kernel.family.file.read_text().splitlines()[kernel.line_number - 1 :])
+    return f"result.{field}[0] = 0" in text.split("\n}\n")[0]
 
 
 class Index(Directive):
@@ -331,15 +334,26 @@ class Opcodes(Directive):
         return [table(["opcode", "name", "operand", "effect", "depth"], rows, [8, 18, 20, 40, 14])]
 
 
+class SetSlot0(Directive):
+    """The kernels that set slot 0 of a pointer field themselves."""
+
+    def run(self):
+        rows = [
+            ([nodes.literal("", f"r{field}")], kernel_list(k for k in all_kernels() if sets_slot_0(k, field)))
+            for field in ("ptr", "codeptr")
+        ]
+        return [table(["field", "slot 0 is set by"], rows, [20, 80])]
+
+
 class Calls(Directive):
-    """A table of calls, one a line: numbers | inputs | what is reserved | preconditions. What comes back is added."""
+    """A table of calls, a paragraph each: numbers | inputs | what is reserved | preconditions. What comes back is added."""
 
     has_content = True
 
     def run(self):
         rows = []
-        for line in " ".join(self.content).replace(" / ", "\n").splitlines():
-            numbers, inputs, reserved, needs = (cell.strip() for cell in line.split("|"))
+        for lines in re.split(r"\n\s*\n", "\n".join(self.content).strip()):
+            numbers, inputs, reserved, needs = (cell.strip() for cell in " ".join(lines.split()).split("|"))
             call = nodes.paragraph()
             for number in map(int, numbers.split(",")):
                 call += [nodes.Text(", ")] * bool(len(call)) + [kernel_reference(number, f"{number} {numbered()[number].name}")]
@@ -357,10 +371,26 @@ class Calls(Directive):
         return node.children
 
 
+class ReadmeCall(Directive):
+    """The arguments of a kernel in the README's example, with the names of their parameters."""
+
+    required_arguments = 1
+
+    def run(self):
+        kernel = numbered()[int(self.arguments[0])]
+        call = re.search(rf"_c_closure_{self.arguments[0]}\((.*?)\)", (ROOT / "README.md").read_text(), re.DOTALL)
+        arguments = [argument.strip() for argument in call[1].split(",")]
+        if len(arguments) != len(kernel.takes):
+            raise self.error(f"the README gives {len(arguments)} arguments, not {len(kernel.takes)}")
+        rows = [
+            (str(place), [nodes.literal("", p.name)], [nodes.literal("", argument)], linked(tools.explanation(kernel, p)[2]))
+            for place, (p, argument) in enumerate(zip(kernel.takes, arguments), 1)
+        ]
+        return [table(["", "parameter", "argument", "meaning"], rows, [5, 15, 20, 60])]
+
+
 class Picture(Directive):
     required_arguments = 1
-    final_argument_whitespace = True
-    optional_arguments = 1
 
     def run(self):
         svg = (Path(__file__).parent / self.arguments[0]).read_text()
@@ -395,7 +425,7 @@ def setup(app):
     app.add_domain(KernelDomain)
     app.add_role("k", kernel_role)
     for name, directive in (
-        ("family", FamilyPage), ("kernels-by", Index), ("opcodes", Opcodes), ("calls", Calls), ("svg", Picture)
+        ("family", FamilyPage), ("kernels-by", Index), ("opcodes", Opcodes), ("calls", Calls), ("svg", Picture), ("readme-call", ReadmeCall), ("slot-0", SetSlot0),
     ):
         app.add_directive(name, directive)
     return {"version": "1", "parallel_read_safe": True, "parallel_write_safe": True}

@@ -11,7 +11,7 @@ from collections import ChainMap
 
 import numpy as np
 
-from fragments_kernels import SIGNATURES, call, kernel
+from fragments_kernels import SIGNATURES, call
 from fragments_kernels.records import mark_unwritten, show_record
 
 
@@ -42,13 +42,35 @@ def place(stack, prefix, shape, nelem, nnz, ncodeatom, sp):
     return record
 
 
-def operand(shape, forms, sp=None, suffix=""):
+def operand(shape, forms, sp=None):
     """A record on w: one {variable: coefficient} for each stored element, whose flat positions are `sp`."""
     record = place("w", "", shape, len(forms), sum(map(len, forms)), 0, sp is not None)
     i32, i64, f64 = record.arrays
     i32[len(shape) + 1 :] = np.cumsum([len(form) for form in forms])
     i64[:] = [variable for form in forms for variable in form] + list(sp if sp is not None else [])
     f64[:] = [coefficient for form in forms for coefficient in form.values()]
+    return record
+
+
+ARRAY_OF = {"shape": 0, "ptr": 0, "codeptr": 0, "code": 0, "nidxs": 1, "sp": 1, "cof": 2, "cconst": 2}
+
+
+def together(*operands):
+    """Operands on one w stack, one behind the other: the fields of the first two with 1 and 2 behind their names, and a
+    table of each field, whose name ends in `_base` but for `codeptr`, `code` and `cconst`."""
+    record = OnStack("w")
+    record.arrays = [np.concatenate(arrays) for arrays in zip(*(operand.arrays for operand in operands))]
+    record.update(zip(("wi32", "wi64", "wf64"), record.arrays))
+    start, rows = (0, 0, 0), []
+    for operand in operands:
+        fields = operand.fields.items()
+        rows.append({name: start[ARRAY_OF[name]] + at if name in ARRAY_OF else at for name, at in fields})
+        start = [top + len(array) for top, array in zip(start, operand.arrays)]
+    for number, row in enumerate(rows, 1):
+        record.update((f"{name}{number}", value) for name, value in row.items())
+    for name in ARRAY_OF.keys() | {"nd", "nelem", "nnz", "ncodeatom", "hassp"}:
+        table = name + "_base" if name in ("shape", "ptr", "nidxs", "sp", "cof") else name
+        record[table] = np.array([row[name] for row in rows], np.int32)
     return record
 
 
