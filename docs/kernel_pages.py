@@ -7,6 +7,7 @@
     {calls}                      a table of calls, a paragraph each: numbers | inputs | what is reserved | preconditions
     {readme-call} 472            the arguments of the README's call
     {slot-0}                     the kernels that set slot 0 of `rptr` and `rcodeptr`
+    {intended}                   what comments call intended
     {svg} FILE                   a picture, in the colours of the theme
 """
 
@@ -27,6 +28,7 @@ ROOT = next(p for p in Path(__file__).resolve().parents if (p / "tools" / "decla
 sys.path.insert(0, str(ROOT / "tools"))
 
 import kernels as tools  # noqa: E402
+from search import WORDS  # noqa: E402
 from costs import COSTS, ONE_PASS  # noqa: E402
 
 NUMBER = re.compile(r"(?<![\w.^-])\d{1,3}(?![\w-]|\.\d| bits| times)")
@@ -79,6 +81,14 @@ def kernel_reference(number, text):
         "", refdomain="kernel", reftype="kernel", reftarget=str(number), refexplicit=True, refwarn=True
     )
     reference += nodes.inline("", text, classes=["kernel-link"])
+    return reference
+
+
+def page_reference(family):
+    reference = addnodes.pending_xref(
+        "", refdomain="std", reftype="doc", reftarget="/" + page(family), refexplicit=True, refwarn=True
+    )
+    reference += nodes.inline("", title(family))
     return reference
 
 
@@ -161,7 +171,9 @@ class FamilyPage(Directive):
     def run(self):
         family, members = next(item for item in families() if item[0].place() == f"src/{self.arguments[0]}")
         numbers = {number for kernel in members for number in kernel.numbers}
-        result = list(comment_nodes(family.head.text, numbers))
+        target = nodes.target("", "", ids=["words"])
+        entries = [("single", phrase, "words", "", None) for phrase in words(family) if phrase]
+        result = [addnodes.index(entries=entries), target, *comment_nodes(family.head.text, numbers)]
         rows = [
             ([kernel_reference(k.numbers[0], ", ".join(map(str, k.numbers)))], [nodes.literal("", k.name)], first_sentence(k))
             for k in members
@@ -211,7 +223,7 @@ def facts(kernel):
         ("Cost", [paragraph(*linked(cost(kernel)))]),
         ("Preconditions", [bullets(preconditions(kernel))]),
         ("Called as", [paragraph(*linked(", ".join(f"`_c_closure_{number}`" for number in kernel.numbers)))]),
-        ("In words", [paragraph(nodes.Text(kernel.name.replace("_", " ")))]),
+        ("In words", [paragraph(nodes.Text("; ".join([kernel.name.replace("_", " "), *words(kernel.family)])))]),
         ("Source", [paragraph(nodes.literal("", kernel.place()))]),
     ):
         item = nodes.definition_list_item("", nodes.term("", term))
@@ -220,6 +232,13 @@ def facts(kernel):
         item += definition
         entries += item
     return entries
+
+
+def words(family):
+    """What people call what a family does, in both spellings."""
+    for phrase in WORDS.get(f"{family.file.parent.name}/{family.file.stem}", "").split(", "):
+        other = re.sub(r"(?<=\w\w)is(?=(e|ed|ing|ation)\b)", "iz", phrase)
+        yield from (phrase, other) if other != phrase and "wise" not in phrase else (phrase,)
 
 
 def bullets(texts):
@@ -290,6 +309,17 @@ class Index(Directive):
         ]
         return [table(["name", "numbers", "what it does"], rows, [30, 12, 58])]
 
+    def by_task(self):
+        uses = {}
+        for family, _ in families():
+            for phrase in words(family):
+                uses.setdefault(phrase, []).append(family)
+        rows = [
+            (phrase, [node for family in found for node in (nodes.Text("" if family is found[0] else ", "), page_reference(family))])
+            for phrase, found in sorted(uses.items()) if phrase
+        ]
+        return [table(["to", "look at"], rows, [40, 60])]
+
     def by_array(self):
         uses = {}
         for kernel in all_kernels():
@@ -343,6 +373,23 @@ class SetSlot0(Directive):
             for field in ("ptr", "codeptr")
         ]
         return [table(["field", "slot 0 is set by"], rows, [20, 80])]
+
+
+class Intended(Directive):
+    """The kernels whose comments, or those of their files, call something intended."""
+
+    def run(self):
+        rows = []
+        for family, members in families():
+            numbers = {number for kernel in members for number in kernel.numbers}
+            texts = [(k.comment.text, [kernel_reference(k.numbers[0], ", ".join(map(str, k.numbers)))]) for k in members]
+            for text, place in [(family.head.text, [nodes.Text(title(family))]), *texts]:
+                told = list(sentences(text))
+                for at, sentence in enumerate(told):
+                    if "intended" in sentence:
+                        start = at - (len(sentence) < 60 and at > 0)  # "Both are intended." leans on the sentence before
+                        rows.append((place, linked(" ".join(told[start : at + 1]), numbers)))
+        return [table(["kernel", "behaviour"], rows, [20, 80])]
 
 
 class Calls(Directive):
@@ -425,7 +472,7 @@ def setup(app):
     app.add_domain(KernelDomain)
     app.add_role("k", kernel_role)
     for name, directive in (
-        ("family", FamilyPage), ("kernels-by", Index), ("opcodes", Opcodes), ("calls", Calls), ("svg", Picture), ("readme-call", ReadmeCall), ("slot-0", SetSlot0),
+        ("family", FamilyPage), ("kernels-by", Index), ("opcodes", Opcodes), ("calls", Calls), ("svg", Picture), ("readme-call", ReadmeCall), ("slot-0", SetSlot0), ("intended", Intended),
     ):
         app.add_directive(name, directive)
     return {"version": "1", "parallel_read_safe": True, "parallel_write_safe": True}
