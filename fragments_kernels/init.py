@@ -7,7 +7,6 @@
 A kernel with several numbers has the name of all of them; the function is that of the lowest.
 """
 
-from difflib import get_close_matches
 from types import BuiltinFunctionType
 from typing import Any, List, Union
 
@@ -69,5 +68,7 @@ def call(number_or_name: Union[int, str], /, **arguments: Any) -> Any:
 
 
 def _hint(word: Any, candidates: Any) -> str:
+    from difflib import get_close_matches  # not for those who only want the names
+
     close = get_close_matches(str(word), candidates, n=1)
     return f" (did you mean {close[0]}?)" if close else ""

@@ -17,12 +17,12 @@ or just (i32, i64, f64). A record is an object or a mapping with the scalars and
 
 import math
 import sys
-from typing import Any, Dict, List, Mapping, NamedTuple, Optional, Sequence, TextIO, Tuple
+from typing import Any, Callable, Dict, List, Mapping, NamedTuple, Optional, Sequence, TextIO, Tuple
 
 import numpy as np
 
 ARRAYS = {"i32": np.int32, "i64": np.int64, "f64": np.float64}
-UNWRITTEN = {name: np.frombuffer(b"\xa5" * 8, dtype=dtype)[0] for name, dtype in ARRAYS.items()}
+NAMES = ("nd", "nelem", "nnz", "ncodeatom", "hassp", "shape", "ptr", "codeptr", "code", "sp", "nidxs", "cof", "cconst")
 
 # How coefficient code works: of each opcode the values that it takes off the stack and those that it leaves.
 PARAMETER, CONSTANT, ADD, NEGATE, MULTIPLY, INVERT, ADD_SEVERAL, MOVED_TO_COF = 1, 2, 3, 4, 5, 6, 8, 10
@@ -48,8 +48,8 @@ class Field(NamedTuple):
 
 
 def mark_unwritten(*arrays: np.ndarray) -> None:
-    """Fills arrays with bytes 0xa5, which no record holds by chance and which the checks take for slots never written."""
-    for array in arrays:
+    """Fills arrays with bytes 0xa5, hardly met in a record: the checks take such slots for never written."""
+    for array in map(np.asarray, arrays):
         array[...] = np.frombuffer(b"\xa5" * array.itemsize, dtype=array.dtype)[0]
 
 
@@ -134,14 +134,17 @@ def _arrays(stack: Any) -> Dict[str, Any]:
 
 
 def _values(record: Any) -> Dict[str, Any]:
-    """The scalars of a record as a dictionary that has all of them. TypeError if it lacks some."""
-    given = record if isinstance(record, Mapping) else {n: getattr(record, n) for n in dir(record) if n[0] != "_"}
-    values = {"ncodeatom": 0, "hassp": given.get("sp") is not None, **given}
-    if not isinstance(values.get("shape", 0), (int, np.integer)):
+    """The scalars and positions of a record, None for what it does not have. TypeError if it lacks needed ones."""
+    get = record.get if isinstance(record, Mapping) else lambda name: getattr(record, name, None)
+    values = {name: get(name) for name in NAMES}
+    values["ncodeatom"] = values["ncodeatom"] or 0
+    if values["hassp"] is None:
+        values["hassp"] = values["sp"] is not None
+    if np.ndim(values["shape"]):
         values["nd"] = len(values["shape"])
     needed = ["nd", "shape", "nelem", "nnz", "ptr", "nidxs", "cof"] + ["sp"] * bool(values["hassp"])
     needed += ["codeptr", "code", "cconst"] * (values["ncodeatom"] > 0)
-    missing = [name for name in needed if values.get(name) is None]
+    missing = [name for name in needed if values[name] is None]
     if missing:
         raise TypeError(f"the record does not tell {', '.join(missing)}")
     return values
@@ -163,7 +166,7 @@ def _fields(
         places = []
         for name, n in lengths.items():
             start, slots = values[name], arrays[array]
-            if not isinstance(start, (int, np.integer)):
+            if np.ndim(start):
                 fields[name] = Field(name, "the extents given", 0, np.array(start, dtype=np.int64))
                 continue
             fields[name] = Field(name, array, int(start), slots[max(start, 0) : max(start + n, 0)])
@@ -189,7 +192,11 @@ def _index(fields: Mapping[str, Field], i: int) -> str:
     extents = fields["shape"].values.tolist()
     if not 0 <= flat < math.prod(extents):
         return f"flat position {flat}"
-    return str([int(k) for k in np.unravel_index(flat, extents)]) if extents else "[]"
+    index: List[int] = []
+    for extent in reversed(extents):
+        flat, coordinate = divmod(flat, extent)
+        index.insert(0, coordinate)
+    return str(index)
 
 
 def _place(fields: Mapping[str, Field], term: int) -> str:
@@ -208,10 +215,11 @@ def _first(faulty: np.ndarray) -> Tuple[int, str]:
 
 
 def _unwritten(fields: Mapping[str, Field], field: Field):
-    if field.array not in UNWRITTEN:
+    if field.array not in ARRAYS:
         return
-    faulty = field.values.view(np.uint8).reshape(len(field.values), -1) == 0xA5 if len(field.values) else np.empty((0, 1))
-    faulty = faulty.all(axis=1)
+    marked = np.empty(1, dtype=field.values.dtype)
+    mark_unwritten(marked)
+    faulty = field.values.view(f"i{marked.itemsize}") == marked.view(f"i{marked.itemsize}")  # bit for bit
     if field.name == "cconst":  # most opcodes never read their operand
         faulty &= np.isin(fields["code"].values, [PARAMETER, CONSTANT, ADD_SEVERAL])
     if faulty.any():
@@ -275,35 +283,33 @@ def _code_faults(fields: Mapping[str, Field], parameters: Optional[int]) -> List
     term = np.repeat(np.arange(len(lengths)), lengths)
     is_moved = (code == MOVED_TO_COF) & (lengths[term] == 1)
     is_sum = code == ADD_SEVERAL
-    counts = np.where(is_sum, cconst, 0)
-    operand = np.where((code == PARAMETER) | is_sum, cconst, 0)
-    takes = np.select([code == op for op in TAKES], list(TAKES.values()), 0) + counts
-    leaves = np.select([code == op for op in LEAVES], list(LEAVES.values()), 0) + is_sum + is_moved
-    total = np.concatenate([[0], np.cumsum(leaves - takes)])
-    depth = total[:-1] - total[ptr[term]]  # before each atom
-    end = total[ptr[1:]] - total[ptr[:-1]]
 
-    def fault(faulty: np.ndarray, text: str) -> List[str]:
-        if not faulty.any():
-            return []
+    def fault(faulty: np.ndarray, text: Callable[[int], str]) -> List[str]:
         a, more = _first(faulty)
-        what = text.format(code=code[a], operand=cconst[a], takes=int(takes[a]), depth=int(depth[a]))
-        return [f"{fields['code'].slot(a)} {what}; term {term[a]} {_place(fields, term[a])}{more}"]
+        return [f"{fields['code'].slot(a)} is {code[a]}, {text(a)}; term {term[a]} {_place(fields, term[a])}{more}"]
 
     unknown = ~np.isin(code, [*TAKES, ADD_SEVERAL]) & ~is_moved
     if unknown.any():
-        return fault(unknown, "is {code}, no opcode")
-    bad_operand = (operand < 0) | (operand != np.floor(operand))
-    if parameters is not None:
-        bad_operand |= (code == PARAMETER) & (operand >= parameters)
-    if bad_operand.any():
-        limit = "" if parameters is None else f"; parameters are below {parameters}"
-        return fault(bad_operand, "is {code} with the operand {operand}, no such number" + limit)
+        return fault(unknown, lambda a: "no opcode")
+    numbers = np.where((code == PARAMETER) | is_sum, cconst, 0)
+    no_number = ~((numbers >= 0) & (numbers < 2**31)) | (numbers != np.floor(numbers))
+    if no_number.any():
+        return fault(no_number, lambda a: f"which takes a number, not {cconst[a]}")
+    if parameters is not None and (numbers[code == PARAMETER] >= parameters).any():
+        beyond = (code == PARAMETER) & (numbers >= parameters)
+        return fault(beyond, lambda a: f"parameter {cconst[a]:.0f}, but there are {parameters}")
+
+    takes = np.select([code == op for op in TAKES], list(TAKES.values()), 0)
+    takes += np.where(is_sum, cconst, 0).astype(np.int64)
+    leaves = np.select([code == op for op in LEAVES], list(LEAVES.values()), 0) + is_sum + is_moved
+    total = np.concatenate([[0], np.cumsum(leaves - takes)])
+    depth = total[:-1] - total[ptr[term]]  # before each atom
     if (depth < takes).any():
-        return fault(depth < takes, "is {code}, which takes {takes} values from a stack of {depth}")
-    if (end != 1).any():
-        t, more = _first(end != 1)
-        return [f"the code of term {t}, {lengths[t]} atoms, leaves {int(end[t])} values, not 1; {_place(fields, t)}{more}"]
+        return fault(depth < takes, lambda a: f"which takes {takes[a]} values from a stack of {depth[a]}")
+    left = total[ptr[1:]] - total[ptr[:-1]]
+    if (left != 1).any():
+        t, more = _first(left != 1)
+        return [f"the code of term {t}, {lengths[t]} atoms, leaves {left[t]} values, not 1; {_place(fields, t)}{more}"]
     return []
 
 
@@ -328,7 +334,7 @@ def _term(fields: Mapping[str, Field], t: int) -> str:
 
 
 def _number(value: float) -> str:
-    return repr(float(value)).replace(".0", "") if float(value).is_integer() and abs(value) < 1e16 else repr(float(value))
+    return repr(float(value)).removesuffix(".0")
 
 
 def _coefficient(fields: Mapping[str, Field], t: int) -> str:
@@ -341,7 +347,7 @@ def _coefficient(fields: Mapping[str, Field], t: int) -> str:
     if code == [MOVED_TO_COF]:
         return cof
     text = _infix(code, fields["cconst"].values[begin:end].tolist())
-    return text if cof in ("0", "-0") else f"{cof} + {text}"
+    return cof if text == "0" else text if cof in ("0", "-0") else f"{cof} + {text}"
 
 
 def _infix(code: Sequence[int], operands: Sequence[float]) -> str:
@@ -368,5 +374,6 @@ def _infix(code: Sequence[int], operands: Sequence[float]) -> str:
         elif opcode == NEGATE:
             stack.append(f"-{factor(pop(1)[0])}")
         elif opcode == INVERT:
-            stack.append(f"1/{factor(pop(1)[0])}")
+            divisor = pop(1)[0]
+            stack.append(f"1/({divisor})" if "*" in divisor else f"1/{factor(divisor)}")
     return stack[0]

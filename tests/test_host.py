@@ -1,14 +1,12 @@
 """The example host layer: leaves and growth, its models end to end, and its command line."""
 
-import re
-
 import numpy as np
 import pytest
 from scipy.sparse import coo_matrix
 
 from host_records import meaning, random_sparse_matrix
 from records import FIRST, VARIABLES
-from support import ROOT, f64, i32, i64, read_kernels, run_example
+from support import ROOT, f64, i32, i64, run_example
 
 from host import operators as op
 from host.model import Domain, Model, assemble
@@ -39,13 +37,6 @@ def test_products_with_a_plain_variable_agree_with_the_general_road(rng):
     op.multiply_variable(s, matrix, (5, 3), FIRST + numbers[:, :5].T.reshape(-1))
     np.testing.assert_array_equal(meaning(s), np.einsum("ik,ktv->itv", values, np.eye(VARIABLES)[numbers[:, :5].T]))
     assert len(s.records) == 4
-
-
-def test_kernels_bear_the_names_of_their_declarations():
-    declared = {number: kernel.name for kernel in read_kernels() for number in kernel.numbers}
-    source = (ROOT / "examples" / "host" / "kernels.py").read_text()
-    listed = re.findall(r"^(\w+) = _kernel\((\d+)\)", source, re.MULTILINE)
-    assert listed and listed == [(declared[int(number)], number) for _, number in listed]
 
 
 def test_leaves_and_growth_of_the_stacks():

@@ -44,5 +44,5 @@ zero_slots(0, [], 0)
 call(0, 0)
 check_record(0)
 END
-refused=$(mypy --strict --python-executable "$python" calls.py | sed -n 's/^calls.py:\([0-9]*\): error.*/\1/p' | xargs)
+refused=$({ mypy --strict --python-executable "$python" calls.py || true; } | sed -n 's/^calls.py:\([0-9]*\): error.*/\1/p' | xargs)
 [ "$refused" = "6 7 8 9" ] || fail "mypy refuses these lines of calls.py, where 6 to 9 are wrong: $refused"

@@ -330,8 +330,9 @@ def stub_doc_line(name, role, length, meaning):
 def names(kernels):
     """The module of the kernels under their names, those of several numbers under the lowest."""
     lines = ['"""The kernels of `fragments` under their names, and what they take: written by tools/kernels.py."""', ""]
-    lines += [f"from fragments import _c_closure_{kernel.numbers[0]} as {kernel.name}" for kernel in kernels]
-    lines += ["", "# Of each name the numbers and the parameters, name:kind in the order of a call.", "SIGNATURES = {"]
+    lines += ["from fragments import ("]
+    lines += [f"    _c_closure_{kernel.numbers[0]} as {kernel.name}," for kernel in kernels]
+    lines += [")", "", "# Of each name the numbers and the parameters, name:kind in the order of a call.", "SIGNATURES = {"]
     for kernel in kernels:
         parameters = " ".join(f"{name}:{kind}" for name, kind in kernel.parameters)
         lines.append(f'    "{kernel.name}": ({kernel.numbers}, "{parameters}"),')

@@ -35,7 +35,7 @@ WORDS = {
     "model/row_sides": "linear and conic rows, constraint kinds, split rows",
     "model/row_terms": "constraint rows, linear part, constant part, semidefinite part, linear form to rows, CSR",
     "model/semidefinite": "matrix variable, PSD, positive semidefinite, bar variable, triangle",
-    "model/solution": "dual, dual value, primal, level, solution values, multiplier, reduced cost, sign of duals, gather",
+    "model/solution": "dual, dual value, primal, level, solution values, multiplier, reduced cost, signs, gather",
     "model/triplets": "COO, CSC, CSR, sparse matrix assembly, sum duplicates, transpose, sort",
     "model/variable_lists": "unique variables, set union, deduplicate",
     "model/variable_views": "view, variable slice, concatenate, stack, scatter",
@@ -94,12 +94,14 @@ def kernels_for(phrase, kernels):
     for kernel in sorted(kernels, key=lambda kernel: folder_rank(kernel.family)) if stems else []:
         family = f"{kernel.family.file.parent.name}/{kernel.family.file.stem}"
         words = []
-        texts = (kernel.name, kernel.family.file.stem, WORDS.get(family, ""), f"{kernel.comment.text} {kernel.family.head.text}")
+        comments = f"{kernel.comment.text} {kernel.family.head.text}"
+        texts = (kernel.name, kernel.family.file.stem, WORDS.get(family, ""), comments)
         for tier, text in zip(tiers, texts):
             words += words_of(text)
             if has_all(stems, words):
                 tier.append(kernel)
                 break
+    tiers[0].sort(key=lambda kernel: kernel.name != phrase)
     return tiers[0] + tiers[1] + tiers[2] or tiers[3]
 
 

@@ -25,12 +25,18 @@ much time as the kernel that fills it, so keep stacks for many models.
 from __future__ import annotations
 
 import math
+import os
 from dataclasses import dataclass, fields, replace
 from typing import List, Optional, Sequence, Tuple
 
+from fragments_kernels.records import check_record, mark_unwritten
 import numpy as np
 
 Sizes = Tuple[int, int, int]  # numbers of int32, int64 and float64 slots
+
+# With FRAGMENTS_DEBUG=1 in the environment every record is checked before it becomes an operand: RecordError says what
+# is wrong where.
+DEBUG = os.environ.get("FRAGMENTS_DEBUG", "0") not in ("", "0")
 
 
 @dataclass(frozen=True)
@@ -74,6 +80,8 @@ class Stack:
         self.i64 = grown(self.i64, start[1], top[1])
         self.f64 = grown(self.f64, start[2], top[2])
         self.top = top
+        if DEBUG:
+            mark_unwritten(*(array[b:e] for array, b, e in zip((self.i32, self.i64, self.f64), start, top)))
         return start
 
     def reserve_record(self, nd: int, nelem: int, nnz: int, ncodeatom: int = 0, hassp: bool = False) -> Record:
@@ -137,6 +145,8 @@ class Stacks:
         """Enters a record that lies on top of w and empties r and x; `without_pattern` as in `finish`."""
         if without_pattern:
             record = replace(record, hassp=False)
+        if DEBUG:
+            check_record(self.w, record)
         self.records.append(record)
         self.r.top = self.x.top = (0, 0, 0)
         return record
