@@ -25,7 +25,7 @@ SEARCHES = {
     "concatenate": "operators/stack.html",
     "gather": "operators/pick.html",
     "dual": "operators/solution.html",
-    "linear form": "operators/rows.html",
+    "linear form": "concepts/record.html",
 }
 
 # The least contrast of the texts of a page that are seen, against what is painted behind each.

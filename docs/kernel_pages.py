@@ -32,9 +32,10 @@ from search import WORDS  # noqa: E402
 from costs import COSTS, ONE_PASS  # noqa: E402
 
 NUMBER = re.compile(r"(?<![\w.^-])\d{1,3}(?![\w-]|\.\d| bits| times)")
+ATOM = re.compile(r"\((2, \w|1, \w|8, \w|3\)|5\))")
 DEMANDS = re.compile(
-    r"\b(must|at least|at most|needs?|caller|callers|above 0|ascend\w*|only for|lies? inside|in order of|presets?"
-    r"|without repetitions?|no two|never|not read|unsorted)\b"
+    r"\b(must|at least|at most|needs?|callers?|ascends?|only for|lies? inside|in order of|presets?"
+    r"|without repetitions?|no two|not read)\b"
 )
 
 
@@ -84,11 +85,9 @@ def kernel_reference(number, text):
     return reference
 
 
-def page_reference(family):
-    reference = addnodes.pending_xref(
-        "", refdomain="std", reftype="doc", reftarget="/" + page(family), refexplicit=True, refwarn=True
-    )
-    reference += nodes.inline("", title(family))
+def document_reference(name, text):
+    reference = addnodes.pending_xref("", refdomain="std", reftype="doc", reftarget=name, refexplicit=True, refwarn=True)
+    reference += nodes.inline("", text)
     return reference
 
 
@@ -128,7 +127,7 @@ def comment_nodes(text, numbers):
     for is_literal, part in tools.paragraphs(text):
         if is_literal:
             width = min(len(line) - len(line.lstrip()) for line in part.splitlines() if line.strip())
-            block = nodes.literal_block(classes=["comment-table"])
+            block = nodes.literal_block("with links", classes=["comment-table"])  # another source: it is not highlighted
             block += linked("\n".join(line[width:] for line in part.splitlines()).replace("`", ""), numbers)
             yield block
         else:
@@ -171,9 +170,10 @@ class FamilyPage(Directive):
     def run(self):
         family, members = next(item for item in families() if item[0].place() == f"src/{self.arguments[0]}")
         numbers = {number for kernel in members for number in kernel.numbers}
-        target = nodes.target("", "", ids=["words"])
-        entries = [("single", phrase, "words", "", None) for phrase in words(family) if phrase]
-        result = [addnodes.index(entries=entries), target, *comment_nodes(family.head.text, numbers)]
+        result = list(comment_nodes(family.head.text, numbers))
+        if any(ATOM.search(text) for text in (family.head.text, *(kernel.comment.text for kernel in members))):
+            code = document_reference("/concepts/code", "Coefficient code")
+            result.append(paragraph(nodes.Text("Pairs such as (2, factor), and (5), are atoms: "), code, nodes.Text(".")))
         rows = [
             ([kernel_reference(k.numbers[0], ", ".join(map(str, k.numbers)))], [nodes.literal("", k.name)], first_sentence(k))
             for k in members
@@ -184,9 +184,7 @@ class FamilyPage(Directive):
 
 
 def first_sentence(kernel):
-    text = " ".join(kernel.comment.text.split("\n    ")[0].split())
-    match = re.match(r"(.*?[.:;])(\s|$)", text)
-    return linked((match[1] if match else text).rstrip(":;"))
+    return linked(next(sentences(kernel.comment.text)).rstrip(":"))
 
 
 def kernel_section(kernel, numbers, document):
@@ -263,9 +261,10 @@ def sentences(text):
 
 def preconditions(kernel):
     """What a caller must see to."""
-    result = [s for s in sentences(kernel.comment.text) if DEMANDS.search(s) and "O(" not in s]
+    told = [*sentences(kernel.comment.text), *sentences(kernel.family.head.text)]
+    result = [sentence for sentence in told if DEMANDS.search(sentence) and "O(" not in sentence]
     explained = [(p, tools.explanation(kernel, p)) for p in kernel.takes]
-    ascending = [p.name for p, (_, _, meaning) in explained if re.search(r"(?<!not )ascending", meaning)]
+    ascending = [p.name for p, (_, _, meaning) in explained if re.search(r"(?<!not )ascending", meaning) and p.name != "rsp"]
     if ascending:
         result.append(f"{named(ascending)}: ascending, as the table says.")
     fields = [p.name for p, (role, length, _) in explained if role.startswith("position") and length]
@@ -315,7 +314,7 @@ class Index(Directive):
             for phrase in words(family):
                 uses.setdefault(phrase, []).append(family)
         rows = [
-            (phrase, [node for family in found for node in (nodes.Text("" if family is found[0] else ", "), page_reference(family))])
+            (phrase, [node for family in found for node in (nodes.Text("" if family is found[0] else ", "), document_reference("/" + page(family), title(family)))])
             for phrase, found in sorted(uses.items()) if phrase
         ]
         return [table(["to", "look at"], rows, [40, 60])]
