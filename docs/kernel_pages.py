@@ -140,7 +140,7 @@ def paragraph(*children):
     return result
 
 
-def table(head, rows, widths):
+def table(head, rows, widths, *classes):
     """A table of cells that are lists of nodes or texts."""
     group = nodes.tgroup(cols=len(head))
     group += [nodes.colspec(colwidth=width) for width in widths]
@@ -148,7 +148,7 @@ def table(head, rows, widths):
     body = nodes.tbody()
     body += [table_row(row) for row in rows]
     group += body
-    result = nodes.table()
+    result = nodes.table(classes=list(classes))
     result += group
     return result
 
@@ -193,7 +193,7 @@ def kernel_section(kernel, numbers, document):
     section += list(comment_nodes(kernel.comment.text, numbers))
     names = ", ".join(f"{p.name}: {p.type if p.is_array and not p.read_only else ('C' if p.is_array else '') + p.type}" for p in kernel.takes)
     results = ", ".join(result.name for result in kernel.gives) or "None"
-    call = tools.filled(f"{kernel.name}({names}) -> {results}", 100, "    ")
+    call = tools.filled(f"{kernel.name}({names}) -> {results}", 86, "    ")
     section += nodes.literal_block("", call)
     rows = [parameter_row(kernel, p) for p in kernel.takes] + [result_row(kernel, r) for r in kernel.gives]
     section += table(["parameter", "type", "role", "length", "meaning"], rows, [12, 8, 18, 14, 48])
@@ -407,7 +407,7 @@ class Calls(Directive):
             back = linked(", ".join(f"`{result.name}`" for result in results)) if results else "None"
             rows.append(([call], self.parsed(inputs), self.parsed(reserved), back, self.parsed(needs)))
         head = ["call", "inputs", "what you reserve", "what comes back", "preconditions"]
-        return [table(head, rows, [20, 22, 22, 14, 22])]
+        return [table(head, rows, [20, 22, 22, 14, 22], "calls")]
 
     def parsed(self, text):
         if not text:

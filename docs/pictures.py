@@ -12,7 +12,7 @@ sys.path[:0] = [str(Path(__file__).parent), str(ROOT / "examples")]
 
 from host import operators, sums  # noqa: E402
 from host.stacks import Stacks  # noqa: E402
-from workbench import operand, room, run  # noqa: E402
+from workbench import as_operand, operand, room, run  # noqa: E402
 
 TINTS = ["#4c8eda", "#e0803c", "#4caf6a", "#b06cc9", "#d0a72c", "#d9566a", "#38a6a5", "#8d8d8d"]
 LENGTHS = {
@@ -36,10 +36,11 @@ class Drawing:
 
     def note(self, text):
         self.text(0, self.y + 14, text, 13, "start")
+        self.width = max(self.width, 8 * len(text))
         self.y += 26
 
     def row(self, label, slots, first=0):
-        """Slots [(value, field, tint or None)]; neighbours of one field share a bracket with its name below them."""
+        """Slots [(value, field, tint or None)]; neighbours of one field and tint share a bracket, the name below it."""
         top = self.y + 12
         self.text(0, top + 17, label, 13, "start")
         for k, (value, _, tint) in enumerate(slots):
@@ -51,7 +52,7 @@ class Drawing:
             )
             self.text(x + self.slot / 2, top + 17, value)
         begin = 0
-        for name, group in groupby(slots, key=lambda slot: slot[1]):
+        for (name, _), group in groupby(slots, key=lambda slot: slot[1:]):
             count = len(list(group))
             if name:
                 x, width = self.left + begin * self.slot, count * self.slot
@@ -109,14 +110,10 @@ def product():
 
 def draw_record():
     """The product times parameter 4, which has all eight fields."""
-    from workbench import as_operand
-
     _, _, result = product()
     w = as_operand(result)
     r = room((2, 1), w["nelem"], w["nnz"], 3 * w["nnz"], sp=True)
-    run(
-        "write_parameter_times_expression", w, r, p=4, rnd=2, rhascode=1
-    )
+    run("write_parameter_times_expression", w, r, p=4)
     i32, i64, f64 = r.arrays
     fields, values = r.fields, list(map(float, f64))
     code = i32[fields["code"] : fields["code"] + fields["ncodeatom"]]
@@ -183,7 +180,8 @@ def draw_stacks():
                     if slot[1]:
                         slots[k] = (slot[0], slot[1], tint)
             label = {id(s.w): "w", id(s.r): "r", id(s.x): "x"}[id(stack)] + name
-            drawing.row(label, slots or [("", "", None)])
+            if slots:
+                drawing.row(label, slots)
     return drawing.svg()
 
 
