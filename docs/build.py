@@ -13,6 +13,7 @@ from urllib.parse import unquote, urlsplit
 HERE = Path(__file__).resolve().parent
 BUILD = HERE.parent / "build"
 SOURCE, SITE = BUILD / "docs-source", BUILD / "docs"
+NORMALIZE = Path("/usr/share/javascript/normalize.css/normalize.css")
 
 
 class Links(HTMLParser):
@@ -61,6 +62,18 @@ def copy_sources():
         write(f"pictures/{name}.svg", svg)
 
 
+def mend_theme():
+    """Makes the theme's files, which Debian leaves in pieces that only its own web server would find, whole."""
+    scripts, styles = SITE / "_static" / "scripts", SITE / "_static" / "styles" / "furo.css"
+    script = scripts / "furo.js"
+    head, text = script.read_text().split("\n", 1)
+    if head.startswith("import Gumshoe"):
+        script.write_text((scripts / "gumshoe-patched.js").read_text() + text)
+    head, text = styles.read_text().split(";", 1)
+    if head.startswith("@import") and NORMALIZE.exists():
+        styles.write_text(NORMALIZE.read_text() + text)
+
+
 def write(name, text):
     file = SOURCE / name
     file.parent.mkdir(exist_ok=True)
@@ -71,7 +84,10 @@ def main():
     copy_sources()
     from sphinx.cmd.build import main as sphinx
 
-    status = sphinx(["-q", "-W", "--keep-going", "-n", "-j", "2", "-d", str(BUILD / "docs-cache"), str(SOURCE), str(SITE)])
+    # From scratch: the search index has the index entries of pages that were read in this run alone.
+    options = ["-q", "-W", "--keep-going", "-n", "-E", "-a", "-j", "2", "-d", str(BUILD / "docs-cache")]
+    status = sphinx([*options, str(SOURCE), str(SITE)])
+    mend_theme()
     broken = sorted(broken_links(SITE))
     for page, target in broken:
         print(f"{page}: {target} leads nowhere", file=sys.stderr)

@@ -16,6 +16,7 @@ html_theme = "furo"
 html_title = "fragments"
 html_copy_source = False
 html_static_path = ["_static"]
+html_favicon = "_static/favicon.svg"
 html_css_files = ["site.css"]
 templates_path = []
 exclude_patterns = []

@@ -66,9 +66,9 @@ class Drawing:
 
     def svg(self):
         return (
-            f'<svg xmlns="http://www.w3.org/2000/svg" role="img" width="{self.width}" height="{self.y}"'
+            f'<svg xmlns="http://www.w3.org/2000/svg" role="img" aria-label="{escape(self.title)}" width="{self.width}" height="{self.y}"'
             f' viewBox="0 0 {self.width} {self.y}" font-family="var(--font-stack--monospace), monospace">'
-            f"<title>{escape(self.title)}</title>{''.join(self.parts)}</svg>"
+            f"{''.join(self.parts)}</svg>"
         )
 
 
