@@ -47,7 +47,8 @@ const behind = node => {
   return [255, 255, 255, 255];
 };
 let least = [99, ''];
-for (const node of document.querySelectorAll('article p, article td, article th, article code, article h1, article svg text')) {
+const texts = 'article p, article td, article th, article code, article h1, article svg text';
+for (const node of document.querySelectorAll(texts)) {
   if (!node.textContent.trim()) continue;
   const style = getComputedStyle(node);
   const [a, b] = [light(rgba(node.ownerSVGElement ? style.fill : style.color)), light(behind(node))];

@@ -78,17 +78,24 @@ def heading(kernel):
 
 
 def kernel_reference(number, text):
+    return reference_to("kernel", "kernel", str(number), text)
+
+
+def reference_to(domain, type, target, text):
     reference = addnodes.pending_xref(
-        "", refdomain="kernel", reftype="kernel", reftarget=str(number), refexplicit=True, refwarn=True
+        "", refdomain=domain, reftype=type, reftarget=target, refexplicit=True, refwarn=True
     )
-    reference += nodes.inline("", text, classes=["kernel-link"])
+    reference += nodes.inline("", text)
     return reference
+
+
+def kernel_cell(kernel):
+    """A link with all numbers of a kernel."""
+    return [kernel_reference(kernel.numbers[0], ", ".join(map(str, kernel.numbers)))]
 
 
 def document_reference(name, text):
-    reference = addnodes.pending_xref("", refdomain="std", reftype="doc", reftarget=name, refexplicit=True, refwarn=True)
-    reference += nodes.inline("", text)
-    return reference
+    return reference_to("std", "doc", name, text)
 
 
 def kernel_role(name, rawtext, text, lineno, inliner, options=None, content=None):
@@ -127,7 +134,7 @@ def comment_nodes(text, numbers):
     for is_literal, part in tools.paragraphs(text):
         if is_literal:
             width = min(len(line) - len(line.lstrip()) for line in part.splitlines() if line.strip())
-            block = nodes.literal_block("with links", classes=["comment-table"])  # another source: it is not highlighted
+            block = nodes.literal_block("with links")  # a source that differs from the text: it is not highlighted
             block += linked("\n".join(line[width:] for line in part.splitlines()).replace("`", ""), numbers)
             yield block
         else:
@@ -157,7 +164,8 @@ def table_row(cells):
     row = nodes.row()
     for cell in cells:
         children = [nodes.Text(cell)] if isinstance(cell, str) else list(cell)
-        row += nodes.entry("", children[0] if children and isinstance(children[0], nodes.paragraph) else paragraph(*children))
+        is_block = children and isinstance(children[0], nodes.paragraph)
+        row += nodes.entry("", children[0] if is_block else paragraph(*children))
     return row
 
 
@@ -173,11 +181,9 @@ class FamilyPage(Directive):
         result = list(comment_nodes(family.head.text, numbers))
         if any(ATOM.search(text) for text in (family.head.text, *(kernel.comment.text for kernel in members))):
             code = document_reference("/concepts/code", "Coefficient code")
-            result.append(paragraph(nodes.Text("Pairs such as (2, factor), and (5), are atoms: "), code, nodes.Text(".")))
-        rows = [
-            ([kernel_reference(k.numbers[0], ", ".join(map(str, k.numbers)))], [nodes.literal("", k.name)], first_sentence(k))
-            for k in members
-        ]
+            text = nodes.Text("Pairs such as (2, factor), and (5), are atoms: ")
+            result.append(paragraph(text, code, nodes.Text(".")))
+        rows = [(kernel_cell(kernel), [nodes.literal("", kernel.name)], first_sentence(kernel)) for kernel in members]
         result.append(table(["number", "name", "what it does"], rows, [10, 30, 60]))
         result += [kernel_section(kernel, numbers, self.state.document) for kernel in members]
         return result
@@ -191,7 +197,7 @@ def kernel_section(kernel, numbers, document):
     section = nodes.section(ids=[f"kernel-{number}" for number in kernel.numbers], names=[heading(kernel).lower()])
     section += nodes.title("", heading(kernel))
     section += list(comment_nodes(kernel.comment.text, numbers))
-    names = ", ".join(f"{p.name}: {p.type if p.is_array and not p.read_only else ('C' if p.is_array else '') + p.type}" for p in kernel.takes)
+    names = ", ".join(f"{p.name}: {'C' * p.read_only}{p.type}" for p in kernel.takes)
     results = ", ".join(result.name for result in kernel.gives) or "None"
     call = tools.filled(f"{kernel.name}({names}) -> {results}", 86, "    ")
     section += nodes.literal_block("", call)
@@ -264,7 +270,7 @@ def preconditions(kernel):
     told = [*sentences(kernel.comment.text), *sentences(kernel.family.head.text)]
     result = [sentence for sentence in told if DEMANDS.search(sentence) and "O(" not in sentence]
     explained = [(p, tools.explanation(kernel, p)) for p in kernel.takes]
-    ascending = [p.name for p, (_, _, meaning) in explained if re.search(r"(?<!not )ascending", meaning) and p.name != "rsp"]
+    ascending = [p.name for p, (_, _, meaning) in explained if "ascending" in meaning and p.name != "rsp"]
     if ascending:
         result.append(f"{named(ascending)}: ascending, as the table says.")
     fields = [p.name for p, (role, length, _) in explained if role.startswith("position") and length]
@@ -273,9 +279,9 @@ def preconditions(kernel):
         result.append(f"The fields at {named(fields)} lie inside their arrays, with the lengths of the table.")
     if arrays:
         result.append(f"{named(arrays)}: as long as the table says, or None where nothing is touched.")
-    own = [f"r{name}" for name in ("ptr", "codeptr") if f"r{name}" in kernel.own_names() and not sets_slot_0(kernel, name)]
+    own = {f"r{name}" for name in ("ptr", "codeptr") if not sets_slot_0(kernel, name)} & kernel.own_names()
     if own:
-        result.append(f"Slot 0 of {named(own)} is yours: set it to 0 before or after.")
+        result.append(f"Slot 0 of {named(sorted(own, reverse=True))} is yours: set it to 0 before or after.")
     return result or ["None beyond the types."]
 
 
@@ -297,7 +303,8 @@ class Index(Directive):
 
     def by_number(self):
         rows = [
-            ([kernel_reference(n, str(n))], [nodes.literal("", k.name)], first_sentence(k)) for n, k in sorted(numbered().items())
+            ([kernel_reference(number, str(number))], [nodes.literal("", kernel.name)], first_sentence(kernel))
+            for number, kernel in sorted(numbered().items())
         ]
         return [table(["number", "name", "what it does"], rows, [8, 30, 62])]
 
@@ -313,9 +320,11 @@ class Index(Directive):
         for family, _ in families():
             for phrase in words(family):
                 uses.setdefault(phrase, []).append(family)
+        links = {family.place(): document_reference("/" + page(family), title(family)) for family, _ in families()}
         rows = [
-            (phrase, [node for family in found for node in (nodes.Text("" if family is found[0] else ", "), document_reference("/" + page(family), title(family)))])
-            for phrase, found in sorted(uses.items()) if phrase
+            (phrase, joined(links[family.place()].deepcopy() for family in found))
+            for phrase, found in sorted(uses.items())
+            if phrase
         ]
         return [table(["to", "look at"], rows, [40, 60])]
 
@@ -333,10 +342,12 @@ class Index(Directive):
 
 
 def kernel_list(kernels):
-    result = []
-    for number, _ in tools.by_number([k for k in kernels]):
-        result += [nodes.Text(", ")] * bool(result) + [kernel_reference(number, str(number))]
-    return result
+    return joined(kernel_reference(number, str(number)) for number, _ in tools.by_number(kernels))
+
+
+def joined(links):
+    """Links with commas between them."""
+    return [node for link in links for node in (nodes.Text(", "), link)][1:]
 
 
 class Opcodes(Directive):
@@ -349,7 +360,7 @@ class Opcodes(Directive):
         "negate": ("none", "changes the sign of the top value", "0"),
         "multiply": ("none", "pops two, pushes their product", "-1"),
         "invert": ("none", "replaces the top value v by 1/v", "0"),
-        "add_several": ("a count n", "pops n, pushes their sum, added from the top down from 0.0", "1 - n; +1 for n of 0 or less"),
+        "add_several": ("a count n", "pops n, pushes their sum, added from the top down", "1 - n, but +1 below 1"),
         "moved_to_cof": ("anything", "nothing: the mark of a term whose coefficient stands in `cof` alone", "0"),
     }
 
@@ -381,18 +392,18 @@ class Intended(Directive):
         rows = []
         for family, members in families():
             numbers = {number for kernel in members for number in kernel.numbers}
-            texts = [(k.comment.text, [kernel_reference(k.numbers[0], ", ".join(map(str, k.numbers)))]) for k in members]
+            texts = [(kernel.comment.text, kernel_cell(kernel)) for kernel in members]
             for text, place in [(family.head.text, [nodes.Text(title(family))]), *texts]:
                 told = list(sentences(text))
                 for at, sentence in enumerate(told):
                     if "intended" in sentence:
-                        start = at - (len(sentence) < 60 and at > 0)  # "Both are intended." leans on the sentence before
+                        start = at - (len(sentence) < 60 and at > 0)  # a short one leans on the sentence before
                         rows.append((place, linked(" ".join(told[start : at + 1]), numbers)))
         return [table(["kernel", "behaviour"], rows, [20, 80])]
 
 
 class Calls(Directive):
-    """A table of calls, a paragraph each: numbers | inputs | what is reserved | preconditions. What comes back is added."""
+    """A table of calls, a paragraph each. What the last kernel of each gives back is added."""
 
     has_content = True
 
@@ -400,12 +411,11 @@ class Calls(Directive):
         rows = []
         for lines in re.split(r"\n\s*\n", "\n".join(self.content).strip()):
             numbers, inputs, reserved, needs = (cell.strip() for cell in " ".join(lines.split()).split("|"))
-            call = nodes.paragraph()
-            for number in map(int, numbers.split(",")):
-                call += [nodes.Text(", ")] * bool(len(call)) + [kernel_reference(number, f"{number} {numbered()[number].name}")]
-            results = numbered()[number].gives
+            called = [(int(number), numbered()[int(number)]) for number in numbers.split(",")]
+            call = joined(kernel_reference(number, f"{number} {kernel.name}") for number, kernel in called)
+            results = called[-1][1].gives
             back = linked(", ".join(f"`{result.name}`" for result in results)) if results else "None"
-            rows.append(([call], self.parsed(inputs), self.parsed(reserved), back, self.parsed(needs)))
+            rows.append((call, self.parsed(inputs), self.parsed(reserved), back, self.parsed(needs)))
         head = ["call", "inputs", "what you reserve", "what comes back", "preconditions"]
         return [table(head, rows, [20, 22, 22, 14, 22], "calls")]
 
@@ -429,8 +439,9 @@ class ReadmeCall(Directive):
         if len(arguments) != len(kernel.takes):
             raise self.error(f"the README gives {len(arguments)} arguments, not {len(kernel.takes)}")
         rows = [
-            (str(place), [nodes.literal("", p.name)], [nodes.literal("", argument)], linked(tools.explanation(kernel, p)[2]))
-            for place, (p, argument) in enumerate(zip(kernel.takes, arguments), 1)
+            (str(place), *([nodes.literal("", text)] for text in (parameter.name, argument)), linked(meaning))
+            for place, (parameter, argument) in enumerate(zip(kernel.takes, arguments), 1)
+            for _, _, meaning in [tools.explanation(kernel, parameter)]
         ]
         return [table(["", "parameter", "argument", "meaning"], rows, [5, 15, 20, 60])]
 
@@ -457,8 +468,8 @@ class KernelDomain(Domain):
             yield heading(kernel), heading(kernel), "kernel", page(kernel.family), f"kernel-{kernel.numbers[0]}", 0
 
     def resolve_xref(self, env, fromdocname, builder, typ, target, node, contnode):
-        family = numbered()[int(target)].family
-        return make_refnode(builder, fromdocname, page(family), f"kernel-{target}", contnode, numbered()[int(target)].name)
+        kernel = numbered()[int(target)]
+        return make_refnode(builder, fromdocname, page(kernel.family), f"kernel-{target}", contnode, kernel.name)
 
     def resolve_any_xref(self, *arguments):
         return []
@@ -470,8 +481,12 @@ class KernelDomain(Domain):
 def setup(app):
     app.add_domain(KernelDomain)
     app.add_role("k", kernel_role)
-    for name, directive in (
-        ("family", FamilyPage), ("kernels-by", Index), ("opcodes", Opcodes), ("calls", Calls), ("svg", Picture), ("readme-call", ReadmeCall), ("slot-0", SetSlot0), ("intended", Intended),
-    ):
-        app.add_directive(name, directive)
+    app.add_directive("family", FamilyPage)
+    app.add_directive("kernels-by", Index)
+    app.add_directive("opcodes", Opcodes)
+    app.add_directive("calls", Calls)
+    app.add_directive("slot-0", SetSlot0)
+    app.add_directive("intended", Intended)
+    app.add_directive("readme-call", ReadmeCall)
+    app.add_directive("svg", Picture)
     return {"version": "1", "parallel_read_safe": True, "parallel_write_safe": True}

@@ -1,4 +1,4 @@
-"""Draws records and stacks as they lie in memory: SVG in the colours of the page, from arrays that kernels have filled."""
+"""Draws records and stacks as they lie in memory, from arrays that kernels have filled: SVG in the page's colours."""
 
 import sys
 from html import escape
@@ -15,10 +15,6 @@ from host.stacks import Stacks  # noqa: E402
 from workbench import as_operand, operand, room, run  # noqa: E402
 
 TINTS = ["#4c8eda", "#e0803c", "#4caf6a", "#b06cc9", "#d0a72c", "#d9566a", "#38a6a5", "#8d8d8d"]
-LENGTHS = {
-    "shape": "nd", "ptr": "nelem + 1", "codeptr": "nnz + 1", "code": "ncodeatom", "nidxs": "nnz", "sp": "nelem",
-    "cof": "nnz", "cconst": "ncodeatom",
-}  # fmt: skip
 ARRAYS = {"i32": ("shape", "ptr", "codeptr", "code"), "i64": ("nidxs", "sp"), "f64": ("cof", "cconst")}
 
 
@@ -48,7 +44,8 @@ class Drawing:
             self.text(x + self.slot / 2, top - 3, first + k, 8)
             fill = f'fill="{tint}" fill-opacity="0.3"' if tint else 'fill="none"'
             self.parts.append(
-                f'<rect x="{x}" y="{top}" width="{self.slot}" height="25" {fill} stroke="currentColor" stroke-opacity="0.5"/>'
+                f'<rect x="{x}" y="{top}" width="{self.slot}" height="25" {fill}'
+                ' stroke="currentColor" stroke-opacity="0.5"/>'
             )
             self.text(x + self.slot / 2, top + 17, value)
         begin = 0
@@ -57,7 +54,8 @@ class Drawing:
             if name:
                 x, width = self.left + begin * self.slot, count * self.slot
                 self.parts.append(
-                    f'<path d="M{x + 3} {top + 29}v4h{width - 6}v-4" fill="none" stroke="currentColor" stroke-opacity="0.6"/>'
+                    f'<path d="M{x + 3} {top + 29}v4h{width - 6}v-4" fill="none"'
+                    ' stroke="currentColor" stroke-opacity="0.6"/>'
                 )
                 self.text(x + width / 2, top + 46, name, 12)
             begin += count
@@ -66,8 +64,9 @@ class Drawing:
 
     def svg(self):
         return (
-            f'<svg xmlns="http://www.w3.org/2000/svg" role="img" aria-label="{escape(self.title)}" width="{self.width}" height="{self.y}"'
-            f' viewBox="0 0 {self.width} {self.y}" font-family="var(--font-stack--monospace), monospace">'
+            f'<svg xmlns="http://www.w3.org/2000/svg" role="img" aria-label="{escape(self.title)}"'
+            f' width="{self.width}" height="{self.y}" viewBox="0 0 {self.width} {self.y}"'
+            f' font-family="var(--font-stack--monospace), monospace">'
             f"{''.join(self.parts)}</svg>"
         )
 
@@ -76,18 +75,19 @@ def number(value):
     return f"{value:g}" if isinstance(value, (float, np.floating)) else str(value)
 
 
-def slots_of(array, values, fields, offset=0):
+def slots_of(array, values, fields):
     """The slots of one array of a stack that holds a record: value, field and the tint of the field."""
     owner = {}
+    nelem, nnz, ncodeatom = fields["nelem"], fields["nnz"], fields["ncodeatom"]
     lengths = {
-        "shape": fields["nd"], "ptr": fields["nelem"] + 1, "codeptr": fields["nnz"] + 1, "code": fields["ncodeatom"],
-        "nidxs": fields["nnz"], "sp": fields["nelem"] * fields["hassp"], "cof": fields["nnz"], "cconst": fields["ncodeatom"],
+        "shape": fields["nd"], "ptr": nelem + 1, "codeptr": nnz + 1, "code": ncodeatom,
+        "nidxs": nnz, "sp": nelem * fields["hassp"], "cof": nnz, "cconst": ncodeatom,
     }  # fmt: skip
-    for tint, name in zip(TINTS, LENGTHS):
+    for tint, name in zip(TINTS, lengths):
         if name in ARRAYS[array] and (fields["ncodeatom"] or name not in ("codeptr", "code", "cconst")):
             for k in range(lengths[name]):
                 owner[fields[name] + k] = name, tint
-    return [(number(v), *owner.get(offset + k, ("", None))) for k, v in enumerate(values)]
+    return [(number(v), *owner.get(k, ("", None))) for k, v in enumerate(values)]
 
 
 def without_operands(values, code):

@@ -1,4 +1,4 @@
-"""What the examples of the operators stand on: records on three arrays, kernels called by the names of their parameters.
+"""What the examples of the operators stand on: records on three arrays, kernels called by names of parameters.
 
     w = operand((3,), [{7: 1.0}, {8: 1.0}, {9: 1.0}])    a record of three elements on a w stack
     r = room((2, 1), elements=2, terms=3, sp=True)       room for a result on an r stack
@@ -35,8 +35,8 @@ def place(stack, prefix, shape, nelem, nnz, ncodeatom, sp):
     if coded:
         i32[codeptr] = 0
     record.fields = {
-        "shape": 0, "ptr": ptr, "codeptr": codeptr, "code": codeptr + nnz + 1, "nidxs": 0, "sp": nnz, "cof": 0, "cconst": nnz,
-        "nd": nd, "nelem": nelem, "nnz": nnz, "ncodeatom": ncodeatom, "hassp": sp,
+        "shape": 0, "ptr": ptr, "codeptr": codeptr, "code": codeptr + nnz + 1, "nidxs": 0, "sp": nnz,
+        "cof": 0, "cconst": nnz, "nd": nd, "nelem": nelem, "nnz": nnz, "ncodeatom": ncodeatom, "hassp": sp,
     }  # fmt: skip
     record.update((prefix + name, value) for name, value in record.fields.items())
     return record
