@@ -17,7 +17,7 @@ PACKAGES_docs = $(PACKAGES_build) python3-numpy python3-scipy python3-sphinx fur
 PACKAGES_docs_test = $(PACKAGES_docs) chromium chromium-driver python3-selenium
 
 .DEFAULT_GOAL = help
-.PHONY: help build checked demo models test clang sanitize tidy install-check pythons loops bench bench-plot \
+.PHONY: help build checked demo models memory test clang sanitize tidy install-check pythons loops bench bench-plot \
 	table describe find reference docs docs-test clean
 
 help:  ## list the targets
@@ -47,6 +47,9 @@ demo: needs-demo build  ## solve a linear program (and MPS=FILE), an efficient f
 
 models: needs-demo build  ## build matrices of whole models through the kernels and with SciPy, and compare their times
 	PYTHONPATH=build/normal $(PYTHON) examples/build_models.py
+
+memory: needs-demo build  ## build a linear program of 10^7 nonzeros and hold its memory against that of the matrix
+	PYTHONPATH=build/normal $(PYTHON) examples/memory.py
 
 test: needs-test build checked loops  ## all tests, first with bounds checking, which names what would crash the normal build
 	PYTHONPATH=build/checked $(PYTEST) tests
@@ -93,6 +96,7 @@ table:  ## print the table of kernels: number, body, format, parameters, result
 describe:  ## print what a kernel does: make describe N=472
 	@$(PYTHON) tools/kernels.py describe $(N)
 
+.PHONY: find
 find:  ## list the kernels that a word may mean: make find WORD=transpose, WORD='sum along'
 	@$(PYTHON) tools/kernels.py find $(WORD)
 

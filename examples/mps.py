@@ -21,7 +21,7 @@ from typing import Callable, Dict, List, Optional, Tuple
 
 import numpy as np
 
-INFINITE = 1e30  # bounds and right-hand sides from here on mean "no bound"
+INFINITE = 1e20  # bounds and right-hand sides from here on mean "no bound", as they do to solvers
 
 _NUMBER = re.compile(r"[+-]?(\d+\.?\d*|\.\d+)([ED][+-]?\d+)?|[+-]?INF(INITY)?")
 _CONTROL = re.compile(r"[\x00-\x08\x0b\x0e-\x1f\x7f]")

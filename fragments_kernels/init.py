@@ -7,7 +7,6 @@
 A kernel with several numbers has the name of all of them; the function is that of the lowest.
 """
 
-from types import BuiltinFunctionType
 from typing import Any, List, Union
 
 import fragments
@@ -32,13 +31,14 @@ def _is_checked() -> bool:
 checked = _is_checked()  # whether the loaded build is the one that checks bounds
 
 
-def kernel(number_or_name: Union[int, str]) -> BuiltinFunctionType:
+def kernel(number_or_name: Union[int, str]) -> Any:
     """The kernel of a number or a name. LookupError if there is none."""
-    if number_or_name in NAMES:
-        return getattr(fragments, f"_c_closure_{number_or_name}")
+    number: Any = number_or_name
     if number_or_name in SIGNATURES:
-        return getattr(fragments, f"_c_closure_{SIGNATURES[number_or_name][0][0]}")
-    raise LookupError(f"there is no kernel {number_or_name!r}{_hint(number_or_name, SIGNATURES)}")
+        (number, *_), _ = SIGNATURES[str(number_or_name)]
+    if number not in NAMES:
+        raise LookupError(f"there is no kernel {number_or_name!r}{_hint(number_or_name, SIGNATURES)}")
+    return getattr(fragments, f"_c_closure_{number}")
 
 
 def call(number_or_name: Union[int, str], /, **arguments: Any) -> Any:
@@ -48,7 +48,7 @@ def call(number_or_name: Union[int, str], /, **arguments: Any) -> Any:
     missing, unknown or given twice, with all of them in one message; LookupError if there is no such kernel.
     """
     function = kernel(number_or_name)
-    name = NAMES.get(number_or_name, number_or_name)
+    name: Any = number_or_name if number_or_name in SIGNATURES else NAMES[int(number_or_name)]
     numbers, text = SIGNATURES[name]
     kinds = dict(parameter.split(":") for parameter in text.split())
     faults: List[str] = []

@@ -5,7 +5,8 @@
     mark_unwritten(i32, i64, f64)    fills arrays before a kernel writes them: what stays so is a fault of the record
 
 A stack is an object with the arrays i32, i64 and f64 and, if it tells what is reserved, `top`, three numbers of slots;
-or just (i32, i64, f64). A record is an object or a mapping with the scalars and positions of its fields:
+or just (i32, i64, f64). None is an empty array. A record is an object or a mapping with the scalars and positions of
+its fields:
 
     shape            position in i32 of `nd` extents, or the extents themselves
     nelem, nnz       the numbers of elements and terms
@@ -17,17 +18,17 @@ or just (i32, i64, f64). A record is an object or a mapping with the scalars and
 
 import math
 import sys
-from typing import Any, Callable, Dict, List, Mapping, NamedTuple, Optional, Sequence, TextIO, Tuple
+from typing import Any, Callable, Dict, Iterator, List, Mapping, NamedTuple, Optional, Sequence, TextIO, Tuple
 
 import numpy as np
+from numpy.typing import NDArray
 
 ARRAYS = {"i32": np.int32, "i64": np.int64, "f64": np.float64}
 NAMES = ("nd", "nelem", "nnz", "ncodeatom", "hassp", "shape", "ptr", "codeptr", "code", "sp", "nidxs", "cof", "cconst")
 
-# How coefficient code works: of each opcode the values that it takes off the stack and those that it leaves.
+# How coefficient code works: of each opcode the values that it takes off the stack; all but 0 leave one there.
 PARAMETER, CONSTANT, ADD, NEGATE, MULTIPLY, INVERT, ADD_SEVERAL, MOVED_TO_COF = 1, 2, 3, 4, 5, 6, 8, 10
 TAKES = {0: 0, PARAMETER: 0, CONSTANT: 0, ADD: 2, NEGATE: 1, MULTIPLY: 2, INVERT: 1}
-LEAVES = {0: 0, PARAMETER: 1, CONSTANT: 1, ADD: 1, NEGATE: 1, MULTIPLY: 1, INVERT: 1}
 
 
 class RecordError(ValueError):
@@ -40,14 +41,14 @@ class Field(NamedTuple):
     name: str
     array: str
     start: int
-    values: np.ndarray
+    values: NDArray[Any]
 
     def slot(self, k: int) -> str:
         """A slot as it is called in faults."""
         return f"{self.name}[{k}] (slot {self.start + k} of {self.array})"
 
 
-def mark_unwritten(*arrays: np.ndarray) -> None:
+def mark_unwritten(*arrays: NDArray[Any]) -> None:
     """Fills arrays with bytes 0xa5, hardly met in a record: the checks take such slots for never written."""
     for array in map(np.asarray, arrays):
         array[...] = np.frombuffer(b"\xa5" * array.itemsize, dtype=array.dtype)[0]
@@ -81,7 +82,7 @@ def record_faults(
 ) -> List[str]:
     """What check_record() would raise, one fault each; the first of its kind stands for others behind it."""
     values = _values(record)
-    arrays = {name: np.asarray(array) for name, array in _arrays(stack).items()}
+    arrays = _arrays(stack)
     faults = [
         f"{name} is {array.dtype} with {array.ndim} axes, not {np.dtype(ARRAYS[name])} with one"
         for name, array in arrays.items()
@@ -112,7 +113,7 @@ def show_record(stack: Any, record: Any, *, limit: int = 100, file: Optional[Tex
     """
     check_record(stack, record)
     values = _values(record)
-    fields, _ = _fields({name: np.asarray(array) for name, array in _arrays(stack).items()}, values, None)
+    fields, _ = _fields(_arrays(stack), values, None)
     extents = fields["shape"].values
     shape = " x ".join(map(str, extents)) or "scalar"
     size = math.prod(extents.tolist())
@@ -128,15 +129,16 @@ def show_record(stack: Any, record: Any, *, limit: int = 100, file: Optional[Tex
 # What is where
 
 
-def _arrays(stack: Any) -> Dict[str, Any]:
+def _arrays(stack: Any) -> Dict[str, NDArray[Any]]:
     arrays = [getattr(stack, name) for name in ARRAYS] if hasattr(stack, "i32") else stack
-    return dict(zip(ARRAYS, arrays))
+    empty = {name: np.empty(0, dtype) for name, dtype in ARRAYS.items()}
+    return {name: np.asarray(empty[name] if array is None else array) for name, array in zip(ARRAYS, arrays)}
 
 
 def _values(record: Any) -> Dict[str, Any]:
     """The scalars and positions of a record, None for what it does not have. TypeError if it lacks needed ones."""
     get = record.get if isinstance(record, Mapping) else lambda name: getattr(record, name, None)
-    values = {name: get(name) for name in NAMES}
+    values: Dict[str, Any] = {name: get(name) for name in NAMES}
     values["ncodeatom"] = values["ncodeatom"] or 0
     if values["hassp"] is None:
         values["hassp"] = values["sp"] is not None
@@ -151,7 +153,7 @@ def _values(record: Any) -> Dict[str, Any]:
 
 
 def _fields(
-    arrays: Mapping[str, np.ndarray], values: Mapping[str, Any], top: Optional[Sequence[int]]
+    arrays: Mapping[str, NDArray[Any]], values: Mapping[str, Any], top: Optional[Sequence[int]]
 ) -> Tuple[Dict[str, Field], List[str]]:
     """The fields by name, and those that lie outside their array or what is reserved of it, or in one another."""
     nelem, nnz, atoms = values["nelem"], values["nnz"], values["ncodeatom"]
@@ -162,7 +164,7 @@ def _fields(
         layout["i32"].update(codeptr=nnz + 1, code=atoms)
         layout["f64"].update(cconst=atoms)
     fields, faults = {}, []
-    for (array, lengths), reserved in zip(layout.items(), top or [None] * 3):
+    for (array, lengths), reserved in zip(layout.items(), top or (None, None, None)):
         places = []
         for name, n in lengths.items():
             start, slots = values[name], arrays[array]
@@ -205,7 +207,7 @@ def _place(fields: Mapping[str, Field], term: int) -> str:
     return f"in element {element}, {_index(fields, element)}"
 
 
-def _first(faulty: np.ndarray) -> Tuple[int, str]:
+def _first(faulty: NDArray[Any]) -> Tuple[int, str]:
     """Where the first fault is, and how many follow; there must be one."""
     places = np.flatnonzero(faulty)
     return int(places[0]), f", and {len(places) - 1} more" if len(places) > 1 else ""
@@ -214,7 +216,7 @@ def _first(faulty: np.ndarray) -> Tuple[int, str]:
 # Checks, each of what those before it found in order
 
 
-def _unwritten(fields: Mapping[str, Field], field: Field):
+def _unwritten(fields: Mapping[str, Field], field: Field) -> Iterator[str]:
     if field.array not in ARRAYS:
         return
     marked = np.empty(1, dtype=field.values.dtype)
@@ -227,7 +229,7 @@ def _unwritten(fields: Mapping[str, Field], field: Field):
         yield f"{field.slot(k)} was never written{more}"
 
 
-def _pointer_faults(ptr: Field, end: int, count: str, what: str):
+def _pointer_faults(ptr: Field, end: int, count: str, what: str) -> Iterator[str]:
     """`ptr` and `codeptr`: from 0 to the number of terms or atoms, never down."""
     values = ptr.values
     if values[0] != 0:
@@ -241,7 +243,7 @@ def _pointer_faults(ptr: Field, end: int, count: str, what: str):
         yield f"{ptr.slot(len(values) - 1)} is {values[-1]}, but the record has {count} = {end} {what}"
 
 
-def _pattern_faults(fields: Mapping[str, Field], values: Mapping[str, Any]):
+def _pattern_faults(fields: Mapping[str, Field], values: Mapping[str, Any]) -> Iterator[str]:
     """The shape, and which elements of it are stored."""
     shape, nelem = fields["shape"], values["nelem"]
     if (shape.values < 0).any():
@@ -264,7 +266,9 @@ def _pattern_faults(fields: Mapping[str, Field], values: Mapping[str, Any]):
         yield f"{sp.slot(i + 1)} is {sp.values[i + 1]}, not above sp[{i}] = {sp.values[i]}{more}"
 
 
-def _variable_faults(fields: Mapping[str, Field], variables: Optional[int], semidefinite: Optional[int]):
+def _variable_faults(
+    fields: Mapping[str, Field], variables: Optional[int], semidefinite: Optional[int]
+) -> Iterator[str]:
     nidxs = fields["nidxs"]
     for limit, faulty, what in [
         (variables, None if variables is None else nidxs.values > variables, "the highest variable is"),
@@ -284,7 +288,7 @@ def _code_faults(fields: Mapping[str, Field], parameters: Optional[int]) -> List
     is_moved = (code == MOVED_TO_COF) & (lengths[term] == 1)
     is_sum = code == ADD_SEVERAL
 
-    def fault(faulty: np.ndarray, text: Callable[[int], str]) -> List[str]:
+    def fault(faulty: NDArray[Any], text: Callable[[int], str]) -> List[str]:
         a, more = _first(faulty)
         return [f"{fields['code'].slot(a)} is {code[a]}, {text(a)}; term {term[a]} {_place(fields, term[a])}{more}"]
 
@@ -301,8 +305,7 @@ def _code_faults(fields: Mapping[str, Field], parameters: Optional[int]) -> List
 
     takes = np.select([code == op for op in TAKES], list(TAKES.values()), 0)
     takes += np.where(is_sum, cconst, 0).astype(np.int64)
-    leaves = np.select([code == op for op in LEAVES], list(LEAVES.values()), 0) + is_sum + is_moved
-    total = np.concatenate([[0], np.cumsum(leaves - takes)])
+    total = np.concatenate([[0], np.cumsum((code != 0) - takes)])
     depth = total[:-1] - total[ptr[term]]  # before each atom
     if (depth < takes).any():
         return fault(depth < takes, lambda a: f"which takes {takes[a]} values from a stack of {depth[a]}")

@@ -50,10 +50,11 @@ def test_silent_mistakes_are_named(mistake, fault):
     assert fault in record_faults(product(**mistake), RECORD)
 
 
-# [0, 1]: 2.5 x7 - x9,  [1, 2]: (1 + 1/(p3*-2) + 4) s1 + 3, with a field changed.
+# [0, 1]: 2.5 x7 - x9,  [1, 2]: (1 - (1/(p3*(-2)) + 4)) s1 + 3 + 1 + p2
 FIELDS = dict(
-    shape=[2, 3], ptr=[0, 2, 4], codeptr=[0, 1, 2, 9, 10], sp=[1, 5], nidxs=[7, 9, -2, 0], cof=[2.5, -1.0, 1.0, 3.0],
-    code=[10, 10, 1, 2, 5, 6, 2, 8, 4, 2], cconst=[0.0, 0.0, 3.0, -2.0, 0.0, 0.0, 4.0, 2.0, 0.0, 0.0],
+    shape=[2, 3], ptr=[0, 2, 4], codeptr=[0, 1, 2, 9, 12], sp=[1, 5], nidxs=[7, 9, -2, 0], cof=[2.5, -1.0, 1.0, 3.0],
+    code=[10, 10, 1, 2, 5, 6, 2, 8, 4, 2, 1, 3],
+    cconst=[0.0, 0.0, 3.0, -2.0, 0.0, 0.0, 4.0, 2.0, 0.0, 1.0, 2.0, 9.0],
 )  # fmt: skip
 
 
@@ -64,19 +65,21 @@ def laid_out(**changes):
         array = {"sp": "i64", "nidxs": "i64", "cof": "f64", "cconst": "f64"}.get(name, "i32")
         record[name] = len(stack[array])
         stack[array] += values
-    record.update(nd=2, nelem=2, nnz=4, ncodeatom=10)
+    record.update(nd=2, nelem=2, nnz=4, ncodeatom=12)
     return (i32(stack["i32"]), i64(stack["i64"]), f64(stack["f64"])), record
 
 
 def test_records_are_shown_as_formulas(capsys):
     show_record(*laid_out())
-    show_record((i32([0, 0]), i64([]), f64([])), dict(shape=(), nelem=1, nnz=0, ptr=0, nidxs=0, cof=0))
+    show_record((i32([0, 0]), None, None), dict(shape=(), nelem=1, nnz=0, ptr=0, nidxs=0, cof=0))
     stack, record = laid_out()
     show_record(stack, {**record, "ncodeatom": 0}, limit=1)
+    check_record(stack, record, variables=9, semidefinite=2, parameters=4)
+    check_record((i32([0, 2, 0]), None, None), dict(shape=0, nd=2, nelem=0, nnz=0, ptr=2, nidxs=0, cof=0))
     assert capsys.readouterr().out.splitlines() == [
-        "2 x 3: sparse, 2 of 6 elements, 4 terms, 10 atoms of code",
+        "2 x 3: sparse, 2 of 6 elements, 4 terms, 12 atoms of code",
         "[0, 1]: 2.5 x7 - x9",
-        "[1, 2]: (1 - (1/(p3*(-2)) + 4)) s1 + 3",
+        "[1, 2]: (1 - (1/(p3*(-2)) + 4)) s1 + 3 + 1 + p2",
         "scalar: dense, 1 elements, 0 terms",
         "[]: 0",
         "2 x 3: sparse, 2 of 6 elements, 4 terms",
@@ -90,21 +93,22 @@ def test_records_are_shown_as_formulas(capsys):
     (dict(ptr=[1, 2, 4]), {}, "ptr[0] (slot 2 of i32) is 1, not 0: slot 0 is the caller's to set"),
     (dict(ptr=[0, 5, 4]), {}, "ptr[2] (slot 4 of i32) is 4, below ptr[1] = 5"),
     (dict(sp=[1, 6]), {}, "sp[1] (slot 1 of i64) is 6, outside 0..5 of the shape [2, 3]"),
+    (dict(shape=[2, 3], sp=[-1, 5]), {}, "sp[0] (slot 0 of i64) is -1, outside 0..5 of the shape [2, 3]"),
     (dict(sp=[5, 5]), {}, "sp[1] (slot 1 of i64) is 5, not above sp[0] = 5"),
     ({}, dict(variables=8), "nidxs[1] (slot 3 of i64) is 9, but the highest variable is 8; in element 0, [0, 1]"),
     ({}, dict(semidefinite=1), "nidxs[2] (slot 4 of i64) is -2, but the number of semidefinite elements is 1; "
                                "in element 1, [1, 2]"),
     ({}, dict(parameters=3), "code[2] (slot 12 of i32) is 1, parameter 3, but there are 3; term 2 in element 1, "
                              "[1, 2]"),
-    (dict(code=[10, 10, 1, 2, 5, 6, 2, 7, 4, 2]), {}, "code[7] (slot 17 of i32) is 7, no opcode; term 2 in element 1, "
-                                                      "[1, 2]"),
-    (dict(cconst=[0.0, 0.0, 3.0, -2.0, 0.0, 0.0, 4.0, float("inf"), 0.0, 0.0]), {},
+    (dict(code=[10, 10, 1, 2, 5, 6, 2, 7, 4, 2, 1, 3]), {},
+     "code[7] (slot 17 of i32) is 7, no opcode; term 2 in element 1, [1, 2]"),
+    (dict(cconst=[0.0, 0.0, 3.0, -2.0, 0.0, 0.0, 4.0, float("inf"), 0.0, 1.0, 2.0, 9.0]), {},
      "code[7] (slot 17 of i32) is 8, which takes a number, not inf; term 2 in element 1, [1, 2]"),
-    (dict(code=[10, 5, 1, 2, 5, 6, 2, 8, 4, 2]), {}, "code[1] (slot 11 of i32) is 5, which takes 2 values from a stack "
-                                                     "of 0; term 1 in element 0, [0, 1]"),
-    (dict(code=[10, 10, 1, 2, 5, 6, 2, 4, 4, 2]), {}, "the code of term 2, 7 atoms, leaves 2 values, not 1; in element "
-                                                      "1, [1, 2]"),
-    (dict(codeptr=[0, 1, 2, 9, 9]), {}, "codeptr[4] (slot 9 of i32) is 9, but the record has ncodeatom = 10 atoms"),
+    (dict(code=[10, 5, 1, 2, 5, 6, 2, 8, 4, 2, 1, 3]), {},
+     "code[1] (slot 11 of i32) is 5, which takes 2 values from a stack of 0; term 1 in element 0, [0, 1]"),
+    (dict(code=[10, 10, 1, 2, 5, 6, 2, 4, 4, 2, 1, 3]), {},
+     "the code of term 2, 7 atoms, leaves 2 values, not 1; in element 1, [1, 2]"),
+    (dict(codeptr=[0, 1, 2, 9, 9]), {}, "codeptr[4] (slot 9 of i32) is 9, but the record has ncodeatom = 12 atoms"),
 ])  # fmt: skip
 def test_faults_are_named_with_their_place(changes, limits, fault):
     stack, record = laid_out(**changes)
@@ -117,8 +121,9 @@ def test_places_are_checked_before_contents():
     stack, record = laid_out()
     assert record_faults(stack, {**record, "nidxs": 1, "cof": 8, "cconst": -1}) == [
         "nidxs begins at slot 1 of i64, within sp, which takes slots 0 to 1",
-        "cconst takes slots -1 to 8 of f64, which has 14",
+        "cconst takes slots -1 to 10 of f64, which has 16",
     ]
+    assert record_faults((stack[0][:21], *stack[1:]), record) == ["code takes slots 10 to 21 of i32, which has 21"]
     assert record_faults(stack, {**record, "nnz": -4}) == ["nnz is -4"]
     assert record_faults((stack[0], stack[2], stack[2]), record) == ["i64 is float64 with 1 axes, not int64 with one"]
     with pytest.raises(TypeError, match="does not tell nidxs, code$"):

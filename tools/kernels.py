@@ -265,6 +265,7 @@ STUB_HEAD = '''\
 """The kernels. Arguments are positional; arrays are buffers, None stands for an empty one.
 
 The element type of a NumPy array is told from others; array.array and memoryview have no types that would tell it.
+For type checkers the memoryview of a NumPy array is its `data`.
 """
 
 from array import array

@@ -2,8 +2,8 @@
 
 Read it in this order: `stacks` (records and where they lie), `operators` (how kernels make records out of records),
 `model` (from records to rows, bounds and one matrix), `solver`. More operators are in `structure`, `sums`, `products`
-and `axis_pairs`. `parameters` has coefficients that change while a model stays, `cones` semidefinite variables and conic
-constraints, solved by `cone_solver`. `kernels` is the package `fragments_kernels`, which has the kernels by name.
+and `axis_pairs`. `parameters` has coefficients that change while a model stays, `cones` semidefinite variables and
+conic constraints, solved by `cone_solver`. `checks` refuses wrong arguments by name. `kernels` gives the kernels names.
 """
 
 import sys
@@ -18,4 +18,4 @@ except ModuleNotFoundError:  # not installed: take the build of this source tree
     except ModuleNotFoundError:
         raise ModuleNotFoundError("the module fragments is neither installed nor built: run make build") from None
 
-import fragments_kernels as kernels  # noqa: E402, F401
+import fragments_kernels as kernels  # noqa: E402, F401  what the modules here import as `kernels`
