@@ -63,7 +63,8 @@ def copy_sources():
 
 
 def mend_theme():
-    """Makes the theme's files, which Debian leaves in pieces that only its own web server would find, whole."""
+    """Makes the theme's files whole, which Debian leaves in pieces that only its own web server would find, and keeps
+    the highlighting of found words out of the titles of pictures, in which it fails."""
     scripts, styles = SITE / "_static" / "scripts", SITE / "_static" / "styles" / "furo.css"
     script = scripts / "furo.js"
     head, text = script.read_text().split("\n", 1)
@@ -72,6 +73,9 @@ def mend_theme():
     head, text = styles.read_text().split(";", 1)
     if head.startswith("@import") and NORMALIZE.exists():
         styles.write_text(NORMALIZE.read_text() + text)
+    highlight = SITE / "_static" / "sphinx_highlight.js"
+    text = highlight.read_text()
+    highlight.write_text(text.replace("pos >= 0 &&", "pos >= 0 && parent.tagName != 'title' &&", 1))
 
 
 def write(name, text):

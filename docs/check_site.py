@@ -47,7 +47,7 @@ const behind = node => {
   return [255, 255, 255, 255];
 };
 let least = [99, ''];
-const texts = 'article p, article td, article th, article code, article h1, article svg text';
+const texts = 'article p, article td, article th, article code, article h1, article svg text, article pre .c1';
 for (const node of document.querySelectorAll(texts)) {
   if (!node.textContent.trim()) continue;
   const style = getComputedStyle(node);

@@ -20,6 +20,6 @@ html_favicon = "_static/favicon.svg"
 html_css_files = ["site.css"]
 templates_path = []
 exclude_patterns = []
-pygments_style, pygments_dark_style = "tango", "monokai"
+pygments_style, pygments_dark_style = "tango", "native"
 nitpicky = True
 html_theme_options = {"navigation_with_keys": True}
