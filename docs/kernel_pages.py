@@ -240,7 +240,8 @@ def facts(kernel):
 
 def words(family):
     """What people call what a family does, in both spellings."""
-    for phrase in WORDS.get(f"{family.file.parent.name}/{family.file.stem}", "").split(", "):
+    told = WORDS.get(f"{family.file.parent.name}/{family.file.stem}", "")
+    for phrase in filter(None, [title(family).lower(), *told.split(", ")]):
         other = re.sub(r"(?<=\w\w)is(?=(e|ed|ing|ation)\b)", "iz", phrase)
         yield from (phrase, other) if other != phrase and "wise" not in phrase else (phrase,)
 
@@ -323,8 +324,7 @@ class Index(Directive):
         links = {family.place(): document_reference("/" + page(family), title(family)) for family, _ in families()}
         rows = [
             (phrase, joined(links[family.place()].deepcopy() for family in found))
-            for phrase, found in sorted(uses.items())
-            if phrase
+            for phrase, found in sorted(uses.items(), key=lambda item: item[0].lower())
         ]
         return [table(["to", "look at"], rows, [40, 60])]
 
