@@ -243,7 +243,7 @@ def words(family):
     told = WORDS.get(f"{family.file.parent.name}/{family.file.stem}", "")
     for phrase in filter(None, [title(family).lower(), *told.split(", ")]):
         other = re.sub(r"(?<=\w\w)is(?=(e|ed|ing|ation)\b)", "iz", phrase)
-        yield from (phrase, other) if other != phrase and "wise" not in phrase else (phrase,)
+        yield from (phrase, other) if other != phrase and "wise" not in phrase else (phrase,)  # not elementwize
 
 
 def bullets(texts):
