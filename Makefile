@@ -13,10 +13,12 @@ PACKAGES_demo = $(PACKAGES_build) python3-numpy python3-scipy python3-cvxopt pyt
 PACKAGES_test = $(PACKAGES_demo) mypy python3-pytest python3-pytest-xdist python3-hypothesis
 PACKAGES_clang = $(PACKAGES_test) clang clang-format clang-tidy
 PACKAGES_install = $(PACKAGES_build) git mypy python3-mesonpy python3-numpy python3-pip python3-venv
+PACKAGES_docs = $(PACKAGES_build) python3-numpy python3-scipy python3-sphinx furo python3-myst-parser
+PACKAGES_docs_test = $(PACKAGES_docs) chromium chromium-driver python3-selenium
 
 .DEFAULT_GOAL = help
 .PHONY: help build checked demo models memory test clang sanitize tidy install-check pythons loops bench bench-plot \
-	table describe reference clean
+	table describe find reference docs docs-test clean
 
 help:  ## list the targets
 	@sed -n 's/^\([a-z-]*\):.*## /\1\t/p' $(MAKEFILE_LIST) | expand -t 16
@@ -101,6 +103,12 @@ find:  ## list the kernels that a word may mean: make find WORD=transpose, WORD=
 reference:  ## write the kernel reference, build/kernels.md
 	@mkdir -p build
 	$(PYTHON) tools/kernels.py reference > build/kernels.md
+
+docs: needs-docs build  ## the documentation site, build/docs/index.html: no warning, no broken link
+	PYTHONPATH=build/normal $(PYTHON) docs/build.py
+
+docs-test: needs-docs_test docs  ## look at the site in a headless browser: search, console, pictures, narrow window, dark theme
+	$(PYTHON) docs/check_site.py
 
 clean:  ## remove all that is built
 	rm -rf build compile_commands.json
