@@ -13,6 +13,7 @@ import numpy as np
 
 import recorder
 from calls import ARRAYS, Same
+from frame_model import bound
 
 GUARD = 64  # bytes in front of and behind the elements
 STEPS = (1, 1, 1, 2, 3, -1, -2)  # from an element to the next, along an axis
@@ -93,8 +94,8 @@ def in_recorder(format):
 
 def plain_view(memory, kind, log):
     letter = {"i4": "i", "i8": "q", "f8": "d"}[memory.dtype.str[1:]]
-    if 0 in memory.shape and len(memory.shape) > 1:
-        return memory.array()  # which casts don't make
+    if 0 in memory.shape and len(memory.shape) > 1:  # which casts don't make
+        return log.buffer(bytes(8), letter, memory.dtype.itemsize, memory.shape)
     return memory.elements().cast(letter, memory.shape) if memory.size else memory.elements().cast(letter)
 
 
@@ -119,24 +120,29 @@ def table(entries, reverse=False):
 class Assembly:
     """Arguments for a call, each in a carrier drawn by chance, and what their memory holds after the call.
 
+    carriers: those to draw from; plain: scalars as they are, and no NumPy objects if the carriers are none. Then
     arguments: the list to call with; memories: by place, the Memory of each array, or a list of them for a table. log:
     what recorder.Buffers among them write.
     """
 
-    def __init__(self, call, declared, rng, carriers=ANY_LAYOUT | READ_ONLY | CONTIGUOUS):
+    def __init__(self, call, declared, rng, carriers=ANY_LAYOUT | READ_ONLY | CONTIGUOUS, plain=False):
         self.call, self.declared, self.rng, self.carriers = call, declared, rng, carriers
         self.arguments, self.memories, self.log = [], {}, Log()
         for place, (value, parameter) in enumerate(zip(call.arguments, declared.takes)):
             if isinstance(value, Same):
                 self.arguments.append(self.arguments[value.place])
             elif parameter.letter != "O":
-                self.arguments.append(equivalent(value, parameter.letter, rng))
+                self.arguments.append(value if plain else equivalent(value, parameter.letter, rng))
             elif value is None:
                 self.arguments.append(None)
             elif parameter.kind == "i32*":
                 self.memories[place], entries = [], []
                 for entry in value:
                     entries.append(None if entry is None else self.carried(entry, "i32", self.memories[place]))
+                if plain:
+                    references = (ctypes.py_object * len(entries))(*entries)
+                    self.arguments.append(self.log.buffer(references, "O", 8, (len(entries),)))
+                    continue
                 objects = table(entries, rng.random() < 0.3)
                 self.arguments.append(memoryview(objects) if rng.random() < 0.3 else objects)
             else:
@@ -299,3 +305,16 @@ def wrong_library(rng, kind, log):
 
 
 BAD_ARRAYS = [wrong_format, wrong_dtype, wrong_dimensions, cast_view, other_array, no_buffer, wrong_library]
+
+
+def bad_values(parameter, log, rng, plain=False):
+    """Objects that are refused for a parameter, without end; plain: no NumPy objects among them."""
+    while True:
+        if parameter.letter != "O":
+            value = rng.choice(BAD_SCALARS[parameter.letter])
+        else:
+            value = rng.choice(BAD_ARRAYS)(rng, parameter.kind, log)
+            if not bound(value, parameter, False)[0]:
+                continue
+        if not plain or not isinstance(value, (np.ndarray, np.generic, type)):
+            yield value

@@ -15,8 +15,8 @@ import numpy as np
 
 import recorder
 from calls import KERNELS, call_text, command_line, is_checked, kernel, load
-from carriers import BAD_ARRAYS, BAD_SCALARS, RELEASED, Assembly
-from frame_model import bound, entries, expectation, without_traceback
+from carriers import RELEASED, Assembly, bad_values
+from frame_model import entries, expectation, without_traceback
 from workers import run
 
 KINDS = ("refused", "carried out")
@@ -119,20 +119,11 @@ def plant(assembly, rng):
     tables = [place for place, parameter in enumerate(parameters) if parameter.kind == "i32*"]
     place = tables[0] if tables and rng.random() < 0.7 else rng.randrange(len(parameters))
     parameter, given = parameters[place], assembly.arguments[place]
-    if parameter.letter != "O":
-        assembly.arguments[place] = rng.choice(BAD_SCALARS[parameter.letter])
-    elif parameter.kind == "i32*" and len(parts(given)) and isinstance(given, np.ndarray) and rng.random() < 0.5:
-        given[rng.randrange(len(given))] = bad_array(replace(parameter, kind="i32", read_only=True), assembly, rng)
+    if parameter.kind == "i32*" and len(parts(given)) and isinstance(given, np.ndarray) and rng.random() < 0.5:
+        entry = replace(parameter, kind="i32", read_only=True)
+        given[rng.randrange(len(given))] = next(bad_values(entry, assembly.log, rng))
     else:
-        assembly.arguments[place] = bad_array(parameter, assembly, rng)
-
-
-def bad_array(parameter, assembly, rng):
-    """An object that is refused for the parameter."""
-    while True:
-        value = rng.choice(BAD_ARRAYS)(rng, parameter.kind, assembly.log)
-        if bound(value, parameter, False)[0]:
-            return value
+        assembly.arguments[place] = next(bad_values(parameter, assembly.log, rng))
 
 
 def miscount(assembly, rng):
