@@ -76,7 +76,7 @@ def is_checked():
 def load(path=RECORDED):
     """{number: [Call]} of all kernels. SystemExit if the file is not there."""
     if not Path(path).exists():
-        raise SystemExit(f"{path} is not there: run `make {Path(path).relative_to(ROOT)}`")
+        raise SystemExit(f"{path} is not there: run `make calls`")
     with open(path, "rb") as file:
         return pickle.load(file)
 

@@ -8,6 +8,7 @@ import array
 import ctypes
 import math
 import mmap
+import sys
 
 import numpy as np
 
@@ -62,7 +63,9 @@ class Memory:
         return memoryview(self.bytes)[self.offset : self.offset + self.size]
 
     def is_held(self):
-        """Whether anything still views it."""
+        """Whether anything still views it, through NumPy, which keeps a reference, or in another way."""
+        if sys.getrefcount(self.bytes) > 2:
+            return True
         try:
             self.bytes.append(0)
         except BufferError:
@@ -257,7 +260,11 @@ ODD += [("", 1), ("", 4), ("", 8), (" i", 4), ("xi", 8), ("(2)i", 8), ("X", 8), 
 FORMATS = SIZED + MARKED + ODD
 # Those that are closest to the formats of each kind.
 NEAR = {
-    kind: [(format, size) for format, size in FORMATS if set(format) & set(ARRAYS[kind][0]) and size in (4, 8, 16)]
+    kind: [
+        (format, size)
+        for format, size in FORMATS
+        if size == ARRAYS[kind][1] and format in "iIlLqQnNfdP" or set(format) & set(ARRAYS[kind][0]) and size in (4, 8)
+    ]
     for kind in ("i32", "i64", "f64")
 } | {"i32*": [(format, size) for format, size in FORMATS if "O" in format]}
 DTYPES = [">i4", ">i8", ">f8", "i1", "i2", "u4", "u8", "f2", "f4", "c8", "c16", "?", "S4", "S8", "V8", "O"]

@@ -3,8 +3,8 @@
 sanitizers.
 
 A trial takes a recorded call and changes one scalar or one entry of an array, or shortens an array or leaves it out.
-The call may return or raise IndexError, ValueError or MemoryError; a report of a sanitizer, a crash or another exception
-is a finding. Calls that loop for longer than --limit seconds without touching anything are counted only.
+The call may return or raise IndexError, ValueError or MemoryError; a report of a sanitizer, a crash or another
+exception is a finding. Calls that loop for longer than --limit seconds without touching anything are counted only.
 """
 
 import random
@@ -92,14 +92,14 @@ def changed_number(value, letter, rng):
         return rng.choice(DOUBLES)
     bits = 31 if letter == "i" else 63
     which = rng.random()
-    if which < 0.5:
+    if which < 0.4:
         new = value + rng.choice(NEAR)
-    elif which < 0.6:
+    elif which < 0.48:
         new = rng.randrange(-20, 20)
-    elif which < 0.65:
+    elif which < 0.52:
         new = -value
     else:
-        new = rng.choice(FAR if letter == "i" or which < 0.8 else WIDE)
+        new = rng.choice(FAR if letter == "i" or which < 0.75 else WIDE)
     return max(-(2**bits), min(new, 2**bits - 1))
 
 

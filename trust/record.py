@@ -21,7 +21,7 @@ import recorder
 from calls import ARRAYS, KERNELS, RECORDED, ROOT, Call, Same
 
 # Tests of calls without data, of the references that a call holds, and of kernels in other processes.
-UNUSED = ("bench", "frame", "kernel_table", "readme", "trust")
+UNUSED = ("bench", "frame", "host", "kernel_table", "readme", "trust")
 
 
 # Calls of kernels that no test calls by number.

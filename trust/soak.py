@@ -16,7 +16,8 @@ from workers import Progress
 
 WARM_UP = 5  # rounds
 RESIDENT_ROOM = 2 << 20  # bytes that the resident size may grow by
-MALLOC_ROOM = 64 << 10  # bytes that malloc may have given out more
+MALLOC_ROOM = 2 << 10  # bytes that malloc may have given out more, and those for each round
+MALLOC_ROOM_OF_ROUND = 8
 
 
 class MallocInfo(ctypes.Structure):
@@ -58,7 +59,8 @@ def main():
             if done >= WARM_UP:
                 grown, more = resident() - first_resident, given_out() - first_given_out
                 progress.show(done * len(repeated), f", resident {grown >> 10:+,} kB, malloc {more:+,} bytes")
-                if grown > RESIDENT_ROOM or more > MALLOC_ROOM:
+                has_grown = grown > RESIDENT_ROOM or more > MALLOC_ROOM + MALLOC_ROOM_OF_ROUND * done
+                if has_grown:
                     break
     except KeyboardInterrupt:
         progress.end()
@@ -66,7 +68,7 @@ def main():
     progress.end()
     what = f"{done * len(repeated):,} calls, {len(repeated):,} different ones, seed {options.seed}"
     print(f"trust/soak: {what}; resident size {grown >> 10:+,} kB, given out {more:+,} bytes")
-    if grown > RESIDENT_ROOM or more > MALLOC_ROOM:
+    if has_grown:
         for growth, text in culprits(repeated, given_out)[:20]:
             print(f"{growth:,} bytes in 200 calls of {text}")
         raise SystemExit("trust/soak: the memory grows")
