@@ -6,10 +6,11 @@ PYTEST = $(PYTHON) -m pytest -q
 MPS ?=
 # Options of meson for builds that are set up: SETUP=--werror
 SETUP ?=
-# Of the tools in trust/: how many calls, and the seed by which they are drawn.
+# Of the tools in trust/: how many calls, the seed by which they are drawn, and the number of the only one to make.
 CALLS ?=
 SEED ?= 0
-TRIALS = $(addprefix --calls ,$(CALLS)) --seed $(SEED)
+ONLY ?=
+TRIALS = --seed $(SEED) $(addprefix --calls ,$(CALLS)) $(addprefix --only ,$(ONLY))
 
 # Debian's packages, beyond the base system, a C++ compiler and make: what each group of targets needs and no more.
 PACKAGES_build = python3 python3-dev meson ninja-build

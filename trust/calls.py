@@ -42,7 +42,7 @@ class Same:
 
 @dataclass
 class Call:
-    """One legal call of _c_closure_N: its arguments before, its result, and by place the arrays that it changed, after."""
+    """One legal call of _c_closure_N: its arguments before, its result, by place the arrays that it changed, after."""
 
     number: int
     arguments: list
@@ -81,17 +81,19 @@ def load(path=RECORDED):
         return pickle.load(file)
 
 
-def command_line(text, calls, limit=None):
-    """The options of a tool that makes trials, and their range as `trials`. calls: how many it makes if none are asked
-    for; limit: the seconds that one may take."""
+def command_line(text, calls, has_trials=False, limit=None):
+    """The options of a tool. calls: how many it makes if none are asked for; has_trials: whether they are numbered, the
+    range of their numbers being the option `trials`; limit: the seconds that one may take."""
     parser = argparse.ArgumentParser(description=text, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--calls", type=int, default=calls, help=f"how many calls; {calls:,} if not given")
     parser.add_argument("--seed", type=int, default=0)
-    parser.add_argument("--only", type=int, metavar="N", help="trial N alone, of the same seed and recorded calls")
-    parser.add_argument("--processes", type=int, help="as many as there are processors, if not given")
-    parser.add_argument("--most", type=int, default=20, help="ends after so many findings")
-    parser.add_argument("--limit", type=float, default=limit, help="the seconds that a call may take")
     parser.add_argument("--recorded", type=Path, default=RECORDED, metavar="FILE")
+    if has_trials:
+        parser.add_argument("--only", type=int, metavar="N", help="call N alone, of the same seed and recorded calls")
+        parser.add_argument("--processes", type=int, help="as many as there are processors, if not given")
+        parser.add_argument("--most", type=int, default=20, help="ends after so many findings")
+        parser.add_argument("--limit", type=float, default=limit, help="the seconds that a call may take")
     options = parser.parse_args()
-    options.trials = range(options.calls) if options.only is None else range(options.only, options.only + 1)
+    if has_trials:
+        options.trials = range(options.calls) if options.only is None else range(options.only, options.only + 1)
     return options

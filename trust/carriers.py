@@ -90,7 +90,9 @@ def read_only_array(memory, kind, log):
 def in_recorder(format):
     def carrier(memory, kind, log):
         size = memory.dtype.itemsize
-        return log.buffer(memory.elements(), format[memory.dtype.char], size, memory.shape)
+        # Without elements it lies nowhere.
+        data = memory.elements() if memory.size else None
+        return log.buffer(data, format[memory.dtype.char], size, memory.shape)
 
     return carrier
 
@@ -223,8 +225,8 @@ def equivalent(value, letter, rng):
         others = [np.float64(value), Float(value)]
         others += [int(value), Index(int(value))] if math.isfinite(value) and value == int(value) != 0 else []
     else:
-        others = [[1, "0", 0.5, math.nan, (0,), Truth(True), Length(3)], [0, "", None, 0.0, (), Truth(False), Length(0)]]
-        others = others[not value]
+        true, false = [1, "0", 0.5, math.nan, (0,), Truth(True), Length(3)], [0, "", None, 0.0, Truth(False), Length(0)]
+        others = true if value else false
     return rng.choice(others)
 
 
@@ -249,8 +251,8 @@ RELEASED = memoryview(b"released")
 RELEASED.release()
 closed = mmap.mmap(-1, 8)
 closed.close()
-NO_BUFFERS = [0, 1.5, math.nan, 2**100, "text", [1, 2], {}, (), object(), True, Ellipsis, int, Index(0), RELEASED, closed]
-NO_BUFFERS += [np.zeros(2, "datetime64[s]"), np.float64]
+NO_BUFFERS = [0, 1.5, math.nan, 2**100, "text", [1, 2], {}, (), object(), True, Ellipsis, int, Index(0)]
+NO_BUFFERS += [RELEASED, closed, np.zeros(2, "datetime64[s]"), np.float64]
 
 # Formats with item sizes that some array might be taken for.
 SIZED = [(letter, size) for letter in "bBhHiIlLqQnNfdgc?PsOZ" for size in (1, 2, 4, 8, 16)]

@@ -80,7 +80,9 @@ def bound_table(table, entry_parameter, checked):
 
 def entries(table):
     """The entries of an array of arrays. A recorder.Buffer here holds null references, which stand for None."""
-    return [] if isinstance(table, recorder.Buffer) else (table.obj if isinstance(table, memoryview) else table).tolist()
+    if isinstance(table, recorder.Buffer):
+        return []
+    return (table.obj if isinstance(table, memoryview) else table).tolist()
 
 
 def has_form(view, kind):

@@ -20,7 +20,8 @@ from frame_model import entries, expectation, without_traceback
 from workers import run
 
 KINDS = ("refused", "carried out")
-PLAIN = (bool, int, float, complex, str, bytes, tuple, type, type(None), type(...))  # values that the interpreter shares
+# Values that the interpreter shares.
+PLAIN = (bool, int, float, complex, str, bytes, tuple, type, type(None), type(...))
 TABLES = 20  # how much more often kernels with an array of arrays have their turn, since there are only three
 
 
@@ -67,7 +68,7 @@ class Fuzzer:
         del arguments, taken
         assembly.arguments.clear()
         keywords.clear()
-        faults += [f"{assembly.name(place)} is still viewed" for place, held in assembly.every_memory() if held.is_held()]
+        faults += [f"{assembly.name(place)} is still viewed" for place, m in assembly.every_memory() if m.is_held()]
         return kind, "\n".join([self.describe(trial), *faults]) if faults else None
 
     def faults(self, number, assembly, arguments, keywords, expected, taken):
@@ -94,8 +95,8 @@ class Fuzzer:
         )
         for place, memory, image in assembly.images(bool(error)):
             if memory.bytes != image:
-                slot = next(k for k, (x, y) in enumerate(zip(memory.bytes, image)) if x != y)
-                yield f"{assembly.name(place)} is not as it has to be after the call, from byte {slot - memory.offset} on"
+                byte = next(k for k, (x, y) in enumerate(zip(memory.bytes, image)) if x != y) - memory.offset
+                yield f"{assembly.name(place)} is not as it has to be after the call from byte {byte} on"
         names = [[assembly.log.names[id(x)] for x in views if isinstance(x, recorder.Buffer)] for views in taken]
         log = [f"+{name}" for views in names for name in views]
         log += [f"-{name}" for views in reversed(names) for name in views]
@@ -151,12 +152,12 @@ def shown(value):
 
 
 def main():
-    options = command_line(__doc__, 100_000)
+    options = command_line(__doc__, 100_000, has_trials=True)
     fuzzer = Fuzzer(load(options.recorded), options.seed, checked=is_checked())
     if options.only is not None:
         print(fuzzer.describe(options.only))
     outcome = run(options.trials, fuzzer.play, KINDS, options.processes, options.limit, fuzzer.describe, options.most)
-    raise SystemExit(outcome.report("trust/fuzz", options.seed))
+    raise SystemExit(outcome.report("fuzz", options.seed))
 
 
 if __name__ == "__main__":

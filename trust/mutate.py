@@ -123,14 +123,14 @@ def shown(value):
 
 
 def main():
-    options = command_line(__doc__, 20_000, limit=1.0)
+    options = command_line(__doc__, 20_000, has_trials=True, limit=1.0)
     if not is_checked():
         raise SystemExit("this is for the build with bounds checking: every other one may crash at a changed call")
     mutator = Mutator(load(options.recorded), options.seed)
     if options.only is not None:
         print(mutator.describe(options.only))
     outcome = run(options.trials, mutator.play, KINDS, options.processes, options.limit, mutator.describe, options.most)
-    raise SystemExit(outcome.report("trust/mutate", options.seed))
+    raise SystemExit(outcome.report("mutations", options.seed))
 
 
 if __name__ == "__main__":

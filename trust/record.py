@@ -29,8 +29,8 @@ BY_HAND = {381: (2, 1, np.zeros(4, np.int32), 0, np.array([9, 0, 3, 5], np.int32
 
 
 class Keeper:
-    """A plugin of pytest that stands between the tests and the kernels and keeps some calls of each. It leaves alone the
-    buffers by which the tests watch the frame.
+    """A plugin of pytest that stands between the tests and the kernels and keeps some calls of each. It leaves alone
+    the buffers by which the tests watch the frame.
 
     per_kernel: the most calls of one kernel; per_test: the most that one test gives of them; room: the most bytes of
     arrays in one call.
@@ -94,8 +94,8 @@ class Keeper:
 
 
 def taken_down(declared, arguments, room):
-    """The arguments as a Call holds them, or None for those that it can't hold: of a wrong number or kind, too large, or
-    arrays that share a part of their memory."""
+    """The arguments as a Call holds them, or None for those that it can't hold: of a wrong number or kind, too large,
+    or arrays that share a part of their memory."""
     if len(arguments) != len(declared.takes):
         return None
     taken, seen = [], {}

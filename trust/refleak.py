@@ -27,15 +27,16 @@ def main():
         totals[done] = sys.gettotalrefcount()
     grown = totals[-1] - totals[WARM_UP - 1]
     what = f"{rounds * len(repeated):,} calls, {len(repeated):,} different ones, seed {options.seed}"
-    print(f"trust/refleak: {what}; references {grown:+,} after {rounds - WARM_UP} rounds")
+    print(f"refleak: {what}; references {grown:+,} after {rounds - WARM_UP} rounds")
     if abs(grown) > rounds:
         for growth, text in culprits(repeated, sys.gettotalrefcount)[:20]:
             print(f"{growth:+,} references in 200 calls of {text}")
-        raise SystemExit("trust/refleak: references are left behind, or dropped too often")
+        raise SystemExit("refleak: references are left behind, or dropped too often")
 
 
 if __name__ == "__main__":
     try:
         main()
     except KeyboardInterrupt:
-        raise SystemExit("interrupted")
+        print("refleak: interrupted")
+        raise SystemExit(130)

@@ -64,14 +64,15 @@ def main():
                     break
     except KeyboardInterrupt:
         progress.end()
-        raise SystemExit("interrupted")
+        print("soak: interrupted")
+        raise SystemExit(130)
     progress.end()
     what = f"{done * len(repeated):,} calls, {len(repeated):,} different ones, seed {options.seed}"
-    print(f"trust/soak: {what}; resident size {grown >> 10:+,} kB, given out {more:+,} bytes")
+    print(f"soak: {what}; resident size {grown >> 10:+,} kB, given out {more:+,} bytes")
     if has_grown:
         for growth, text in culprits(repeated, given_out)[:20]:
             print(f"{growth:,} bytes in 200 calls of {text}")
-        raise SystemExit("trust/soak: the memory grows")
+        raise SystemExit("soak: the memory grows")
 
 
 if __name__ == "__main__":

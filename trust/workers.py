@@ -28,9 +28,10 @@ class Outcome:
     def report(self, name, seed):
         """Prints all and gives the exit status."""
         for trial, text in sorted(self.findings):
-            print(f"\n{name}.py --seed {seed} --only {trial}\n{text}")
+            print(f"\nmake {name} SEED={seed} ONLY={trial}\n{text}")
         counts = ", ".join(f"{count:,} {kind}" for kind, count in self.counts.items() if count)
-        print(f"{name}: seed {seed}, {self.counts.total():,} calls: {counts}; {len(self.findings)} findings", flush=True)
+        total, found = self.counts.total(), len(self.findings)
+        print(f"{name}: seed {seed}, {total:,} calls: {counts}; {found} findings", flush=True)
         if self.interrupted:
             print(f"{name}: interrupted")
             return 130
