@@ -38,7 +38,8 @@ def expectation(declared, arguments, checked):
     """((type, text) of the exception that a call is refused with, None if it is carried out; for each array that was
     bound the objects of which views were taken, in the order of release).
 
-    The exception is the parser's, or that of the first array that can't be bound.
+    The exception is the parser's, or that of the first array that can't be bound. Its text is that of the normal build;
+    with bounds checking it says more about the array of that name.
     """
     error = raised(parse, ctypes.py_object(tuple(arguments)), declared.format.encode(), *room(declared.format))
     taken = []
@@ -64,7 +65,7 @@ def bound(value, parameter, checked):
     if parameter.kind == "i32*":
         return bound_table(value, replace(parameter, kind="i32", read_only=True), checked)
     if checked and view.readonly and not parameter.read_only:
-        return (ValueError, f"Read-only array for argument '{parameter.name}', which is written"), [value]
+        return (ValueError, f"read-only '{parameter.name}'"), [value]
     return None, [value]
 
 

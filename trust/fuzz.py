@@ -84,7 +84,7 @@ class Fuzzer:
             error = type(raised), str(without_traceback(raised))
         after = [sys.getrefcount(x) for x in watched]
 
-        if error != expected:
+        if error != expected and not (self.checked and names_the_same(error, expected)):
             yield f"raised {error}, and not {expected}"
         elif not error and repr(result) != repr(assembly.call.result):
             yield f"gave {result}, and not {assembly.call.result}"
@@ -102,6 +102,11 @@ class Fuzzer:
         log += [f"-{name}" for views in reversed(names) for name in views]
         if assembly.log != log:
             yield f"took and released views in the order {assembly.log}, and not {log}"
+
+
+def names_the_same(error, expected):
+    """Whether both are the refusal of the same array: with bounds checking its name stands in another text."""
+    return error and expected and error[0] is expected[0] is ValueError and expected[1].split("'")[-2:][0] in error[1]
 
 
 def has_table(declared):
