@@ -34,6 +34,11 @@ KERNEL((419), (), write_permuted_positions, CI32 dperm, i32 from, i32 nd, i32 ne
 {
   const Run pattern{wi64, from};
   const Run rextents{ri32, rshape};
+  if (nelem <= 0) return;
+  if (nd <= 0) {
+    for (i64 i = 0; i < nelem; ++i) sp[i] = 0;
+    return;
+  }
   const Scratch<i64> coordinates{nd};
   for (i64 i = 0; i < nelem; ++i) {
     i64 rest = pattern[i];
@@ -46,7 +51,7 @@ KERNEL((419), (), write_permuted_positions, CI32 dperm, i32 from, i32 nd, i32 ne
       }
       rest = within;
     }
-    i64 flat = nd > 0 ? coordinates[dperm[0]] : 0;
+    i64 flat = coordinates[dperm[0]];
     for (i64 d = 1; d < nd; ++d) flat = flat * rextents[d] + coordinates[dperm[d]];
     sp[i] = flat;
   }
