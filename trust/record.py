@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """Records legal calls of all kernels while the tests run on the build with bounds checking, into build/calls.pkl.
 
-A call counts as legal if that build lets it through. The tests choose their data by fixed seeds, and so does this: the
-same tree gives the same file, which makes what the other tools find repeatable.
+A call counts as legal if that build lets it through. What it is given may hold slots that no one has set, so that two
+recordings differ in them; a finding of the other tools belongs to the file that they played.
 """
 
 import argparse
@@ -62,7 +62,6 @@ class Keeper:
                 self.keep(number, taken, arguments, result)
             return result
 
-        record.__doc__ = function.__doc__
         return record
 
     def keep(self, number, taken, arguments, result):
