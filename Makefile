@@ -6,19 +6,25 @@ PYTEST = $(PYTHON) -m pytest -q
 MPS ?=
 # Options of meson for builds that are set up: SETUP=--werror
 SETUP ?=
+# Of the tools in trust/: how many calls, the seed by which they are drawn, and the number of the only one to make.
+CALLS ?=
+SEED ?= 0
+ONLY ?=
+TRIALS = --seed $(SEED) $(addprefix --calls ,$(CALLS)) $(addprefix --only ,$(ONLY))
 
 # Debian's packages, beyond the base system, a C++ compiler and make: what each group of targets needs and no more.
 PACKAGES_build = python3 python3-dev meson ninja-build
 PACKAGES_demo = $(PACKAGES_build) python3-numpy python3-scipy python3-cvxopt python3-matplotlib
 PACKAGES_test = $(PACKAGES_demo) mypy python3-pytest python3-pytest-xdist python3-hypothesis
+PACKAGES_refleak = $(PACKAGES_test) python3-dbg
 PACKAGES_clang = $(PACKAGES_test) clang clang-format clang-tidy
 PACKAGES_install = $(PACKAGES_build) git mypy python3-mesonpy python3-numpy python3-pip python3-venv
 PACKAGES_docs = $(PACKAGES_build) python3-numpy python3-scipy python3-sphinx furo python3-myst-parser
 PACKAGES_docs_test = $(PACKAGES_docs) chromium chromium-driver python3-selenium
 
 .DEFAULT_GOAL = help
-.PHONY: help build checked demo models memory test clang sanitize tidy install-check pythons loops bench bench-plot \
-	table describe find reference docs docs-test clean
+.PHONY: help build checked demo models memory test clang sanitize calls fuzz mutations soak refleak tidy install-check \
+	pythons loops bench bench-plot table describe find reference docs docs-test clean
 
 help:  ## list the targets
 	@sed -n 's/^\([a-z-]*\):.*## /\1\t/p' $(MAKEFILE_LIST) | expand -t 16
@@ -69,6 +75,31 @@ sanitize: needs-test  ## all tests under the address and undefined-behaviour san
 	LD_PRELOAD="$$(g++ -print-file-name=libasan.so) $$(g++ -print-file-name=libubsan.so)" \
 	  ASAN_OPTIONS=detect_leaks=0 UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 \
 	  PYTHONPATH=build/sanitize $(PYTEST) tests
+
+calls: needs-test checked
+	@if [ ! -f build/calls.pkl ] || \
+	  [ "$$(find build/checked/fragments*.so tests/*.py trust/record.py trust/calls.py -newer build/calls.pkl)" ]; then \
+	  PYTHONPATH=build/checked $(PYTHON) trust/record.py; fi
+
+fuzz: build calls  ## faulty and legal calls of all kernels, each answered as it has to be: make fuzz CALLS=1000000 SEED=7
+	PYTHONPATH=build/normal $(PYTHON) trust/fuzz.py $(TRIALS)
+
+mutations: calls  ## legal calls with one change, on the build with bounds checking, under the sanitizers: CALLS=, SEED=
+	@test -f build/checked-sanitize/build.ninja || CXX=g++ $(MESON) setup build/checked-sanitize \
+	  -Dchecked=true -Db_sanitize=address,undefined -Ddebug=true -Doptimization=1
+	@ninja -C build/checked-sanitize --quiet
+	LD_PRELOAD="$$(g++ -print-file-name=libasan.so) $$(g++ -print-file-name=libubsan.so)" PYTHONMALLOC=malloc \
+	  ASAN_OPTIONS=detect_leaks=0:allocator_may_return_null=1:max_allocation_size_mb=2000 \
+	  UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 \
+	  PYTHONPATH=build/checked-sanitize $(PYTHON) trust/mutate.py $(TRIALS)
+
+soak: build calls  ## 10 million mixed calls, during which the memory may not grow: CALLS=, SEED=
+	PYTHONPATH=build/normal $(PYTHON) trust/soak.py $(TRIALS)
+
+refleak: needs-refleak calls  ## count all references of a debug interpreter over rounds of all kernels: CALLS=, SEED=
+	@test -f build/refleak/build.ninja || $(PYTHON)-dbg /usr/bin/meson setup build/refleak -Doptimization=1
+	@ninja -C build/refleak --quiet
+	PYTHONPATH=build/refleak $(PYTHON)-dbg trust/refleak.py $(TRIALS)
 
 tidy: needs-clang build/clang/build.ninja  ## clang-format and clang-tidy over the sources
 	@git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run -Werror

@@ -24,6 +24,11 @@ void refuse_argument(const std::string& name, const std::string& want, const std
   throw Fault{Fault::value, name + ": want " + want + "; got " + got};
 }
 
+void refuse_zero(const char* name)
+{
+  refuse_argument(name, "a number to divide by", "0");
+}
+
 void Bounds::leave_at(std::int64_t index) const
 {
   const std::string array = entry < 0 ? name : std::string(name) + "[" + std::to_string(entry) + "]";

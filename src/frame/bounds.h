@@ -20,6 +20,15 @@ struct Fault {
 // Refuses an argument: "NAME: want WANT; got GOT".
 [[noreturn, gnu::cold]] void refuse_argument(const std::string& name, const std::string& want, const std::string& got);
 
+[[noreturn, gnu::cold]] void refuse_zero(const char* name);
+
+// What a kernel divides by; 0 is refused by its name.
+inline std::int64_t divisor(const char* name, std::int64_t value)
+{
+  if (value == 0) refuse_zero(name);
+  return value;
+}
+
 struct Bounds {
   const char* name = "";
   std::int64_t count = 0;  // below 0 for None
@@ -40,7 +49,7 @@ struct Bounds {
   {
     if (n <= 0) return;
     check(0);
-    if (start + n > count) check(count - start);
+    if (n > count - start) check(count - start);
   }
   // An element that has to be above 0.
   void check_positive(std::int64_t k, std::int64_t value) const
@@ -71,6 +80,11 @@ struct MatrixBounds {
 };
 
 #else
+
+constexpr std::int64_t divisor(const char*, std::int64_t value)
+{
+  return value;
+}
 
 struct Bounds {
   static constexpr Bounds of(const char*, std::int64_t) { return {}; }

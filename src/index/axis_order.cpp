@@ -61,7 +61,7 @@ KERNEL((103), (), sort_across_axis, i32 p, i32 q, i32 r, I32 perm, I32 ptrb, CI6
   const i64 n = perm.count;
   const Scratch<i32> before(n);
   for (i64 k = 0; k < n; ++k) before[k] = perm[k];
-  const auto key = [&](i32 item) { return val[item] / slab * r + val[item] % r; };
+  const auto key = [&](i32 item) { return val[item] / divisor("q * r", slab) * r + val[item] % divisor("r", r); };
   sort_pass(ptrb, i64{p} * r, i64{p} * r, before, perm, n, key);
 }
 

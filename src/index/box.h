@@ -108,7 +108,7 @@ class BoxFilter {
   [[gnu::noinline]] Axis make_axis(i64 d, i64 row_length) const
   {
     const i64 extent = box_.shape[d], first = std::clamp<i64>(box_.first[d], 0, std::max<i64>(extent, 0));
-    return {.stride = Divisor(box_.step(d) / row_length),
+    return {.stride = Divisor(box_.step(d) / divisor("shape", row_length)),
             .extent = Divisor(extent),
             .first = first,
             .last = std::clamp<i64>(box_.last[d], first, std::max(extent, first))};

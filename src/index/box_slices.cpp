@@ -23,7 +23,8 @@ namespace {
 // The coordinates of a flat position.
 void split(i64 flat, I32 index, CI32 shape, CI64 stride, i64 nd)
 {
-  for (i64 d = 0; d < nd; ++d) index[d] = static_cast<i32>(flat / stride[d] % shape[d]);
+  for (i64 d = 0; d < nd; ++d)
+    index[d] = static_cast<i32>(flat / divisor("stride", stride[d]) % divisor("shape", shape[d]));
 }
 
 }  // namespace

@@ -109,7 +109,7 @@ template <class Index, class Extents>
 i64 split_position(i64 pos, const Index& index, const Extents& extents, i64 n)
 {
   for (i64 d = n - 1; d > 0; --d) {
-    const i64 extent = extents[d];
+    const i64 extent = divisor("shape", extents[d]);
     index[d] = static_cast<i32>(pos % extent);
     pos /= extent;
   }

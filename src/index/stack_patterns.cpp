@@ -25,7 +25,7 @@ struct StackedArray {
     for (i64 k = 0; k < n; ++k) {
       const i64 flat = sp[k];
       if (flat < begin || flat >= end) {
-        const i64 outer = flat / slab;
+        const i64 outer = flat / divisor("inner * extent", slab);
         begin = outer * slab;
         end = begin + slab;
         distance = (outer * (whole - extent) + offset) * inner;

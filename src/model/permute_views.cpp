@@ -27,7 +27,7 @@ void for_each_permuted(i32 nd, i32 n, CI32 perm, CI64 pstrides, CI32 shape, Elem
     i64 t = 0;
     if (nd > 0) {
       const i64 selected = i64{nd} - 1 - k;
-      const i64 extent = shape[selected];
+      const i64 extent = divisor("shape", shape[selected]);
       i64 rest = k;
       for (i64 d = 0; d < nd; ++d) {
         slot[selected] = static_cast<i32>(rest % extent);

@@ -33,7 +33,7 @@ KERNEL((499), (i32 cur), write_blocks, i64 blk, i32 n, i32 ptr, bool rhassp, I32
   const Run result_pattern{ri64, rsp};
   const Run result_ptr{ri32, rptr};
   for (i64 g = 0; g < ng; ++g) {
-    const i64 q = pattern[cur] / blk;
+    const i64 q = pattern[cur] / divisor("blk", blk);
     const i64 block_end = (q + 1) * blk;
     if (rhassp) result_pattern[g] = q;
     while (cur < n && pattern[cur] < block_end) ++cur;

@@ -17,7 +17,7 @@ struct ByRow {
   i32 count;
   i64 cols;
 
-  i64 key(i32 u) const { return sp[u] / cols; }
+  i64 key(i32 u) const { return sp[u] / divisor("columns", cols); }
   i32 block_end(i32 u, i64 row) const
   {
     const i64 end = (row + 1) * cols;

@@ -46,7 +46,7 @@ KERNEL((419), (), write_permuted_positions, CI32 dperm, i32 from, i32 nd, i32 ne
       const i64 block = stride[d];
       i64 within = rest - coordinates[d] * block;
       if (within < 0 || within >= block) {
-        coordinates[d] = block == 1 ? rest : rest / block;
+        coordinates[d] = block == 1 ? rest : rest / divisor("stride", block);
         within = rest - coordinates[d] * block;
       }
       rest = within;
@@ -111,7 +111,7 @@ KERNEL((421), (), write_dense_permuted, i32 cconst, i32 code, i32 codeptr, CI32 
     for (i64 f = 0; f < nelem; f += plane) {
       i64 plane_source = 0, rest = f;
       for (i64 d = 0; d < last - 1; ++d) {
-        plane_source += rest / dstride[d] * step(d);
+        plane_source += rest / divisor("dstride", dstride[d]) * step(d);
         rest %= dstride[d];
       }
       for (i64 a = 0; a < plane; a += row, plane_source += row_step) {

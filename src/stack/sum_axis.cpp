@@ -41,9 +41,9 @@ class GroupFinder {
   Group operator()(i64 flat)
   {
     if (flat < block_ || flat >= block_ + ext_inner_) {
-      const i64 quotient = flat / ext_inner_;
+      const i64 quotient = flat / divisor("ext_inner", ext_inner_);
       block_ = quotient * ext_inner_;
-      a_ = quotient % outer_;
+      a_ = quotient % divisor("outer", outer_);
     }
     return {a_, inner_.remainder(flat)};
   }
