@@ -10,6 +10,7 @@ Scenarios share no row, so any run of them can be built by itself, anywhere: `Sc
 from __future__ import annotations
 
 import math
+import threading
 from dataclasses import dataclass
 from typing import List, NamedTuple, Optional, Tuple
 
@@ -19,6 +20,8 @@ from host.blocks import RowBlock
 from host.model import Domain, Model, Variable
 from host.operators import SparseMatrix, add, multiply_variable
 from host.stacks import Stacks
+
+kept = threading.local()  # the stacks of each thread that builds
 
 
 @dataclass(frozen=True)
@@ -112,8 +115,8 @@ class ScenarioSet:
         model.constraint(Domain(*sides(stage, stage.rhs)))
         return RowBlock(*model.take_rows())
 
-    def build(self, first: int, last: int, stacks: Optional[Stacks] = None) -> Shard:
-        """The rows of the scenarios first .. last-1, in the columns of the whole; `stacks` may be kept for more."""
+    def build(self, first: int, last: int) -> Shard:
+        """The rows of the scenarios first .. last-1, in the columns of the whole."""
         program, stage, n = self.program, self.program.second, last - first
         T, W, m, nx, ny = program.technology, stage.matrix, len(stage.rhs), len(program.first.cost), len(stage.cost)
         outcomes, weights = self.draw(first, last)
@@ -122,7 +125,7 @@ class ScenarioSet:
             data[:, block.places] = block.values[outcome]
         tval, wval, cost, rhs = np.split(data, np.cumsum([len(T.val), len(W.val), ny]), axis=1)
 
-        model = Model(stacks)
+        model = Model(kept.__dict__.setdefault("stacks", Stacks()))
         x = model.variable((nx,), Domain(program.first.lower, program.first.upper))
         y = Variable((n * ny,), np.arange(1 + nx + first * ny, 1 + nx + last * ny, dtype=np.int64))
         multiply_variable(model.stacks, SparseMatrix(n * m, nx, _repeated(T.subi, n, m), _repeated(T.subj, n, 0),

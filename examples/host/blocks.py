@@ -42,7 +42,8 @@ class RowStore:
 
     rows, terms: the room, which may be more than is used, as neither memory nor disk is taken before it is written;
     columns: of the matrix. A file gets its name when the store is closed without a fault; before, ".partial" is
-    behind it. After closing, the rows are there through `RowStore.open` alone, which maps them into memory.
+    behind it. After closing, the rows are there through `RowStore.open` alone, which maps them into memory. `more` is
+    for further arrays of the model, by name; they go to the file when it is closed.
     """
 
     def __init__(self, rows: int, terms: int, columns: int, path: Optional[str] = None) -> None:
@@ -50,6 +51,7 @@ class RowStore:
             raise ValueError(f"{columns} columns: columns are numbered in 32 bits, below 2^31")
         self.columns, self.path = columns, path
         self.nrows = self.nnz = 0
+        self.more: Dict[str, np.ndarray] = {}
         sizes = {"ptr": rows + 1, "subj": terms, "cof": terms, "lo": rows, "hi": rows}
         self._file = h5py.File(path + ".partial", "w") if path else None
         self._arrays: Dict = {
@@ -63,6 +65,7 @@ class RowStore:
         store = cls.__new__(cls)
         try:
             with h5py.File(path, "r") as file:
+                store.more = {name: file[name][:] for name in file.keys() - _TYPES.keys()}
                 store.nrows, store.nnz, store.columns = (int(file.attrs[name]) for name in ("rows", "terms", "columns"))
                 used = {"ptr": store.nrows + 1, "subj": store.nnz, "cof": store.nnz, "lo": store.nrows, "hi": store.nrows}
                 store._arrays = {name: np.memmap(path, kind, "r", file[name].id.get_offset(), (used[name],))
@@ -104,6 +107,8 @@ class RowStore:
     def close(self) -> None:
         """Ends the file, if there is one, and gives it its name."""
         if self._file:
+            for name, array in self.more.items():
+                self._file[name] = array
             self._file.attrs.update(rows=self.nrows, terms=self.nnz, columns=self.columns)
             self._file.close()
             os.replace(self.path + ".partial", self.path)
