@@ -23,6 +23,7 @@ import time
 import warnings
 from collections import deque
 from contextlib import ExitStack, contextmanager
+from multiprocessing import resource_tracker
 from pathlib import Path
 from typing import Callable, Deque, Iterator, List, Optional
 
@@ -55,14 +56,34 @@ def connect(scheduler: Optional[str], workers: int) -> Iterator[Client]:
         if scheduler is None:
             # Workers may spill results to disk; what they leave goes with the directory, however they end.
             scratch = stack.enter_context(tempfile.TemporaryDirectory(prefix="scenarios-", ignore_cleanup_errors=True))
-            scheduler = stack.enter_context(LocalCluster(
-                n_workers=workers, threads_per_worker=1, processes=True, host="127.0.0.1", dashboard_address=None,
-                local_directory=scratch, silence_logs=50))
+            with _signals_held():
+                scheduler = stack.enter_context(LocalCluster(
+                    n_workers=workers, threads_per_worker=1, processes=True, host="127.0.0.1", dashboard_address=None,
+                    local_directory=scratch, silence_logs=50))
         try:
-            client = stack.enter_context(Client(scheduler, timeout=10))
+            client = stack.enter_context(Client(scheduler, timeout=5))
         except (OSError, ValueError) as fault:
             raise ClusterError(f"no scheduler answers at {scheduler}: {_line(fault)}") from None
         yield client
+
+
+@contextmanager
+def _signals_held() -> Iterator[None]:
+    """Holds SIGINT and SIGTERM back while processes start, which otherwise nobody would end.
+
+    SIGINT, which a terminal sends to all processes at once, stays blocked in those that start here.
+    """
+    resource_tracker.ensure_running()  # of multiprocessing, which unblocks SIGINT when it starts
+    held: List[int] = []
+    handler = signal.signal(signal.SIGTERM, lambda number, _: held.append(number))
+    signal.pthread_sigmask(signal.SIG_BLOCK, {signal.SIGINT})
+    try:
+        yield
+    finally:
+        signal.signal(signal.SIGTERM, handler)
+        signal.pthread_sigmask(signal.SIG_UNBLOCK, {signal.SIGINT})
+        for number in held:
+            signal.raise_signal(number)
 
 
 def shards(client: Client, scenarios: ScenarioSet, block: int, patience: float = 60.0) -> Iterator[Shard]:
