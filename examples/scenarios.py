@@ -50,8 +50,12 @@ class ClusterError(Exception):
 
 
 @contextmanager
-def connect(scheduler: Optional[str], workers: int) -> Iterator[Client]:
-    """A client of the scheduler at an address, or of one with so many workers that ends with the context."""
+def connect(scheduler: Optional[str], workers: int, direct: bool = False) -> Iterator[Client]:
+    """A client of the scheduler at an address, or of one with so many workers that ends with the context.
+
+    direct: whether results come from the workers themselves, not by way of the scheduler at the address.
+    """
+    direct |= scheduler is None
     with ExitStack() as stack:
         if scheduler is None:
             # Workers may spill results to disk; what they leave goes with the directory, however they end.
@@ -61,7 +65,7 @@ def connect(scheduler: Optional[str], workers: int) -> Iterator[Client]:
                     n_workers=workers, threads_per_worker=1, processes=True, host="127.0.0.1", dashboard_address=None,
                     local_directory=scratch, silence_logs=50))
         try:
-            client = stack.enter_context(Client(scheduler, timeout=5))
+            client = stack.enter_context(Client(scheduler, timeout=5, direct_to_workers=direct))
         except (OSError, ValueError) as fault:
             raise ClusterError(f"no scheduler answers at {scheduler}: {_line(fault)}") from None
         yield client
@@ -164,7 +168,8 @@ def digest(store: RowStore) -> str:
     """A fingerprint of the matrix, all bounds and the cost, bit for bit."""
     A = store.matrix()
     hashed = hashlib.blake2b(digest_size=16)
-    for array in (A.indptr.astype(np.int64), A.indices, A.data, *store.bounds(), *map(store.more.get, sorted(store.more))):
+    more = [store.more[name] for name in sorted(store.more)]
+    for array in (A.indptr.astype(np.int64), A.indices, A.data, *store.bounds(), *more):
         hashed.update(np.ascontiguousarray(array))
     return hashed.hexdigest()
 
@@ -191,7 +196,7 @@ def run(options: argparse.Namespace) -> int:
     block = options.block or max(1, 500000 // max(1, scenarios.terms_of_scenario))
     start = time.perf_counter()
     with RowStore(scenarios.nrows, scenarios.nnz, scenarios.ncols, options.file) as store:
-        with connect(options.scheduler, options.workers) as client:
+        with connect(options.scheduler, options.workers, options.direct) as client:
             started = time.perf_counter()
             assemble(scenarios, shards(client, scenarios, block), store, Progress(scenarios.count))
             built = time.perf_counter()
@@ -245,6 +250,8 @@ def main(arguments: Optional[List[str]] = None) -> int:
     parser.add_argument("--workers", type=_positive, metavar="N", default=os.cpu_count(),
                         help="processes of a cluster of its own (default: %(default)s)")
     parser.add_argument("--scheduler", metavar="ADDRESS", help="of a running cluster, such as tcp://HOST:8786")
+    parser.add_argument("--direct", action="store_true",
+                        help="with --scheduler: fetch rows from the workers, which have to be in reach of this machine")
     parser.add_argument("--block", type=_positive, metavar="N",
                         help="scenarios of a block (default: what has about 500000 nonzeros)")
     parser.add_argument("--file", metavar="PATH", help="an HDF5 file for the matrix, instead of memory")

@@ -150,7 +150,8 @@ class _StochasticReader(_SectionReader):
             raise ValueError(f"section {self.section} is out of place: a file begins with one STOCH section")
         kind = [word.upper() for word in words[1:]]
         if self.section != "STOCH" and kind not in (["DISCRETE"], ["DISCRETE", "REPLACE"]):
-            raise ValueError(f"{self.section} {shown(' '.join(words[1:]))} is not read, only DISCRETE data that replace")
+            kind = shown(" ".join(words[1:]))
+            raise ValueError(f"{self.section} {kind} is not read, only DISCRETE data that replace")
         self.block = ""
 
     def data_line(self, line: str) -> None:
@@ -160,7 +161,7 @@ class _StochasticReader(_SectionReader):
         kind = fields[0].upper()
         if kind == "BL" and self.section == "BLOCKS" and fields[0] not in self.column_of:
             if len(fields) != 4:
-                raise ValueError("an incomplete line: an outcome of a block needs the block, its period and a probability")
+                raise ValueError("an incomplete line: an outcome needs its block, a period and a probability")
             self.check_period(fields[2])
             self.block = f"block {shown(fields[1])}"
             self.start_outcome(fields[3])

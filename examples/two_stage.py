@@ -92,8 +92,7 @@ class ScenarioSet:
         """The outcomes of the random blocks in the scenarios first .. last-1, one row each, and their probabilities."""
         blocks, n = self.program.random, last - first
         if self.sample is None:
-            outcomes = np.column_stack(np.unravel_index(np.arange(first, last), self._outcomes)) if blocks else np.empty(
-                (n, 0), dtype=np.int64)
+            outcomes = np.transpose(np.unravel_index(np.arange(first, last), (1, *self._outcomes)))[:, 1:]
             weights = np.ones(n)
             for block, outcome in zip(blocks, outcomes.T):
                 weights *= block.probabilities[outcome]
@@ -138,7 +137,7 @@ class ScenarioSet:
 
 
 def sides(stage: Stage, rhs: np.ndarray) -> Tuple[np.ndarray, np.ndarray]:
-    """Lower and upper bounds of the rows of a stage for right-hand sides, m or some times m of them, one-dimensional."""
+    """Lower and upper bounds of the rows of a stage for right-hand sides, m or n x m of them, in one dimension."""
     free = np.isinf(rhs)
     finite = np.where(free, 0.0, rhs)
     lower, upper = np.where(free, -np.inf, finite + stage.below), np.where(free, np.inf, finite + stage.above)

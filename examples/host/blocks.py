@@ -27,6 +27,11 @@ from .stacks import Stacks
 _TYPES = {"ptr": np.int64, "subj": np.int32, "cof": np.float64, "lo": np.float64, "hi": np.float64}
 
 
+def _sizes(rows: int, terms: int) -> Tuple[int, ...]:
+    """Lengths of the arrays of so many rows and terms."""
+    return rows + 1, terms, terms, rows, rows
+
+
 class RowBlock(NamedTuple):
     """Rows of a matrix and their bounds lo <= row <= hi: the terms of row i are ptr[i] .. ptr[i+1]-1, ptr[0] is 0."""
 
@@ -52,11 +57,10 @@ class RowStore:
         self.columns, self.path = columns, path
         self.nrows = self.nnz = 0
         self.more: Dict[str, np.ndarray] = {}
-        sizes = {"ptr": rows + 1, "subj": terms, "cof": terms, "lo": rows, "hi": rows}
         self._file = h5py.File(path + ".partial", "w") if path else None
         self._arrays: Dict = {
-            name: self._file.create_dataset(name, (sizes[name],), kind) if self._file else np.empty(sizes[name], kind)
-            for name, kind in _TYPES.items()}
+            name: self._file.create_dataset(name, (size,), kind) if self._file else np.empty(size, kind)
+            for (name, kind), size in zip(_TYPES.items(), _sizes(rows, terms))}
         self._arrays["ptr"][:1] = 0
 
     @classmethod
@@ -67,9 +71,9 @@ class RowStore:
             with h5py.File(path, "r") as file:
                 store.more = {name: file[name][:] for name in file.keys() - _TYPES.keys()}
                 store.nrows, store.nnz, store.columns = (int(file.attrs[name]) for name in ("rows", "terms", "columns"))
-                used = {"ptr": store.nrows + 1, "subj": store.nnz, "cof": store.nnz, "lo": store.nrows, "hi": store.nrows}
-                store._arrays = {name: np.memmap(path, kind, "r", file[name].id.get_offset(), (used[name],))
-                                 if used[name] else np.empty(0, kind) for name, kind in _TYPES.items()}
+                store._arrays = {name: np.memmap(path, kind, "r", file[name].id.get_offset(), (size,))
+                                 if size else np.empty(0, kind)
+                                 for (name, kind), size in zip(_TYPES.items(), _sizes(store.nrows, store.nnz))}
         except (OSError, KeyError, TypeError, ValueError) as fault:
             if isinstance(fault, FileNotFoundError):
                 raise
