@@ -18,7 +18,7 @@ PACKAGES_scenarios = $(PACKAGES_demo) python3-distributed python3-h5py
 PACKAGES_install = $(PACKAGES_build) python3-mesonpy python3-pip python3-venv
 
 .DEFAULT_GOAL = help
-.PHONY: help build checked demo models test clang sanitize tidy install-check pythons loops bench bench-plot \
+.PHONY: help build checked demo models memory test clang sanitize tidy install-check pythons loops bench bench-plot \
 	table describe reference scenarios scale clean
 
 help:  ## list the targets
@@ -54,6 +54,9 @@ scenarios: needs-scenarios build  ## solve a two-stage program on a local cluste
 
 scale: needs-scenarios build  ## times and memory of models up to NONZEROS=100000000, at most ten minutes: table, build/scale.svg
 	@PYTHONPATH=build/normal $(PYTHON) bench/scale.py --nonzeros $(NONZEROS) --plot build/scale.svg
+
+memory: needs-demo build  ## build a linear program of 10^7 nonzeros and hold its memory against that of the matrix
+	PYTHONPATH=build/normal $(PYTHON) examples/memory.py
 
 test: needs-test build checked loops  ## all tests, first with bounds checking, which names what would crash the normal build
 	PYTHONPATH=build/checked $(PYTEST) tests
@@ -99,6 +102,10 @@ table:  ## print the table of kernels: number, body, format, parameters, result
 
 describe:  ## print what a kernel does: make describe N=472
 	@$(PYTHON) tools/kernels.py describe $(N)
+
+.PHONY: find
+find:  ## list the kernels that a word may mean: make find WORD=transpose, WORD='sum along'
+	@$(PYTHON) tools/kernels.py find $(WORD)
 
 reference:  ## write the kernel reference, build/kernels.md
 	@mkdir -p build

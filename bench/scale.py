@@ -3,20 +3,21 @@
 
 The model is a sample of the farmer's problem (examples/farmer.cor), as many scenarios as it takes, of 10 nonzeros each.
 Each run is a process of its own, so that its peak of memory is its own. Prints a table of times, without the start of
-clusters, and peaks of the process and its workers together; then the exponent of the growth from 10^6 nonzeros on. A run
-is left out if ten times the last one of its way would not fit into the seconds that are left.
+clusters, and peaks of the process and its workers together; then the line through the times of each way. A run is left
+out if ten times the last one of its way would not fit into the seconds that are left.
 """
 
 import argparse
 import json
 import math
 import os
-import statistics
 import subprocess
 import sys
 import tempfile
 import time
 from pathlib import Path
+
+import numpy as np
 
 ROOT = Path(__file__).resolve().parent.parent
 sys.path.insert(0, str(ROOT / "examples"))
@@ -31,7 +32,6 @@ WAYS = {
     "2 stay": "two workers, rows stay there",
 }
 BLOCK = 50000  # scenarios, of half a million nonzeros
-SMALL = 10**6  # fits start here: below, fixed costs hide the growth
 
 
 def peak() -> float:
@@ -75,9 +75,12 @@ def measure(way: str, nonzeros: int) -> dict:
             return {"seconds": seconds, "memory": peak(), "workers": sum(client.run(peak).values())}
 
 
-def growth(points: list) -> float:
-    """The exponent of the growth: the slope of the line through (nonzeros, seconds) in logarithms."""
-    return statistics.linear_regression(*zip(*((math.log(n), math.log(s)) for n, s in points))).slope
+def growth(points: list) -> str:
+    """The line seconds = a + b * nonzeros that has the least relative errors, in words."""
+    n, seconds = (np.array([point[key] for point in points], dtype=float) for key in ("nonzeros", "seconds"))
+    terms = np.column_stack([np.ones(len(n)), n]) / seconds[:, None]
+    (a, b), *_ = np.linalg.lstsq(terms, np.ones(len(n)), rcond=None)
+    return f"{a:.3f} s + {1e9 * b:.1f} ns a nonzero, within {abs(terms @ (a, b) - 1.0).max():.0%}"
 
 
 def draw(results: dict, path: str) -> None:
@@ -132,9 +135,8 @@ def main() -> int:
                   f"{point['memory']:>10.0f}{workers:>12}", flush=True)
     print()
     for way, points in results.items():
-        large = [(point["nonzeros"], point["seconds"]) for point in points if point["nonzeros"] >= SMALL]
-        if len(large) > 1:
-            print(f"{way:<12}{WAYS[way]:<42}grows with the power {growth(large):.2f}")
+        if len(points) > 1:
+            print(f"{way:<12}{WAYS[way]:<42}{growth(points)}")
     if options.plot:
         draw(results, options.plot)
     return 0

@@ -158,7 +158,6 @@ def draw(market: Market, points: np.ndarray, path: Path) -> None:
     axes.set_ylabel("expected return, %")
     axes.legend()
     figure.tight_layout()
-    path.parent.mkdir(parents=True, exist_ok=True)
     figure.savefig(path)
     pyplot.close(figure)
 
@@ -168,7 +167,7 @@ def main(arguments: Optional[List[str]] = None) -> None:
     parser.add_argument("--assets", type=_count, default=400, help="default: %(default)s")
     parser.add_argument("--factors", type=_count, default=20, help="default: %(default)s")
     parser.add_argument("--points", type=_count, default=50, help="default: %(default)s")
-    parser.add_argument("--output", type=Path, default=OUTPUT, help="a PNG or SVG file")
+    parser.add_argument("--output", type=_picture, default=str(OUTPUT), help="a PNG or SVG file")
     options = parser.parse_args(arguments)
     market = random_market(options.assets, options.factors)
     run = trace(market, np.geomspace(0.5, 500.0, options.points))
@@ -176,6 +175,19 @@ def main(arguments: Optional[List[str]] = None) -> None:
     print(f"first build {1e3 * run.build:9.3f} ms   re-evaluation {1e3 * run.evaluation:9.3f} ms   "
           f"ratio {run.build / run.evaluation:7.1f}   solution {1e3 * run.solution:9.3f} ms")
     print(f"{options.points} points of {options.assets} assets in {options.output}")
+
+
+def _picture(text: str) -> Path:
+    """The path of a picture that can be written, found out before any work is done."""
+    path = Path(text)
+    if path.suffix.lower() not in (".png", ".svg"):
+        raise argparse.ArgumentTypeError(f"{text!r} ends neither in .png nor in .svg")
+    try:
+        path.parent.mkdir(parents=True, exist_ok=True)
+        path.open("ab").close()
+    except OSError as error:
+        raise argparse.ArgumentTypeError(f"{text!r} cannot be written: {error.strerror}") from None
+    return path
 
 
 def _count(text: str) -> int:

@@ -21,7 +21,7 @@ from typing import Callable, Dict, List, Optional, Tuple, TypeVar
 
 import numpy as np
 
-INFINITE = 1e30  # bounds and right-hand sides from here on mean "no bound"
+INFINITE = 1e20  # bounds and right-hand sides from here on mean "no bound", as they do to solvers
 
 T = TypeVar("T")
 _NUMBER = re.compile(r"[+-]?(\d+\.?\d*|\.\d+)([ED][+-]?\d+)?|[+-]?INF(INITY)?")

@@ -32,7 +32,7 @@ from distributed import CancelledError, Client, Future, LocalCluster, TimeoutErr
 from distributed.scheduler import KilledWorker
 
 from host.blocks import RowStore
-from host.model import Problem
+from host.model import Constraint, Problem, Variable
 from host.solver import solve
 from mps import MpsError
 from smps import read_smps
@@ -164,6 +164,18 @@ def assemble(scenarios: ScenarioSet, parts: Iterator[Shard], store: RowStore,
         store.more[name] = np.concatenate([getattr(first, name), np.tile(getattr(second, name), scenarios.count)])
 
 
+def problem(scenarios: ScenarioSet, store: RowStore) -> Problem:
+    """The whole program, whose first variable and constraint are those of the first stage."""
+    program, more = scenarios.program, store.more
+    nx, m = len(program.first.cost), len(program.first.rhs)
+    variables = [Variable((nx,), np.arange(1, nx + 1), "x"), Variable((store.columns - nx,),
+                                                                      np.arange(nx + 1, store.columns + 1), "y")]
+    constraints = [Constraint((m,), np.arange(m, dtype=np.int32), "first stage"),
+                   Constraint((store.nrows - m,), np.arange(m, store.nrows, dtype=np.int32), "scenarios")]
+    return Problem(program.sense, store.matrix(), *store.bounds(), more["cost"], program.constant, more["lower"],
+                   more["upper"], more["integer"], variables, constraints, None)
+
+
 def digest(store: RowStore) -> str:
     """A fingerprint of the matrix, all bounds and the cost, bit for bit."""
     A = store.matrix()
@@ -217,9 +229,7 @@ def run(options: argparse.Namespace) -> int:
     status = "not solved, as it has more nonzeros than --solve"
     if store.nnz <= options.solve:
         start = time.perf_counter()
-        more = store.more
-        solution = solve(Problem(program.sense, store.matrix(), *store.bounds(), more["cost"], program.constant,
-                                 more["lower"], more["upper"], more["integer"]))
+        solution = solve(problem(scenarios, store))
         lines.append(("solve", f"{time.perf_counter() - start:.2f} s"))
         status = solution.status
     lines.append(("status", status))

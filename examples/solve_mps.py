@@ -2,7 +2,8 @@
 """Solves linear programs from MPS files: the model is built through the kernels of `fragments`, the solver is HiGHS.
 
 Exit status: 0 if every file was solved to optimality, 1 if some model is infeasible or unbounded or was not solved, 2
-if some file could not be read. Files that cannot be read are reported in one line each on the standard error output.
+if some file could not be read. Files that cannot be read, and models with numbers that the solver cannot take, are
+reported in one line each on the standard error output.
 """
 
 import argparse
@@ -34,6 +35,8 @@ def solve_file(path: str) -> bool:
         ("solve", f"{solved - built:.4f} s"),
         ("status", solution.status),
     ]
+    if solution.why:
+        lines.append(("because", solution.why))
     if solution.status == "optimal":
         lines.append(("objective", f"{lp.c @ solution.value(x) + lp.constant:.10g}"))
     for label, value in lines:
@@ -56,6 +59,9 @@ def main(arguments: Optional[List[str]] = None) -> int:
         except MpsError as error:
             print(f"error: {error}", file=sys.stderr)
             status = 2
+        except (ValueError, OverflowError) as error:
+            print(f"error: {path}: {error}", file=sys.stderr)
+            status = max(status, 1)
     return status
 
 

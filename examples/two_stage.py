@@ -17,10 +17,11 @@ from typing import List, NamedTuple, Optional, Tuple
 import numpy as np
 
 from host.blocks import RowBlock
-from host.model import Domain, Model, Variable
+from host.model import Domain, Model
 from host.operators import SparseMatrix, add, multiply_variable
 from host.stacks import Stacks
 
+FREE = Domain(-np.inf, np.inf)
 kept = threading.local()  # the stacks of each thread that builds
 
 
@@ -109,7 +110,7 @@ class ScenarioSet:
     def build_first(self) -> RowBlock:
         """The rows of the first stage."""
         stage, model = self.program.first, Model()
-        x = model.variable((len(stage.cost),), Domain(stage.lower, stage.upper))
+        x = model.variable((len(stage.cost),), FREE)
         multiply_variable(model.stacks, stage.matrix, x.shape, x.nidxs)
         model.constraint(Domain(*sides(stage, stage.rhs)))
         return RowBlock(*model.take_rows())
@@ -125,15 +126,16 @@ class ScenarioSet:
         tval, wval, cost, rhs = np.split(data, np.cumsum([len(T.val), len(W.val), ny]), axis=1)
 
         model = Model(kept.__dict__.setdefault("stacks", Stacks()))
-        x = model.variable((nx,), Domain(program.first.lower, program.first.upper))
-        y = Variable((n * ny,), np.arange(1 + nx + first * ny, 1 + nx + last * ny, dtype=np.int64))
+        x, y = model.variable((nx,), FREE), model.variable((n * ny,), FREE)
         multiply_variable(model.stacks, SparseMatrix(n * m, nx, _repeated(T.subi, n, m), _repeated(T.subj, n, 0),
                                                      tval.reshape(-1)), x.shape, x.nidxs)
         multiply_variable(model.stacks, SparseMatrix(n * m, n * ny, _repeated(W.subi, n, m), _repeated(W.subj, n, ny),
                                                      wval.reshape(-1)), y.shape, y.nidxs)
         add(model.stacks)
         model.constraint(Domain(*sides(stage, rhs)))
-        return Shard(RowBlock(*model.take_rows()), (weights[:, None] * cost).reshape(-1))
+        rows = RowBlock(*model.take_rows())
+        rows.subj[rows.subj >= nx] += np.int32(first * ny)  # the model here has the columns of its own scenarios only
+        return Shard(rows, (weights[:, None] * cost).reshape(-1))
 
 
 def sides(stage: Stage, rhs: np.ndarray) -> Tuple[np.ndarray, np.ndarray]:

@@ -1,9 +1,10 @@
 // A module for tests of the frame: buffers of any description that record when they are taken and released.
 //
-//     recorder.Buffer(log, name, data, format, itemsize, shape)
+//     recorder.Buffer(log, name, data, format, itemsize, shape, suboffset=-1, stride=itemsize)
 //
-// views the memory of `data`, whose length is not checked, or a null pointer if that is None, as a contiguous array.
-// `shape` is a tuple. The list `log` gets "+name" when a view is taken and "-name" when it is released.
+// views the memory of `data`, whose length is not checked, or a null pointer if that is None. `shape` is a tuple,
+// `suboffset` that of the first axis if it is 0 or above, and `stride` the bytes between elements of the last axis. The
+// list `log` gets "+name" when a view is taken and "-name" when it is released.
 
 #define PY_SSIZE_T_CLEAN
 #include <Python.h>
@@ -25,6 +26,7 @@ struct Recorder {
   int dimensions;
   Extents shape;
   Extents strides;  // in bytes
+  Extents suboffsets;
 };
 
 int initialise(PyObject* object, PyObject* arguments, PyObject*)
@@ -32,8 +34,10 @@ int initialise(PyObject* object, PyObject* arguments, PyObject*)
   auto* self = reinterpret_cast<Recorder*>(object);
   PyObject *log, *name, *data, *shape;
   const char* format;
-  if (!PyArg_ParseTuple(arguments, "O!UOsnO!", &PyList_Type, &log, &name, &data, &format, &self->itemsize,
-                        &PyTuple_Type, &shape)) {
+  Py_ssize_t stride = 0;
+  self->suboffsets.fill(-1);
+  if (!PyArg_ParseTuple(arguments, "O!UOsnO!|nn", &PyList_Type, &log, &name, &data, &format, &self->itemsize,
+                        &PyTuple_Type, &shape, &self->suboffsets[0], &stride)) {
     return -1;
   }
   self->dimensions = static_cast<int>(PyTuple_GET_SIZE(shape));
@@ -41,7 +45,7 @@ int initialise(PyObject* object, PyObject* arguments, PyObject*)
     PyErr_SetString(PyExc_ValueError, "more than 4 dimensions");
     return -1;
   }
-  Py_ssize_t stride = self->itemsize;
+  if (stride == 0) stride = self->itemsize;
   for (Py_ssize_t k = self->dimensions; k-- > 0;) {
     const auto axis = static_cast<std::size_t>(k);
     self->shape[axis] = PyLong_AsSsize_t(PyTuple_GET_ITEM(shape, k));
@@ -79,6 +83,7 @@ int take(PyObject* object, Py_buffer* view, int)
   view->format = PyBytes_AS_STRING(self->format);
   view->shape = self->dimensions ? self->shape.data() : nullptr;
   view->strides = self->dimensions ? self->strides.data() : nullptr;
+  view->suboffsets = self->suboffsets[0] >= 0 ? self->suboffsets.data() : nullptr;
   Py_INCREF(object);
   view->obj = object;
   return 0;

@@ -1,6 +1,7 @@
 """Shared by the tests: the kernels by number, calls by name, arrays in several layouts, the scripts of examples/."""
 
 import os
+import re
 import subprocess
 import sys
 from collections import ChainMap
@@ -22,6 +23,12 @@ EMPTY = {"i": 0, "L": 0, "d": 0.0, "p": False}  # of each kind of scalar; an arr
 # Whether this is the build with bounds checking. Its folder tells: a build whose checks fail must not pass as normal.
 CHECKED = Path(fragments.__file__).parent.name == "checked"
 
+# What the checked build wants of each kind of array.
+WANTED = {
+    **{"i32": "int32, 1 axis", "i64": "int64, 1 axis", "f64": "float64, 1 axis"},
+    **{"i32x2": "int32, 2 axes", "f64x2": "float64, 2 axes", "i32*": "object, 1 axis"},
+}
+
 LAYOUTS = ("contiguous", "strided", "reversed")
 kinds = pytest.mark.parametrize("kind", LAYOUTS)
 
@@ -40,6 +47,13 @@ def call(number, *mappings, **named):
     assert named.keys() <= {name for name, _ in parameters}
     arguments = ChainMap(named, *mappings)
     return kernel(number)(*(arguments.get(name, EMPTY.get(kind)) for name, kind in parameters))
+
+
+def is_refused(error, number, name, kind):
+    """Whether an exception refuses an array for its type or its axes. The checked build says what it wants and got."""
+    text = f"Invalid array shape or type for argument '{name}'"
+    pattern = re.escape(f"_c_closure_{number}: {name}: want {WANTED[kind]}; got ") + r".+, (1 axis|\d axes)"
+    return type(error) is ValueError and (re.fullmatch(pattern, str(error)) if CHECKED else str(error) == text)
 
 
 def layout(array, kind):

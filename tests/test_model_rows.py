@@ -101,6 +101,7 @@ def test_single_row():
     barj, i, j = elements()
     nidxs, cof = i64([-9, 3, -2, 0, -1, 5]), f64([7, -9, 1, 8, 2, 6, 4])  # the row begins at 1 and at 2
     assert kernel(46)(10, 1, 5, 20, nidxs) == (13, 22)
+    assert kernel(46)(10, 1, 0, 20, nidxs) == kernel(46)(10, 1, -3, 20, None) == (10, 20)
     subj, linear = blank(4), np.full(4, -7.5)
     kernel(47)(linear, 2, 1, 5, cof, nidxs, subj)
     assert subj.tolist() == [3, 0, 5, -7] and linear.tolist() == [1, 2, 4, -7.5]
@@ -133,6 +134,14 @@ def test_picked_coefficients(kind):
         numbers = np.where(conidxs < 0, ~conidxs, conidxs)[side]
         assert np.array_equal(cof, placed(27, start, picked[side].ravel(), np.nan), equal_nan=True)
         assert np.array_equal(subi, placed(27, start, np.repeat(numbers, 5)))
+
+
+def test_few_coefficients_picked_among_many():
+    many, few = i64(range(7, 307, 3)), i64([0, 7, 178, 10**6])
+    for terms, varidxs in ((many, few), (few, many)):
+        block = np.full(len(varidxs), np.nan)
+        kernel(32)(block, 0, 1, 0, 0, 0, varidxs, 2.0 * terms, i32([0, len(terms)]), terms)
+        assert np.array_equal(block, np.where(np.isin(varidxs, terms), 2.0 * varidxs, np.nan), equal_nan=True)
 
 
 @kinds

@@ -151,6 +151,22 @@ def test_a_single_atom_is_code(number):
     check(r, expected, w)
 
 
+@pytest.mark.parametrize("code", [False, True])
+def test_diagonals_of_many_entries(code):
+    """Elements are fetched ahead of their turn, up to the last ones."""
+    rng = np.random.default_rng(1)
+    record, w = random_operand(rng, (9, 9), code=code)
+    values = np.where(rng.random((9, 9)) < 0.7, rng.integers(1, 4, (9, 9)), 0)
+    i, j = np.nonzero(values)
+    matrix = {"msubi": i32(i), "msubj": i32(j), "mval": f64(values[i, j]), "mnnz": len(i), "mdimj": 9, "rdim": 9, "d1": 9}
+    matrix |= {"xi32": i32(np.argsort(j, kind="stable"))}
+    forms = np.einsum("ij,jiv->ijv", values, evaluate(record))
+    for measure, write, axis, preset in ((452, 453, 0, ("shape", "ptr", "codeptr")), (455, 456, 1, ())):
+        r = result(rng, (9,), call(measure, w.arguments, matrix)[-3:], preset=preset)
+        call(write, w.arguments, r.arguments, matrix)
+        check(r, forms.sum(axis), w)
+
+
 def test_a_match_of_the_left_diagonal_takes_both_cursors_past_it():
     operands = {"wi32": i32([0, 1]), "wi64": i64([2, 9]), "nidxs": 1, "wf64": f64([1]), "nelem": 1, "d1": 2}
     operands |= {"msubi": i32([0, 0]), "msubj": i32([1, 2]), "mval": f64([1, 1]), "xi32": i32([0])}

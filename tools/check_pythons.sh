@@ -26,9 +26,11 @@ for candidate in "${PYENV_ROOT:-$HOME/.pyenv}"/versions/*/bin/python3 /usr/bin/p
 
   export include build=build/$version
   rm -rf "$build"
-  mkdir -p "$build"
+  mkdir -p "$build"/fragments_kernels
   find src -name '*.cpp' -print0 | xargs -0 -P "$(nproc)" -I{} bash -c 'compile {}'
   ${CXX:-g++} -shared "$build"/*.o -o "$build/fragments$suffix"
+  cp fragments_kernels/init.py "$build"/fragments_kernels/__init__.py
+  "$candidate" tools/kernels.py names > "$build"/fragments_kernels/_names.py
   PYTHONPATH=$build "$candidate" tests/smoke.py
 done
 [ ${#seen[@]} -gt 1 ] || echo "no other CPython from 3.9 on is at hand"

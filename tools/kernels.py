@@ -3,20 +3,25 @@
 
     kernels.py table            one line a number, tab-separated: number, body (the lowest number of its group), format
                                 (the letters that the arguments are parsed by), parameters (name:kind), result
-    kernels.py describe N ...   the kernels of these numbers: what they compute, what each parameter and result means
+    kernels.py describe N ...   the kernels of these numbers, names or words (472, write_sparse_product, symmetrise):
+                                what they compute, what each parameter and result means
+    kernels.py find WORD ...    the kernels that a phrase may mean ("sum along", transpose): number, name, file, what
     kernels.py check            what is left unexplained or explained wrongly; succeeds if there is nothing
     kernels.py stub             the type stub fragments.pyi
+    kernels.py names            the companion's module of names; names-stub: its type stub
     kernels.py reference        the kernel reference in Markdown, by family and by number
 """
 
 import argparse
 import keyword
+import os
 import re
-import signal
+import sys
 import textwrap
 from itertools import groupby
 
 from declarations import FIXED_ROLES, read_kernels
+from search import kernels_for
 
 WIDTH = 120
 
@@ -72,21 +77,60 @@ def table_line(number, kernel):
     return "\t".join([str(number), str(kernel.numbers[0]), kernel.format, parameters, results])
 
 
-# describe
+# describe and find
+
+MOST_DESCRIBED = 20  # kernels that words alone bring up
 
 
-def describe(kernels, numbers):
-    """The kernels of these numbers, each family's head once behind them. SystemExit if there is none for a number."""
-    kernel_of = dict(by_number(kernels))
-    for number in numbers:
-        if number not in kernel_of:
-            raise SystemExit(f"there is no _c_closure_{number}")
+def describe(kernels, wanted):
+    """The kernels of these numbers, names or words, each family's head once behind them; a list, if words bring up too
+    many. SystemExit if nothing fits one of them."""
+    kernel_of = {str(number): kernel for number, kernel in by_number(kernels)}
+    kernel_of.update({kernel.name: kernel for kernel in kernels})
+    keys = [str(key).removeprefix("_c_closure_") for key in wanted]
+    chosen = [kernel_of[key] for key in keys if key in kernel_of]
+    words = [key for key in keys if key not in kernel_of]
+    for word in words:
+        if word.lstrip("-").isdigit():
+            raise SystemExit(f"there is no _c_closure_{word}")
+    found = found_kernels(kernels, words)
+    if len(found) > MOST_DESCRIBED:
+        return f"{find(kernels, words)}\n\n{len(found)} kernels: describe some of them by number or name"
+    by_family = {}
+    for kernel in {kernel.name: kernel for kernel in chosen + found}.values():
+        by_family.setdefault(kernel.family.place(), []).append(kernel)
     parts = []
-    for family, group in groupby((kernel_of[number] for number in numbers), key=lambda kernel: kernel.family):
-        parts += [description(kernel) for kernel in group]
-        if family.head.text:
-            parts.append(f"--- {family.place()}\n\n{family.head.text}\n")
+    for place, members in by_family.items():
+        parts += [description(kernel) for kernel in members]
+        if members[0].family.head.text:
+            parts.append(f"--- {place}\n\n{members[0].family.head.text}\n")
     return "\n".join(parts)
+
+
+def found_kernels(kernels, words):
+    """The kernels for words as one phrase, or for each by itself. SystemExit if there are none."""
+    found = kernels_for(" ".join(words), kernels)
+    for word in [] if found else words:
+        of_word = kernels_for(word, kernels)
+        if not of_word:
+            raise SystemExit(f"no kernel is found by the word {word!r}")
+        found += [kernel for kernel in of_word if kernel not in found]
+    return found
+
+
+def find(kernels, words):
+    """A line for each kernel that the words may mean."""
+    rows = [("number", "name", "file", "what")]
+    for kernel in found_kernels(kernels, words):
+        first, *others = kernel.numbers
+        numbers = f"{first} and {len(others)} more" if others else str(first)
+        rows.append((numbers, kernel.name, kernel.family.place(), first_sentence(kernel.comment.text)))
+    return in_columns(rows)
+
+
+def first_sentence(text):
+    """The first sentence of a comment, in one line."""
+    return re.split(r"(?<=[.:])\s+(?=[A-Z`]|$)", " ".join(text.split("\n\n")[0].split()))[0].rstrip(":")
 
 
 def description(kernel):
@@ -119,6 +163,8 @@ def in_columns(rows):
 
 # check
 
+COMPANION = {"call", "checked", "fragments", "kernel", "records"}  # what fragments_kernels has besides kernels
+
 # A comment is read alone, so that it can't point to the one before it.
 LEANING = re.compile(
     r"\AThe same\b|\b(as above|see above|see below|ditto|likewise|the other way (a)?round|of that (with|without))\b"
@@ -139,6 +185,7 @@ def check(kernels):
         for kernel in members:
             place = f"{kernel.place()} {kernel.name}"
             faults += [f"{place}: {fault}" for fault in kernel_faults(kernel, declared)]
+    faults += [f"{kernel.place()} {kernel.name}: {fault}" for kernel, fault in name_faults(kernels)]
     return faults + [f"src/parameters.md: {fault}" for fault in dictionary_faults(kernels)]
 
 
@@ -193,6 +240,16 @@ def explanation_faults(kernel, parameter):
             yield f"does not give the cursor {parameter.name} back"
 
 
+def name_faults(kernels):
+    """(kernel, fault) of names that the companion cannot give."""
+    first = {}
+    for kernel in kernels:
+        if first.setdefault(kernel.name, kernel) is not kernel:
+            yield kernel, f"has the name of {first[kernel.name].place()}"
+        if kernel.name in COMPANION or keyword.iskeyword(kernel.name):
+            yield kernel, "has a name that means something else in fragments_kernels"
+
+
 def dictionary_faults(kernels):
     dictionary = kernels[0].dictionary
     used = {id(kernel.entry(declared)) for kernel in kernels for declared in kernel.takes + kernel.gives}
@@ -205,7 +262,11 @@ def dictionary_faults(kernels):
 # stub
 
 STUB_HEAD = '''\
-"""The kernels. Arguments are positional; arrays are buffers, None stands for an empty one."""
+"""The kernels. Arguments are positional; arrays are buffers, None stands for an empty one.
+
+The element type of a NumPy array is told from others; array.array and memoryview have no types that would tell it.
+For type checkers the memoryview of a NumPy array is its `data`.
+"""
 
 from array import array
 from typing import Any, Tuple, Union
@@ -229,15 +290,16 @@ STUB_RESULTS = {"i32": "int", "i64": "int", "bool": "bool"}
 
 
 def stub(kernels):
-    return "\n".join([STUB_HEAD] + [stub_function(*item) for item in by_number(kernels)])
+    functions = [stub_function(f"_c_closure_{number}", kernel) for number, kernel in by_number(kernels)]
+    return "\n".join([STUB_HEAD, *functions])
 
 
-def stub_function(number, kernel):
+def stub_function(name, kernel):
     parameters = ", ".join(f"{python_name(p.name)}:~{STUB_TYPES.get(p.type, p.type)}" for p in kernel.takes)
     results = [STUB_RESULTS[result.type] for result in kernel.gives]
     result = f"Tuple[{',~'.join(results)}]" if len(results) > 1 else "".join(results) or "None"
     # No line ends between a name and its type, or outside the parentheses.
-    signature = filled(f"def _c_closure_{number}({parameters}, /)~->~{result}:", WIDTH, " " * 8).replace("~", " ")
+    signature = filled(f"def {name}({parameters}, /)~->~{result}:", WIDTH, " " * 8).replace("~", " ")
     doc = textwrap.indent(stub_doc(kernel), "    ").replace("\\", "\\\\")
     return f'{signature}\n    """\n{doc}\n    """\n'
 
@@ -253,13 +315,36 @@ def stub_doc(kernel):
     lines += ["returns"] if kernel.gives else []
     lines += [stub_doc_line(r.name or r.type, *result_explanation(kernel, r)) for r in kernel.gives]
     parts = [text if is_literal else filled(text, WIDTH - 4) for is_literal, text in paragraphs(kernel.comment.text)]
-    return "\n\n".join(parts + ["\n".join(lines)])
+    numbers = ", ".join(map(str, kernel.numbers))
+    return "\n\n".join([f"{kernel.name}, {numbers}", *parts, "\n".join(lines)])
 
 
 def stub_doc_line(name, role, length, meaning):
     brackets = "; ".join(filter(None, [role, length]))
     text = f"{name} ({brackets}): {meaning}" if brackets else f"{name}: {meaning}" if meaning else name
     return filled(text, WIDTH - 4, "    ")
+
+
+# the companion's names
+
+
+def names(kernels):
+    """The module of the kernels under their names, those of several numbers under the lowest."""
+    lines = ['"""The kernels of `fragments` under their names, and what they take: written by tools/kernels.py."""', ""]
+    lines += ["from fragments import ("]
+    lines += [f"    _c_closure_{kernel.numbers[0]} as {kernel.name}," for kernel in kernels]
+    lines += [")", "", "# Of each name the numbers and the parameters, name:kind in the order of a call.", "SIGNATURES = {"]
+    for kernel in kernels:
+        parameters = " ".join(f"{name}:{kind}" for name, kind in kernel.parameters)
+        lines.append(f'    "{kernel.name}": ({kernel.numbers}, "{parameters}"),')
+    return "\n".join(lines + ["}"])
+
+
+def names_stub(kernels):
+    """The type stub of that module."""
+    head = STUB_HEAD.replace("import Any, Tuple", "import Any, Dict, Tuple")
+    head += "\nSIGNATURES: Dict[str, Tuple[Tuple[int, ...], str]]\n"
+    return "\n".join([head, *(stub_function(kernel.name, kernel) for kernel in kernels)])
 
 
 # reference
@@ -312,21 +397,34 @@ def markdown_row(*cells):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("command", choices=["table", "describe", "check", "stub", "reference"])
-    parser.add_argument("numbers", type=int, nargs="*", metavar="N", help="for describe")
+    commands = ["table", "describe", "find", "check", "stub", "names", "names-stub", "reference"]
+    parser.add_argument("command", choices=commands)
+    parser.add_argument("words", nargs="*", metavar="N", help="for describe and find")
     arguments = parser.parse_args()
-    if arguments.command == "describe" and not arguments.numbers:
-        parser.error("describe needs the numbers of kernels (make describe N=472, or N='472 473')")
-    signal.signal(signal.SIGPIPE, signal.SIG_DFL)  # a reader may stop early
+    if arguments.command == "describe" and not arguments.words:
+        raise SystemExit("describe needs numbers, names or words: make describe N=472, N='472 473', N=symmetrise")
+    if arguments.command == "find" and not arguments.words:
+        raise SystemExit("find needs a word or more: make find WORD=transpose, WORD='sum along'")
+    try:
+        run(arguments.command, arguments.words)
+        sys.stdout.flush()
+    except BrokenPipeError:  # a reader may stop early; what is left goes nowhere
+        os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
+
+
+def run(command, words):
     kernels = read_kernels()
-    if arguments.command == "describe":
-        print(describe(kernels, arguments.numbers))
-    elif arguments.command == "check":
+    if command == "describe":
+        print(describe(kernels, words))
+    elif command == "find":
+        print(find(kernels, words))
+    elif command == "check":
         faults = check(kernels)
         print("\n".join(faults), end="\n" if faults else "")
         raise SystemExit(1 if faults else 0)
     else:
-        print({"table": table, "stub": stub, "reference": reference}[arguments.command](kernels))
+        writers = {"table": table, "stub": stub, "names": names, "names-stub": names_stub, "reference": reference}
+        print(writers[command](kernels))
 
 
 if __name__ == "__main__":

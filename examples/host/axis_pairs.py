@@ -11,12 +11,13 @@ from typing import Tuple
 import numpy as np
 
 from . import kernels
+from .checks import number
 from .stacks import Record, Stacks, int32_array
 
 
 def triangle(s: Stacks, a: int, b: int, upper: bool = False) -> Record:
     """Replaces an array by its lower (or upper) triangles, diagonals included: a sparse array of its shape."""
-    w, r, e = s.w, s.r, s.operands(1)[0]
+    w, r, e = s.w, s.r, s.small_operands(1)[0]
     dim, _ = _fold(s, e, a, b)
     stride = np.ones(5, dtype=np.int32)
     kernels.fold_strides(dim, stride)
@@ -37,7 +38,8 @@ def triangle(s: Stacks, a: int, b: int, upper: bool = False) -> Record:
 
 def scale_off_diagonal(s: Stacks, a: int, b: int, factor: float) -> Record:
     """Multiplies the elements off the diagonals by `factor`."""
-    w, r, e = s.w, s.r, s.operands(1)[0]
+    w, r, e = s.w, s.r, s.small_operands(1)[0]
+    factor = number(factor, "a factor")
     dim, _ = _fold(s, e, a, b)
     ncodeatom = e.ncodeatom + 2 * e.nnz if e.ncodeatom else 0
     result = r.reserve_record(e.nd, e.nelem, e.nnz, ncodeatom, hassp=e.hassp)
@@ -57,7 +59,7 @@ def scale_off_diagonal(s: Stacks, a: int, b: int, factor: float) -> Record:
 
 def symmetrise(s: Stacks, a: int, b: int) -> Record:
     """Replaces an array by the mean of itself and its transpose in the two axes."""
-    w, r, x, e = s.w, s.r, s.x, s.operands(1)[0]
+    w, r, x, e = s.w, s.r, s.x, s.small_operands(1)[0]
     dim, stride = _fold(s, e, a, b)
     nelem = e.nelem
     if e.hassp:

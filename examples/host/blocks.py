@@ -132,7 +132,8 @@ class RowStore:
 def build_in_blocks(model: Model, blocks: Iterable[Callable[[Model], None]], store: RowStore) -> int:
     """Calls each of `blocks`, which constrain expressions of the model, and moves its rows to the store.
 
-    Returns the bytes of the model's stacks at their largest.
+    Returns the bytes of the model's stacks at their largest, after a block; of blocks of more than `model.LARGE` terms
+    they keep nothing.
     """
     peak = stack_bytes(model.stacks)
     for block in blocks:

@@ -16,6 +16,8 @@ An element of a conic constraint is an affine expression of its own, bound to a 
 constraints a number at or above 0 is a linear row, and ~a the conic element a. An entry of a semidefinite cone is its
 element divided by the element's scale, which is sqrt(1/2) off the diagonal, so that inner products of packed
 triangles are those of the matrices.
+
+What cannot be right is refused as in `model`, before anything is changed.
 """
 
 from __future__ import annotations
@@ -28,8 +30,10 @@ import numpy as np
 from scipy.sparse import csr_matrix
 
 from . import kernels
-from .model import Constraint, Domain, Model, Problem, Rows, Values, Variable, assemble
-from .stacks import Record, Stacks
+from .checks import count as checked_count
+from .checks import extents, floats
+from .model import Constraint, Domain, Model, Problem, Rows, Values, Variable, _name, assemble
+from .stacks import Record, check_slots
 from .sums import merge_terms
 
 CONES = ("nonnegative", "nonpositive", "quadratic", "semidefinite")
@@ -39,7 +43,7 @@ CONES = ("nonnegative", "nonpositive", "quadratic", "semidefinite")
 class SemidefiniteVariable(Variable):
     """Symmetric matrices of variables: shape (d, d) or (n, d, d); `matrices` are their numbers (int32, from 0 on)."""
 
-    matrices: np.ndarray
+    matrices: Optional[np.ndarray] = None
 
 
 @dataclass(frozen=True)
@@ -86,6 +90,7 @@ class ConicModel(Model):
     def __init__(self) -> None:
         super().__init__()
         none, no_values = np.zeros(0, dtype=np.int32), np.zeros(0)
+        self._semidefinite: List[SemidefiniteVariable] = []
         self._barj = self._i = self._j = self._dim = none
         self._barA: List[_Entries] = []
         self._barc = _Entries(none, none, none, none, no_values)
@@ -101,33 +106,38 @@ class ConicModel(Model):
 
     # ---- Variables
 
-    def variable(self, shape: Sequence[int], domain: Domain, integer: bool = False) -> Variable:
+    def variable(self, shape: Sequence[int], domain: Domain, integer: bool = False, name: str = "") -> Variable:
         """Adds an array of variables that live in no cone; none may be an integer."""
         if np.any(integer):
             raise ValueError("a conic model has no integers")
-        x = super().variable(shape, domain)
+        x = super().variable(shape, domain, integer, name)
         self._var_acc, self._var_ofs = _longer(len(x.nidxs), self._var_acc, self._var_ofs)
         kernels.remove_variables(len(x.nidxs), x.nidxs, self._var_acc)
         return x
 
-    def variable_in_cone(self, shape: Sequence[int], cone: str) -> Variable:
+    def variable_in_cone(self, shape: Sequence[int], cone: str, name: str = "") -> Variable:
         """Adds an array of variables that live in "nonnegative", "nonpositive" or "quadratic" cones, see `conic`."""
         if cone == "semidefinite":
             raise ValueError("a semidefinite matrix of variables is made by semidefinite()")
-        x = self.variable(shape, Domain(-np.inf, np.inf))
+        _cones_of(cone, extents(shape, "the shape of a variable"))
+        x = self.variable(shape, Domain(-np.inf, np.inf), name=name)
         first = len(self._cones)
         self.push(x)
-        self.conic(cone)
+        self.conic(cone, name=name)
         accidxs = np.arange(first, len(self._cones), dtype=np.int32)
         if len(x.nidxs):
             kernels.enter_variables(accidxs, len(x.nidxs) // len(accidxs), len(x.nidxs), x.nidxs,
                                     self._var_acc, self._var_ofs)
         return x
 
-    def semidefinite(self, d: int, n: Optional[int] = None) -> SemidefiniteVariable:
-        """Adds a positive semidefinite matrix of variables of order d, or n of them in one array."""
-        count, first, size = 1 if n is None else n, len(self._dim), len(self._barj)
+    def semidefinite(self, d: int, n: Optional[int] = None, name: str = "") -> SemidefiniteVariable:
+        """Adds a positive semidefinite matrix of variables of order d, at least 1, or n of them in one array."""
+        name = _name(name, self._semidefinite)
+        d = checked_count(d, "the order of a semidefinite matrix", 1)
+        count = 1 if n is None else checked_count(n, "the number of semidefinite matrices")
+        first, size = len(self._dim), len(self._barj)
         elements = count * (d * (d + 1) // 2)
+        check_slots("the list of all elements of semidefinite matrices", count * d * d + size)
         self._barj, self._i, self._j = _longer(elements, self._barj, self._i, self._j)
         self._dim, = _longer(count, self._dim)
         nativeidxs, matrices = np.zeros(elements, dtype=np.int64), np.zeros(count, dtype=np.int32)
@@ -135,17 +145,23 @@ class ConicModel(Model):
         kernels.fill_semidefinite_block(self._barj, self._i, self._j, np.array([size], dtype=np.int32), self._dim,
                                         0, d, first, nativeidxs, count)
         nidxs = _symmetric(~nativeidxs.astype(np.int32), count, d).astype(np.int64)
-        return SemidefiniteVariable((d, d) if n is None else (n, d, d), nidxs, matrices)
+        self._nbar = len(self._barj)
+        shape = (d, d) if n is None else (count, d, d)
+        self._semidefinite.append(SemidefiniteVariable(shape, nidxs, name, self._owner, matrices))
+        return self._semidefinite[-1]
 
     # ---- Linear rows and the objective
 
     def _append_rows(self, rows: Rows) -> np.ndarray:
         """Does what that of `Model` does, and keeps the terms on semidefinite elements in `_barA`."""
-        e, s = _merge_row_terms(self.stacks), self.stacks
+        s = self.stacks
+        e = merge_terms(s)  # brings terms on semidefinite elements to the front
         nmat, _, nbar = kernels.measure_rows_by_term(0, self._barj, 0, e.nelem, e.nidxs, e.ptr, s.w.i32, s.w.i64, 0)
-        self._barA.append(self._matrices(e, kernels.write_row_matrices, np.zeros(e.nelem + 1, dtype=np.int32),
-                                         nmat, nbar, self._nrows + s.positions(e)))
-        return super()._append_rows(rows)
+        entries = self._matrices(e, kernels.write_row_matrices, np.zeros(e.nelem + 1, dtype=np.int32),
+                                 nmat, nbar, self._nrows + s.positions(e))
+        fixed = super()._append_rows(rows)
+        self._barA.append(entries)
+        return fixed
 
     def _matrices(self, e: Record, write, ptr: np.ndarray, nmat: int, nbar: int, rows: np.ndarray) -> _Entries:
         """The terms of a record on semidefinite elements; the elements' rows in the model are `rows`."""
@@ -160,7 +176,7 @@ class ConicModel(Model):
         """Takes the last record, of one element, off the w stack as the objective; sense is "min" or "max"."""
         s = self.stacks
         self._check_objective(sense)
-        e, w = _merge_row_terms(s), s.w
+        e, w = merge_terms(s), s.w
         nlin, nbar = kernels.measure_row(0, e.nidxs, e.nnz, 0, w.i64)
         subj, cof = np.zeros(nlin, dtype=np.int32), np.zeros(nlin)
         kernels.split_row(cof, e.cof, e.nidxs, e.nnz, w.f64, w.i64, subj)
@@ -175,31 +191,25 @@ class ConicModel(Model):
 
     # ---- Conic constraints
 
-    def conic(self, cone: str, b: Values = 0.0) -> Constraint:
+    def conic(self, cone: str, b: Values = 0.0, name: str = "") -> Constraint:
         """Takes the last record off the w stack; its elements less `b` lie in cones.
 
         cone: "nonnegative" or "nonpositive", one cone for all elements; "quadratic", a cone x[0] >= |x[1:]| for each
         run along the last axis; "semidefinite", a cone for each matrix of the last two axes, read in its lower
-        triangle. b: a number, or an array that can be broadcast to the shape of the record.
+        triangle. b: a number, or an array that can be broadcast to the shape of the record; finite.
         """
-        shape = self.stacks.w.extents(self.stacks.operands(1)[0])
-        b = np.broadcast_to(np.asarray(b, dtype=np.float64), shape)
-        if cone not in CONES:
-            raise ValueError(f"{cone} is none of the cones {', '.join(CONES)}")
+        name = _name(name, self._constraints)
+        shape = self.stacks.w.extents(self._expression(f"constraint {name}"))
+        b = _broadcast(b, shape, f"the right side of constraint {name}")
+        count, d = _cones_of(cone, shape)
         if cone == "semidefinite":
-            return self._semidefinite_cones(shape, b)
-        if cone == "quadratic" and (not shape or not shape[-1]):
-            raise ValueError(f"an array of shape {shape} has no last axis to lie in quadratic cones")
-        count = math.prod(shape[:-1]) if cone == "quadratic" else 1
-        d = math.prod(shape) // max(count, 1)
+            return self._semidefinite_cones(shape, b, count, d, name)
         afeidxs = self._expressions()
-        return Constraint(shape, ~self._enter(afeidxs, b.reshape(-1).copy(), [(cone, d)] * count, d))
+        aconidxs = self._enter(afeidxs, b.reshape(-1).copy(), [(cone, d)] * count, d)
+        return self._entered(Constraint(shape, ~aconidxs, name, self._owner))
 
-    def _semidefinite_cones(self, shape: Tuple[int, ...], b: np.ndarray) -> Constraint:
-        """Binds the matrices of the last record, of this shape, to cones of their own."""
-        if len(shape) < 2 or shape[-1] != shape[-2]:
-            raise ValueError(f"an array of shape {shape} has no square matrices in its last two axes")
-        d, count = shape[-1], math.prod(shape[:-2])
+    def _semidefinite_cones(self, shape: Tuple[int, ...], b: np.ndarray, count: int, d: int, name: str) -> Constraint:
+        """Binds the `count` matrices of order d of the last record, of this shape, to cones of their own."""
         entries = d * (d + 1) // 2
         row, column = np.tril_indices(d)
         full = self._expressions().reshape(count, d, d)
@@ -209,18 +219,19 @@ class ConicModel(Model):
         aconidxs = self._enter(afeidxs, b.reshape(count, d, d)[:, row, column].reshape(-1),
                                [("semidefinite", d)] * count, entries)
         kernels.scale_triangle_elements(self._scale, aconidxs, 1, d, count, d, 1, 0, math.sqrt(0.5))
-        return Constraint(shape, _symmetric(~aconidxs, count, d))
+        return self._entered(Constraint(shape, _symmetric(~aconidxs, count, d), name, self._owner))
 
-    def between(self, lower: Values, upper: Values) -> Tuple[Constraint, Constraint]:
+    def between(self, lower: Values, upper: Values, name: str = "") -> Tuple[Constraint, Constraint]:
         """Takes the last record off the w stack: lower <= element <= upper, both finite, as two cones."""
-        shape = self.stacks.w.extents(self.stacks.operands(1)[0])
-        lb, ub = (np.broadcast_to(np.asarray(v, dtype=np.float64), shape).reshape(-1).copy() for v in (lower, upper))
-        if not (np.isfinite(lb).all() and np.isfinite(ub).all()):
-            raise ValueError("a ranged constraint has finite bounds")
+        name = _name(name, self._constraints)
+        shape = self.stacks.w.extents(self._expression(f"constraint {name}"))
+        lb, ub = (_broadcast(v, shape, f"the {side} bounds of constraint {name}").reshape(-1).copy()
+                  for v, side in ((lower, "lower"), (upper, "upper")))
         afeidxs, n, start = self._expressions(), len(lb), len(self._accb)
         aconidxs = self._enter(np.tile(afeidxs, 2), None, [("nonnegative", n), ("nonpositive", n)], n)
         kernels.bind_ranged_expressions(self._accafeidxs, self._accb, afeidxs, 0, start, lb, n, ub)
-        return Constraint(shape, ~aconidxs[:n]), Constraint(shape, ~aconidxs[n:])
+        return (self._entered(Constraint(shape, ~aconidxs[:n], name, self._owner)),
+                self._entered(Constraint(shape, ~aconidxs[n:], name, self._owner)))
 
     def _enter(self, afeidxs: np.ndarray, b: Optional[np.ndarray], cones: List[Tuple[str, int]], d: int) -> np.ndarray:
         """Adds constraints of d entries each; the numbers of their elements. Without `b` binding is the caller's."""
@@ -239,7 +250,8 @@ class ConicModel(Model):
 
     def _expressions(self) -> np.ndarray:
         """Takes the last record off w as affine expressions, one for each element; their numbers."""
-        e, s = _merge_row_terms(self.stacks), self.stacks
+        s = self.stacks
+        e = merge_terms(s)
         w, size = s.w, math.prod(s.w.extents(e))
         nmat, nlin, nbar = kernels.measure_rows_by_coefficient(
             0, self._barj, e.cof, 0, e.nelem, e.nidxs, e.ptr, w.f64, w.i32, w.i64, 0)
@@ -283,11 +295,27 @@ def places(dim: np.ndarray, barj: np.ndarray, i: np.ndarray, j: np.ndarray) -> n
     return (np.cumsum(squares) - squares)[barj] + dim[barj] * i.astype(np.int64) + j
 
 
-def _merge_row_terms(s: Stacks) -> Record:
-    """Merges the terms of rows, those on semidefinite elements first. ValueError if a coefficient has code."""
-    if s.operands(1)[0].ncodeatom:
-        raise ValueError("a row has coefficients with code, which must be run before the row is made")
-    return merge_terms(s)
+def _cones_of(cone: str, shape: Tuple[int, ...]) -> Tuple[int, int]:
+    """How many cones an array of this shape lies in, and their order. Raises ValueError if it cannot."""
+    if cone not in CONES:
+        raise ValueError(f"{cone!r} is none of the cones {', '.join(CONES)}")
+    if cone == "semidefinite":
+        if len(shape) < 2 or shape[-1] != shape[-2]:
+            raise ValueError(f"an array of shape {shape} has no square matrices in its last two axes")
+        return math.prod(shape[:-2]), shape[-1]
+    if cone == "quadratic":
+        if not shape or not shape[-1]:
+            raise ValueError(f"an array of shape {shape} has no last axis to lie in quadratic cones")
+        return math.prod(shape[:-1]), shape[-1]
+    return 1, math.prod(shape)
+
+
+def _broadcast(values: Values, shape: Tuple[int, ...], what: str) -> np.ndarray:
+    values = floats(values, what)
+    try:
+        return np.broadcast_to(values, shape)
+    except ValueError:
+        raise ValueError(f"{what}: an array of shape {values.shape} does not fit the shape {shape}") from None
 
 
 def _symmetric(numbers: np.ndarray, count: int, d: int) -> np.ndarray:

@@ -4,8 +4,9 @@ All of them work alike. They check their arguments, measure the result with a ke
 let the writing kernels fill it, and move the finished record to w; those without operands write on w at once. Terms
 are merged by `sums.merge_terms` alone: in all others a variable that is met twice gives two terms.
 
-Coefficient code passes through every operator, but none here makes it: the products in `parameters` do. Shape errors
-are reported as ValueError, with the w stack as it was before the call.
+Coefficient code passes through every operator, but none here makes it: the products in `parameters` do. What does not
+fit is refused by ValueError, a wrong type by TypeError, a result of 2^31 terms or more by OverflowError, with the w
+stack as it was before the call. Numbers come in as arrays or lists; NaN and inf are no coefficients.
 
 Here are the leaves, products with a constant matrix, sums of two operands and of blocks, picks and slices. `structure`
 stacks, repeats and permutes axes, `sums` has the other sums, `products` products with constant arrays and diagonals of
@@ -20,16 +21,19 @@ from dataclasses import dataclass, replace
 from typing import Optional, Sequence, Tuple, Union
 
 import numpy as np
+from scipy.sparse import csr_matrix, issparse
 
 from . import kernels
-from .stacks import Record, Stacks, int32_array
+from .checks import extents, floats, integers, number
+from .stacks import MOST_SLOTS, Record, Stacks, int32_array
 
 
 @dataclass(frozen=True)
 class SparseMatrix:
     """A constant matrix of `rows` x `cols` by its entries, sorted by row, then column, without repetitions.
 
-    subi, subj: int32, row and column of each entry; val: float64, its value. A stored zero stays an entry.
+    subi, subj: int32, row and column of each entry; val: float64, its value. A stored zero stays an entry. Arrays of
+    these types are kept, not copied. Raises ValueError unless they are of one length, in order and finite.
     """
 
     rows: int
@@ -37,6 +41,26 @@ class SparseMatrix:
     subi: np.ndarray
     subj: np.ndarray
     val: np.ndarray
+
+    def __post_init__(self) -> None:
+        rows, cols = extents((self.rows, self.cols), "the shape of a matrix")
+        subi, subj = (integers(a, f"the {name} of a matrix", np.int32)
+                      for a, name in ((self.subi, "rows"), (self.subj, "columns")))
+        val = floats(self.val, "the entries of a matrix")
+        if not subi.ndim == subj.ndim == val.ndim == 1 or not len(subi) == len(subj) == len(val):
+            raise ValueError("a matrix has as many rows and columns as entries, not arrays of the shapes "
+                             f"{subi.shape}, {subj.shape} and {val.shape}")
+        for name, value in zip(("rows", "cols", "subi", "subj", "val"), (rows, cols, subi, subj, val)):
+            object.__setattr__(self, name, value)
+        matrix_arguments(self)
+
+    @classmethod
+    def of(cls, matrix) -> SparseMatrix:
+        """The entries of a SciPy matrix, those of one place added up, or of a two-dimensional array that are not 0."""
+        entries = csr_matrix(matrix, copy=True)
+        entries.sum_duplicates()
+        entries = entries.tocoo()
+        return cls(*entries.shape, entries.row, entries.col, entries.data)
 
 
 Matrix = Union[SparseMatrix, np.ndarray]
@@ -51,7 +75,10 @@ def variable(s: Stacks, shape: Sequence[int], nidxs: np.ndarray, sp: Optional[np
     nidxs: int64, the number of each stored element, not 0; sp: int64, their flat positions, ascending, for an
     array that stores some elements only; without it all elements are stored.
     """
-    check_pattern(shape, sp, len(nidxs))
+    nidxs = integers(nidxs, "the numbers of variables").reshape(-1)
+    shape, sp = check_pattern(shape, sp, len(nidxs))
+    if not np.all(nidxs):
+        raise ValueError("the number 0 stands for the constant and is no variable")
     n = len(nidxs)
     w, record = s.w, s.w.reserve_record(len(shape), n, n, hassp=sp is not None)
     kernels.push_variable(record.cof, w.f64, w.i32, len(shape), n, n, record.ptr, record.shape, int32_array(shape))
@@ -62,8 +89,8 @@ def variable(s: Stacks, shape: Sequence[int], nidxs: np.ndarray, sp: Optional[np
 
 def constant(s: Stacks, shape: Sequence[int], values: np.ndarray, sp: Optional[np.ndarray] = None) -> Record:
     """Pushes an array of constants: float64 `values` of the stored elements, which `sp` names as in `variable`."""
-    values = np.asarray(values, dtype=np.float64)
-    check_pattern(shape, sp, len(values))
+    values = floats(values, "a constant array").reshape(-1)
+    shape, sp = check_pattern(shape, sp, len(values))
     n = len(values)
     nnz = kernels.count_nonzeros(values, 0)
     w, record = s.w, s.w.reserve_record(len(shape), n, nnz, hassp=sp is not None)
@@ -73,16 +100,23 @@ def constant(s: Stacks, shape: Sequence[int], values: np.ndarray, sp: Optional[n
     return s.push(record)
 
 
-def check_pattern(shape: Sequence[int], sp: Optional[np.ndarray], count: int) -> None:
-    """Raises ValueError unless `count` values fit an array of this shape, stored in full or at the positions `sp`."""
+def check_pattern(shape: Sequence[int], sp: Optional[np.ndarray], count: int) -> Tuple:
+    """The shape and the positions `sp` as kernels take them.
+
+    Raises ValueError unless `count` values fit an array of this shape, stored in full or at these positions.
+    """
+    shape = extents(shape)
     size = math.prod(shape)
     if sp is None:
         if count != size:
-            raise ValueError(f"{count} values for the {size} elements of shape {tuple(shape)}")
-    elif len(sp) != count:
-        raise ValueError(f"{count} values for {len(sp)} positions")
-    elif any(kernels.check_pattern(False, False, sp, size)):
+            raise ValueError(f"{count} values for the {size} elements of shape {shape}")
+        return shape, None
+    sp = integers(sp, "positions")
+    if sp.shape != (count,):
+        raise ValueError(f"{count} values for positions of shape {sp.shape}")
+    if any(kernels.check_pattern(False, False, sp, size)):
         raise ValueError(f"positions must ascend strictly, from 0 on and below {size}")
+    return shape, sp
 
 
 # ---- Products with a constant matrix
@@ -91,19 +125,24 @@ def check_pattern(shape: Sequence[int], sp: Optional[np.ndarray], count: int) ->
 def multiply(s: Stacks, matrix: Matrix) -> Record:
     """Replaces E by matrix @ E, for E of shape (k,) or (k, t) and a matrix of m x k: shape (m,) or (m, t)."""
     dense, rows, cols, mnnz, msubi, msubj, mval = matrix_arguments(matrix)
-    extents = s.w.extents(s.operands(1)[0])
-    if len(extents) not in (1, 2) or extents[0] != cols:
-        raise ValueError(f"a matrix of {rows} x {cols} cannot be applied to an array of shape {extents}")
-    if len(extents) == 2 and extents[1] != 1:
+    e = s.operands(1)[0]
+    shape = s.w.extents(e)
+    if len(shape) not in (1, 2) or shape[0] != cols:
+        raise ValueError(f"a matrix of {rows} x {cols} cannot be applied to an array of shape {shape}")
+    d0 = shape[1] if len(shape) == 2 else 1
+    if dense:
+        s.r.check_counts(rows * e.nnz, rows * (e.ncodeatom + 2 * e.nnz) if e.ncodeatom else 0)
+    else:
+        _check_copies(s, e, mnnz * d0, lambda at: np.bincount(msubj, minlength=cols)[at // d0])
+    if d0 != 1:
         transpose(s)  # the kernels apply the matrix to each row of their operand
     w, r, e = s.w, s.r, s.operands(1)[0]
-    d0 = extents[1] if len(extents) == 2 else 1
 
     ncodeatom, nelem, nnz = kernels.measure_product(
         e.codeptr, d0, cols, e.hassp, rows, mnnz, msubi, msubj, e.ncodeatom, e.nelem, e.nnz, e.ptr,
         0, 0, 0, e.sp, w.i32, w.i64)
-    result = r.reserve_record(len(extents), nelem, nnz, ncodeatom, hassp=nelem < rows * d0)
-    kernels.push_extents(len(extents), r.i32, result.shape, int32_array((rows, *extents[1:])))
+    result = r.reserve_record(len(shape), nelem, nnz, ncodeatom, hassp=nelem < rows * d0)
+    kernels.push_extents(len(shape), r.i32, result.shape, int32_array((rows, *shape[1:])))
 
     if dense:
         _write_dense_product(s, e, result, rows, cols, d0, mval)
@@ -151,7 +190,7 @@ def _write_dense_product(s: Stacks, e: Record, result: Record, rows: int, cols: 
 
 def scale_matrix(s: Stacks, matrix: SparseMatrix) -> Record:
     """Replaces a record E of one stored element by the matrix with every entry times E, a sparse array."""
-    _, rows, cols, mnnz, msubi, msubj, mval = matrix_arguments(matrix)
+    rows, cols, mnnz, msubi, msubj, mval = sparse_matrix_arguments(matrix)
     w, r, e = s.w, s.r, s.operands(1)[0]
     if math.prod(w.extents(e)) != 1 or e.nelem != 1:
         raise ValueError(f"only a single expression can scale a matrix, not an array of shape {w.extents(e)}")
@@ -171,10 +210,12 @@ def multiply_variable(s: Stacks, matrix: SparseMatrix, shape: Sequence[int], nid
 
     shape: (k,) or (k, t) for a matrix of m x k; nidxs: int64, the numbers of all elements of X. The result is sparse.
     """
-    _, rows, cols, mnnz, msubi, msubj, mval = matrix_arguments(matrix)
+    rows, cols, mnnz, msubi, msubj, mval = sparse_matrix_arguments(matrix)
+    shape, nidxs = extents(shape), integers(nidxs, "the numbers of variables").reshape(-1)
     d1 = math.prod(shape[1:])
     if len(shape) not in (1, 2) or shape[0] != cols or len(nidxs) != cols * d1:
         raise ValueError(f"a matrix of {rows} x {cols} cannot be applied to {len(nidxs)} variables of {tuple(shape)}")
+    s.w.check_counts(mnnz * d1)
     nelem, nnz = kernels.measure_left_dense_product(mnnz, msubi, 0, 0, d1)
     w, result = s.w, s.w.reserve_record(len(shape), nelem, nnz, hassp=True)
     kernels.push_extents(len(shape), w.i32, result.shape, int32_array((rows, *shape[1:])))
@@ -185,7 +226,8 @@ def multiply_variable(s: Stacks, matrix: SparseMatrix, shape: Sequence[int], nid
 
 def multiply_variable_right(s: Stacks, matrix: SparseMatrix, shape: Sequence[int], nidxs: np.ndarray) -> Record:
     """Pushes X @ matrix for a dense array X of variables of shape (t, k) and a matrix of k x c: (t, c), sparse."""
-    _, rows, cols, mnnz, msubi, msubj, mval = matrix_arguments(matrix)
+    rows, cols, mnnz, msubi, msubj, mval = sparse_matrix_arguments(matrix)
+    shape, nidxs = extents(shape), integers(nidxs, "the numbers of variables").reshape(-1)
     if len(shape) != 2 or shape[1] != rows or len(nidxs) != shape[0] * rows:
         raise ValueError(f"{len(nidxs)} variables of {tuple(shape)} cannot be multiplied by {rows} x {cols}")
     w, x = s.w, s.x
@@ -202,10 +244,17 @@ def multiply_variable_right(s: Stacks, matrix: SparseMatrix, shape: Sequence[int
 
 
 def matrix_arguments(matrix: Matrix) -> Tuple:
-    """(dense, rows, cols, entries, msubi, msubj, mval) for the kernels; a dense matrix has None for msubi and msubj."""
+    """(dense, rows, cols, entries, msubi, msubj, mval) for the kernels; a dense matrix has None for msubi and msubj.
+
+    A dense matrix is a two-dimensional array or a list of rows.
+    """
     if not isinstance(matrix, SparseMatrix):
-        rows, cols = matrix.shape
-        return True, rows, cols, 0, None, None, np.ascontiguousarray(matrix, dtype=np.float64).reshape(-1)
+        if issparse(matrix):
+            raise TypeError(f"a {type(matrix).__name__} is no matrix of this layer: make one with SparseMatrix.of")
+        values = floats(matrix, "a matrix")
+        if values.ndim != 2:
+            raise ValueError(f"a matrix has two axes, not the shape {values.shape}")
+        return True, *values.shape, 0, None, None, np.ascontiguousarray(values).reshape(-1)
     m = matrix
     badidx, badorder = kernels.check_matrix_to_first_fault(False, False, m.rows, m.cols, len(m.val), m.subi, m.subj)
     if badidx:
@@ -213,6 +262,33 @@ def matrix_arguments(matrix: Matrix) -> Tuple:
     if badorder:
         raise ValueError("the entries of the matrix are not in ascending order of row, then column")
     return False, m.rows, m.cols, len(m.val), m.subi, m.subj, m.val
+
+
+def sparse_matrix_arguments(matrix: SparseMatrix) -> Tuple:
+    """(rows, cols, entries, msubi, msubj, mval) for the kernels that know sparse matrices only."""
+    if not isinstance(matrix, SparseMatrix):
+        raise TypeError(f"a SparseMatrix is wanted, not a {type(matrix).__name__}: make one with SparseMatrix.of")
+    return matrix_arguments(matrix)[1:]
+
+
+def _check_copies(s: Stacks, e: Record, count: int, uses) -> None:
+    """Raises OverflowError if a record of `count` copies of elements of E, with two atoms more for each of their terms
+    if there is code, does not fit the r stack.
+
+    uses(at): how many copies there are of each of the elements at the flat positions `at`.
+    """
+    w = s.w
+    if count * (e.nnz + e.ncodeatom) < MOST_SLOTS // 4:
+        return
+    longest = kernels.longest_element(0, e.nelem, e.ptr, w.i32)
+    if e.ncodeatom:
+        longest *= 3 + kernels.longest_element(0, e.nnz, e.codeptr, w.i32)
+    if count * longest > MOST_SLOTS:
+        ptr = w.i32[e.ptr:e.ptr + e.nelem + 1]
+        sizes = np.diff(ptr).astype(np.int64)
+        if e.ncodeatom:
+            sizes = 3 * sizes + np.diff(w.i32[e.codeptr:e.codeptr + e.nnz + 1][ptr])
+        s.r.check_counts(int(sizes @ uses(s.positions(e))))
 
 
 def transpose(s: Stacks) -> Record:
@@ -243,6 +319,7 @@ def transpose(s: Stacks) -> Record:
 def add(s: Stacks, c1: float = 1.0, c2: float = 1.0) -> Record:
     """Replaces A and B, pushed in this order and of one shape, by c1*A + c2*B; it is sparse if both are."""
     w, r = s.w, s.r
+    c1, c2 = number(c1, "the weight of the first summand"), number(c2, "the weight of the second summand")
     a, b = s.operands(2)
     shape = w.extents(a)
     if shape != w.extents(b):
@@ -304,11 +381,14 @@ def sum_blocks(s: Stacks, naxes: int = 1) -> Record:
 def pick(s: Stacks, indices: np.ndarray) -> Record:
     """Replaces an array by the vector of the chosen elements, in the given order, repetitions allowed; a dense record.
 
-    indices: int64 flat positions of shape (k,), or int32 coordinates of shape (k, nd).
+    indices: integers, flat positions of shape (k,) or coordinates of shape (k, nd).
     """
     w, r, x, e = s.w, s.r, s.x, s.operands(1)[0]
-    shape = w.extents(e)
+    shape, indices = w.extents(e), integers(indices, "positions")
+    if indices.ndim not in (1, 2):
+        raise ValueError(f"positions have the shape (k,), or (k, {e.nd}) as coordinates, not {indices.shape}")
     if indices.ndim == 2:
+        indices = integers(indices, "coordinates", np.int32)
         if indices.shape[1] != e.nd or kernels.has_coordinate_outside(indices, len(indices), int32_array(shape), False):
             raise ValueError(f"coordinates lie outside an array of shape {shape}")
         coordinates, indices = indices, np.empty(len(indices), dtype=np.int64)
@@ -317,6 +397,8 @@ def pick(s: Stacks, indices: np.ndarray) -> Record:
         raise ValueError(f"flat positions lie outside an array of shape {shape}")
 
     n = len(indices)
+    _check_copies(s, e, n, lambda at: np.bincount(
+        np.searchsorted(at, indices[np.isin(indices, at)]), minlength=len(at)))
     if e.hassp:
         slots, _, _ = x.reserve(n32=n)
         ncodeatom, nnz = kernels.find_pick(
@@ -339,6 +421,7 @@ def slice_box(s: Stacks, first: Sequence[int], last: Sequence[int]) -> Record:
     """Replaces an array by the box first[d] <= index < last[d], one pair of bounds for each of its axes."""
     w, r, e = s.w, s.r, s.operands(1)[0]
     shape = w.extents(e)
+    first, last = (integers(ends, "the ends of a box").reshape(-1).tolist() for ends in (first, last))
     if not len(first) == len(last) == e.nd > 0 or not all(0 <= f <= l <= n for f, l, n in zip(first, last, shape)):
         raise ValueError(f"the box from {tuple(first)} to {tuple(last)} does not lie in an array of shape {shape}")
     box = int32_array([l - f for f, l in zip(first, last)])

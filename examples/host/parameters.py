@@ -19,11 +19,12 @@ from __future__ import annotations
 
 import math
 from dataclasses import dataclass
-from typing import Optional, Sequence, Tuple
+from typing import List, Optional, Sequence, Tuple
 
 import numpy as np
 
 from . import kernels
+from .checks import extents, floats, integers
 from .operators import check_pattern
 from .stacks import Record, Stacks
 
@@ -35,11 +36,17 @@ class Parameter:
     """An array of parameters: its shape and the number of each stored element (int32).
 
     sp: int64, flat positions of the stored elements, ascending; without it all elements are stored. Others are zero.
+    name: what messages call it; owner: the mark of the parameters that it belongs to.
     """
 
     shape: Tuple[int, ...]
     numbers: np.ndarray
     sp: Optional[np.ndarray] = None
+    name: str = ""
+    owner: object = None
+
+    def __str__(self) -> str:
+        return f"parameter {self.name}"
 
     @property
     def positions(self) -> np.ndarray:
@@ -52,27 +59,44 @@ class Parameters:
 
     def __init__(self) -> None:
         self.values = np.zeros(0)
+        self.arrays: List[Parameter] = []
+        self.owner = object()
 
-    def array(self, shape: Sequence[int], sp: Optional[np.ndarray] = None) -> Parameter:
+    def array(self, shape: Sequence[int], sp: Optional[np.ndarray] = None, name: str = "") -> Parameter:
         """Adds an array of parameters, dense or with the stored elements `sp`."""
-        first, n = len(self.values), math.prod(shape) if sp is None else len(sp)
-        check_pattern(shape, sp, n)
+        first, n = len(self.values), math.prod(extents(shape)) if sp is None else len(sp)
+        shape, sp = check_pattern(shape, sp, n)
         self.values = np.append(self.values, np.full(n, np.nan))
-        return Parameter(tuple(shape), np.arange(first, first + n, dtype=np.int32), sp)
+        self.arrays.append(Parameter(shape, np.arange(first, first + n, dtype=np.int32), sp,
+                                     name or f"number {len(self.arrays) + 1}", self.owner))
+        return self.arrays[-1]
 
     def set(self, parameter: Parameter, values) -> None:
-        """Sets the stored elements of an array of parameters, row-major; one number sets all of them."""
-        values = np.asarray(values, dtype=np.float64).reshape(-1)
-        count = len(parameter.numbers)
-        if len(values) not in (1, count):
-            raise ValueError(f"{len(values)} values for {count} parameters")
-        kernels.set_parameters(parameter.numbers, self.values, np.broadcast_to(values, (count,)))
+        """Sets the stored elements of an array of parameters, row-major; one number sets all of them.
+
+        Raises ValueError for numbers that are not finite, and for a parameter that is not among these.
+        """
+        numbers, values = self._numbers(parameter), floats(values, str(parameter)).reshape(-1)
+        if len(values) not in (1, len(numbers)):
+            raise ValueError(f"{len(values)} values for {parameter}, which has {len(numbers)}")
+        kernels.set_parameters(numbers, self.values, np.broadcast_to(values, (len(numbers),)))
 
     def get(self, parameter: Parameter) -> np.ndarray:
         """Values of the stored elements of an array of parameters, row-major."""
-        values = np.zeros(len(parameter.numbers))
+        values = np.zeros(len(self._numbers(parameter)))
         kernels.read_parameters(parameter.numbers, self.values, values)
         return values
+
+    def _numbers(self, parameter: Parameter) -> np.ndarray:
+        if _checked_parameter(parameter).owner is not self.owner:
+            raise ValueError(f"{parameter} belongs to other parameters")
+        return parameter.numbers
+
+
+def _checked_parameter(parameter: Parameter) -> Parameter:
+    if not isinstance(parameter, Parameter):
+        raise TypeError(f"a Parameter is wanted, not a {type(parameter).__name__}")
+    return parameter
 
 
 # ---- Products with parameters
@@ -81,8 +105,9 @@ class Parameters:
 def scale(s: Stacks, parameter: Parameter) -> Record:
     """Replaces an array E by the product of a single parameter and E."""
     w, r, e = s.w, s.r, s.operands(1)[0]
-    if len(parameter.numbers) != 1 or math.prod(parameter.shape) != 1:
-        raise ValueError(f"only a single parameter can scale an array, not an array of shape {parameter.shape}")
+    if len(_checked_parameter(parameter).numbers) != 1 or math.prod(parameter.shape) != 1:
+        raise ValueError(f"only a single parameter can scale an array, not {parameter} of shape {parameter.shape}")
+    s.claim("parameters", parameter.owner)
     result = r.reserve_record(e.nd, e.nelem, e.nnz, _atoms(e, e.nnz, e.ncodeatom), hassp=e.hassp)
     kernels.write_parameter_times_expression(
         e.cconst, e.code, e.cof, e.ncodeatom, e.nidxs, e.nnz, int(parameter.numbers[0]), e.ptr, e.codeptr,
@@ -97,8 +122,10 @@ def spread(s: Stacks, parameter: Parameter) -> Record:
     w, r, e = s.w, s.r, s.operands(1)[0]
     if math.prod(w.extents(e)) != 1 or e.nelem != 1:
         raise ValueError(f"only a single expression can be spread over parameters, not one of shape {w.extents(e)}")
+    n, nd = len(_checked_parameter(parameter).numbers), len(parameter.shape)
+    r.check_counts(n * e.nnz, n * _atoms(e, e.nnz, e.ncodeatom))
+    s.claim("parameters", parameter.owner)
     _, param = _push_parameter(s, parameter)
-    n, nd = len(parameter.numbers), len(parameter.shape)
     result = r.reserve_record(nd, n, n * e.nnz, n * _atoms(e, e.nnz, e.ncodeatom), hassp=parameter.sp is not None)
     kernels.push_extents(nd, r.i32, result.shape, np.array(parameter.shape, dtype=np.int32))
     kernels.push_pattern(result.hassp, n, r.i64, result.sp, parameter.sp)
@@ -165,8 +192,10 @@ def _atoms(e: Record, terms: int, atoms: int) -> int:
 def _operand_like(s: Stacks, parameter: Parameter) -> Record:
     """The last record, which has the shape of the parameters. Raises ValueError if it has another."""
     e = s.operands(1)[0]
-    if s.w.extents(e) != parameter.shape:
-        raise ValueError(f"parameters of shape {parameter.shape} do not fit an array of shape {s.w.extents(e)}")
+    if s.w.extents(e) != _checked_parameter(parameter).shape:
+        raise ValueError(f"{parameter} of shape {parameter.shape} does not fit an array of shape {s.w.extents(e)}")
+    s.r.check_counts(e.nnz, _atoms(e, e.nnz, e.ncodeatom))
+    s.claim("parameters", parameter.owner)
     return e
 
 
@@ -238,11 +267,16 @@ class ParameterTable:
         """Takes the last record off the w stack and puts element i into row rows[i], in place of what was there.
 
         Its code is compacted first. The terms that turn out not to depend on parameters are not stored but returned.
+        Raises ValueError for rows outside the table and for parameters other than the table's.
         """
-        size = math.prod(s.w.extents(s.operands(1)[0]))
+        e, w = s.operands(1)[0], s.w
+        size, rows = math.prod(w.extents(e)), self._checked(rows)
         if len(rows) != size or len(np.unique(rows)) != size:
             raise ValueError(f"{len(np.unique(rows))} different rows for {size} elements")
-        rows = self._checked(rows)
+        code, operands = (a[at:at + e.ncodeatom] for a, at in ((w.i32, e.code), (w.f64, e.cconst)))
+        s.claim("parameters", self.parameters.owner)
+        if not np.all(operands[code == 1] < len(self.parameters.values)):  # opcode 1 pushes a parameter
+            raise ValueError("the expression has parameters other than those of the table")
         e, w = compact(s), s.w
         self.remove(rows)
         flat, ptr, nidxs, cof = s.terms(e)
@@ -271,26 +305,38 @@ class ParameterTable:
 
     def _checked(self, rows: np.ndarray) -> np.ndarray:
         """Row numbers as kernels take them. Raises ValueError if one lies outside the table."""
+        rows = integers(rows, "rows", np.int32).reshape(-1)
         if len(rows) and not 0 <= np.min(rows) <= np.max(rows) < len(self.ptrb):
             raise ValueError(f"rows lie outside a table of {len(self.ptrb)} rows")
-        return np.ascontiguousarray(rows, dtype=np.int32)
+        return np.ascontiguousarray(rows)
 
     def evaluate(self) -> Triplets:
         """The coefficients of all rows for the current values, by rows: views that the next evaluation overwrites.
 
-        Variable number 0 stands for the constant of a row. A variable may be met more than once in a row.
+        Raises ValueError if one of them is NaN, because a parameter has no value. Variable number 0 stands for the
+        constant of a row. A variable may be met more than once in a row.
         """
         count, _ = kernels.evaluate_all_rows(
             self.cconst, self.code, 0, self.sizes, self.parameters.values, self.varidx, self.code_ptr, self.ptrb,
             self.ptre, 0, 0, self._subi, self._subj, self._val, self._machine)
+        self._check_values(count)
         return self._subi[:count], self._subj[:count], self._val[:count]
 
     def evaluate_first(self, nrows: int) -> Tuple[np.ndarray, np.ndarray]:
         """Variable numbers and coefficients of the first `nrows` rows, as `evaluate` gives them."""
+        if not 0 <= nrows <= len(self.ptrb):
+            raise ValueError(f"{nrows} rows of a table of {len(self.ptrb)}")
         count, _ = kernels.evaluate_rows(
             self.cconst, self.code, self.varidx, self.code_ptr, self.sizes, 0, nrows, self.parameters.values,
             self.ptrb, self.ptre, 0, 0, self._subj, self._val, self._machine)
+        self._check_values(count)
         return self._subj[:count], self._val[:count]
+
+    def _check_values(self, count: int) -> None:
+        """Raises ValueError if one of the first `count` coefficients that were evaluated is NaN."""
+        if np.isnan(self._val[:count]).any():
+            unset = [str(a) for a in self.parameters.arrays if np.isnan(self.parameters.values[a.numbers]).any()]
+            raise ValueError(f"a coefficient is NaN; without a value: {', '.join(unset) or 'no parameter'}")
 
     def _make_room(self, terms: int, atoms: int) -> None:
         """Sees to it that so many more terms and atoms fit behind the last ones."""

@@ -11,12 +11,14 @@ from typing import Optional
 import numpy as np
 
 from . import kernels
-from .operators import SparseMatrix, check_pattern, matrix_arguments
+from .checks import floats, integers, number
+from .operators import SparseMatrix, check_pattern, sparse_matrix_arguments
 from .stacks import Record, Stacks, int32_array
 
 
 def scale(s: Stacks, c: float) -> Record:
     """Replaces an array by c times it."""
+    c = number(c, "a factor")
     w, r, e = s.w, s.r, s.operands(1)[0]
     result = r.reserve_record(e.nd, e.nelem, e.nnz, _scaled_atoms(e, e.ncodeatom, e.nnz), hassp=e.hassp)
     kernels.write_scalar_product(
@@ -33,8 +35,8 @@ def scale_elements(s: Stacks, values: np.ndarray, sp: Optional[np.ndarray] = Non
     others being zero. The result stores the elements that both arrays store.
     """
     w, r, e = s.w, s.r, s.operands(1)[0]
-    extents, values = w.extents(e), np.asarray(values, dtype=np.float64).reshape(-1)
-    check_pattern(extents, sp, len(values))
+    values = floats(values, "a constant array").reshape(-1)
+    extents, sp = check_pattern(w.extents(e), sp, len(values))
     sp = np.arange(len(values), dtype=np.int64) if sp is None else sp
     ncodeatom, nelem, nnz = kernels.measure_elementwise_product(
         e.codeptr, e.hassp, sp, e.ncodeatom, e.nelem, e.ptr, 0, 0, 0, e.sp, w.i32, w.i64)
@@ -54,6 +56,7 @@ def weighted_pick(s: Stacks, indices: np.ndarray, weights: np.ndarray) -> Record
     """
     w, r, x, e = s.w, s.r, s.x, s.operands(1)[0]
     size = math.prod(w.extents(e))
+    indices, weights = integers(indices, "positions").reshape(-1), floats(weights, "weights").reshape(-1)
     # The kernel lets pass a last index that is equal to the size it is told.
     if len(indices) != len(weights) or any(kernels.check_picked_elements(False, False, size - 1, indices)):
         raise ValueError(f"{len(weights)} weights need as many positions, ascending strictly, from 0 up to {size - 1}")
@@ -81,7 +84,8 @@ def diagonal_right(s: Stacks, matrix: SparseMatrix) -> Record:
     It stores the elements for which the matrix has an entry in that column and, if E is sparse, E one that meets it.
     """
     w, r, x, e = s.w, s.r, s.x, s.operands(1)[0]
-    size, d1, mnnz, msubi, msubj, mval = _diagonal_arguments(s, e, matrix, matrix.cols)
+    d1, mnnz, msubi, msubj, mval = _diagonal_arguments(s, e, matrix)
+    size = matrix.cols
     columns, _, _ = x.reserve(n32=size + 1 + mnnz)
     order = columns + size + 1
     kernels.sort_matrix_by_column(size, mnnz, msubj, x.i32, columns, order)
@@ -103,7 +107,8 @@ def diagonal_left(s: Stacks, matrix: SparseMatrix) -> Record:
     It stores the elements for which the matrix has an entry in that row and, if E is sparse, E one that meets it.
     """
     w, r, x, e = s.w, s.r, s.x, s.operands(1)[0]
-    size, d1, _, msubi, msubj, mval = _diagonal_arguments(s, e, matrix, matrix.rows)
+    d1, _, msubi, msubj, mval = _diagonal_arguments(s, e, matrix)
+    size = matrix.rows
     if e.hassp:
         columns, _, _ = x.reserve(n32=d1 + 1 + e.nelem)
         order = columns + d1 + 1
@@ -128,13 +133,13 @@ def diagonal_left(s: Stacks, matrix: SparseMatrix) -> Record:
     return s.finish(1, result, without_pattern=nelem == size)
 
 
-def _diagonal_arguments(s: Stacks, e: Record, matrix: SparseMatrix, size: int):
-    """(size, columns of E, entries, msubi, msubj, mval), once the products of E and matrix are known to be square."""
-    _, rows, cols, mnnz, msubi, msubj, mval = matrix_arguments(matrix)
+def _diagonal_arguments(s: Stacks, e: Record, matrix: SparseMatrix):
+    """(columns of E, entries, msubi, msubj, mval), once the products of E and matrix are known to be square."""
+    rows, cols, mnnz, msubi, msubj, mval = sparse_matrix_arguments(matrix)
     extents = s.w.extents(e)
     if extents != (cols, rows):
         raise ValueError(f"the product of {rows} x {cols} and an array of shape {extents} has no diagonal")
-    return size, rows, mnnz, msubi, msubj, mval
+    return rows, mnnz, msubi, msubj, mval
 
 
 def _scaled_atoms(e: Record, ncodeatom: int, nnz: int) -> int:

@@ -5,12 +5,13 @@ The terms of each element stay as they are and in their order.
 
 from __future__ import annotations
 
+import math
 from typing import Sequence
 
 import numpy as np
 
 from . import kernels
-from .stacks import OperandTables, Record, Stacks, int32_array
+from .stacks import MOST_SLOTS, OperandTables, Record, Stacks, int32_array
 
 
 def stack(s: Stacks, count: int, axis: int = 0) -> Record:
@@ -21,7 +22,7 @@ def stack(s: Stacks, count: int, axis: int = 0) -> Record:
     """
     if count < 1:
         raise ValueError(f"{count} arrays cannot be stacked")
-    w, r, x, operands = s.w, s.r, s.x, s.operands(count)
+    w, r, x, operands = s.w, s.r, s.x, s.small_operands(count)
     first, t = operands[0], OperandTables.of(operands)
     extents = w.extents(first)
     # The kernel leaves out the number of axes of the operand whose own number is `axis`.
@@ -32,6 +33,9 @@ def stack(s: Stacks, count: int, axis: int = 0) -> Record:
         shapes = ", ".join(str(w.extents(e)) for e in operands)
         raise ValueError(f"arrays of the shapes {shapes} cannot be stacked along axis {axis}")
 
+    r.check_counts(sum(e.nnz for e in operands), sum(e.ncodeatom for e in operands))
+    if sum(math.prod(w.extents(e)) for e in operands) > MOST_SLOTS:
+        raise ValueError(f"{count} arrays like the first, of shape {extents}, make one of 2^31 elements or more")
     extent = kernels.stacked_extent(axis, count, first.nd, 0, t.shape, w.i32)
     shape = (*extents[:axis], extent, *extents[axis + 1:])
     hascode, ncodeatom, nelem, nnz = kernels.measure_stack(count, t.ncodeatom, t.nelem, t.nnz, False, 0, 0, 0)
@@ -70,9 +74,11 @@ def stack(s: Stacks, count: int, axis: int = 0) -> Record:
 
 def repeat(s: Stacks, count: int, axis: int = 0) -> Record:
     """Replaces an array by `count` copies of it side by side along one of its axes."""
-    w, r, e = s.w, s.r, s.operands(1)[0]
+    w, r, e = s.w, s.r, s.small_operands(1)[0]
     if count < 1 or not 0 <= axis < e.nd:
         raise ValueError(f"an array of shape {w.extents(e)} cannot be repeated {count} times along axis {axis}")
+    if count * math.prod(w.extents(e)) > MOST_SLOTS:
+        raise ValueError(f"{count} copies of an array of shape {w.extents(e)} make one of 2^31 elements or more")
     d0 = kernels.leading_size_init_n_top_wi32(1, axis, e.shape, w.i32)
     d1 = w.extents(e)[axis]
     d2 = kernels.trailing_size_init_dim_nd_top_wi32(1, axis, e.nd, e.shape, w.i32)
@@ -86,7 +92,7 @@ def repeat(s: Stacks, count: int, axis: int = 0) -> Record:
 
 def permute(s: Stacks, axes: Sequence[int]) -> Record:
     """Replaces an array by the one whose axis d is its axis axes[d], for `axes` a permutation of all its axes."""
-    w, r, e = s.w, s.r, s.operands(1)[0]
+    w, r, e = s.w, s.r, s.small_operands(1)[0]
     if sorted(axes) != list(range(e.nd)):
         raise ValueError(f"{tuple(axes)} is not a permutation of the axes of an array of shape {w.extents(e)}")
     if e.nd < 2:

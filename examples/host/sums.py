@@ -8,13 +8,14 @@ from typing import Sequence
 import numpy as np
 
 from . import kernels
+from .checks import floats
 from .operators import add
 from .stacks import OperandTables, Record, Stacks
 
 
 def sum_axis(s: Stacks, axis: int) -> Record:
     """Replaces an array by its sum along one axis, which the result no longer has."""
-    w, r, x, e = s.w, s.r, s.x, s.operands(1)[0]
+    w, r, x, e = s.w, s.r, s.x, s.small_operands(1)[0]
     if not 0 <= axis < e.nd:
         raise ValueError(f"an array of shape {w.extents(e)} has no axis {axis} to sum along")
     outer = kernels.leading_size_init_n_top_wi32(1, axis, e.shape, w.i32)
@@ -53,14 +54,16 @@ def weighted_sum(s: Stacks, weights: Sequence[float]) -> Record:
     In a dense sum with code the kernels make room for one term only in each element of a sparse operand without code.
     Where such an operand has elements of more terms or none, the operands are added two at a time instead.
     """
-    n = len(weights)
+    values = floats(weights, "the weights of a sum").reshape(-1)
+    n = len(values)
     if n < 1:
         raise ValueError("a weighted sum needs one weight at least")
     w, r, operands = s.w, s.r, s.operands(n)
-    t, values = OperandTables.of(operands), np.array(weights, dtype=np.float64)
+    t = OperandTables.of(operands)
     if not kernels.have_equal_shapes(n, t.nd, True, t.shape, w.i32):
         raise ValueError(f"arrays of the shapes {', '.join(str(w.extents(e)) for e in operands)} cannot be added")
     hascode = kernels.has_code(False, n, t.ncodeatom)
+    r.check_counts(sum(e.nnz for e in operands), sum(e.ncodeatom + 2 * e.nnz for e in operands) * hascode)
     sparse = all(e.hassp for e in operands)
     nelem = next((e.nelem for e in operands if not e.hassp), 0)
     if sparse:

@@ -12,10 +12,10 @@
 
 namespace fragments {
 
-// Binds an object: takes a memoryview of it, which has to have the array's number of axes and elements of type T, and
-// sets the array. None gives an empty array and no view. In the checked build, an array of elements that are not const
-// has to be writable too. A refused array leaves its view to be released, and the ValueError "Invalid array shape or
-// type for argument 'NAME'". Called, not inlined: so a call with arrays takes half the code and less time.
+// Binds an object: takes a memoryview of it, with the array's axes and elements of type T, and sets the array; None
+// gives an empty one and no view. A refused array leaves its view to be released and a ValueError; the checked build
+// throws a Fault, and also refuses read-only arrays of elements that are not const and elements that lie askew. Called,
+// not inlined: so a call with arrays takes half the code and less time.
 template <class T>
 bool bind_array(PyObject* object, const char* name, PyObject*& view, StridedArray<T>& array);
 template <class T>

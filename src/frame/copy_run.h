@@ -92,6 +92,23 @@ void copy_run(Run<T> to, std::type_identity_t<Run<const T>> from, i64 n)
   copy_run(to, from, n, [](auto value) { return value; });
 }
 
+// Copies n elements, 1 to 6, as three pairs that may lie over one another, without a branch on n: where n changes from
+// one run to the next at random, such a branch costs more than the copy. Of an odd number one element more is read and
+// written. The strides are 1.
+template <class T>
+void copy_up_to_six(Run<T> to, std::type_identity_t<Run<const T>> from, i64 n)
+{
+  to.bounds.check_run(n + n % 2);
+  from.bounds.check_run(n + n % 2);
+  const i64 last = (n - 1) & ~i64{1}, middle = last < 2 ? last : 2;
+  const auto copy_pair = [&](i64 k) {
+    store_pair(to.data + k, pair_from(from.data + k, [](auto pair) { return pair; }));
+  };
+  copy_pair(0);
+  copy_pair(middle);
+  copy_pair(last);
+}
+
 // The run of variables as it is and the run of coefficients through f, for n terms.
 template <class F>
 void copy_terms(Run<i64> to_nidxs, Run<const i64> nidxs, Run<f64> to_cof, Run<const f64> cof, i64 n, F f)

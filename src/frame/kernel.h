@@ -104,7 +104,8 @@ consteval std::size_t word_count(std::string_view list)
 }
 
 #ifdef FRAGMENTS_CHECKED
-[[gnu::cold]] void refuse_index(int number, const OutOfBounds& fault);
+// Sets the exception for a fault of kernel `number`.
+[[gnu::cold]] void raise(int number, const Fault& fault);
 #endif
 
 template <auto body>
@@ -129,10 +130,6 @@ struct Frame<body> {
     if (!PyArg_ParseTuple(arguments, format.data(), &std::get<k>(bound).parsed...)) return nullptr;
 
     const auto release = [&] { (std::get<sizeof...(P) - 1 - k>(bound).release(), ...); };
-    if (!(std::get<k>(bound).bind(names[k].data()) && ...)) {
-      release();
-      return nullptr;
-    }
     const auto run = [&]() -> Result {
 #ifndef FRAGMENTS_CHECKED
       if ((std::get<k>(bound).has_unit_stride() && ...)) return body(std::get<k>(bound).as_unit()...);
@@ -142,6 +139,10 @@ struct Frame<body> {
 #ifdef FRAGMENTS_CHECKED
     try {
 #endif
+      if (!(std::get<k>(bound).bind(names[k].data()) && ...)) {
+        release();
+        return nullptr;
+      }
       if constexpr (std::is_void_v<Result>) {
         run();
         release();
@@ -152,9 +153,9 @@ struct Frame<body> {
         return to_object(result);
       }
 #ifdef FRAGMENTS_CHECKED
-    } catch (const OutOfBounds& fault) {
+    } catch (const Fault& fault) {
       release();
-      refuse_index(number, fault);
+      raise(number, fault);
       return nullptr;
     }
 #endif

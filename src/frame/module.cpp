@@ -9,10 +9,13 @@
 namespace fragments {
 
 #ifdef FRAGMENTS_CHECKED
-void refuse_index(int number, const OutOfBounds& fault)
+void raise(int number, const Fault& fault)
 {
-  const std::string message = "_c_closure_" + std::to_string(number) + ": " + fault.fault;
-  PyErr_SetString(PyExc_IndexError, message.c_str());
+  PyObject* exception = fault.kind == Fault::index   ? PyExc_IndexError
+                        : fault.kind == Fault::value ? PyExc_ValueError
+                                                     : PyExc_MemoryError;
+  const std::string message = "_c_closure_" + std::to_string(number) + ": " + fault.text;
+  PyErr_SetString(exception, message.c_str());
 }
 #endif
 

@@ -17,6 +17,14 @@ struct Box {
   Strides stride;
   CI32 first;
   CI32 last;
+
+  // The stride of an axis. The walks go forward by it, so that the checked build refuses a given one of 0 or below.
+  i64 step(i64 d) const
+  {
+    const i64 step = stride[d];
+    if constexpr (requires { stride.bounds; }) stride.bounds.check_positive(d, step);
+    return step;
+  }
 };
 
 // Strides of a row-major array of this shape.
@@ -39,7 +47,7 @@ struct OpenShape {
 // The test whether flat positions lie in a box: a comparison for each position, a division for each row, and more for
 // each region of rows alone. Along an axis on which a row lies outside, it tells how far on they all do, and else, up
 // to where the box reaches and where it begins again. Where the strides are not those of rows in rows, each position is
-// a row of its own.
+// a row of its own. There is at least one axis.
 template <class Shape, class Strides>
 class BoxFilter {
  public:
@@ -100,7 +108,7 @@ class BoxFilter {
   [[gnu::noinline]] Axis make_axis(i64 d, i64 row_length) const
   {
     const i64 extent = box_.shape[d], first = std::clamp<i64>(box_.first[d], 0, std::max<i64>(extent, 0));
-    return {.stride = Divisor(box_.stride[d] / row_length),
+    return {.stride = Divisor(box_.step(d) / row_length),
             .extent = Divisor(extent),
             .first = first,
             .last = std::clamp<i64>(box_.last[d], first, std::max(extent, first))};
@@ -111,6 +119,15 @@ class BoxFilter {
   static bool is_between(i64 from, i64 k, i64 to)
   {
     return static_cast<std::uint64_t>(k - from) < static_cast<std::uint64_t>(to - from);
+  }
+
+  // The same of eight positions from number k on, without a branch on each.
+  template <class Positions>
+  static bool are_eight_between(i64 from, const Positions& sp, i64 k, i64 to)
+  {
+    bool all = true;
+    for (i64 e = k + 8; k < e; ++k) all &= is_between(from, sp[k], to);
+    return all;
   }
 
   template <class Positions, class Inside>
@@ -132,6 +149,8 @@ class BoxFilter {
         } else {
           end = begin + ((row < region.lo ? region.lo : region.end) - row) * row_.value();
           lo = hi = begin;
+          // Most positions outside are in rows outside: three quarters of the time of a test for each.
+          while (n - k > 8 && are_eight_between(begin, sp, k + 1, end)) k += 8;
         }
       }
       if (is_between(lo, flat, hi)) inside(k, region, row, flat - begin);
@@ -193,8 +212,8 @@ void for_each_box_stretch(const Box<Shape, Strides>& box, i64 d, i64 begin, i64 
                           const Stretch& stretch)
 {
   if (begin >= end) return;
-  if (d == box.nd) return stretch(begin, end);
-  const i64 extent = box.shape[d], block = box.stride[d], period = std::max<i64>(block * extent, 1);
+  if (d >= box.nd) return stretch(begin, end);
+  const i64 extent = box.shape[d], block = box.step(d), period = std::max<i64>(block * extent, 1);
   const i64 box_begin = std::max<i64>(box.first[d], 0) * block, box_end = std::min<i64>(box.last[d], extent) * block;
   is_aligned = is_aligned && (d == 0 || box.stride[d - 1] == period);
   for (i64 start = is_aligned ? begin : begin / period * period; start < end; start += period) {

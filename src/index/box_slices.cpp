@@ -61,6 +61,7 @@ KERNEL((318), (i32 count), count_in_box, CI32 astart, CI32 astop, i32 nd, I32 in
        CI64 sp, CI64 stride)
 {
   if (nidxs.count <= 0) return count;
+  if (nd <= 0) return count + static_cast<i32>(nidxs.count);
   const Box<CI32, CI64> box{nd, shape, stride, astart, astop};
   BoxFilter(box, false).for_each(sp, nidxs.count, [&](i64) { ++count; });
   split(sp[nidxs.count - 1], index, shape, stride, nd);
@@ -76,6 +77,13 @@ KERNEL((320), (i32 pos), slice_sparse_by_filter, CI32 astart, CI32 astop, I32 in
        I32 rnidxs, I64 rsp, CI64 rstride, CI32 shape, CI64 sp, CI64 stride)
 {
   if (nidxs.count <= 0) return pos;
+  if (nd <= 0) {
+    for (i64 e = 0; e < nidxs.count; ++e, ++pos) {
+      rsp[pos] = 0;
+      rnidxs[pos] = nidxs[e];
+    }
+    return pos;
+  }
   const Box<CI32, CI64> box{nd, shape, stride, astart, astop};
   BoxFilter(box, true).for_each_with_place(
       sp, nidxs.count, [&](i64 place, i64 d, i64 x) { return place + x * rstride[d]; },

@@ -20,11 +20,15 @@ class Divisor {
   Result divide(i64 n) const
   {
     const u64 number = static_cast<u64>(n);
+    // Exact as long as (n + 1) * value stays within 2^64: for nearly all that ever comes.
+    if (number < reciprocal_) [[likely]] {
+      const u64 quotient = high(number + 1);
+      return {static_cast<i64>(quotient), static_cast<i64>(number - quotient * value_)};
+    }
     // The reciprocal falls short of 2^64 / value by at most 1, so that the product comes out exact or one too small for
     // every number below 2^63.
-    const u64 quotient = static_cast<u64>((static_cast<u128>(reciprocal_) * number) >> 64);
+    const u64 quotient = high(number);
     const u64 remainder = number - quotient * value_;
-    // As arithmetic: the data decides, so that a branch would be foretold wrongly.
     const u64 is_small = remainder >= value_;
     return {static_cast<i64>(quotient + is_small), static_cast<i64>(remainder - (value_ & -is_small))};
   }
@@ -35,6 +39,9 @@ class Divisor {
  private:
   using u64 = std::uint64_t;
   __extension__ using u128 = unsigned __int128;
+
+  // The high half of the product with the reciprocal.
+  u64 high(u64 number) const { return static_cast<u64>((static_cast<u128>(reciprocal_) * number) >> 64); }
 
   u64 value_;
   u64 reciprocal_;

@@ -56,7 +56,7 @@ class LookupList {
   template <class KeyB>
   [[gnu::noinline]] i64 note_matches(Matches<i32>& matches, i32& a, i32& b, i32 b_end, KeyB key_b)
   {
-    if (end_ - begin_ < (b_end - b) / 16) return search(matches, a, b, b_end, key_b);
+    if (end_ - begin_ < (b_end - b) / 8) return search(matches, a, b, b_end, key_b);
     if (has_table_) return look_up(matches, b, b_end, key_b);
     return fragments::note_matches(matches, are_alike(end_ - a, b_end - b), a, end_, b, b_end, key_, key_b);
   }

@@ -4,7 +4,7 @@
 #include <array>
 #include <cstddef>
 
-#include "frame/frame.h"
+#include "index/pattern_runs.h"
 
 namespace fragments {
 
@@ -49,11 +49,11 @@ bool for_each_match(const Matches<Cursor>& matches, i64 n, Handle handle)
 }
 
 // Walks two lists in step until one is exhausted or no more matches can be noted, and returns the number noted. Keys
-// are from 0 on.
+// are flat positions, columns, variables: the difference of any two stays within 64 bits.
 //
 // Lists of like lengths are walked without a branch on their keys, up to the last item of one: half the time of the
 // plain loop. A cursor advances by adding the sign of a difference, and the keys come from loads one step ahead. In a
-// list that is much longer than the other nearly all items are passed over, which branches foretell well.
+// list that is much longer than the other nearly all items are passed over, and one in eight is looked at.
 //
 // It is a function of its own, so that kernels whose keys are of the same type share it.
 template <class Cursor, class KeyA, class KeyB>
@@ -78,9 +78,9 @@ template <class Cursor, class KeyA, class KeyB>
     while (p < a_end && q < b_end && n < most_matches) {
       const i64 x = key_a(p), y = key_b(q);
       if (x < y) {
-        ++p;
+        p = stretch_end(p + 1, a_end, [&](Cursor k) { return key_a(k) < y; });
       } else if (y < x) {
-        ++q;
+        q = stretch_end(q + 1, b_end, [&](Cursor k) { return key_b(k) < x; });
       } else {
         matches[static_cast<std::size_t>(n++)] = {p++, q++};
       }
@@ -94,7 +94,7 @@ template <class Cursor, class KeyA, class KeyB>
 // Whether neither of two lists is much longer than the other.
 inline bool are_alike(i64 a, i64 b)
 {
-  return a < 4 * b && b < 4 * a;
+  return a < 8 * b && b < 8 * a;
 }
 
 // Walks the two in step until one of them is exhausted: match(a, b) for every pair of equal keys. The cursors are left

@@ -1,14 +1,16 @@
 // Runs in a sparse pattern and in an order of elements.
 #pragma once
 
+#include <type_traits>
+
 #include "index/divisor.h"
 
 namespace fragments {
 
 // The end of a stretch: `inside` holds from k on up to a place before n, or up to n, and nowhere behind it. Looks at
 // one in eight of a long stretch.
-template <class Inside>
-i32 stretch_end(i32 k, i32 n, Inside inside)
+template <class Cursor, class Inside>
+Cursor stretch_end(Cursor k, std::type_identity_t<Cursor> n, Inside inside)
 {
   while (n - k >= 8 && inside(k + 7)) k += 8;
   while (k < n && inside(k)) ++k;

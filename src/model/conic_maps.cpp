@@ -20,6 +20,8 @@
 // - rowlen (size): the slots of a packed triangle, d * (d + 1) / 2
 // - d (extent): the order of the matrices
 
+#include <algorithm>
+
 #include "index/slots.h"
 
 namespace fragments {
@@ -33,24 +35,32 @@ struct Triangles {
   i64 nmid;
   i64 ninner;
 
-  // Walks an array in its own order: calls visit(slot) with the packed slot of each entry, where the first matrix axis
-  // has `rows` entries and the second steps(i). Entry (i, 0) has the place first(i) in its triangle, and (i, j + 1) is
-  // distance(i, j) behind (i, j).
-  template <class Steps, class First, class Distance, class Visit>
-  void for_each_slot(i64 rows, Steps steps, First first, Distance distance, Visit visit) const
+  // Walks an array in its own order, the first matrix axis having `rows` entries: row(i, triangle) for each row, with
+  // the slot at which its first triangle begins.
+  template <class EachRow>
+  void for_each_row(i64 rows, EachRow row) const
   {
     if (ninner < 1) return;
     for (i64 a = 0; a < nblocks; ++a) {
       for (i64 i = 0; i < rows; ++i) {
-        for (i64 m = 0; m < nmid; ++m) {
-          i64 place = (a * nmid + m) * ninner * rowlen + first(i);
-          for (i64 j = 0; j < steps(i); place += distance(i, j), ++j) {
-            visit(place);
-            for (i64 e = 1; e < ninner; ++e) visit(place + e * rowlen);
-          }
-        }
+        for (i64 m = 0; m < nmid; ++m) row(i, (a * nmid + m) * ninner * rowlen);
       }
     }
+  }
+
+  // visit(slot) for each of n entries of a row, the first at `slot`, and in all triangles of the row. The entry behind
+  // number j of them is distance(j) slots on. Returns the slot behind the last.
+  template <class Distance, class Visit>
+  i64 for_each_slot(i64 slot, i64 n, Distance distance, Visit visit) const
+  {
+    if (ninner == 1) {
+      for (i64 j = 0; j < n; slot += distance(j), ++j) visit(slot);
+    } else {
+      for (i64 j = 0; j < n; slot += distance(j), ++j) {
+        for (i64 e = 0; e < ninner; ++e) visit(slot + e * rowlen);
+      }
+    }
+    return slot;
   }
 };
 
@@ -163,12 +173,15 @@ KERNEL((88), (i32 c), pack_triangles, CI32 afeidxs, I32 afetrilperm, i32 rowlen,
   const Triangles triangles{rowlen, nblocks, nmid, ninner};
   const auto take = [&](i64 slot) { afetrilperm[slot] = afeidxs[c++]; };
   if (flag) {
-    triangles.for_each_slot(
-        nrow, [&](i64 j) { return d - j; }, [](i64 j) { return (j + 3) * j / 2; },
-        [](i64 j, i64 below) { return j + below + 1; }, take);
+    triangles.for_each_row(nrow, [&](i64 j, i64 triangle) {
+      triangles.for_each_slot(
+          triangle + (j + 3) * j / 2, d - j, [j](i64 below) { return j + below + 1; }, take);
+    });
   } else {
-    triangles.for_each_slot(
-        nrow, [](i64 i) { return i + 1; }, [](i64 i) { return i; }, [&](i64, i64 j) { return d - 1 - j; }, take);
+    triangles.for_each_row(nrow, [&](i64 i, i64 triangle) {
+      triangles.for_each_slot(
+          triangle + i, i + 1, [d](i64 j) { return d - 1 - j; }, take);
+    });
   }
   return c;
 }
@@ -185,9 +198,14 @@ KERNEL((89), (), unpack_triangles, CI32 afeidxs, i32 rowlen, i64 nblocks, i64 d,
 {
   const Triangles triangles{rowlen, nblocks, nmid, ninner};
   i64 k = 0;
-  triangles.for_each_slot(
-      d, [&](i64) { return d2; }, [](i64 i) { return i; }, [&](i64 i, i64 j) { return j < i ? d - 1 - j : 1; },
-      [&](i64 slot) { pafeidxs[k++] = afeidxs[slot]; });
+  const auto put = [&](i64 slot) { pafeidxs[k++] = afeidxs[slot]; };
+  triangles.for_each_row(d, [&](i64 i, i64 triangle) {
+    const i64 before = std::min(i, d2);
+    const i64 diagonal = triangles.for_each_slot(
+        triangle + i, before, [d](i64 j) { return d - 1 - j; }, put);
+    triangles.for_each_slot(
+        diagonal, d2 - before, [](i64) { return 1; }, put);
+  });
 }
 
 // Numbers the entries (a, b, e) of an array (q, r, p) from c on and stores the numbers in an array `perm` (q, p, r),

@@ -21,6 +21,7 @@ void gather(I64 to, CI64 from, CI64 perm, i32 n)
 template <class Element>
 void for_each_permuted(i32 nd, i32 n, CI32 perm, CI64 pstrides, CI32 shape, Element element)
 {
+  if (n <= 0) return;
   const Scratch<i32> slot(nd);
   for (i64 k = 0; k < n; ++k) {
     i64 t = 0;

@@ -11,6 +11,7 @@
 // - cof (array; rows x variables): the block, row by row
 // - c (cursor): the place in the block behind the rows so far
 
+#include "index/merge.h"
 #include "index/order.h"
 #include "model/row_sides.h"
 #include "stack/record.h"
@@ -21,15 +22,9 @@ namespace {
 // Picks the row of the terms p .. e-1 into `to`.
 void pick_row(const Operand& rows, i32 p, i32 e, CI64 varidxs, Run<f64> to)
 {
-  for (i64 j = 0; j < varidxs.count && p < e;) {
-    const i64 w = rows.nidxs[p], t = varidxs[j];
-    if (w > t)
-      ++j;
-    else if (w < t)
-      ++p;
-    else
-      to[j++] = rows.cof[p++];
-  }
+  i64 term = p, j = 0;
+  intersect(term, i64{e}, j, varidxs.count, KeysOf{rows.nidxs}, KeysOf{varidxs},
+            [&](i64 t, i64 place) { to[place] = rows.cof[t]; });
 }
 
 // Picks n rows into the block from place c on and returns the place behind it.

@@ -25,20 +25,21 @@
 #include "index/pattern_runs.h"
 #include "stack/column_sort.h"
 #include "stack/constant_matrix.h"
+#include "stack/look_ahead.h"
 #include "stack/record.h"
 
 namespace fragments {
 namespace {
 
-// The right form with a dense E: entry(k, f) for each entry k and the element f that it meets, element(j) after each
-// column j of M.
+// The right form with a dense E: entry(q, k, f) for each place q in `perm`, its entry k and the element f that it
+// meets, element(j) after each column j of M.
 template <class Entry, class Element>
 void walk_columns(CI32 msubi, CI32 msubj, Run<const i32> perm, i32 mnnz, i32 d1, Entry entry, Element element)
 {
   for (i32 q = 0; q < mnnz;) {
     const i32 j = msubj[perm[q]];
     const i64 row_start = i64{d1} * j;
-    for (; q < mnnz && msubj[perm[q]] == j; ++q) entry(perm[q], row_start + msubi[perm[q]]);
+    for (; q < mnnz && msubj[perm[q]] == j; ++q) entry(q, perm[q], row_start + msubi[perm[q]]);
     element(j);
   }
 }
@@ -137,7 +138,8 @@ KERNEL((452), (i32 rncodeatom, i32 rnelem, i32 rnnz), measure_right_diagonal, i3
   if (hassp)
     walk_columns_and_rows(msubi, msubj, perm, mnnz, mdimj, Run{wi64, sp}, nelem, d1, entry, element);
   else
-    walk_columns(msubi, msubj, perm, mnnz, d1, entry, element);
+    walk_columns(
+        msubi, msubj, perm, mnnz, d1, [&](i32, i32 k, i64 f) { entry(k, f); }, element);
   return {size.atoms, size.elements, size.terms};
 }
 
@@ -156,10 +158,16 @@ KERNEL((453), (i32 codei, i32 elmi, i32 nzi), write_right_diagonal, i32 cconst, 
   with_constant(ncodeatom > 0, [&](auto hascode) {
     const auto entry = [&](i32 k, i64 f) { result.append_scaled(operand, f, mval[k], hascode); };
     const auto element = [&](i64 j) { result.close_element(j); };
-    if (hassp)
+    if (hassp) {
       walk_columns_and_rows(msubi, msubj, perm, mnnz, mdimj, Run{wi64, sp}, nelem, d1, entry, element);
-    else
-      walk_columns(msubi, msubj, perm, mnnz, d1, entry, element);
+    } else {
+      const auto element_at = [&](i64 q) { return i64{d1} * msubj[perm[q]] + msubi[perm[q]]; };
+      const auto entry_ahead = [&](i32 q, i32 k, i64 f) {
+        look_ahead(operand, q, mnnz, hascode, element_at);
+        entry(k, f);
+      };
+      walk_columns(msubi, msubj, perm, mnnz, d1, entry_ahead, element);
+    }
   });
   return {result.atoms, result.elements, result.terms};
 }
@@ -194,7 +202,11 @@ KERNEL((456), (), write_left_diagonal, i32 cconst, i32 code, i32 codeptr, i32 co
   with_constant(rncodeatom > 0, [&](auto hascode) {
     i32 mi = 0;
     walk_rows(
-        mi, msubi, msubj, d1, [&](i32 k, i64 f) { result.append_scaled(operand, f, mval[k], hascode); },
+        mi, msubi, msubj, d1,
+        [&](i32 k, i64 f) {
+          look_ahead(operand, k, msubi.count, hascode, [&](i64 m) { return i64{d1} * msubj[m] + msubi[m]; });
+          result.append_scaled(operand, f, mval[k], hascode);
+        },
         [&](i64 i) { result.close_element(i); });
   });
 }

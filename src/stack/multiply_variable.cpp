@@ -360,6 +360,19 @@ KERNEL((488), (), write_sparse_left_product, CF64 mcof, i32 mnnz, CI32 msubi, CI
   const ResultArrays r{ri32, ri64, rf64};
   Writer result = r.sparse_writer(rptr, rsp, rnidxs, rcof);
   result.ptr[0] = 0;
+  if (xd1 == 1) {
+    // Rows follow each other without a gap, and nothing branches on where they end.
+    const Run column{xi64, nidxs};
+    for (i64 k = 0; k < mnnz; ++k) result.nidxs[k] = column[msubj[k]];
+    copy_run(result.cof, {mcof, 0}, mnnz);
+    i64 elements = 0;
+    for (i64 k = 0; k < mnnz; ++k) {
+      elements += k == 0 || msubi[k] != msubi[k - 1];
+      result.sp[elements - 1] = msubi[k];
+      result.ptr[elements] = static_cast<i32>(k + 1);
+    }
+    return;
+  }
   for_each_row_group(msubi, mnnz, [&](i64 i, i32 b, i32 e) {
     const Run columns{msubj, b};
     const Run values{mcof, b};

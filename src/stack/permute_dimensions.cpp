@@ -34,6 +34,11 @@ KERNEL((419), (), write_permuted_positions, CI32 dperm, i32 from, i32 nd, i32 ne
 {
   const Run pattern{wi64, from};
   const Run rextents{ri32, rshape};
+  if (nelem <= 0) return;
+  if (nd <= 0) {
+    for (i64 i = 0; i < nelem; ++i) sp[i] = 0;
+    return;
+  }
   const Scratch<i64> coordinates{nd};
   for (i64 i = 0; i < nelem; ++i) {
     i64 rest = pattern[i];
@@ -46,7 +51,7 @@ KERNEL((419), (), write_permuted_positions, CI32 dperm, i32 from, i32 nd, i32 ne
       }
       rest = within;
     }
-    i64 flat = nd > 0 ? coordinates[dperm[0]] : 0;
+    i64 flat = coordinates[dperm[0]];
     for (i64 d = 1; d < nd; ++d) flat = flat * rextents[d] + coordinates[dperm[d]];
     sp[i] = flat;
   }
@@ -111,11 +116,13 @@ KERNEL((421), (), write_dense_permuted, i32 cconst, i32 code, i32 codeptr, CI32 
       }
       for (i64 a = 0; a < plane; a += row, plane_source += row_step) {
         i64 source = plane_source;
-        for (i64 b = 0; b < row; b += block, source += block_step) {
-          if (block == 1) {
+        if (block == 1) {
+          for (i64 b = 0; b < row; ++b, source += block_step) {
             result.append(operand, source, hascode);
             result.close_element();
-          } else {
+          }
+        } else {
+          for (i64 b = 0; b < row; b += block, source += block_step) {
             result.append_elements(operand, source, source + block, hascode);
           }
         }

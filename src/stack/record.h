@@ -16,6 +16,8 @@
 // element of a semidefinite variable. The r stack takes results, the w stack holds operands, the x stack is scratch.
 #pragma once
 
+#include <algorithm>
+
 #include "code/opcodes.h"
 #include "frame/copy_run.h"
 #include "frame/frame.h"
@@ -48,6 +50,7 @@ struct Operand {
   Run<const i32> codeptr{};
   Run<const i32> code{};
   Run<const f64> cconst{};
+  i64 atom_slots = 0;    // from the first atom to the end of the arrays; 0 if their strides are not 1
   bool hascode = false;  // where operands with and without code meet in one sum; elsewhere a flag stands for all
 
   // The terms of element f, and of the elements b .. e-1.
@@ -136,11 +139,16 @@ struct Writer : Counts {
   void append_elements(const Operand& from, i64 b, i64 e, Flag hascode)
   {
     if (b >= e) return;
-    const Terms t = from.terms(b, e);
-    const i32 shift = terms - t.begin;
-    copy_run(ptr.from(elements + 1), from.ptr.from(b + 1), e - b, [shift](auto end) { return end + shift; });
+    append_ends(from.ptr, b, e);
+    append(from, from.terms(b, e), hascode);
+  }
+
+  // Ends the elements b .. e-1 of a record, at least one, whose terms are appended next.
+  void append_ends(Run<const i32> from, i64 b, i64 e)
+  {
+    const i32 shift = terms - from[b];
+    copy_run(ptr.from(elements + 1), from.from(b + 1), e - b, [shift](auto end) { return end + shift; });
     elements += static_cast<i32>(e - b);
-    append(from, t, hascode);
   }
 
   // Appends terms times `factor`: the coefficient is multiplied, and so is the code, by the atoms (2, factor) and (5)
@@ -297,8 +305,24 @@ struct Writer : Counts {
  private:
   void push_scaled_code(const Operand& from, i64 t, f64 factor)
   {
-    push_atoms_of(from, t);
-    push_atoms({push_constant, multiply}, {factor});
+    const i64 first = from.codeptr[t], end = from.codeptr[t + 1], n = std::max<i64>(end - first, 0);
+    const Run to_code = code.from(atoms);
+    const Run to_cconst = cconst.from(atoms);
+    if (n > 0 && n <= 6 && end < from.atom_slots && code.stride == 1 && cconst.stride == 1) [[likely]] {
+      // What is copied beyond the atoms of the term is stored over by the factor's.
+      copy_up_to_six(to_code, from.code.from(first), n);
+      copy_up_to_six(to_cconst, from.cconst.from(first), n);
+    } else {
+      for (i64 k = 0; k < n; ++k) {
+        stay_scalar(k);
+        to_code[k] = from.code[first + k];
+        to_cconst[k] = from.cconst[first + k];
+      }
+    }
+    to_code[n] = push_constant;
+    to_code[n + 1] = multiply;
+    to_cconst[n] = factor;
+    atoms += static_cast<i32>(n + 2);
     close_term();
   }
 
@@ -336,6 +360,7 @@ struct StackArrays {
             .codeptr{i32s, codeptr},
             .code{i32s, code},
             .cconst{f64s, cconst},
+            .atom_slots = atom_slots(code, cconst),
             .hascode = hascode};
   }
   Operand operand(i32 ptr, i32 nidxs, i32 cof) const { return {.ptr{i32s, ptr}, .nidxs{i64s, nidxs}, .cof{f64s, cof}}; }
@@ -348,13 +373,25 @@ struct StackArrays {
   }
   Operand coded_terms(i32 cof, i32 codeptr, i32 code, i32 cconst) const
   {
-    return {.cof{f64s, cof}, .codeptr{i32s, codeptr}, .code{i32s, code}, .cconst{f64s, cconst}};
+    return {.cof{f64s, cof},
+            .codeptr{i32s, codeptr},
+            .code{i32s, code},
+            .cconst{f64s, cconst},
+            .atom_slots = atom_slots(code, cconst)};
   }
   // As far as its coefficients are scaled, or its code.
   Operand coefficients(i32 ptr, i32 cof) const { return {.ptr{i32s, ptr}, .cof{f64s, cof}}; }
   Operand coded(i32 ptr, i32 codeptr, i32 code, i32 cconst) const
   {
-    return {.ptr{i32s, ptr}, .codeptr{i32s, codeptr}, .code{i32s, code}, .cconst{f64s, cconst}};
+    return {.ptr{i32s, ptr},
+            .codeptr{i32s, codeptr},
+            .code{i32s, code},
+            .cconst{f64s, cconst},
+            .atom_slots = atom_slots(code, cconst)};
+  }
+  i64 atom_slots(i32 code, i32 cconst) const
+  {
+    return i32s.stride == 1 && f64s.stride == 1 ? std::min(i32s.count - code, f64s.count - cconst) : 0;
   }
 };
 

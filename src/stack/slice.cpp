@@ -42,14 +42,14 @@ KERNEL((414), (i32 c, i32 e, i32 k), measure_slice, i32 codeptr, CI32 first, boo
   const Run pattern{wi64, sp};
   Size size(operand, ncodeatom > 0, {.elements = e, .terms = k, .atoms = c});
 
-  if (hassp) {
-    if (nelem <= 0) return {size.atoms, size.elements, size.terms};
+  if (nelem <= 0 && hassp) return {size.atoms, size.elements, size.terms};
+  if (hassp && nd > 0) {
     BoxFilter(box, false).for_each(pattern, nelem, [&](i64 i) {
       size.append(i);
       size.close_element();
     });
   } else {
-    size.elements = 1;
+    size.elements = hassp ? size.elements + nelem : 1;
     for (i64 d = 0; d < nd; ++d) size.elements = wrapping_mul(size.elements, wrapping_sub(last[d], first[d]));
     for_each_box_stretch(box, nelem, [&](i64 begin, i64 end) { size.append(operand.terms(begin, end)); });
   }
@@ -70,7 +70,7 @@ KERNEL((417), (i32 c, i32 e, i32 k), write_slice, i32 cconst, i32 code, i32 c, i
   Writer result =
       r.sparse_writer(rptr, rsp, rnidxs, rcof, rcodeptr, rcode, rcconst, {.elements = e, .terms = k, .atoms = c});
   with_constant(rhascode > 0, [&](auto hascode) {
-    if (hassp) {
+    if (hassp && nd > 0) {
       if (nelem <= 0) return;
       BoxFilter(box, true).for_each_with_place(
           pattern, nelem, [&](i64 place, i64 d, i64 x) { return place + x * rst[d]; },
@@ -79,8 +79,10 @@ KERNEL((417), (i32 c, i32 e, i32 k), write_slice, i32 cconst, i32 code, i32 c, i
             result.close_element(place);
           });
     } else {
-      for_each_box_stretch(box, nelem,
-                           [&](i64 begin, i64 end) { result.append_elements(operand, begin, end, hascode); });
+      for_each_box_stretch(box, nelem, [&](i64 begin, i64 end) {
+        if (hassp) result.sp[result.elements] = 0;  // without axes: the one element that there is
+        result.append_elements(operand, begin, end, hascode);
+      });
     }
   });
   return {result.atoms, result.elements, result.terms};

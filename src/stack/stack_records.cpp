@@ -33,23 +33,31 @@
 namespace fragments {
 namespace {
 
+// Appends terms of operand k.
+template <class Flag>
+void append_terms(Writer& result, const OperandTables& from, i64 k, Terms terms, Flag hascode)
+{
+  if (terms.count() <= 0) return;
+  const Operand operand = from.operand(k, hascode);
+  result.append(operand, terms, operand.hascode);
+  if (hascode && !operand.hascode) result.append_zero_code(terms.count());
+}
+
 // Appends the elements b .. e-1 of operand k, at least one, as one run of terms.
 template <class Flag>
 void append_elements(Writer& result, const OperandTables& from, i64 k, i64 b, i64 e, Flag hascode)
 {
-  const Operand operand = from.operand(k, b, e, hascode);
-  result.append_elements(operand, b, e, operand.hascode);
-  if (hascode && !operand.hascode) result.append_zero_code(operand.terms(b, e).count());
+  const Run ptr = from.ptr(k);
+  result.append_ends(ptr, b, e);
+  append_terms(result, from, k, {ptr[b], ptr[e]}, hascode);
 }
 
 // The same of its element f alone, for which there is less to do.
 template <class Flag>
 void append_element(Writer& result, const OperandTables& from, i64 k, i64 f, Flag hascode)
 {
-  const Operand operand = from.operand(k, f, f + 1, hascode);
-  const Terms terms = operand.terms(f);
-  result.append(operand, terms, operand.hascode);
-  if (hascode && !operand.hascode) result.append_zero_code(terms.count());
+  const Run ptr = from.ptr(k);
+  append_terms(result, from, k, {ptr[f], ptr[f + 1]}, hascode);
   result.close_element();
 }
 
@@ -217,7 +225,7 @@ KERNEL((441), (), write_stack_keys, CI32 d1s, i32 d2, CI32 hassp, i32 n, CI32 ne
     const i32 count = nelem[k];
     if (count <= 0) continue;
     const bool sparse = hassp[k] != 0;
-    const Run pattern = sparse ? Run{wi64, sp_base[k]} : Run<const i64>{};
+    const Run pattern{wi64, sparse ? sp_base[k] : 0};
     const Divisor block{i64{d1s[k]} * d2};
     const i64 first = offset[k];
     for (i64 i = 0; i < count; ++i) {

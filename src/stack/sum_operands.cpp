@@ -64,9 +64,8 @@ void walk_union(i32 n, CI32 nelem, CI32 sp_base, CI64 wi64, Stored stored, Eleme
 // Operand k as far as its terms and atoms are counted.
 Operand counted_operand(CI32 ptr_base, CI32 codeptr, CI32 ncodeatom, CI32 wi32, i64 k)
 {
-  Operand operand{.ptr{wi32, ptr_base[k]}, .hascode = ncodeatom[k] > 0};
-  if (operand.hascode) operand.codeptr = {wi32, codeptr[k]};
-  return operand;
+  const bool hascode = ncodeatom[k] > 0;
+  return {.ptr{wi32, ptr_base[k]}, .codeptr{wi32, hascode ? codeptr[k] : 0}, .hascode = hascode};
 }
 
 // Counts an operand into the `ptr` of a dense result: the terms of each of its elements e, which stands at position(e),
@@ -94,8 +93,9 @@ void scatter_operand(Writer& result, const OperandTables& operands, i64 k, i32 n
                      Run<i32> atom_ptr, Position position)
 {
   with_constant(hascode, [&](auto with_code) {
-    const Operand operand = operands.operand(k, 0, nelem, with_code);
-    if (operand.terms(0, nelem).count() <= 0) return;
+    const Run ptr = operands.ptr(k);
+    if (ptr[0] >= ptr[nelem]) return;
+    const Operand operand = operands.operand(k, with_code);
     const f64 weight = w[k];
     for (i64 e = 0; e < nelem; ++e) {
       const i64 f = position(e);
@@ -217,8 +217,8 @@ KERNEL((525), (), write_sparse_sum_of_operands, bool hascode, CI32 cconst, CI32 
     walk_union(
         n, nelem, sp_base, wi64,
         [&](i64 k, i32 e) {
-          const Operand operand = operands.operand(k, e, i64{e} + 1, with_code);
-          if (operand.terms(e).count() > 0) result.append_weighted(operand, e, w[k], with_code);
+          const Run ptr = operands.ptr(k);
+          if (ptr[e] < ptr[i64{e} + 1]) result.append_weighted(operands.operand(k, with_code), e, w[k], with_code);
         },
         [&](i64 position) { result.close_element(position); });
   });

@@ -37,12 +37,8 @@ void with_adder(Writer& result, const Operand& a, const Operand& b, bool hascode
 // Appends the elements b .. e-1 times `weight` to a result without code, as one run of terms.
 void append_scaled_elements(Writer& result, const Operand& from, i64 b, i64 e, f64 weight)
 {
-  const Terms t = from.terms(b, e);
-  const i32 shift = result.terms - t.begin;
-  copy_run(result.ptr.from(result.elements + 1), from.ptr.from(b + 1), e - b,
-           [shift](auto end) { return end + shift; });
-  result.elements += static_cast<i32>(e - b);
-  result.append_scaled(from, t, weight, std::false_type{});
+  result.append_ends(from.ptr, b, e);
+  result.append_scaled(from, from.terms(b, e), weight, std::false_type{});
 }
 
 }  // namespace

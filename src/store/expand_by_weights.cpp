@@ -38,11 +38,11 @@ i64 expand_rows(i64 n, I64 einst, I64 eptrb, i32 d, i64 k, CI64 ptrb, CI32 sub)
   return k;
 }
 
-void expand_constants(CF64 a, CF64 bfix, F64 ebfix)
+void expand_constants(CF64 a, i64 weights, CF64 bfix, F64 ebfix)
 {
   for (i64 r = 0; r < bfix.count; ++r) {
     const f64 constant = bfix[r];
-    copy_run(Run{ebfix, r * a.count}, Run{a, 0}, a.count, [constant](auto weight) { return constant * weight; });
+    copy_run(Run{ebfix, r * weights}, Run{a, 0}, weights, [constant](auto weight) { return constant * weight; });
   }
 }
 
@@ -52,9 +52,10 @@ void expand_constants(CF64 a, CF64 bfix, F64 ebfix)
 KERNEL((589), (), expand_by_weights, CF64 a, CF64 bfix, CF64 cof, i32 d, F64 ebfix, F64 ecof, I64 einst, I64 eptrb,
        I64 esubj, CI64 ptrb, CI32 sub, CI64 subj)
 {
+  if (sub.count <= 0) return;
   const i64 n = bfix.count;
   expand_rows(n, einst, eptrb, d, 0, ptrb, sub);
-  expand_constants(a, bfix, ebfix);
+  expand_constants(a, sub.count, bfix, ebfix);
   for (i64 r = 0, k = 0; r < n; ++r) {
     const i64 b = ptrb[r], length = ptrb[r + 1] - b;
     for (i64 c = 0; c < sub.count; ++c, ++k) {
@@ -90,7 +91,7 @@ KERNEL((591), (i64 k), append_expanded_rows, i32 n, I64 einst, I64 eptrb, i32 d,
 // - einst (array; rows of the result): not read
 KERNEL((592), (), expand_all_constants, CF64 a, CF64 bfix, F64 ebfix, [[maybe_unused]] CI64 einst)
 {
-  expand_constants(a, bfix, ebfix);
+  expand_constants(a, a.count, bfix, ebfix);
 }
 
 // Expands n rows in place, without constants. Works from the last row, weight and term back to the first, so that every
@@ -103,7 +104,7 @@ KERNEL((592), (), expand_all_constants, CF64 a, CF64 bfix, F64 ebfix, [[maybe_un
 // - m (extent): the length of the axis of the weights
 KERNEL((593), (), expand_in_place, CF64 a, F64 cof, i32 n, I64 inst, I64 ptrb, CI32 sub, I64 subj, bool flag, i32 m)
 {
-  if (n <= 0) return;
+  if (n <= 0 || sub.count <= 0) return;
   i64 k = n * sub.count, t = ptrb[0] + (ptrb[n] - ptrb[0]) * sub.count;
   for (i64 r = i64{n} - 1; r >= 0; --r) {
     const i64 b = ptrb[r], e = ptrb[r + 1], position = flag ? inst[r] : r;
