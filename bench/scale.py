@@ -94,6 +94,8 @@ def draw(results: dict, path: str) -> None:
         n = [point["nonzeros"] for point in points]
         left.loglog(n, [point["seconds"] for point in points], "o-", label=way)
         right.loglog(n, [point["memory"] + (point["workers"] or 0.0) for point in points], "o-", label=way)
+    for axes in (left, right):
+        axes.minorticks_off()
     left.set(xlabel="nonzeros", ylabel="seconds")
     right.set(xlabel="nonzeros", ylabel="peak memory of all processes, MB")
     left.legend()
