@@ -91,7 +91,8 @@ def cluster(tmp_path):
         with Client(scheduler_file=str(tmp_path / "scheduler"), timeout=60) as client:
             client.wait_for_workers(2, timeout=60)
             info = client.scheduler_info()["workers"]
-            yield client, {address: processes[1 + int(worker["name"])] for address, worker in info.items()}, processes[0]
+            workers = {address: processes[1 + int(worker["name"])] for address, worker in info.items()}
+            yield client, workers, processes[0]
     finally:
         for process in processes:
             process.kill()

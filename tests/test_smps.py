@@ -87,7 +87,8 @@ def dense(program):
 
 def expected():
     """The same of the files above."""
-    outcomes = [(0.5, -5.5, 60.0, 8.5, -12.0, 0.0), (0.25, -5.5, 60.0, 9.5, -12.0, 0.0), (0.25, -5.5, 61.0, 8.5, -1.0, 2.0)]
+    outcomes = [(0.5, -5.5, 60.0, 8.5, -12.0, 0.0), (0.25, -5.5, 60.0, 9.5, -12.0, 0.0),
+                (0.25, -5.5, 61.0, 8.5, -1.0, 2.0)]
     for (p1, lim), (p2, z), (p3, c1, y1, c2, dem, y2) in itertools.product(
             [(0.25, -14.0), (0.75, 15.0)], [(0.5, 10.0), (0.5, 20.0)], outcomes):
         yield (p1 * p2 * p3, [[3.0, 0.0], [0.0, z], [0.0, 0.0]], [[y1, y2], [-7.0, 9.0], [0.0, 10.0]], [c1, c2],
@@ -114,7 +115,7 @@ BLOCKS = STOCH[STOCH.index("BLOCKS"):STOCH.index("ENDATA")]
     (CORE, TIME, STOCH.replace("    Y1        COST              -5.5   DEM               60.0",
                                "    Y1        COST              -5.5\n    Y1        DEM               60.0")),
     (CORE, TIME, FREE.replace(" RHS DEM", " DEM").replace("\n", "\r\n"))],
-    ids=["free format", "no periods, objective in time file", "keywords", "names with blanks", "single pairs", "no sets"])
+    ids=["free format", "no periods", "keywords", "names with blanks", "single pairs", "no sets"])
 def test_other_spellings_of_the_same_program(tmp_path, core, time, stoch):
     if "BL B1               " in stoch:  # only entries of INDEP may do without their period
         stoch = stoch.replace("BL B1              ", "BL B1        LATER")
@@ -150,19 +151,19 @@ BROKEN = [
     (".sto", "              1.D1", "              1E40", 6, "'1E40' is not finite"),
     (".sto", "15.0   LATER             0.75", "15.0   LATER              1.5", 5, "'1.5'"),
     (".sto", "15.0   LATER             0.75", "15.0   LATER            -0.75", 5, "'-0.75'"),
-    (".sto", "15.0   LATER             0.75", "15.0   LATER             0.76", 5, "'RIGHT', 'LIM' add up to 1.01, more"),
+    (".sto", "15.0   LATER             0.75", "15.0   LATER             0.76", 5, "'LIM' add up to 1.01, more"),
     (".sto", "20.0   LATER              0.5", "20.0   LATER             0.49", 7, "'Z', 'BAL' add up to 0.99, less"),
     (".sto", "15.0   LATER ", "15.0   LASTER", 5, "unknown period 'LASTER'"),
     (".sto", "BL B1        LATER ", "BL B1        NOW   ", 9, "first period 'NOW'"),
     (".sto", " BL B1        LATER              0.5", " BL B1        LATER", 9, "incomplete"),
     (".sto", " BL B1        LATER              0.5\n", "", 9, "before the first BL line"),
-    (".sto", "Y2        COST               8.5", "X         COST               8.5", 11, "'X' belongs to the first period"),
-    (".sto", "Y2        COST               8.5", "X         CAP                8.5", 11, "'CAP' belongs to the first period"),
+    (".sto", "Y2        COST               8.5", "X         COST               8.5", 11, "'X' belongs to the first"),
+    (".sto", "Y2        COST               8.5", "X         CAP                8.5", 11, "'CAP' belongs to the"),
     (".sto", "Y2        COST               8.5", "RHS       COST               8.5", 11, "constant of the objective"),
-    (".sto", "Y2        COST               8.5", "Y1        COST               8.5", 11, "second value for the entry 'Y1'"),
+    (".sto", "Y2        COST               8.5", "Y1        COST               8.5", 11, "second value for"),
     (".sto", "Y2        COST               8.5", "Y2        COST", 11, "incomplete"),
-    (".sto", "Y2        COST               8.5", "RIGHT     LIM                8.5", 11, "in the entry 'RIGHT', 'LIM' already"),
-    (".sto", "    Y2        COST               8.5", " UP BND       Y1                 8.5", 11, "bounds are not read: 'UP'"),
+    (".sto", "Y2        COST               8.5", "RIGHT     LIM                8.5", 11, "'LIM' already"),
+    (".sto", "    Y2        COST               8.5", " UP BND       Y1                 8.5", 11, "not read: 'UP'"),
     (".sto", BLOCKS, 2 * BLOCKS, 19, "block 'B1' add up to 1.5"),
     (".sto", STOCH[STOCH.index("INDEP"):-7], "", 3, "no random data"),
 ]  # fmt: skip
@@ -185,7 +186,8 @@ def test_broken_files(tmp_path, suffix, old, new, line, what, free):
 def test_the_shipped_program_and_a_period_without_rows(tmp_path):
     program = read_smps(*(str(ROOT / "examples" / f"farmer.{suffix}") for suffix in ("cor", "tim", "sto")))
     assert [len(block.probabilities) for block in program.random] == [3] and program.random[0].values.shape == (3, 3)
-    core = CORE.replace(" L  CAP\n", "").replace("   CAP                2.0", "").replace("   CAP                1.0", "")
+    core = CORE.replace(" L  CAP\n", "")
+    core = core.replace("   CAP                2.0", "").replace("   CAP                1.0", "")
     core = core.replace("RIGHT     CAP               11.0   DEM  ", "RIGHT     DEM  ")
     program = read(tmp_path, core, TIME.replace("CAP ", "COST"))
     assert (program.first.matrix.rows, program.second.matrix.rows) == (0, 3)
