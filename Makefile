@@ -4,6 +4,8 @@ PYTHON ?= /usr/bin/python3
 MESON = $(PYTHON) /usr/bin/meson
 PYTEST = $(PYTHON) -m pytest -q
 MPS ?=
+SCENARIOS ?=
+NONZEROS ?= 100000000
 # Options of meson for builds that are set up: SETUP=--werror
 SETUP ?=
 # Of the tools in trust/: how many calls, the seed by which they are drawn, and the number of the only one to make.
@@ -15,7 +17,8 @@ TRIALS = --seed $(SEED) $(addprefix --calls ,$(CALLS)) $(addprefix --only ,$(ONL
 # Debian's packages, beyond the base system, a C++ compiler and make: what each group of targets needs and no more.
 PACKAGES_build = python3 python3-dev meson ninja-build
 PACKAGES_demo = $(PACKAGES_build) python3-numpy python3-scipy python3-cvxopt python3-matplotlib
-PACKAGES_test = $(PACKAGES_demo) mypy python3-pytest python3-pytest-xdist python3-hypothesis
+PACKAGES_scenarios = $(PACKAGES_demo) python3-distributed python3-h5py
+PACKAGES_test = $(PACKAGES_scenarios) mypy python3-pytest python3-pytest-xdist python3-hypothesis
 PACKAGES_refleak = $(PACKAGES_test) python3-dbg
 PACKAGES_clang = $(PACKAGES_test) clang clang-format clang-tidy
 PACKAGES_install = $(PACKAGES_build) git mypy python3-mesonpy python3-numpy python3-pip python3-venv
@@ -23,8 +26,8 @@ PACKAGES_docs = $(PACKAGES_build) python3-numpy python3-scipy python3-sphinx fur
 PACKAGES_docs_test = $(PACKAGES_docs) chromium chromium-driver python3-selenium
 
 .DEFAULT_GOAL = help
-.PHONY: help build checked demo models memory test clang sanitize calls fuzz mutations soak refleak tidy install-check \
-	pythons loops bench bench-plot table describe find reference docs docs-test clean
+.PHONY: help build checked demo models memory scenarios scale test clang sanitize calls fuzz mutations soak refleak tidy \
+	install-check pythons loops bench bench-plot table describe find reference docs docs-test clean
 
 help:  ## list the targets
 	@sed -n 's/^\([a-z-]*\):.*## /\1\t/p' $(MAKEFILE_LIST) | expand -t 16
@@ -53,6 +56,12 @@ demo: needs-demo build  ## solve a linear program (and MPS=FILE), an efficient f
 
 models: needs-demo build  ## build matrices of whole models through the kernels and with SciPy, and compare their times
 	PYTHONPATH=build/normal $(PYTHON) examples/build_models.py
+
+scenarios: needs-scenarios build  ## solve a two-stage program on a local cluster (options of the script: SCENARIOS="--scenarios 10000")
+	PYTHONPATH=build/normal $(PYTHON) examples/scenarios.py $(SCENARIOS)
+
+scale: needs-scenarios build  ## times and memory of models up to NONZEROS=100000000, at most ten minutes: table, build/scale.svg
+	@PYTHONPATH=build/normal $(PYTHON) bench/scale.py --nonzeros $(NONZEROS) --plot build/scale.svg
 
 memory: needs-demo build  ## build a linear program of 10^7 nonzeros and hold its memory against that of the matrix
 	PYTHONPATH=build/normal $(PYTHON) examples/memory.py

@@ -17,12 +17,13 @@ import math
 import re
 import zlib
 from dataclasses import dataclass
-from typing import Callable, Dict, List, Optional, Tuple
+from typing import Callable, Dict, List, Optional, Tuple, TypeVar
 
 import numpy as np
 
 INFINITE = 1e20  # bounds and right-hand sides from here on mean "no bound", as they do to solvers
 
+T = TypeVar("T")
 _NUMBER = re.compile(r"[+-]?(\d+\.?\d*|\.\d+)([ED][+-]?\d+)?|[+-]?INF(INITY)?")
 _CONTROL = re.compile(r"[\x00-\x08\x0b\x0e-\x1f\x7f]")
 _FIXED_FIELDS = ((1, 3), (4, 12), (14, 22), (24, 36), (39, 47), (49, 61))  # column ranges of the fixed format
@@ -30,7 +31,7 @@ _FIXED_GAPS = (0, 3, 12, 13, 22, 23, 36, 37, 38, 47, 48)
 _SENSES = {"MIN": "min", "MINIMIZE": "min", "MINIMISE": "min", "MAX": "max", "MAXIMIZE": "max", "MAXIMISE": "max"}
 
 
-class MpsError(Exception):
+class MpsError(ValueError):
     """A file that cannot be read: `path`, `line` (from 1, None where no line is at fault), `what` is wrong."""
 
     def __init__(self, path: str, line: Optional[int], what: str) -> None:
@@ -47,10 +48,14 @@ class LinearProgram:
 
     name: str
     sense: str  # "min" or "max"
+    objective: str  # the name of its row
+    rhs_name: str  # of the set of right-hand sides
     row_names: List[str]  # m
     row_types: List[str]  # m, each of N L G E
     lo: np.ndarray  # m, float64
     hi: np.ndarray  # m, float64
+    rhs: np.ndarray  # m, float64: what lo and hi were made from, with
+    ranges: np.ndarray  # m, float64: NaN where a row has no range
     subi: np.ndarray  # z, int32: entries of A sorted by row, then column, without zeros
     subj: np.ndarray  # z, int32
     val: np.ndarray  # z, float64
@@ -68,17 +73,23 @@ def read_mps(path: str) -> LinearProgram:
     Free format is tried first, as it also reads fixed columns as long as no name has a blank in it; then fixed columns.
     If both fail, the fault of the reading that got further is the one reported.
     """
-    lines = _text_lines(path)
+    return in_either_format(path, lambda lines, fields_of: _Reader(path, lines, fields_of).read())
+
+
+def in_either_format(path: str, read: Callable[[List[str], Callable[[str, str], List[str]]], T]) -> T:
+    """What `read` makes of the lines of a file in free format or else in fixed columns, by the function for fields."""
+    lines = text_lines(path)
     try:
-        return _Reader(path, lines, _free_fields).read()
+        return read(lines, free_fields)
     except MpsError as free:
         try:
-            return _Reader(path, lines, _fixed_fields).read()
+            return read(lines, fixed_fields)
         except MpsError as fixed:
             raise (fixed if (fixed.line or math.inf) > (free.line or math.inf) else free) from None
 
 
-def _text_lines(path: str) -> List[str]:
+def text_lines(path: str) -> List[str]:
+    """The lines of a text file, plain or gzip-compressed; MpsError if it is none."""
     try:
         with open(path, "rb") as file:
             data = file.read()
@@ -106,11 +117,11 @@ def _text_lines(path: str) -> List[str]:
 Fields = List[str]
 
 
-def _free_fields(line: str, section: str) -> Fields:
+def free_fields(line: str, section: str) -> Fields:
     return line.split() if section in ("ROWS", "BOUNDS") else ["", *line.split()]
 
 
-def _fixed_fields(line: str, section: str) -> Fields:
+def fixed_fields(line: str, section: str) -> Fields:
     line = line.expandtabs().rstrip()
     if any(line[gap:gap + 1].strip() for gap in _FIXED_GAPS) or len(line) > 61:
         raise ValueError("text between the columns of the fixed format")
@@ -157,7 +168,7 @@ class _Reader:
     def start_section(self, words: List[str]) -> None:
         section = words[0].upper()
         if section not in ("NAME", "OBJSENSE", "OBJNAME", "ROWS", "COLUMNS", "RHS", "RANGES", "BOUNDS", "ENDATA"):
-            raise ValueError(f"unknown section {_shown(words[0])}")
+            raise ValueError(f"unknown section {shown(words[0])}")
         if section in self.seen:
             raise ValueError(f"a second {section} section")
         if section in ("COLUMNS", "RHS", "RANGES", "BOUNDS", "ENDATA"):
@@ -179,7 +190,7 @@ class _Reader:
         elif words[0].upper() in _SENSES:
             self.sense = _SENSES[words[0].upper()]
         else:
-            raise ValueError(f"unknown objective sense {_shown(words[0])}")
+            raise ValueError(f"unknown objective sense {shown(words[0])}")
 
     def data_line(self, line: str) -> None:
         if self.section in ("OBJSENSE", "OBJNAME"):
@@ -194,16 +205,16 @@ class _Reader:
             raise ValueError("a row needs a type and a name")
         kind, name = fields[0].upper(), fields[1]
         if kind not in ("N", "L", "G", "E"):
-            raise ValueError(f"unknown row type {_shown(fields[0])}")
+            raise ValueError(f"unknown row type {shown(fields[0])}")
         if name in self.rows:
-            raise ValueError(f"a second row {_shown(name)}")
+            raise ValueError(f"a second row {shown(name)}")
         self.rows[name] = kind
 
     def column(self, fields: Fields) -> None:
         if "'MARKER'" in [field.upper() for field in fields]:
             kind = fields[-1].upper()
             if kind not in ("'INTORG'", "'INTEND'"):
-                raise ValueError(f"unknown marker {_shown(fields[-1])}")
+                raise ValueError(f"unknown marker {shown(fields[-1])}")
             self.in_integers = kind == "'INTORG'"
             return
         name, pairs = fields[1], self.pairs(fields)
@@ -211,13 +222,13 @@ class _Reader:
             self.entries[name] = {}
             self.integer[name] = self.in_integers
         elif name != next(reversed(self.entries)):
-            raise ValueError(f"column {_shown(name)} is continued after another column")
+            raise ValueError(f"column {shown(name)} is continued after another column")
         for row, text in pairs:
             if row in self.entries[name]:
-                raise ValueError(f"a second entry for column {_shown(name)} in row {_shown(row)}")
-            value = _number(text)
+                raise ValueError(f"a second entry for column {shown(name)} in row {shown(row)}")
+            value = number(text)
             if math.isinf(value):
-                raise ValueError(f"coefficient {_shown(text)} is not finite")
+                raise ValueError(f"coefficient {shown(text)} is not finite")
             self.entries[name][row] = value
 
     def right_side(self, fields: Fields) -> None:
@@ -229,12 +240,12 @@ class _Reader:
             return
         values = self.rhs if self.section == "RHS" else self.ranges
         for row, text in pairs:
-            value = _number(text)
+            value = number(text)
             if row in values:
-                raise ValueError(f"a second {self.section} entry for row {_shown(row)}")
+                raise ValueError(f"a second {self.section} entry for row {shown(row)}")
             loose = (self.rows[row], value) in (("L", math.inf), ("G", -math.inf))
             if self.section == "RHS" and math.isinf(value) and not loose:
-                raise ValueError(f"right-hand side {_shown(text)} of row {_shown(row)} is not finite")
+                raise ValueError(f"right-hand side {shown(text)} of row {shown(row)} is not finite")
             values[row] = value
 
     def counts(self, set_name: str) -> bool:
@@ -248,13 +259,13 @@ class _Reader:
             raise ValueError("an incomplete line: it needs a name and pairs of row and number")
         for row in names:
             if row not in self.rows:
-                raise ValueError(f"unknown row {_shown(row)}")
+                raise ValueError(f"unknown row {shown(row)}")
         return list(zip(names, numbers))
 
     def bound(self, fields: Fields) -> None:
         kind = fields[0].upper()
         if kind not in ("UP", "LO", "FX", "FR", "MI", "PL", "BV", "LI", "UI"):
-            raise ValueError(f"unknown bound type {_shown(fields[0])}")
+            raise ValueError(f"unknown bound type {shown(fields[0])}")
         needs_value = kind in ("UP", "LO", "FX", "LI", "UI")
         # In free format the set name may be missing, and a type without a number may carry one all the same.
         unnamed = len(fields) == 2 + needs_value or (len(fields) == 3 and fields[2] not in self.entries)
@@ -264,12 +275,12 @@ class _Reader:
             raise ValueError(f"a bound of type {kind} needs a column" + " and a number" * needs_value)
         _, set_name, column, *numbers = fields
         if column not in self.entries:
-            raise ValueError(f"unknown column {_shown(column)}")
-        value = _number(numbers[0]) if needs_value else 0.0
+            raise ValueError(f"unknown column {shown(column)}")
+        value = number(numbers[0]) if needs_value else 0.0
         if not self.counts(set_name):
             return
         if (kind in ("LO", "LI", "FX") and value == math.inf) or (kind in ("UP", "UI", "FX") and value == -math.inf):
-            raise ValueError(f"bound {_shown(numbers[0])} leaves column {_shown(column)} no value")
+            raise ValueError(f"bound {shown(numbers[0])} leaves column {shown(column)} no value")
         if kind in ("BV", "LI", "UI"):
             self.integer[column] = True
         if kind in ("LO", "LI", "FX"):
@@ -286,21 +297,25 @@ class _Reader:
     def linear_program(self) -> LinearProgram:
         objective = self.objective or next((name for name, kind in self.rows.items() if kind == "N"), "")
         if self.rows.get(objective) != "N":
-            fault = f"objective {_shown(objective)} is no row of type N" if objective else "no objective row (type N)"
+            fault = f"objective {shown(objective)} is no row of type N" if objective else "no objective row (type N)"
             raise ValueError(fault)
         row_names = [name for name in self.rows if name != objective]
         number_of = {name: i for i, name in enumerate(row_names)}
         triplets = sorted((number_of[row], j, value) for j, column in enumerate(self.entries.values())
                           for row, value in column.items() if row != objective and value != 0.0)
-        sides = [self.row_bounds(name) for name in row_names]
+        sides = [row_bounds(self.rows[name], self.rhs.get(name, 0.0), self.ranges.get(name)) for name in row_names]
         bounds = [self.column_bounds(name) for name in self.entries]
         return LinearProgram(
             name=self.name,
             sense=self.sense,
+            objective=objective,
+            rhs_name=self.set_names.get("RHS", "RHS"),
             row_names=row_names,
             row_types=[self.rows[name] for name in row_names],
             lo=np.array([lo for lo, _ in sides], dtype=np.float64),
             hi=np.array([hi for _, hi in sides], dtype=np.float64),
+            rhs=np.array([self.rhs.get(name, 0.0) for name in row_names], dtype=np.float64),
+            ranges=np.array([self.ranges.get(name, math.nan) for name in row_names], dtype=np.float64),
             subi=np.array([i for i, _, _ in triplets], dtype=np.int32),
             subj=np.array([j for _, j, _ in triplets], dtype=np.int32),
             val=np.array([value for _, _, value in triplets], dtype=np.float64),
@@ -312,15 +327,6 @@ class _Reader:
             integer=np.array([self.integer[name] for name in self.entries], dtype=bool),
         )
 
-    def row_bounds(self, name: str) -> Tuple[float, float]:
-        kind, rhs, width = self.rows[name], self.rhs.get(name, 0.0), self.ranges.get(name)
-        if kind == "N" or math.isinf(rhs):
-            return -math.inf, math.inf
-        if kind == "E":  # the sign of a range tells on which side of the right-hand side it lies
-            return rhs + min(width or 0.0, 0.0), rhs + max(width or 0.0, 0.0)
-        width = math.inf if width is None else abs(width)
-        return (rhs - width, rhs) if kind == "L" else (rhs, rhs + width)
-
     def column_bounds(self, name: str) -> Tuple[float, float]:
         lower, upper = self.lower.get(name), self.upper.get(name)
         if lower is None and upper is None:
@@ -330,12 +336,24 @@ class _Reader:
         return lower, math.inf if upper is None else upper
 
 
-def _number(text: str) -> float:
+def row_bounds(kind: str, rhs: float, width: Optional[float]) -> Tuple[float, float]:
+    """Lower and upper bound of a row of type N, L, G or E; width: its range, None if it has none."""
+    if kind == "N" or math.isinf(rhs):
+        return -math.inf, math.inf
+    if kind == "E":  # the sign of a range tells on which side of the right-hand side it lies
+        return rhs + min(width or 0.0, 0.0), rhs + max(width or 0.0, 0.0)
+    width = math.inf if width is None else abs(width)
+    return (rhs - width, rhs) if kind == "L" else (rhs, rhs + width)
+
+
+def number(text: str) -> float:
+    """The value of a number, infinite from INFINITE on; ValueError if it is none."""
     if not _NUMBER.fullmatch(text.upper()):
-        raise ValueError(f"bad number {_shown(text)}")
+        raise ValueError(f"bad number {shown(text)}")
     value = float(text.upper().replace("D", "E"))
     return math.copysign(math.inf, value) if abs(value) >= INFINITE else value
 
 
-def _shown(text: str) -> str:
+def shown(text: str) -> str:
+    """A word of a file as messages show it."""
     return repr(text if len(text) <= 40 else text[:40] + "...")

@@ -223,10 +223,14 @@ class Rows:
         self.nnz = int(ptr[-1])
         self._ends.append(ptr[1:])
 
+    def parts(self) -> Tuple[np.ndarray, np.ndarray, np.ndarray]:
+        """`ptr`, columns and coefficients of all rows. The latter share their memory."""
+        return np.concatenate(self._ends), self.subj[:self.nnz], self.cof[:self.nnz]
+
     def matrix(self, ncols: int) -> csr_matrix:
         """The matrix of all rows. It shares their memory."""
-        ptr = np.concatenate(self._ends)
-        return csr_matrix((self.cof[:self.nnz], self.subj[:self.nnz], ptr), shape=(len(ptr) - 1, ncols))
+        ptr, subj, cof = self.parts()
+        return csr_matrix((cof, subj, ptr), shape=(len(ptr) - 1, ncols))
 
 
 class Model:
@@ -349,6 +353,11 @@ class Model:
         The entries of a row stand in the order of its terms, and those of one variable are not added up.
         """
         return self._rows.matrix(self._ncols)
+
+    def take_rows(self) -> Tuple[np.ndarray, ...]:
+        """Takes all rows so far out of the model: `ptr`, columns, coefficients, lo and hi. Rows are numbered on."""
+        rows, bounds, self._rows, self._bounds = self._rows, self._bounds, Rows(), []
+        return (*rows.parts(), *_joined(bounds, (np.float64, np.float64)))
 
     def problem(self) -> Problem:
         """The model as one matrix with bounds, of which further variables and constraints change nothing.
