@@ -44,6 +44,14 @@ class Table:
         return self.s
 
 
+def overflown(model, x):
+    """A constraint with a coefficient past the largest double."""
+    model.push(x)
+    for _ in range(2):
+        products.scale(model.stacks, 1e200)
+    model.constraint(POSITIVE, name="heavy")
+
+
 # What is done, what must be said. A TypeError begins with its name.
 MISTAKES = [
     (lambda t: t.model.push(t.y), "variable y belongs to another model"),
@@ -95,6 +103,7 @@ MISTAKES = [
     (lambda t: t.parametrised(t.p, t.q), "parameters of another model"),
     (lambda t: t.parameters.set(t.q, 1.0), "parameter q belongs to other parameters"),
     (lambda t: t.parameters.set(t.p, np.nan), "parameter p is nan"),
+    (lambda t: (overflown(t.other, t.y), t.other.problem()), "constraint heavy has the coefficient inf"),
     (lambda t: structure.repeat(t.s, 2**31), "2^31 elements or more"),
 ]
 

@@ -166,6 +166,17 @@ class Problem:
                 raise ValueError(f"{name(large[0])}: the solver takes the {what} {values[large[0]]:g} for infinite, as "
                                  f"all numbers from {most:g} on; no bound is -inf or inf, others want scaling")
 
+    def check_finite(self) -> None:
+        """Raises ValueError, with the name of the row or column, for a coefficient that is NaN or infinite."""
+        if not np.isfinite(self.A.data.sum()):
+            bad = np.flatnonzero(~np.isfinite(self.A.data))
+            if len(bad):
+                row = np.searchsorted(self.A.indptr, bad[0], side="right") - 1
+                raise ValueError(f"{self.row(row)} has the coefficient {self.A.data[bad[0]]}")
+        bad = np.flatnonzero(~np.isfinite(self.c))
+        if len(bad):
+            raise ValueError(f"{self.column(bad[0])} has the objective coefficient {self.c[bad[0]]}")
+
     def numbers_of(self, x: Variable, semidefinite: int = 0) -> np.ndarray:
         """The numbers of an array of variables of this problem, which has so many semidefinite elements.
 
@@ -282,7 +293,7 @@ class Model:
         """Takes the last record off the w stack and bounds its elements by `domain`, one row for each.
 
         Raises ValueError, and leaves the record, if the domain does not fit it or if it is no expression in variables
-        of this model, has a coefficient that is NaN or infinite, or has coefficients with code.
+        of this model or has coefficients with code.
         """
         name = _name(name, self._constraints)
         shape = self.stacks.w.extents(self._expression(f"constraint {name}"))
@@ -317,16 +328,15 @@ class Model:
 
     def _expression(self, whose: str) -> Record:
         """The last record. Raises ValueError if its terms cannot be those of rows, which are on variables that the
-        model has, finite and without code."""
+        model has and without code."""
         s, w, e = self.stacks, self.stacks.w, self.stacks.operands(1)[0]
         s.claim("variables", self._owner)
         if e.ncodeatom:
             raise ValueError(f"{whose} has coefficients with code, which must be run before rows are made")
-        numbers, cof = w.i64[e.nidxs:e.nidxs + e.nnz], w.f64[e.cof:e.cof + e.nnz]
+        numbers = w.i64[e.nidxs:e.nidxs + e.nnz]
         shifted = numbers + self._nbar if self._nbar else numbers
         if e.nnz and shifted.view(np.uint64).max() > self._ncols + self._nbar:  # numbers below 0 are large there
             raise ValueError(f"{whose} has terms on variables that this model does not have")
-        floats(cof, f"the coefficients of {whose}")
         return e
 
     def _append_rows(self, rows: Rows) -> np.ndarray:
@@ -337,6 +347,7 @@ class Model:
         ptr, fixed = rows.reserve(e.nelem, e.nnz), np.zeros(e.nelem)
         kernels.split_linear_and_constant_terms(
             fixed, rows.cof, e.cof, e.nelem, e.nidxs, e.ptr, ptr, w.f64, w.i32, w.i64, rows.subj)
+        floats(fixed, "the constants of an expression")
         rows.subj[ptr[0]:ptr[-1]] -= 1  # column j is the variable numbered j + 1
         ptr = s.ptr_of_all(e, ptr)
         rows.enter(ptr)
@@ -364,7 +375,7 @@ class Model:
 
         Terms of one row on the same variable are added up here. Where there are none and those of all rows are in
         order, the matrix shares the model's memory, to be read only. Raises ValueError if an expression is left on the
-        stack.
+        stack, or if a coefficient has become NaN or infinite.
         """
         s = self.stacks
         if s.records and s.claimed_by("variables") in (None, self._owner):
@@ -379,9 +390,11 @@ class Model:
         lo, hi = _joined(self._bounds, (np.float64, np.float64))
         lower, upper, integer = _joined(self._columns, (np.float64, np.float64, bool))
         columns, cof = self._objective
-        return Problem(self.sense, A, lo, hi,
+        made = Problem(self.sense, A, lo, hi,
                        np.bincount(columns, weights=cof, minlength=self._ncols), self.constant, lower, upper, integer,
                        tuple(self._variables), tuple(self._constraints), self._owner)
+        made.check_finite()
+        return made
 
 
 def _name(name: str, things: Sequence) -> str:
