@@ -95,7 +95,7 @@ fuzz: build calls  ## faulty and legal calls of all kernels, each answered as it
 
 mutations: calls  ## legal calls with one change, on the build with bounds checking, under the sanitizers: CALLS=, SEED=
 	@test -f build/checked-sanitize/build.ninja || CXX=g++ $(MESON) setup build/checked-sanitize \
-	  -Dchecked=true -Db_sanitize=address,undefined -Ddebug=true -Doptimization=1
+	  -Dchecked=true -Db_sanitize=address,undefined -Ddebug=true -Doptimization=0
 	@ninja -C build/checked-sanitize --quiet
 	LD_PRELOAD="$$(g++ -print-file-name=libasan.so) $$(g++ -print-file-name=libubsan.so)" PYTHONMALLOC=malloc \
 	  ASAN_OPTIONS=detect_leaks=0:allocator_may_return_null=1:max_allocation_size_mb=2000 \
