@@ -2,7 +2,7 @@
 
 PYTHON ?= /usr/bin/python3
 MESON = $(PYTHON) /usr/bin/meson
-PYTEST = $(PYTHON) -m pytest -q
+PYTEST = $(PYTHON) -m pytest -q -n $$(nproc)
 MPS ?=
 SCENARIOS ?=
 NONZEROS ?= 100000000
