@@ -63,6 +63,7 @@ def connect(scheduler: Optional[str], workers: int, direct: bool = False) -> Ite
             with _signals_held():
                 scheduler = stack.enter_context(LocalCluster(
                     n_workers=workers, threads_per_worker=1, processes=True, host="127.0.0.1", dashboard_address=None,
+                    scheduler_kwargs={"dashboard_address": "127.0.0.1:0"},  # any free port, for health checks alone
                     local_directory=scratch, silence_logs=50))
         try:
             client = stack.enter_context(Client(scheduler, timeout=5, direct_to_workers=direct))
