@@ -16,13 +16,16 @@ TRIALS = --seed $(SEED) $(addprefix --calls ,$(CALLS)) $(addprefix --only ,$(ONL
 
 # Debian's packages, beyond the base system, a C++ compiler and make: what each group of targets needs and no more.
 PACKAGES_build = python3 python3-dev meson ninja-build
-PACKAGES_demo = $(PACKAGES_build) python3-numpy python3-scipy python3-cvxopt python3-matplotlib
-PACKAGES_scenarios = $(PACKAGES_demo) python3-distributed python3-h5py
-PACKAGES_test = $(PACKAGES_scenarios) mypy python3-pytest python3-pytest-xdist python3-hypothesis
+PACKAGES_models = $(PACKAGES_build) python3-numpy python3-scipy
+PACKAGES_plots = $(PACKAGES_models) python3-matplotlib
+PACKAGES_demo = $(PACKAGES_plots) python3-cvxopt
+PACKAGES_scenarios = $(PACKAGES_models) python3-distributed python3-h5py
+PACKAGES_scale = $(PACKAGES_scenarios) $(PACKAGES_plots)
+PACKAGES_test = $(PACKAGES_demo) $(PACKAGES_scenarios) mypy python3-pytest
 PACKAGES_refleak = $(PACKAGES_test) python3-dbg
 PACKAGES_clang = $(PACKAGES_test) clang clang-format clang-tidy
 PACKAGES_install = $(PACKAGES_build) git mypy python3-mesonpy python3-numpy python3-pip python3-venv
-PACKAGES_docs = $(PACKAGES_build) python3-numpy python3-scipy python3-sphinx furo python3-myst-parser
+PACKAGES_docs = $(PACKAGES_models) python3-sphinx furo python3-myst-parser
 PACKAGES_docs_test = $(PACKAGES_docs) chromium chromium-driver python3-selenium
 
 .DEFAULT_GOAL = help
@@ -33,7 +36,7 @@ help:  ## list the targets
 	@sed -n 's/^\([a-z-]*\):.*## /\1\t/p' $(MAKEFILE_LIST) | expand -t 16
 
 needs-%:
-	@missing=$$(for p in $(PACKAGES_$*); do dpkg-query -W -f '$${Status}' $$p 2>/dev/null | grep -q 'ok installed' || echo $$p; done); \
+	@missing=$$(for p in $(sort $(PACKAGES_$*)); do dpkg-query -W -f '$${Status}' $$p 2>/dev/null | grep -q 'ok installed' || echo $$p; done); \
 	if [ -n "$$missing" ]; then \
 	  sudo=$$([ $$(id -u) = 0 ] || echo sudo); \
 	  $$sudo apt-get update -q && DEBIAN_FRONTEND=noninteractive $$sudo apt-get install -q -y --no-install-recommends $$missing; \
@@ -54,16 +57,16 @@ demo: needs-demo build  ## solve a linear program (and MPS=FILE), an efficient f
 	PYTHONPATH=build/normal $(PYTHON) examples/theta.py
 	PYTHONPATH=build/normal $(PYTHON) examples/nearest_point.py
 
-models: needs-demo build  ## build matrices of whole models through the kernels and with SciPy, and compare their times
+models: needs-models build  ## build matrices of whole models through the kernels and with SciPy, and compare their times
 	PYTHONPATH=build/normal $(PYTHON) examples/build_models.py
 
 scenarios: needs-scenarios build  ## solve a two-stage program on a local cluster (options of the script: SCENARIOS="--scenarios 10000")
 	PYTHONPATH=build/normal $(PYTHON) examples/scenarios.py $(SCENARIOS)
 
-scale: needs-scenarios build  ## times and memory of models up to NONZEROS=100000000, at most ten minutes: table, build/scale.svg
+scale: needs-scale build  ## times and memory of models up to NONZEROS=100000000, at most ten minutes: table, build/scale.svg
 	@PYTHONPATH=build/normal $(PYTHON) bench/scale.py --nonzeros $(NONZEROS) --plot build/scale.svg
 
-memory: needs-demo build  ## build a linear program of 10^7 nonzeros and hold its memory against that of the matrix
+memory: needs-models build  ## build a linear program of 10^7 nonzeros and hold its memory against that of the matrix
 	PYTHONPATH=build/normal $(PYTHON) examples/memory.py
 
 test: needs-test build checked loops  ## all tests, first with bounds checking, which names what would crash the normal build
@@ -85,7 +88,7 @@ sanitize: needs-test  ## all tests under the address and undefined-behaviour san
 	  ASAN_OPTIONS=detect_leaks=0 UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 \
 	  PYTHONPATH=build/sanitize $(PYTEST) tests
 
-calls: needs-test checked
+calls: needs-test checked  ## record the legal calls that the next four play back, if kernels or tests have changed
 	@if [ ! -f build/calls.pkl ] || \
 	  [ "$$(find build/checked/fragments*.so tests/*.py trust/record.py trust/calls.py -newer build/calls.pkl)" ]; then \
 	  PYTHONPATH=build/checked $(PYTHON) trust/record.py; fi
@@ -121,13 +124,13 @@ install-check: needs-install  ## sdist, wheel and pip install in a throw-away en
 pythons: needs-build  ## build for every other CPython at hand and call kernels there
 	tools/check_pythons.sh
 
-loops: needs-demo build
+loops: needs-models build
 	@ninja -C build/normal --quiet libhand_written.so
 
 bench: loops  ## hold kernels against hand-written loops and NumPy or SciPy: a table, and build/bench.json
 	@PYTHONPATH=build/normal $(PYTHON) bench/run.py --json build/bench.json
 
-bench-plot: loops  ## the same for six families over the number of terms: a picture, build/bench.svg
+bench-plot: needs-plots loops  ## the same for six families over the number of terms: a picture, build/bench.svg
 	@PYTHONPATH=build/normal $(PYTHON) bench/run.py --plot build/bench.svg
 
 table:  ## print the table of kernels: number, body, format, parameters, result
@@ -136,7 +139,6 @@ table:  ## print the table of kernels: number, body, format, parameters, result
 describe:  ## print what a kernel does: make describe N=472
 	@$(PYTHON) tools/kernels.py describe $(N)
 
-.PHONY: find
 find:  ## list the kernels that a word may mean: make find WORD=transpose, WORD='sum along'
 	@$(PYTHON) tools/kernels.py find $(WORD)
 

@@ -36,8 +36,9 @@ BLOCK = 50000  # scenarios, of half a million nonzeros
 
 def peak() -> float:
     """The most memory that this process has had, in MB."""
-    status = Path("/proc/self/status").read_text()
-    return int(status.split("VmHWM:")[1].split()[0]) / 1024
+    from memory import resident
+
+    return resident("VmHWM") / 2**20
 
 
 def measure(way: str, nonzeros: int) -> dict:

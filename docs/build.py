@@ -51,13 +51,13 @@ def copy_sources():
     import kernel_pages
     import pictures
 
-    for folder, text in kernel_pages.TITLES.items():
-        members = [family for family, _ in kernel_pages.families() if family.file.parent.name == folder]
-        entries = "\n".join(f"{family.file.parent.name}-{family.file.stem}" for family in members)
+    for folder, text in kernel_pages.tools.FOLDERS.items():
+        members = [family for family, _ in kernel_pages.families() if family.folder == folder]
+        entries = "\n".join(f"/{kernel_pages.page(family)}" for family in members)
         write(f"kernels/folder-{folder}.md", f"# {text}\n\n```{{toctree}}\n:maxdepth: 1\n\n{entries}\n```\n")
         for family in members:
             name = family.file.relative_to(kernel_pages.ROOT / "src")
-            write(f"{kernel_pages.page(family)}.md", f"# {kernel_pages.title(family)}\n\n```{{family}} {name}\n```\n")
+            write(f"{kernel_pages.page(family)}.md", f"# {family.title}\n\n```{{family}} {name}\n```\n")
     for name, svg in pictures.draw().items():
         write(f"pictures/{name}.svg", svg)
 

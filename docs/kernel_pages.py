@@ -53,21 +53,14 @@ def numbered():
 def families():
     """[(family, its kernels)], in the order of the folders."""
     for folder in tools.FOLDERS:
-        members = [kernel for kernel in all_kernels() if kernel.family.file.parent.name == folder]
+        members = [kernel for kernel in all_kernels() if kernel.family.folder == folder]
         for family, group in groupby(members, key=lambda kernel: kernel.family):
             yield family, list(group)
 
 
 def page(family):
     """The page of a family, without ending."""
-    return f"kernels/{family.file.parent.name}-{family.file.stem}"
-
-
-def title(family):
-    return family.file.stem.replace("_", " ").capitalize()
-
-
-TITLES = tools.FOLDERS
+    return f"kernels/{family.folder}-{family.file.stem}"
 
 
 def heading(kernel):
@@ -111,8 +104,8 @@ def linked(text, kernel_numbers=()):
     """Inline nodes of a comment: `names` as code, numbers of kernels as links. Numbers below 100 are links only if they
     are among kernel_numbers, because most of them count something."""
     result = []
-    for is_code, part in enumerate_code(text):
-        if is_code:
+    for place, part in enumerate(text.split("`")):
+        if place % 2:
             result.append(nodes.literal("", part))
             continue
         end = 0
@@ -123,10 +116,6 @@ def linked(text, kernel_numbers=()):
                 end = match.end()
         result.append(nodes.Text(part[end:]))
     return result
-
-
-def enumerate_code(text):
-    return [(bool(place % 2), part) for place, part in enumerate(text.split("`"))]
 
 
 def comment_nodes(text, numbers):
@@ -240,8 +229,8 @@ def facts(kernel):
 
 def words(family):
     """What people call what a family does, in both spellings."""
-    told = WORDS.get(f"{family.file.parent.name}/{family.file.stem}", "")
-    for phrase in filter(None, [title(family).lower(), *told.split(", ")]):
+    told = WORDS.get(family.key, "")
+    for phrase in filter(None, [family.title.lower(), *told.split(", ")]):
         other = re.sub(r"(?<=\w\w)is(?=(e|ed|ing|ation)\b)", "iz", phrase)
         yield from (phrase, other) if other != phrase and "wise" not in phrase else (phrase,)  # not elementwize
 
@@ -256,7 +245,7 @@ def bullets(texts):
 def cost(kernel):
     """What a call costs: its comment's own words, or those of its file."""
     own = [s for s in sentences(kernel.comment.text) if "O(" in s]
-    costs = COSTS.get(f"{kernel.family.file.parent.name}/{kernel.family.file.stem}", ONE_PASS)
+    costs = COSTS.get(kernel.family.key, ONE_PASS)
     return " ".join(own) or (costs.get(kernel.name, ONE_PASS) if isinstance(costs, dict) else costs)
 
 
@@ -321,7 +310,7 @@ class Index(Directive):
         for family, _ in families():
             for phrase in words(family):
                 uses.setdefault(phrase, []).append(family)
-        links = {family.place(): document_reference("/" + page(family), title(family)) for family, _ in families()}
+        links = {family.place(): document_reference("/" + page(family), family.title) for family, _ in families()}
         rows = [
             (phrase, joined(links[family.place()].deepcopy() for family in found))
             for phrase, found in sorted(uses.items(), key=lambda item: item[0].lower())
@@ -393,7 +382,7 @@ class Intended(Directive):
         for family, members in families():
             numbers = {number for kernel in members for number in kernel.numbers}
             texts = [(kernel.comment.text, kernel_cell(kernel)) for kernel in members]
-            for text, place in [(family.head.text, [nodes.Text(title(family))]), *texts]:
+            for text, place in [(family.head.text, [nodes.Text(family.title)]), *texts]:
                 told = list(sentences(text))
                 for at, sentence in enumerate(told):
                     if "intended" in sentence:

@@ -15,7 +15,6 @@ from __future__ import annotations
 import argparse
 import hashlib
 import os
-import resource
 import signal
 import sys
 import tempfile
@@ -34,6 +33,7 @@ from distributed.scheduler import KilledWorker
 from host.blocks import RowStore
 from host.model import Constraint, Problem, Variable
 from host.solver import solve
+from memory import resident
 from mps import MpsError
 from smps import read_smps
 from two_stage import ScenarioSet, Shard
@@ -63,6 +63,7 @@ def connect(scheduler: Optional[str], workers: int, direct: bool = False) -> Ite
             with _signals_held():
                 scheduler = stack.enter_context(LocalCluster(
                     n_workers=workers, threads_per_worker=1, processes=True, host="127.0.0.1", dashboard_address=None,
+                    scheduler_kwargs={"dashboard_address": "127.0.0.1:0"},  # any free port, for health checks alone
                     local_directory=scratch, silence_logs=50))
         try:
             client = stack.enter_context(Client(scheduler, timeout=5, direct_to_workers=direct))
@@ -214,7 +215,7 @@ def run(options: argparse.Namespace) -> int:
             built = time.perf_counter()
     if options.file:
         store = RowStore.open(options.file)
-    peak = resource.getrusage(resource.RUSAGE_SELF).ru_maxrss / 1024
+    peak = resident("VmHWM") / 2**20
     lines = [
         ("name", program.name or options.files[0]),
         ("scenarios", f"{scenarios.count}" + (f", a sample, seed {options.seed}" if options.scenarios else "")),

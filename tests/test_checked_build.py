@@ -150,6 +150,25 @@ def test_boxes_have_positive_strides(number, name, stride):
         check(number, f"{name}: want numbers above 0; got {stride} as element 1", ValueError, **given)
 
 
+COUNTS = dict(n=1, ng=1, inner=1, nelem=1, pnelem=1)
+ARRAYS = dict.fromkeys(("wi64", "xi64", "val", "sp", "nativeidxs", "residxs"), i64([1]))
+ARRAYS |= dict.fromkeys(("wi32", "xi32", "ri32", "ptrb", "astart", "index"), i32([0, 0]))
+
+
+@checked_build
+@pytest.mark.parametrize("number, what, given", [
+    (103, "q * r", dict(r=1, perm=i32([0]))), (208, "shape", dict(nd=2, perm=i32([0, 1]), shape=i32([1, 0]))),
+    (295, "inner * extent", dict(axis_inner=1, inner=0, dimsizes=i32([2]))), (343, "columns", dict(ecols=1)),
+    (318, "shape", dict(nd=2, shape=i32([1, 0]), stride=i64([1, 1]), astop=i32([1, 1]), nidxs=i32([0]))),
+    (419, "stride", dict(nd=1, dperm=i32([0]), stride=i64([0]))), (499, "blk", {}), (531, "ext_inner", dict(outer=1)),
+    (531, "outer", dict(ext_inner=1))])  # fmt: skip
+def test_nothing_is_divided_by_0(number, what, given):
+    kinds = dict(KERNELS[number].parameters)
+    arrays = {name: array for name, array in ARRAYS.items() if kinds.get(name, "i") != "i"}
+    counts = {name: count for name, count in COUNTS.items() if name in kinds}
+    check(number, f"{what}: want a number to divide by; got 0", ValueError, **counts | arrays | given)
+
+
 OUT_OF_MEMORY = """
 import resource, sys
 from support import KERNELS, call, i32, i64

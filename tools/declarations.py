@@ -143,6 +143,20 @@ class Family:
         """The file, from the root of the tree."""
         return str(self.file.relative_to(ROOT) if self.file.is_relative_to(ROOT) else self.file)
 
+    @property
+    def folder(self):
+        """The folder of the file, by its name."""
+        return self.file.parent.name
+
+    @property
+    def key(self):
+        """FOLDER/FILE without ending, by which tables tell of families."""
+        return f"{self.folder}/{self.file.stem}"
+
+    @property
+    def title(self):
+        return self.file.stem.replace("_", " ").capitalize()
+
 
 @dataclass(frozen=True)
 class Kernel:

@@ -354,9 +354,9 @@ def reference(kernels):
     lines = ["# Kernel reference", "", "By family; [by number](#by-number) at the end.", ""]
     for folder, title in FOLDERS.items():
         lines += [f"## {title}", ""]
-        members = [kernel for kernel in kernels if kernel.family.file.parent.name == folder]
+        members = [kernel for kernel in kernels if kernel.family.folder == folder]
         for family, group in groupby(members, key=lambda kernel: kernel.family):
-            lines += [f"### {family.file.stem.replace('_', ' ').capitalize()}", "", markdown(family.head.text), ""]
+            lines += [f"### {family.title}", "", markdown(family.head.text), ""]
             for kernel in group:
                 lines += reference_lines(kernel)
     lines += ["## By number", ""]

@@ -80,7 +80,7 @@ WORDS = {
 }
 
 
-FOLDERS = ("stack", "model", "code", "store", "index")  # the likeliest first
+LIKELIEST = ["stack", "model", "code", "store", "index"]  # folders, the likeliest first
 
 
 def kernels_for(phrase, kernels):
@@ -92,10 +92,9 @@ def kernels_for(phrase, kernels):
     stems = [stem(word) for word in words_of(phrase)]
     tiers = ([], [], [], [])
     for kernel in sorted(kernels, key=lambda kernel: folder_rank(kernel.family)) if stems else []:
-        family = f"{kernel.family.file.parent.name}/{kernel.family.file.stem}"
         words = []
         comments = f"{kernel.comment.text} {kernel.family.head.text}"
-        texts = (kernel.name, kernel.family.file.stem, WORDS.get(family, ""), comments)
+        texts = (kernel.name, kernel.family.title, WORDS.get(kernel.family.key, ""), comments)
         for tier, text in zip(tiers, texts):
             words += words_of(text)
             if has_all(stems, words):
@@ -106,8 +105,7 @@ def kernels_for(phrase, kernels):
 
 
 def folder_rank(family):
-    folder = family.file.parent.name
-    return FOLDERS.index(folder) if folder in FOLDERS else len(FOLDERS)
+    return [*LIKELIEST, family.folder].index(family.folder)
 
 
 def words_of(text):

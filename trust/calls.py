@@ -5,7 +5,6 @@ array of arrays; and Same(place) for an argument that is the very array of an ea
 """
 
 import argparse
-import importlib
 import pickle
 import sys
 from dataclasses import dataclass
@@ -61,16 +60,6 @@ class Call:
 def call_text(number, arguments):
     """A call as text, its arguments being texts."""
     return f"_c_closure_{number}({', '.join(arguments)})"
-
-
-def kernel(number):
-    """The module function _c_closure_N."""
-    return getattr(importlib.import_module("fragments"), f"_c_closure_{number}")
-
-
-def is_checked():
-    """Whether the module at hand checks bounds: its folder tells."""
-    return "checked" in Path(importlib.import_module("fragments").__file__).parent.name
 
 
 def load(path=RECORDED):

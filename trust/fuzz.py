@@ -13,8 +13,9 @@ from dataclasses import replace
 
 import numpy as np
 
+import fragments_kernels
 import recorder
-from calls import KERNELS, call_text, command_line, is_checked, kernel, load
+from calls import KERNELS, call_text, command_line, load
 from carriers import RELEASED, Assembly, bad_values
 from frame_model import entries, expectation, without_traceback
 from workers import run
@@ -31,7 +32,7 @@ class Fuzzer:
     calls: {number: [Call]}; function(number) gives what is called; checked: whether it checks bounds.
     """
 
-    def __init__(self, calls, seed, function=kernel, checked=False):
+    def __init__(self, calls, seed, function=fragments_kernels.kernel, checked=False):
         self.calls, self.seed, self.function, self.checked = calls, seed, function, checked
         self.turns = [n for n in sorted(calls) for _ in range(TABLES if has_table(KERNELS[n]) else 1)]
 
@@ -158,7 +159,7 @@ def shown(value):
 
 def main():
     options = command_line(__doc__, 100_000, has_trials=True)
-    fuzzer = Fuzzer(load(options.recorded), options.seed, checked=is_checked())
+    fuzzer = Fuzzer(load(options.recorded), options.seed, checked=fragments_kernels.checked)
     if options.only is not None:
         print(fuzzer.describe(options.only))
     outcome = run(options.trials, fuzzer.play, KINDS, options.processes, options.limit, fuzzer.describe, options.most)

@@ -11,7 +11,8 @@ import random
 
 import numpy as np
 
-from calls import KERNELS, Same, call_text, command_line, is_checked, kernel, load
+import fragments_kernels
+from calls import KERNELS, Same, call_text, command_line, load
 from workers import run
 
 KINDS = ("returned", "IndexError", "ValueError", "MemoryError", "other exceptions")
@@ -54,7 +55,7 @@ class Mutator:
         objects = {}
         arguments = [objects.setdefault(id(value), handed_over(value, trial)) for value in arguments]
         try:
-            kernel(number)(*arguments)
+            fragments_kernels.kernel(number)(*arguments)
             return "returned", None
         except (IndexError, ValueError, MemoryError) as error:
             return type(error).__name__, None
@@ -124,7 +125,7 @@ def shown(value):
 
 def main():
     options = command_line(__doc__, 20_000, has_trials=True, limit=1.0)
-    if not is_checked():
+    if not fragments_kernels.checked:
         raise SystemExit("this is for the build with bounds checking: every other one may crash at a changed call")
     mutator = Mutator(load(options.recorded), options.seed)
     if options.only is not None:

@@ -21,8 +21,7 @@ import recorder
 from calls import ARRAYS, KERNELS, RECORDED, ROOT, Call, Same
 
 # Tests of calls without data, of the references that a call holds, and of kernels in other processes.
-UNUSED = ("bench", "frame", "host", "kernel_table", "readme", "trust")
-
+UNUSED = ("bench", "docs", "frame", "host", "kernel_table", "readme", "trust")
 
 # Calls of kernels that no test calls by number.
 BY_HAND = {381: (2, 1, np.zeros(4, np.int32), 0, np.array([9, 0, 3, 5], np.int32))}
@@ -144,9 +143,7 @@ def main():
     for number, arguments in BY_HAND.items():
         getattr(fragments, f"_c_closure_{number}")(*arguments)
     unused = [f"--ignore={ROOT}/tests/test_{name}.py" for name in UNUSED]
-    status = pytest.main(
-        ["-q", "--no-header", "-p", "no:cacheprovider", "-p", "no:xdist", *unused, f"{ROOT}/tests"], plugins=[keeper]
-    )
+    status = pytest.main(["-q", "--no-header", "-p", "no:cacheprovider", *unused, f"{ROOT}/tests"], plugins=[keeper])
     if status:
         raise SystemExit("the tests fail, so that nothing is recorded")
     calls = keeper.result()

@@ -7,7 +7,7 @@ takes and drops are not counted, so that no argument here is one of its objects.
 
 import sys
 
-from calls import command_line, is_checked, load
+from calls import command_line, load
 from rounds import culprits, repeated_calls
 
 WARM_UP = 3  # rounds
@@ -18,7 +18,7 @@ def main():
     options = command_line(__doc__, CALLS)
     if not hasattr(sys, "gettotalrefcount"):
         raise SystemExit("this is for a debug interpreter, python3-dbg")
-    repeated = repeated_calls(load(options.recorded), options.seed, 4, 100, is_checked(), plain=True)
+    repeated = repeated_calls(load(options.recorded), options.seed, 4, 100, plain=True)
     rounds = max(options.calls // len(repeated), 2 * WARM_UP)
     totals = [0] * rounds
     for done in range(rounds):

@@ -2,7 +2,8 @@
 
 import random
 
-from calls import KERNELS, call_text, kernel
+import fragments_kernels
+from calls import KERNELS, call_text
 from carriers import ANY_LAYOUT, CONTIGUOUS, Assembly, bad_values
 from frame_model import expectation, without_traceback
 
@@ -13,10 +14,11 @@ class Repeated:
     text: what it is; error: the (type, text) that it is refused with, None for a legal call.
     """
 
-    def __init__(self, assembly, checked):
+    def __init__(self, assembly):
         number = assembly.call.number
-        self.function, self.arguments, self.log = kernel(number), tuple(assembly.arguments), assembly.log
-        self.error, _ = expectation(assembly.declared, self.arguments, checked)
+        self.function = fragments_kernels.kernel(number)
+        self.arguments, self.log = tuple(assembly.arguments), assembly.log
+        self.error, _ = expectation(assembly.declared, self.arguments, fragments_kernels.checked)
         self.result = None if self.error else assembly.call.result
         images = assembly.images(bool(self.error))
         self.changed = [(memory.bytes, memory.before) for _, memory, after in images if after != memory.before]
@@ -38,7 +40,7 @@ class Repeated:
         self.log.clear()
 
 
-def repeated_calls(calls, seed, legal, refused, checked, plain=False):
+def repeated_calls(calls, seed, legal, refused, plain=False):
     """Up to `legal` legal and `refused` refused calls of each kernel, in an order drawn by chance; plain: without NumPy
     objects among their arguments."""
     rng = random.Random(seed)
@@ -46,11 +48,11 @@ def repeated_calls(calls, seed, legal, refused, checked, plain=False):
     made = []
     for number, declared in KERNELS.items():
         for call in rng.sample(calls[number], min(legal, len(calls[number]))):
-            made.append(Repeated(Assembly(call, declared, rng, carriers, plain), checked))
+            made.append(Repeated(Assembly(call, declared, rng, carriers, plain)))
         for place in rng.sample(range(len(declared.takes)), min(refused, len(declared.takes))):
             assembly = Assembly(rng.choice(calls[number]), declared, rng, carriers, plain)
             assembly.arguments[place] = next(bad_values(declared.takes[place], assembly.log, rng, plain))
-            made.append(Repeated(assembly, checked))
+            made.append(Repeated(assembly))
             assert made[-1].error, made[-1].text
     rng.shuffle(made)
     return made

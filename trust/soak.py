@@ -10,7 +10,7 @@ import resource
 import sys
 from pathlib import Path
 
-from calls import command_line, is_checked, load
+from calls import command_line, load
 from rounds import culprits, repeated_calls
 from workers import Progress
 
@@ -46,7 +46,7 @@ def given_out():
 
 def main():
     options = command_line(__doc__, 10_000_000)
-    repeated = repeated_calls(load(options.recorded), options.seed, 6, 2, is_checked())
+    repeated = repeated_calls(load(options.recorded), options.seed, 6, 2)
     rounds = max(options.calls // len(repeated), 2 * WARM_UP)
     progress = Progress(rounds * len(repeated))
     done = 0

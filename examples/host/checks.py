@@ -70,6 +70,13 @@ def extents(shape: Sequence[int], what: str = "a shape") -> Tuple[int, ...]:
     return shape
 
 
+def label(name: str, number: int) -> str:
+    """What messages call thing `number` of its kind: its name or, if that is "", its number."""
+    if not isinstance(name, str):
+        raise TypeError(f"a name is a string, not {name!r}")
+    return name or f"number {number}"
+
+
 def _array(values) -> np.ndarray:
     try:
         return np.asarray(values)

@@ -31,8 +31,8 @@ from scipy.sparse import csr_matrix
 
 import fragments_kernels as kernels
 from .checks import count as checked_count
-from .checks import extents, floats
-from .model import Constraint, Domain, Model, Problem, Rows, Values, Variable, _name, assemble
+from .checks import extents, floats, label
+from .model import Constraint, Domain, Model, Problem, Rows, Values, Variable, assemble
 from .stacks import Record, check_slots
 from .sums import merge_terms
 
@@ -132,7 +132,7 @@ class ConicModel(Model):
 
     def semidefinite(self, d: int, n: Optional[int] = None, name: str = "") -> SemidefiniteVariable:
         """Adds a positive semidefinite matrix of variables of order d, at least 1, or n of them in one array."""
-        name = _name(name, self._semidefinite)
+        name = label(name, len(self._semidefinite) + 1)
         d = checked_count(d, "the order of a semidefinite matrix", 1)
         count = 1 if n is None else checked_count(n, "the number of semidefinite matrices")
         first, size = len(self._dim), len(self._barj)
@@ -198,7 +198,7 @@ class ConicModel(Model):
         run along the last axis; "semidefinite", a cone for each matrix of the last two axes, read in its lower
         triangle. b: a number, or an array that can be broadcast to the shape of the record; finite.
         """
-        name = _name(name, self._constraints)
+        name = label(name, len(self._constraints) + 1)
         shape = self.stacks.w.extents(self._expression(f"constraint {name}"))
         b = _broadcast(b, shape, f"the right side of constraint {name}")
         count, d = _cones_of(cone, shape)
@@ -223,7 +223,7 @@ class ConicModel(Model):
 
     def between(self, lower: Values, upper: Values, name: str = "") -> Tuple[Constraint, Constraint]:
         """Takes the last record off the w stack: lower <= element <= upper, both finite, as two cones."""
-        name = _name(name, self._constraints)
+        name = label(name, len(self._constraints) + 1)
         shape = self.stacks.w.extents(self._expression(f"constraint {name}"))
         lb, ub = (_broadcast(v, shape, f"the {side} bounds of constraint {name}").reshape(-1).copy()
                   for v, side in ((lower, "lower"), (upper, "upper")))

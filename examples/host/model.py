@@ -31,7 +31,7 @@ import numpy as np
 from scipy.sparse import csr_matrix
 
 import fragments_kernels as kernels
-from .checks import extents, floats, integers
+from .checks import extents, floats, integers, label
 from .operators import SparseMatrix, add, constant, multiply, multiply_variable, variable
 from .stacks import Record, Stacks, check_slots, grown
 
@@ -267,7 +267,7 @@ class Model:
     def variable(self, shape: Sequence[int], domain: Domain, integer: Union[bool, np.ndarray] = False,
                  name: str = "") -> Variable:
         """Adds an array of variables; `integer` marks all of them or, as n flags, row-major, some."""
-        name = _name(name, self._variables)
+        name = label(name, len(self._variables) + 1)
         shape = extents(shape, f"the shape of variable {name}")
         check_slots("the list of all variables", self._ncols + math.prod(shape))
         lower, upper = _domain(domain).bounds(shape, f"variable {name}")
@@ -295,7 +295,7 @@ class Model:
         Raises ValueError, and leaves the record, if the domain does not fit it or if it is no expression in variables
         of this model or has coefficients with code.
         """
-        name = _name(name, self._constraints)
+        name = label(name, len(self._constraints) + 1)
         shape = self.stacks.w.extents(self._expression(f"constraint {name}"))
         lo, hi = _domain(domain).bounds(shape, f"constraint {name}")
         fixed = self._append_rows(self._rows)
@@ -395,13 +395,6 @@ class Model:
                        tuple(self._variables), tuple(self._constraints), self._owner)
         made.check_finite()
         return made
-
-
-def _name(name: str, things: Sequence) -> str:
-    """What messages call the next one of these variables or constraints: its name or its number."""
-    if not isinstance(name, str):
-        raise TypeError(f"a name is a string, not {name!r}")
-    return name or f"number {len(things) + 1}"
 
 
 def _domain(domain: Domain) -> Domain:

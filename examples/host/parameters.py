@@ -24,7 +24,7 @@ from typing import List, Optional, Sequence, Tuple
 import numpy as np
 
 import fragments_kernels as kernels
-from .checks import extents, floats, integers
+from .checks import extents, floats, integers, label
 from .operators import check_pattern
 from .stacks import Record, Stacks
 
@@ -64,11 +64,11 @@ class Parameters:
 
     def array(self, shape: Sequence[int], sp: Optional[np.ndarray] = None, name: str = "") -> Parameter:
         """Adds an array of parameters, dense or with the stored elements `sp`."""
+        name = label(name, len(self.arrays) + 1)
         first, n = len(self.values), math.prod(extents(shape)) if sp is None else len(sp)
         shape, sp = check_pattern(shape, sp, n)
         self.values = np.append(self.values, np.full(n, np.nan))
-        self.arrays.append(Parameter(shape, np.arange(first, first + n, dtype=np.int32), sp,
-                                     name or f"number {len(self.arrays) + 1}", self.owner))
+        self.arrays.append(Parameter(shape, np.arange(first, first + n, dtype=np.int32), sp, name, self.owner))
         return self.arrays[-1]
 
     def set(self, parameter: Parameter, values) -> None:
