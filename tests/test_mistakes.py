@@ -37,6 +37,9 @@ class Table:
 
     def solved(self):
         problem = (self.other if self.s.records else self.model).problem()
+        return self.solve(problem)
+
+    def solve(self, problem):
         return (cone_solver if isinstance(self.model, ConicModel) else solver).solve(problem)
 
     def parametrised(self, *factors):
@@ -53,11 +56,11 @@ class Table:
         table.evaluate()
 
     def moved(self, bound):
-        """A constraint whose bound passes the largest double when the constant goes to its side."""
-        op.constant(self.s, (2,), [-bound, 0.0])
-        op.add(self.s)
-        self.model.constraint(Domain(bound, INF), name="far")
-        return self
+        """The problem of a constraint whose bound passes the largest double when the constant goes to its side."""
+        model = type(self.model)()
+        op.constant(model.stacks, (2,), [-bound, 0.0])
+        model.constraint(Domain(bound, INF), name="far")
+        return model.problem()
 
     def other_rows(self):
         model = Model()
@@ -140,8 +143,8 @@ MISTAKES = [
     (lambda t: t.model.variable((2,), POSITIVE, [0.5, 1]), "True or False is wanted, not a list of float64"),
     (lambda t: t.evaluated(1e200), "a coefficient is inf"),
     (lambda t: parameters.ParameterTable(None, 1), "TypeError: Parameters are wanted, not a NoneType"),
-    (lambda t: t.moved(1e308).solved(), "element 0 of constraint far: the solver takes the bound 1.79769e+308"),
-    (lambda t: t.moved(-1e308).solved(), "element 0 of constraint far: the solver takes the bound -1.79769e+308"),
+    (lambda t: t.solve(t.moved(1e308)), "element 0 of constraint far: the solver takes the bound 1.79769e+308"),
+    (lambda t: t.solve(t.moved(-1e308)), "element 0 of constraint far: the solver takes the bound -1.79769e+308"),
     (lambda t: (overflown(t.strange, t.X, "semidefinite"), t.strange.problem()), "heavy has the coefficient inf"),
     (lambda t: (overflown(t.strange, t.X, "objective"), t.strange.problem()), "semidefinite variables: number 0 is inf"),
     (lambda t: cone_solver.solve(t.strange.problem(), -1.0), "the tolerance is above 0, not -1"),
