@@ -146,7 +146,7 @@ MISTAKES = [
     (lambda t: t.solve(t.moved(1e308)), "element 0 of constraint far: the solver takes the bound 1.79769e+308"),
     (lambda t: t.solve(t.moved(-1e308)), "element 0 of constraint far: the solver takes the bound -1.79769e+308"),
     (lambda t: (overflown(t.strange, t.X, "semidefinite"), t.strange.problem()), "heavy has the coefficient inf"),
-    (lambda t: (overflown(t.strange, t.X, "objective"), t.strange.problem()), "semidefinite variables: number 0 is inf"),
+    (lambda t: (overflown(t.strange, t.X, "objective"), t.strange.problem()), "variables: number 0 is inf"),
     (lambda t: cone_solver.solve(t.strange.problem(), -1.0), "the tolerance is above 0, not -1"),
     (lambda t: t.strange.take_rows(), "TypeError: a conic model is not built in blocks"),
     (lambda t: RowStore(9, 9, 1).append(RowBlock(*t.other_rows())), "a term in column 1 of a store with 1 columns"),

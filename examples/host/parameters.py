@@ -320,8 +320,8 @@ class ParameterTable:
     def evaluate(self) -> Triplets:
         """The coefficients of all rows for the current values, by rows: views that the next evaluation overwrites.
 
-        Raises ValueError if one of them is NaN, because a parameter has no value, or infinite. Variable number 0 stands for the
-        constant of a row. A variable may be met more than once in a row.
+        Raises ValueError if one of them is NaN, because a parameter has no value, or infinite. Variable number 0 stands
+        for the constant of a row. A variable may be met more than once in a row.
         """
         count, _ = kernels.evaluate_all_rows(
             self.cconst, self.code, 0, self.sizes, self.parameters.values, self.varidx, self.code_ptr, self.ptrb,
