@@ -14,6 +14,7 @@ from __future__ import annotations
 
 import argparse
 import hashlib
+import logging
 import os
 import signal
 import sys
@@ -39,6 +40,7 @@ from smps import read_smps
 from two_stage import ScenarioSet, Shard
 
 FARMER = [str(Path(__file__).with_name("farmer" + suffix)) for suffix in (".cor", ".tim", ".sto")]
+START = 60.0  # seconds that workers of a cluster of its own have to start
 IN_FLIGHT = 3  # blocks for each thread of the cluster: one is built, one waits, one is on its way here
 
 
@@ -56,20 +58,30 @@ def connect(scheduler: Optional[str], workers: int, direct: bool = False) -> Ite
     direct: whether results come from the workers themselves, not by way of the scheduler at the address.
     """
     direct |= scheduler is None
+    for noisy in ("asyncio", "distributed", "tornado"):  # tracebacks of tasks that end with a dying worker
+        logging.getLogger(noisy).setLevel(logging.CRITICAL)
     with ExitStack() as stack:
         if scheduler is None:
             # Workers may spill results to disk; what they leave goes with the directory, however they end.
             scratch = stack.enter_context(tempfile.TemporaryDirectory(prefix="scenarios-", ignore_cleanup_errors=True))
             with _signals_held():
-                scheduler = stack.enter_context(LocalCluster(
-                    n_workers=workers, threads_per_worker=1, processes=True, host="127.0.0.1", dashboard_address=None,
-                    scheduler_kwargs={"dashboard_address": "127.0.0.1:0"},  # any free port, for health checks alone
-                    local_directory=scratch, silence_logs=50))
+                scheduler = stack.enter_context(_local_cluster(workers, scratch))
         try:
             client = stack.enter_context(Client(scheduler, timeout=5, direct_to_workers=direct))
         except (OSError, ValueError) as fault:
             raise ClusterError(f"no scheduler answers at {scheduler}: {_line(fault)}") from None
         yield client
+
+
+def _local_cluster(workers: int, scratch: str) -> LocalCluster:
+    """A cluster on the loopback address. ClusterError if a worker does not start: Dask waits for ever, without
+    `death_timeout`, for one that dies on its way."""
+    try:
+        return LocalCluster(n_workers=workers, threads_per_worker=1, processes=True, host="127.0.0.1",
+                            dashboard_address="127.0.0.1:0", scheduler_kwargs={"dashboard": False},
+                            local_directory=scratch, silence_logs=50, death_timeout=START)
+    except (RuntimeError, TimeoutError):
+        raise ClusterError(f"a worker has not started within {START:g} s") from None
 
 
 @contextmanager

@@ -9,6 +9,7 @@ from support import ROOT, f64, i32, run_example
 pytest.importorskip("cvxopt")
 from host import cone_solver, parameters, products, solver, structure, sums  # noqa: E402
 from host import operators as op  # noqa: E402
+from host.blocks import RowBlock, RowStore  # noqa: E402
 from host.cones import ConicModel  # noqa: E402
 from host.model import Domain, Model  # noqa: E402
 from host.operators import SparseMatrix  # noqa: E402
@@ -36,6 +37,9 @@ class Table:
 
     def solved(self):
         problem = (self.other if self.s.records else self.model).problem()
+        return self.solve(problem)
+
+    def solve(self, problem):
         return (cone_solver if isinstance(self.model, ConicModel) else solver).solve(problem)
 
     def parametrised(self, *factors):
@@ -44,12 +48,37 @@ class Table:
         return self.s
 
 
-def overflown(model, x):
-    """A constraint with a coefficient past the largest double."""
+    def evaluated(self, value):
+        """The coefficients of a record with the square of a parameter that has this value."""
+        table = parameters.ParameterTable(self.parameters, 2)
+        self.parameters.set(self.p, value)
+        table.file(self.parametrised(self.p, self.p), [0, 1])
+        table.evaluate()
+
+    def moved(self, bound):
+        """The problem of a constraint whose bound passes the largest double when the constant goes to its side."""
+        model = type(self.model)()
+        op.constant(model.stacks, (2,), [-bound, 0.0])
+        model.constraint(Domain(bound, INF), name="far")
+        return model.problem()
+
+    def other_rows(self):
+        model = Model()
+        model.push(model.variable((2,), POSITIVE))
+        model.constraint(POSITIVE)
+        return model.take_rows()
+
+
+def overflown(model, x, cone=""):
+    """A constraint or an objective with a coefficient past the largest double."""
     model.push(x)
     for _ in range(2):
         products.scale(model.stacks, 1e200)
-    model.constraint(POSITIVE, name="heavy")
+    if cone == "objective":
+        op.sum_blocks(model.stacks, len(x.shape))
+        model.objective("min")
+    else:
+        model.conic(cone, name="heavy") if cone else model.constraint(POSITIVE, name="heavy")
 
 
 # What is done, what must be said. A TypeError begins with its name.
@@ -105,6 +134,22 @@ MISTAKES = [
     (lambda t: t.parameters.set(t.p, np.nan), "parameter p is nan"),
     (lambda t: (overflown(t.other, t.y), t.other.problem()), "constraint heavy has the coefficient inf"),
     (lambda t: structure.repeat(t.s, 2**31), "2^31 elements or more"),
+    (lambda t: sums.sum_axis(t.s, "x"), "TypeError: an axis is an integer, not 'x'"),
+    (lambda t: structure.permute(t.s, 0.0), "TypeError: axes: integers are wanted"),
+    (lambda t: op.constant(t.s, (2**31 - 1,) * 4, [1.0], [0]), "2^63 elements or more"),
+    (lambda t: op.multiply_variable(t.s, SparseMatrix.of(np.eye(2)), (2,), [0, 1]), "0 stands for the constant"),
+    (lambda t: SparseMatrix.of("ab"), "TypeError: a matrix: numbers are wanted, not a str"),
+    (lambda t: t.model.variable((2,), POSITIVE, "no"), "True or False is wanted, not a str"),
+    (lambda t: t.model.variable((2,), POSITIVE, [0.5, 1]), "True or False is wanted, not a list of float64"),
+    (lambda t: t.evaluated(1e200), "a coefficient is inf"),
+    (lambda t: parameters.ParameterTable(None, 1), "TypeError: Parameters are wanted, not a NoneType"),
+    (lambda t: t.solve(t.moved(1e308)), "element 0 of constraint far: the solver takes the bound 1.79769e+308"),
+    (lambda t: t.solve(t.moved(-1e308)), "element 0 of constraint far: the solver takes the bound -1.79769e+308"),
+    (lambda t: (overflown(t.strange, t.X, "semidefinite"), t.strange.problem()), "heavy has the coefficient inf"),
+    (lambda t: (overflown(t.strange, t.X, "objective"), t.strange.problem()), "variables: number 0 is inf"),
+    (lambda t: cone_solver.solve(t.strange.problem(), -1.0), "the tolerance is above 0, not -1"),
+    (lambda t: t.strange.take_rows(), "TypeError: a conic model is not built in blocks"),
+    (lambda t: RowStore(9, 9, 1).append(RowBlock(*t.other_rows())), "a term in column 1 of a store with 1 columns"),
 ]
 
 

@@ -11,7 +11,7 @@ from typing import Tuple
 import numpy as np
 
 import fragments_kernels as kernels
-from .checks import number
+from .checks import count, number
 from .stacks import Record, Stacks, int32_array
 
 
@@ -106,8 +106,8 @@ def _sort_by_mirror(s: Stacks, e: Record, dim: np.ndarray, stride: np.ndarray) -
 def _fold(s: Stacks, e: Record, a: int, b: int) -> Tuple[np.ndarray, np.ndarray]:
     """The five extents of the folded shape (int32) and their row-major strides (int64)."""
     w = s.w
-    extents = w.extents(e)
-    if not 0 <= a < b < e.nd or extents[a] != extents[b]:
+    extents, a, b = w.extents(e), count(a, "an axis"), count(b, "an axis")
+    if not a < b < e.nd or extents[a] != extents[b]:
         raise ValueError(f"axes {a} and {b} of an array of shape {extents} are not the sides of square matrices")
     dim, stride = int32_array((1, extents[a], 1, extents[b], 1)), np.ones(5, dtype=np.int64)
     kernels.fold_leading_dim_shape_wi32_n(dim, e.shape, w.i32, a)

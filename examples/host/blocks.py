@@ -20,8 +20,9 @@ import h5py
 import numpy as np
 from scipy.sparse import csr_matrix
 
+from .checks import count
 from .model import Model, Problem
-from .operators import SparseMatrix
+from .operators import SparseMatrix, sparse_matrix_arguments
 from .stacks import Stacks
 
 _TYPES = {"ptr": np.int64, "subj": np.int32, "cof": np.float64, "lo": np.float64, "hi": np.float64}
@@ -52,6 +53,7 @@ class RowStore:
     """
 
     def __init__(self, rows: int, terms: int, columns: int, path: Optional[str] = None) -> None:
+        rows, terms = count(rows, "the number of rows"), count(terms, "the number of terms")
         if not 0 <= columns < 2**31:
             raise ValueError(f"{columns} columns: columns are numbered in 32 bits, below 2^31")
         self.columns, self.path = columns, path
@@ -83,10 +85,14 @@ class RowStore:
 
     def append(self, block: RowBlock) -> None:
         """Appends the rows of a block. Raises ValueError, and leaves the store as it is, if they do not fit."""
+        if self.path and not self._file:
+            raise ValueError(f"{self.path}: the store is closed")
         rows, nnz = self.nrows + len(block.lo), self.nnz + len(block.cof)
         if rows > len(self._arrays["lo"]) or nnz > len(self._arrays["cof"]):
             raise ValueError(f"{rows} rows with {nnz} terms do not fit a store with room for "
                              f"{len(self._arrays['lo'])} rows with {len(self._arrays['cof'])} terms")
+        if len(block.subj) and not 0 <= block.subj.min() <= block.subj.max() < self.columns:
+            raise ValueError(f"a term in column {block.subj.max()} of a store with {self.columns} columns")
         self._arrays["ptr"][self.nrows + 1:rows + 1] = block.ptr[1:].astype(np.int64) + self.nnz
         for name in ("subj", "cof"):
             self._arrays[name][self.nnz:nnz] = getattr(block, name)
@@ -97,6 +103,8 @@ class RowStore:
     def matrix(self, first: int = 0, last: Optional[int] = None) -> csr_matrix:
         """The rows first .. last-1, by default all. Terms share the memory, or stay in the file until they are used."""
         last = self.nrows if last is None else last
+        if not 0 <= first <= last <= self.nrows:
+            raise ValueError(f"rows {first} up to {last} of a store with {self.nrows} rows")
         ptr = self._arrays["ptr"][first:last + 1]
         begin, end = (int(ptr[0]), int(ptr[-1]))
         # From 2^31 terms on the row starts stay 64-bit, and then SciPy copies the columns to 64 bits too.
@@ -161,6 +169,7 @@ def row_blocks(matrix: SparseMatrix, terms: int) -> Iterator[Tuple[int, SparseMa
 
     Yields the number of the first row and the block, which shares the memory of the matrix but for its row numbers.
     """
+    sparse_matrix_arguments(matrix)
     ptr = np.searchsorted(matrix.subi, np.arange(matrix.rows + 1))
     first = 0
     while first < matrix.rows:

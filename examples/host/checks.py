@@ -59,6 +59,14 @@ def count(value, what: str, least: int = 0) -> int:
     return value
 
 
+def flags(values, what: str) -> np.ndarray:
+    """Truth values, or the numbers 0 and 1, of any nesting as an array of bool."""
+    array = _array(values)
+    if array.size and (array.dtype.kind not in "biuf" or not np.isin(array, (0, 1)).all()):
+        raise TypeError(f"{what}: True or False is wanted, not {_kind(values, array)}")
+    return array.astype(bool)
+
+
 def extents(shape: Sequence[int], what: str = "a shape") -> Tuple[int, ...]:
     """A shape as a tuple of extents from 0 to 2^31 - 1, outermost first."""
     try:

@@ -23,6 +23,7 @@ from scipy.linalg import qr, solve_triangular
 from scipy.sparse import coo_matrix, csr_matrix, diags, hstack, identity, vstack
 
 import fragments_kernels as kernels
+from .checks import number
 from .cones import ConicProblem, places
 from .model import Constraint, Variable
 from .solver import INFINITE
@@ -141,6 +142,8 @@ def solve(p: ConicProblem, tolerance: float = 1e-8) -> ConicSolution:
     if not isinstance(p, ConicProblem):
         raise TypeError(f"a ConicProblem is solved here, which ConicModel.problem() makes, not a {type(p).__name__}; "
                         "solver.solve takes those of linear models")
+    if number(tolerance, "the tolerance") <= 0.0:
+        raise ValueError(f"the tolerance is above 0, not {tolerance}")
     linear, n = p.linear, len(p.linear.c)
     linear.check_magnitudes(INFINITE)
     sign = -1.0 if linear.sense == "max" else 1.0

@@ -31,8 +31,8 @@ from scipy.sparse import csr_matrix
 
 import fragments_kernels as kernels
 from .checks import count as checked_count
-from .checks import extents, floats, label
-from .model import Constraint, Domain, Model, Problem, Rows, Values, Variable, assemble
+from .checks import extents, flags, floats, label, number
+from .model import Constraint, Domain, Model, Problem, Rows, Values, Variable, element_name, assemble
 from .stacks import Record, check_slots
 from .sums import merge_terms
 
@@ -72,6 +72,24 @@ class ConicProblem:
     var_elm_acc_idx: np.ndarray  # the constraint that each variable lives in, -1 for none, and its place there
     var_elm_acc_ofs: np.ndarray
 
+    def check_finite(self) -> None:
+        """Raises ValueError, with the name of the constraint, for a coefficient or constant of an expression in a cone
+        or a coefficient of a semidefinite variable that is NaN or infinite."""
+        for matrix, name in ((self.barA, self.linear.row), (self.F, self._entry), (self.barF, self._entry)):
+            if not np.isfinite(matrix.data).all():
+                matrix = matrix if name == self.linear.row else matrix[self.accafeidxs]
+                bad = np.flatnonzero(~np.isfinite(matrix.data))
+                if len(bad):  # none if it is in the upper triangle of a matrix in a cone
+                    row = np.searchsorted(matrix.indptr, bad[0], side="right") - 1
+                    raise ValueError(f"{name(row)} has the coefficient {matrix.data[bad[0]]}")
+        floats(self.barc, "the objective's coefficients of semidefinite variables")
+
+    def _entry(self, k: int) -> str:
+        """What messages call the entry k of the conic constraints."""
+        a = np.flatnonzero(self.accptr[self.acon_elm_accid] + self.acon_elm_ofs == k)[0]
+        return next(element_name(c, int(at[0])) for c in self.linear.constraints
+                    for at in [np.flatnonzero(c.rows.reshape(-1) == ~a)] if len(at))
+
 
 @dataclass(frozen=True)
 class _Entries:
@@ -108,7 +126,7 @@ class ConicModel(Model):
 
     def variable(self, shape: Sequence[int], domain: Domain, integer: bool = False, name: str = "") -> Variable:
         """Adds an array of variables that live in no cone; none may be an integer."""
-        if np.any(integer):
+        if flags(integer, "the integers of a variable").any():
             raise ValueError("a conic model has no integers")
         x = super().variable(shape, domain, integer, name)
         self._var_acc, self._var_ofs = _longer(len(x.nidxs), self._var_acc, self._var_ofs)
@@ -184,8 +202,9 @@ class ConicModel(Model):
         barcof = np.zeros(nbar)
         kernels.write_semidefinite_terms(  # merged terms stand in the order of their numbers, the negative ones first
             self._barj, self._i, self._j, e.cof, e.nidxs, nbar, w.f64, w.i64, barj, i, j, barcof)
+        fixed = number(cof[subj == 0].sum(), "the constant of the objective")
         s.pop()
-        self.sense, self.constant = sense, float(cof[subj == 0].sum())
+        self.sense, self.constant = sense, fixed
         self._objective = (subj[subj > 0] - 1, cof[subj > 0])
         self._barc = _Entries(np.zeros_like(barj), barj, i, j, barcof)
 
@@ -269,12 +288,18 @@ class ConicModel(Model):
 
     def problem(self) -> ConicProblem:
         """The linear part as that of `Model`, with what is conic beside it."""
-        return ConicProblem(
+        made = ConicProblem(
             super().problem(), self._in_full(self._barA, self._nrows),
             self._in_full([self._barc], 1).toarray().reshape(-1), self._dim, self._barj, self._i, self._j,
             self._F.matrix(self._ncols + 1), self._in_full(self._barF, self._nafe),
             self._cones, np.array(self._accptr, dtype=np.int32), self._accafeidxs, self._accb,
             self._accid, self._ofs, self._scale, self._var_acc, self._var_ofs)
+        made.check_finite()
+        return made
+
+    def take_rows(self) -> Tuple[np.ndarray, ...]:
+        """Raises TypeError: rows of a conic model are more than a store of rows has room for."""
+        raise TypeError("a conic model is not built in blocks of rows, only a Model is")
 
     def _in_full(self, parts: List[_Entries], nrows: int) -> csr_matrix:
         """Symmetric matrices in full, one row for each: an entry off the diagonal stands at (i, j) and (j, i)."""

@@ -31,12 +31,13 @@ import numpy as np
 from scipy.sparse import csr_matrix
 
 import fragments_kernels as kernels
-from .checks import extents, floats, integers, label
+from .checks import extents, flags, floats, integers, label
 from .operators import SparseMatrix, add, constant, multiply, multiply_variable, variable
 from .stacks import Record, Stacks, check_slots, grown
 
 Values = Union[float, np.ndarray]
 
+_MOST = np.finfo(np.float64).max  # which solvers refuse by name
 LARGE = 1 << 22  # terms of a record beyond which the stacks do not keep its memory for the next
 
 
@@ -140,11 +141,11 @@ class Problem:
 
     def column(self, j: int) -> str:
         """What messages call column j."""
-        return next(_element(x, j + 1 - x.nidxs[0]) for x in self.variables if j + 1 in _span(x.nidxs))
+        return next(element_name(x, j + 1 - x.nidxs[0]) for x in self.variables if j + 1 in _span(x.nidxs))
 
     def row(self, i: int) -> str:
         """What messages call row i."""
-        return next(_element(c, i - c.rows[0]) for c in self.constraints if i in _span(c.rows))
+        return next(element_name(c, i - c.rows[0]) for c in self.constraints if i in _span(c.rows))
 
     def contradiction(self) -> str:
         """Words for bounds of one row or column that exclude each other, or "" if there are none."""
@@ -203,7 +204,7 @@ def _span(numbers: np.ndarray) -> range:
     return range(numbers[0], numbers[-1] + 1) if len(numbers) else range(0)
 
 
-def _element(thing: Union[Variable, Constraint], k: int) -> str:
+def element_name(thing: Union[Variable, Constraint], k: int) -> str:
     """What messages call element k, row-major, of an array of variables or constraints."""
     if math.prod(thing.shape) == 1:
         return str(thing)
@@ -271,10 +272,10 @@ class Model:
         shape = extents(shape, f"the shape of variable {name}")
         check_slots("the list of all variables", self._ncols + math.prod(shape))
         lower, upper = _domain(domain).bounds(shape, f"variable {name}")
-        flags = np.asarray(integer, dtype=bool).reshape(-1)
-        if len(flags) not in (1, len(lower)):
-            raise ValueError(f"{len(flags)} flags for the {len(lower)} elements of variable {name}")
-        self._columns.append((lower, upper, np.broadcast_to(flags, lower.shape)))
+        integer = flags(integer, f"the integers of variable {name}").reshape(-1)
+        if len(integer) not in (1, len(lower)):
+            raise ValueError(f"{len(integer)} flags for the {len(lower)} elements of variable {name}")
+        self._columns.append((lower, upper, np.broadcast_to(integer, lower.shape)))
         nidxs = np.arange(self._ncols + 1, self._ncols + 1 + len(lower), dtype=np.int64)
         self._ncols += len(lower)
         self._variables.append(Variable(shape, nidxs, name, self._owner))
@@ -299,8 +300,11 @@ class Model:
         shape = self.stacks.w.extents(self._expression(f"constraint {name}"))
         lo, hi = _domain(domain).bounds(shape, f"constraint {name}")
         fixed = self._append_rows(self._rows)
-        lo -= fixed  # the constant of an element goes to the other side
-        hi -= fixed
+        for side in (lo, hi):  # the constant of an element goes to the other side
+            told = np.isfinite(side)
+            with np.errstate(over="ignore"):
+                side -= fixed
+            np.clip(side, -_MOST, _MOST, out=side, where=told)  # a bound that overflows does not become none
         self._bounds.append((lo, hi))
         first, self._nrows = self._nrows, self._nrows + len(lo)
         return self._entered(Constraint(shape, np.arange(first, self._nrows, dtype=np.int32), name, self._owner))

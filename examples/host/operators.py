@@ -24,7 +24,7 @@ import numpy as np
 from scipy.sparse import csr_matrix, issparse
 
 import fragments_kernels as kernels
-from .checks import extents, floats, integers, number
+from .checks import count, extents, floats, integers, number
 from .stacks import MOST_SLOTS, Record, Stacks, int32_array
 
 
@@ -57,6 +57,10 @@ class SparseMatrix:
     @classmethod
     def of(cls, matrix) -> SparseMatrix:
         """The entries of a SciPy matrix, those of one place added up, or of a two-dimensional array that are not 0."""
+        if not issparse(matrix):
+            matrix = floats(matrix, "a matrix")
+            if matrix.ndim != 2:
+                raise ValueError(f"a matrix has two axes, not the shape {matrix.shape}")
         entries = csr_matrix(matrix, copy=True)
         entries.sum_duplicates()
         entries = entries.tocoo()
@@ -77,14 +81,19 @@ def variable(s: Stacks, shape: Sequence[int], nidxs: np.ndarray, sp: Optional[np
     """
     nidxs = integers(nidxs, "the numbers of variables").reshape(-1)
     shape, sp = check_pattern(shape, sp, len(nidxs))
-    if not np.all(nidxs):
-        raise ValueError("the number 0 stands for the constant and is no variable")
+    _check_numbers(nidxs)
     n = len(nidxs)
     w, record = s.w, s.w.reserve_record(len(shape), n, n, hassp=sp is not None)
     kernels.push_variable(record.cof, w.f64, w.i32, len(shape), n, n, record.ptr, record.shape, int32_array(shape))
     w.i64[record.nidxs:record.nidxs + n] = nidxs
     kernels.push_pattern(record.hassp, n, w.i64, record.sp, sp)
     return s.push(record)
+
+
+def _check_numbers(nidxs: np.ndarray) -> None:
+    """Raises ValueError for a number that is no variable's."""
+    if not np.all(nidxs):
+        raise ValueError("the number 0 stands for the constant and is no variable")
 
 
 def constant(s: Stacks, shape: Sequence[int], values: np.ndarray, sp: Optional[np.ndarray] = None) -> Record:
@@ -112,6 +121,8 @@ def check_pattern(shape: Sequence[int], sp: Optional[np.ndarray], count: int) ->
             raise ValueError(f"{count} values for the {size} elements of shape {shape}")
         return shape, None
     sp = integers(sp, "positions")
+    if size > np.iinfo(np.int64).max:
+        raise ValueError(f"an array of shape {shape} has 2^63 elements or more")
     if sp.shape != (count,):
         raise ValueError(f"{count} values for positions of shape {sp.shape}")
     if any(kernels.check_pattern(False, False, sp, size)):
@@ -212,6 +223,7 @@ def multiply_variable(s: Stacks, matrix: SparseMatrix, shape: Sequence[int], nid
     """
     rows, cols, mnnz, msubi, msubj, mval = sparse_matrix_arguments(matrix)
     shape, nidxs = extents(shape), integers(nidxs, "the numbers of variables").reshape(-1)
+    _check_numbers(nidxs)
     d1 = math.prod(shape[1:])
     if len(shape) not in (1, 2) or shape[0] != cols or len(nidxs) != cols * d1:
         raise ValueError(f"a matrix of {rows} x {cols} cannot be applied to {len(nidxs)} variables of {tuple(shape)}")
@@ -228,6 +240,7 @@ def multiply_variable_right(s: Stacks, matrix: SparseMatrix, shape: Sequence[int
     """Pushes X @ matrix for a dense array X of variables of shape (t, k) and a matrix of k x c: (t, c), sparse."""
     rows, cols, mnnz, msubi, msubj, mval = sparse_matrix_arguments(matrix)
     shape, nidxs = extents(shape), integers(nidxs, "the numbers of variables").reshape(-1)
+    _check_numbers(nidxs)
     if len(shape) != 2 or shape[1] != rows or len(nidxs) != shape[0] * rows:
         raise ValueError(f"{len(nidxs)} variables of {tuple(shape)} cannot be multiplied by {rows} x {cols}")
     w, x = s.w, s.x
@@ -356,6 +369,7 @@ def add(s: Stacks, c1: float = 1.0, c2: float = 1.0) -> Record:
 def sum_blocks(s: Stacks, naxes: int = 1) -> Record:
     """Sums an array over its last `naxes` axes, 0 < naxes <= nd. Only `ptr` and the pattern are written, again on w."""
     w, e = s.w, s.operands(1)[0]
+    naxes = count(naxes, "the number of axes")
     if not 0 < naxes <= e.nd:
         raise ValueError(f"an array of shape {w.extents(e)} has no {naxes} last axes to sum over")
     nd = e.nd - naxes

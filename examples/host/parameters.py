@@ -24,9 +24,9 @@ from typing import List, Optional, Sequence, Tuple
 import numpy as np
 
 import fragments_kernels as kernels
-from .checks import extents, floats, integers, label
+from .checks import count, extents, floats, integers, label
 from .operators import check_pattern
-from .stacks import Record, Stacks
+from .stacks import Record, Stacks, check_slots
 
 Triplets = Tuple[np.ndarray, np.ndarray, np.ndarray]  # row (int32), variable number (int32), coefficient
 
@@ -65,7 +65,8 @@ class Parameters:
     def array(self, shape: Sequence[int], sp: Optional[np.ndarray] = None, name: str = "") -> Parameter:
         """Adds an array of parameters, dense or with the stored elements `sp`."""
         name = label(name, len(self.arrays) + 1)
-        first, n = len(self.values), math.prod(extents(shape)) if sp is None else len(sp)
+        first, n = len(self.values), math.prod(extents(shape)) if sp is None else np.size(sp)
+        check_slots("the list of all parameters", first + n)
         shape, sp = check_pattern(shape, sp, n)
         self.values = np.append(self.values, np.full(n, np.nan))
         self.arrays.append(Parameter(shape, np.arange(first, first + n, dtype=np.int32), sp, name, self.owner))
@@ -255,6 +256,10 @@ class ParameterTable:
     """
 
     def __init__(self, parameters: Parameters, nrows: int) -> None:
+        if not isinstance(parameters, Parameters):
+            raise TypeError(f"Parameters are wanted, not a {type(parameters).__name__}")
+        nrows = count(nrows, "the number of rows of a table")
+        check_slots("a table", nrows)
         self.parameters = parameters
         self.ptrb, self.ptre, self.code_ptr = (np.zeros(nrows, dtype=np.int32) for _ in range(3))
         self.sizes, self.varidx = np.zeros(8, dtype=np.int32), np.zeros(8, dtype=np.int64)  # of terms
@@ -313,8 +318,8 @@ class ParameterTable:
     def evaluate(self) -> Triplets:
         """The coefficients of all rows for the current values, by rows: views that the next evaluation overwrites.
 
-        Raises ValueError if one of them is NaN, because a parameter has no value. Variable number 0 stands for the
-        constant of a row. A variable may be met more than once in a row.
+        Raises ValueError if one of them is NaN, because a parameter has no value, or infinite. Variable number 0 stands
+        for the constant of a row. A variable may be met more than once in a row.
         """
         count, _ = kernels.evaluate_all_rows(
             self.cconst, self.code, 0, self.sizes, self.parameters.values, self.varidx, self.code_ptr, self.ptrb,
@@ -333,8 +338,14 @@ class ParameterTable:
         return self._subj[:count], self._val[:count]
 
     def _check_values(self, count: int) -> None:
-        """Raises ValueError if one of the first `count` coefficients that were evaluated is NaN."""
-        if np.isnan(self._val[:count]).any():
+        """Raises ValueError if one of the first `count` coefficients that were evaluated is NaN or infinite."""
+        values = self._val[:count]
+        with np.errstate(all="ignore"):
+            if np.isfinite(values.sum()):
+                return
+        if np.isinf(values).any():
+            raise ValueError(f"a coefficient is {values[np.isinf(values)][0]}: the parameters' values are too large")
+        if np.isnan(values).any():
             unset = [str(a) for a in self.parameters.arrays if np.isnan(self.parameters.values[a.numbers]).any()]
             raise ValueError(f"a coefficient is NaN; without a value: {', '.join(unset) or 'no parameter'}")
 

@@ -11,6 +11,8 @@ from typing import Sequence
 import numpy as np
 
 import fragments_kernels as kernels
+from .checks import count as checked_count
+from .checks import integers
 from .stacks import MOST_SLOTS, OperandTables, Record, Stacks, int32_array
 
 
@@ -20,13 +22,12 @@ def stack(s: Stacks, count: int, axis: int = 0) -> Record:
     They agree in all other extents. For arrays of nd axes, `axis` nd puts them side by side along a new last axis; a
     new axis elsewhere takes `permute` after that. The result is sparse if one of them is.
     """
-    if count < 1:
-        raise ValueError(f"{count} arrays cannot be stacked")
+    count, axis = checked_count(count, "the number of stacked arrays", 1), checked_count(axis, "an axis")
     w, r, x, operands = s.w, s.r, s.x, s.small_operands(count)
     first, t = operands[0], OperandTables.of(operands)
     extents = w.extents(first)
     # The kernel leaves out the number of axes of the operand whose own number is `axis`.
-    agree = 0 <= axis <= first.nd and all(e.nd == first.nd for e in operands)
+    agree = axis <= first.nd and all(e.nd == first.nd for e in operands)
     dense, bad = kernels.check_operands(
         not first.hassp, axis, t.hassp, not agree, count, first.nd, t.nd, first.shape, t.shape, w.i32)
     if bad:
@@ -75,7 +76,8 @@ def stack(s: Stacks, count: int, axis: int = 0) -> Record:
 def repeat(s: Stacks, count: int, axis: int = 0) -> Record:
     """Replaces an array by `count` copies of it side by side along one of its axes."""
     w, r, e = s.w, s.r, s.small_operands(1)[0]
-    if count < 1 or not 0 <= axis < e.nd:
+    count, axis = checked_count(count, "the number of copies", 1), checked_count(axis, "an axis")
+    if axis >= e.nd:
         raise ValueError(f"an array of shape {w.extents(e)} cannot be repeated {count} times along axis {axis}")
     if count * math.prod(w.extents(e)) > MOST_SLOTS:
         raise ValueError(f"{count} copies of an array of shape {w.extents(e)} make one of 2^31 elements or more")
@@ -93,6 +95,7 @@ def repeat(s: Stacks, count: int, axis: int = 0) -> Record:
 def permute(s: Stacks, axes: Sequence[int]) -> Record:
     """Replaces an array by the one whose axis d is its axis axes[d], for `axes` a permutation of all its axes."""
     w, r, e = s.w, s.r, s.small_operands(1)[0]
+    axes = integers(axes, "axes").reshape(-1).tolist()
     if sorted(axes) != list(range(e.nd)):
         raise ValueError(f"{tuple(axes)} is not a permutation of the axes of an array of shape {w.extents(e)}")
     if e.nd < 2:

@@ -8,7 +8,7 @@ from typing import Sequence
 import numpy as np
 
 import fragments_kernels as kernels
-from .checks import floats
+from .checks import count, floats
 from .operators import add
 from .stacks import OperandTables, Record, Stacks
 
@@ -16,7 +16,8 @@ from .stacks import OperandTables, Record, Stacks
 def sum_axis(s: Stacks, axis: int) -> Record:
     """Replaces an array by its sum along one axis, which the result no longer has."""
     w, r, x, e = s.w, s.r, s.x, s.small_operands(1)[0]
-    if not 0 <= axis < e.nd:
+    axis = count(axis, "an axis")
+    if axis >= e.nd:
         raise ValueError(f"an array of shape {w.extents(e)} has no axis {axis} to sum along")
     outer = kernels.leading_size_init_n_top_wi32(1, axis, e.shape, w.i32)
     extent = w.extents(e)[axis]
