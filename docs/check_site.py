@@ -119,7 +119,9 @@ def page_faults(driver, address):
             yield f"{page}: {wide} pixels wide in a window of 400"
         if driver.execute_script(BROKEN_PICTURES):
             yield f"{page}: a picture is broken"
-        for theme in ("light", "dark"):
+        for theme, system in (("light", "light"), ("dark", "light"), ("auto", "dark")):
+            scheme = {"name": "prefers-color-scheme", "value": system}
+            driver.execute_cdp_cmd("Emulation.setEmulatedMedia", {"features": [scheme]})
             driver.execute_script("document.body.dataset.theme = arguments[0]", theme)
             contrast, text = driver.execute_script(CONTRAST)
             if contrast < 3:
