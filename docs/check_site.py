@@ -119,11 +119,17 @@ def page_faults(driver, address):
             yield f"{page}: {wide} pixels wide in a window of 400"
         if driver.execute_script(BROKEN_PICTURES):
             yield f"{page}: a picture is broken"
-        for theme in ("light", "dark"):
+        backgrounds = {}
+        for theme, system in (("light", "light"), ("dark", "light"), ("auto", "dark")):
+            scheme = {"name": "prefers-color-scheme", "value": system}
+            driver.execute_cdp_cmd("Emulation.setEmulatedMedia", {"features": [scheme]})
             driver.execute_script("document.body.dataset.theme = arguments[0]", theme)
+            backgrounds[theme] = driver.execute_script("return getComputedStyle(document.body).backgroundColor")
             contrast, text = driver.execute_script(CONTRAST)
             if contrast < 3:
                 yield f"{page}: contrast {contrast:.1f} of {text!r} in the {theme} theme"
+        if not backgrounds["light"] != backgrounds["dark"] == backgrounds["auto"]:
+            yield f"{page}: the dark theme is not that of a dark system: {backgrounds}"
         yield from console_faults(driver, page)
 
 
