@@ -6,6 +6,7 @@
 // the number asks for it. Only long runs, which are worth a call, go through a vectorised loop.
 #pragma once
 
+#include <cstring>
 #include <type_traits>
 
 #include "frame/run.h"
@@ -19,6 +20,15 @@ inline void stay_scalar(i64& k)
 {
   asm("" : "+r"(k));
 }
+
+// The function of a plain copy.
+struct AsItIs {
+  template <class V>
+  V operator()(V value) const
+  {
+    return value;
+  }
+};
 
 // Two neighbours, as one value for the functions that copies apply.
 template <class T>
@@ -59,11 +69,16 @@ void copy_short_run(T* to, const T* from, i64 n, F f)
 }
 
 // The loop over a long run. It is a function of its own since the compiler takes it for a cold one among the short runs
-// of a kernel, and leaves it unaligned, at half its speed.
+// of a kernel, and leaves it unaligned, at half its speed. A plain copy is memcpy's, whose vectors are wider: three
+// quarters of the time inside the caches.
 template <class T, class F>
 [[gnu::noinline]] void copy_long_run(T* to, const T* from, i64 n, F f)
 {
-  for (i64 k = 0; k < n; ++k) to[k] = f(from[k]);
+  if constexpr (std::is_same_v<F, AsItIs>) {
+    std::memcpy(to, from, static_cast<std::size_t>(n) * sizeof(T));
+  } else {
+    for (i64 k = 0; k < n; ++k) to[k] = f(from[k]);
+  }
 }
 
 // to[k] = f(from[k]) for k below n, f being one for elements and for pairs of them. Source and target are different
@@ -89,7 +104,7 @@ void copy_run(Run<T> to, std::type_identity_t<Run<const T>> from, i64 n, F f)
 template <class T>
 void copy_run(Run<T> to, std::type_identity_t<Run<const T>> from, i64 n)
 {
-  copy_run(to, from, n, [](auto value) { return value; });
+  copy_run(to, from, n, AsItIs{});
 }
 
 // Copies n elements, 1 to 6, as three pairs that may lie over one another, without a branch on n: where n changes from
@@ -101,9 +116,7 @@ void copy_up_to_six(Run<T> to, std::type_identity_t<Run<const T>> from, i64 n)
   to.bounds.check_run(n + n % 2);
   from.bounds.check_run(n + n % 2);
   const i64 last = (n - 1) & ~i64{1}, middle = last < 2 ? last : 2;
-  const auto copy_pair = [&](i64 k) {
-    store_pair(to.data + k, pair_from(from.data + k, [](auto pair) { return pair; }));
-  };
+  const auto copy_pair = [&](i64 k) { store_pair(to.data + k, pair_from(from.data + k, AsItIs{})); };
   copy_pair(0);
   copy_pair(middle);
   copy_pair(last);

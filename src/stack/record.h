@@ -125,7 +125,7 @@ struct Writer : Counts {
   {
     if (hascode) copy_code(from, t);
     copy_terms(nidxs.from(terms), from.nidxs.from(t.begin), cof.from(terms), from.cof.from(t.begin), t.count(),
-               [](auto c) { return c; });
+               AsItIs{});
     terms += t.count();
   }
   template <class Flag>

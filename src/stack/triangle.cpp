@@ -10,6 +10,7 @@
 
 #include "index/five_axis_fold.h"
 #include "index/pattern_runs.h"
+#include "index/slots.h"
 #include "stack/record.h"
 
 namespace fragments {
@@ -20,8 +21,7 @@ i32 write_triangle_positions(CI32 dim, i32 k, Run<i64> sp, CI32 stride, bool upp
 {
   i64 first = 0, count = 0;
   const auto write_stretch = [&] {
-    const i64 begin = k;
-    for (i64 j = 0; j < count; ++j) sp[begin + j] = first + j;
+    fill_progression(sp.from(k), count, first, 1);
     k += static_cast<i32>(count);
     count = 0;
   };

@@ -46,7 +46,7 @@ KERNEL((609), (), push_stored_expression, CF64 bfix, i32 cof, CF64 cof_v, F64 f6
   if (nelem <= 0) return;
   const i64 first = ptrb[0];
   if (flag) {
-    copy_terms(variables, {subj, first}, coefficients, {cof_v, first}, ptrb[nelem] - first, [](auto c) { return c; });
+    copy_terms(variables, {subj, first}, coefficients, {cof_v, first}, ptrb[nelem] - first, AsItIs{});
     for (i64 r = 1; r <= nelem; ++r) ends[r] = static_cast<i32>(ptrb[r] - first);
     return;
   }
