@@ -148,7 +148,9 @@ def test_nothing_is_left_of_an_interrupted_run(tmp_path, moment, number):
     command = [sys.executable, ROOT / "examples" / "scenarios.py", "--scenarios", "30000000", "--workers", "1",
                "--block", "1000", "--file", tmp_path / "farmer.h5"]
     process = subprocess.Popen(command, env=dict(os.environ, PYTHONPATH=PATHS, TMPDIR=str(tmp_path)), text=True,
-                               stderr=subprocess.PIPE, start_new_session=True)
+                               stderr=subprocess.PIPE, start_new_session=True,
+                               # A shell makes what it runs in the background ignore SIGINT, which is inherited.
+                               preexec_fn=lambda: signal.signal(signal.SIGINT, signal.SIG_DFL))
     if moment == "starting":
         while not list(tmp_path.glob("scenarios-*/*/worker-*")):
             assert process.poll() is None
