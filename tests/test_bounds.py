@@ -73,6 +73,9 @@ def test_tables(kind):
     kernel(328)(None, i64([]), None, None)
 
     subi, subj = layout(i32([5, 6]), kind), layout(i32([8, 9]), kind)
+    gapless = i32(np.zeros((3, 2)))
+    kernel(287)(gapless, subi, subj)
+    assert gapless.tolist() == [[5, 8], [6, 9], [0, 0]]
     pairs = layout(i32(np.zeros((3, 3))), kind)
     kernel(287)(pairs, subi, subj)
     assert pairs.tolist() == [[5, 8, 0], [6, 9, 0], [0, 0, 0]]

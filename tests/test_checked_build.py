@@ -82,6 +82,8 @@ def test_matrices():
     check(44, "sparsity[0, 1] outside 0..3, 0..1", **rows, sparsity=np.zeros((3, 1), np.int32))
     check(177, "midxs[-1, 0] outside 0..3, 0..1", row=-1, n=1, midxs=np.zeros((3, 1), np.int32), strides=i64([1]))
     check(44, "sparsity[0, 0], but sparsity is None", **rows)
+    # A column of a table without gaps is no table of pairs, though its rows lie as theirs do.
+    check(287, "inst[0, 1] outside 0..2, 0..1", inst=i32(np.zeros((2, 2)))[:, :1], msubi=i32([3]), msubj=i32([4]))
 
 
 @checked_build

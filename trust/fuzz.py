@@ -18,7 +18,7 @@ import recorder
 from calls import KERNELS, call_text, command_line, load
 from carriers import RELEASED, Assembly, bad_values
 from frame_model import entries, expectation, without_traceback
-from workers import run
+from workers import command
 
 KINDS = ("refused", "carried out")
 # Values that the interpreter shares.
@@ -160,10 +160,7 @@ def shown(value):
 def main():
     options = command_line(__doc__, 100_000, has_trials=True)
     fuzzer = Fuzzer(load(options.recorded), options.seed, checked=fragments_kernels.checked)
-    if options.only is not None:
-        print(fuzzer.describe(options.only))
-    outcome = run(options.trials, fuzzer.play, KINDS, options.processes, options.limit, fuzzer.describe, options.most)
-    raise SystemExit(outcome.report("fuzz", options.seed))
+    command("fuzz", fuzzer, KINDS, options)
 
 
 if __name__ == "__main__":

@@ -13,7 +13,7 @@ import numpy as np
 
 import fragments_kernels
 from calls import KERNELS, Same, call_text, command_line, load
-from workers import run
+from workers import command
 
 KINDS = ("returned", "IndexError", "ValueError", "MemoryError", "other exceptions")
 
@@ -127,11 +127,7 @@ def main():
     options = command_line(__doc__, 20_000, has_trials=True, limit=1.0)
     if not fragments_kernels.checked:
         raise SystemExit("this is for the build with bounds checking: every other one may crash at a changed call")
-    mutator = Mutator(load(options.recorded), options.seed)
-    if options.only is not None:
-        print(mutator.describe(options.only))
-    outcome = run(options.trials, mutator.play, KINDS, options.processes, options.limit, mutator.describe, options.most)
-    raise SystemExit(outcome.report("mutations", options.seed))
+    command("mutations", Mutator(load(options.recorded), options.seed), KINDS, options)
 
 
 if __name__ == "__main__":

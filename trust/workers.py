@@ -152,6 +152,14 @@ class Worker:
         return bool(self.trials)
 
 
+def command(name, player, kinds, options):
+    """Runs what the options of `command_line` ask for, player.play(trial), and ends with the exit status."""
+    if options.only is not None:
+        print(player.describe(options.only))
+    outcome = run(options.trials, player.play, kinds, options.processes, options.limit, player.describe, options.most)
+    raise SystemExit(outcome.report(name, options.seed))
+
+
 def run(trials, play, kinds, processes=None, limit=None, describe=str, most=20):
     """The Outcome of play(trial) -> (one of the kinds, finding or None) for each trial of a range, in `processes`
     processes.

@@ -136,7 +136,7 @@ KERNEL((286), (i32 pos), append_dense_bounds, i32 rows, i32 cols, i32 pos, CF64x
 KERNEL((287), (), write_positions, I32x2 inst, CI32 msubi, CI32 msubj)
 {
   const i64 n = msubi.count;
-  if (inst.rowstride == 2 && inst.colstride == 1 && n <= inst.rows) {
+  if (inst.rowstride == 2 && inst.colstride == 1 && inst.cols == 2 && n <= inst.rows) {
     // A table without gaps, as two lists side by side: the compiler vectorises this loop.
     i32* const pairs = inst.data;
     for (i64 k = 0; k < n; ++k) {
