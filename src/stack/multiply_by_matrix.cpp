@@ -150,9 +150,9 @@ KERNEL((468), (i32 ei, i32 elmi, i32 nzi), write_dense_product_row, i32 cof, i32
   Writer result = r.coefficient_writer(rptr, rcof, {.elements = elmi, .terms = nzi});
   const Run row{mval, i64{i} * d1};
   for (i32 t = 0; t < d0; ++t) {
-    for (i32 s = 0; s < d1; ++s, ++ei) {
-      result.append_scaled_coefficients(operand, ei, row[s]);
-    }
+    const i64 first = ei;
+    result.append_scaled_coefficients(operand, first, first + d1, [&](i64 f) { return row[f - first]; });
+    ei += d1;
     result.close_element();
   }
   return {ei, result.elements, result.terms};
@@ -192,9 +192,7 @@ KERNEL((470), (i32 elmi, i32 nzi), write_dense_sparse_product_row, i32 cof, i32 
   result.sp = {ri64, rsp};
   const Run row{mval, i64{mdimj} * i};
   for_each_row_run(pattern, nelem, d1, [&](i64 t, i32 b, i32 e) {
-    for (i32 f = b; f < e; ++f) {
-      result.append_scaled_coefficients(operand, f, row[pattern[f] - t * d1]);
-    }
+    result.append_scaled_coefficients(operand, b, e, [&](i64 f) { return row[pattern[f] - t * d1]; });
     if (rhassp) result.sp[result.elements] = t + i64{d0} * i;
     result.close_element();
   });

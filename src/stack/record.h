@@ -188,12 +188,22 @@ struct Writer : Counts {
     }
   }
 
-  // Only the coefficients of append_scaled(), where the variables are copied as a whole.
-  void append_scaled_coefficients(const Operand& from, i64 f, f64 factor)
+  // Only the coefficients of append_scaled(), where the variables are copied as a whole: those of the elements b ..
+  // e-1, element f times factor(f). Neighbours, they are counted in a loop of their own, which takes four fifths of the
+  // time.
+  template <class Factor>
+  void append_scaled_coefficients(const Operand& from, i64 b, i64 e, Factor factor)
   {
-    const Terms t = from.terms(f);
-    copy_run(cof.from(terms), from.cof.from(t.begin), t.count(), [factor](auto c) { return c * factor; });
-    terms += t.count();
+    if (b >= e) return;
+    const i32 shift = terms - from.ptr[b];
+    i32 next = from.ptr[b];
+    for (i64 f = b; f < e; ++f) {
+      const Terms t{next, from.ptr[f + 1]};
+      const f64 times = factor(f);
+      copy_run(cof.from(shift + t.begin), from.cof.from(t.begin), t.count(), [times](auto c) { return c * times; });
+      next = t.end;
+    }
+    terms = shift + next;
   }
 
   // Only the code of append_scaled(), in a pass over terms that are there already.
