@@ -141,15 +141,20 @@ void for_each_mirror(CI32 dim, CI64 stride, OnDiagonal element_on_diagonal, OffD
   for (i64 i0 = 0; i0 < dim[0]; ++i0) {
     for (i64 i1 = 0; i1 < dim[1]; ++i1) {
       for (i64 i2 = 0; i2 < dim[2]; ++i2) {
-        const i64 dim3 = dim[3], dim4 = dim[4];
-        for (i64 i3 = 0; i3 < dim3; ++i3) {
-          if (i3 == i1) {
-            for (i64 i4 = 0; i4 < dim4; ++i4) element_on_diagonal();
-          } else {
-            const i64 mirror = stride[0] * i0 + stride[1] * i3 + stride[2] * i2 + stride[3] * i1;
+        const i64 dim3 = dim[3], dim4 = dim[4], diagonal = std::min(i1, dim3);
+        const auto stretch_off_diagonal = [&](i64 begin, i64 end) {
+          if (begin >= end) return;
+          const i64 step = stride[1];
+          i64 mirror = stride[0] * i0 + step * begin + stride[2] * i2 + stride[3] * i1;
+          for (i64 i3 = begin; i3 < end; ++i3, mirror += step) {
             for (i64 i4 = 0; i4 < dim4; ++i4) element_off_diagonal(mirror + i4);
           }
+        };
+        stretch_off_diagonal(0, diagonal);
+        if (diagonal == i1 && i1 < dim3) {
+          for (i64 i4 = 0; i4 < dim4; ++i4) element_on_diagonal();
         }
+        stretch_off_diagonal(i1 + 1, dim3);
       }
     }
   }
