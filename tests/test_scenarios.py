@@ -18,7 +18,8 @@ from support import ROOT, run_example  # first: it finds the scripts of examples
 from test_smps import dense, read
 
 from host.blocks import RowStore
-from scenarios import FARMER, ClusterError, assemble, digest, shards
+import scenarios as scenarios_script
+from scenarios import FARMER, ClusterError, assemble, connect, digest, shards
 from smps import read_smps
 from two_stage import ScenarioSet
 
@@ -124,6 +125,16 @@ def test_deaths_of_workers_and_the_scheduler(cluster):
     scheduler.kill()
     with pytest.raises(ClusterError, match="scheduler"):
         next(shards(client, scenarios, 10))
+
+
+def test_worker_that_dies_as_it_starts(tmp_path, monkeypatch):
+    deadly = tmp_path / "deadly.py"
+    deadly.write_text("import os\nos._exit(1)\n")
+    monkeypatch.setattr(scenarios_script, "START", 3.0)
+    with dask.config.set({"distributed.worker.preload": [str(deadly)]}):
+        with pytest.raises(ClusterError, match="has not started within 3 s"):
+            with connect(None, 1):
+                pass
 
 
 def test_script(tmp_path):
