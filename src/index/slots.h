@@ -40,6 +40,17 @@ void copy_slots(Run<T> to, std::type_identity_t<Run<const T>> from, i64 n)
   }
 }
 
+// Copies rows of `length` slots, whose starts are `step` apart, one behind the other.
+template <class T>
+void copy_rows(Run<T> to, std::type_identity_t<Run<const T>> from, i64 length, i64 step, i64 rows)
+{
+  if (length == 1) {
+    for (i64 r = 0; r < rows; ++r) to[r] = from[r * step];
+  } else {
+    for (i64 r = 0; r < rows; ++r) copy_slots(to.from(r * length), from.from(r * step), length);
+  }
+}
+
 // `times` copies of n slots, one behind the other.
 template <class T>
 void repeat_slots(Run<T> to, std::type_identity_t<Run<const T>> from, i64 n, i64 times)
