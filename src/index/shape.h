@@ -158,9 +158,9 @@ inline i32 sign_of_outside(i32 index, i32 extent)
 template <class Index, class Extents>
 bool is_any_outside(const Index& index, const Extents& extents, i64 n)
 {
-  i32 outside = 0;
-  for (i64 d = 0; d < n; ++d) outside |= sign_of_outside(index[d], extents[d]);
-  return outside < 0;
+  bool outside = false;
+  for (i64 d = 0; d < n; ++d) outside |= is_outside(index[d], extents[d]);
+  return outside;
 }
 
 }  // namespace fragments
