@@ -8,6 +8,7 @@
 // - c (cursor): the slot that is written next
 
 #include "index/counting_sort.h"
+#include "index/divisor.h"
 #include "index/slots.h"
 
 namespace fragments {
@@ -57,11 +58,15 @@ KERNEL((201), (i32 c), gather_view_along_axis, i32 p, i32 q, i32 r, CI64 nativei
 // - val (array; one an item): the flat position of each item
 KERNEL((103), (), sort_across_axis, i32 p, i32 q, i32 r, I32 perm, I32 ptrb, CI64 val)
 {
-  const i64 slab = i64{q} * r;
   const i64 n = perm.count;
+  if (n < 1) return clear_buckets(ptrb, i64{p} * r);
+  const Divisor slab(divisor("q * r", i64{q} * r)), inner(r);
   const Scratch<i32> before(n);
   for (i64 k = 0; k < n; ++k) before[k] = perm[k];
-  const auto key = [&](i32 item) { return val[item] / divisor("q * r", slab) * r + val[item] % divisor("r", r); };
+  const auto key = [&](i32 item) {
+    const auto [outer, behind] = slab.divide(val[item]);
+    return outer * r + inner.remainder(behind);
+  };
   sort_pass(ptrb, i64{p} * r, i64{p} * r, before, perm, n, key);
 }
 

@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "index/divisor.h"
+#include "index/pattern_runs.h"
 #include "index/shape.h"
 
 namespace fragments {
@@ -76,22 +77,28 @@ class BoxFilter {
     i64 place = 0, step = 0;  // the place of row `begin`, and the distance to that of the next one
   };
 
-  // Calls inside(k) for those of n flat positions, ascending at their best, that are in the box.
+  // Calls inside(b, e) for the stretches b .. e-1 of n flat positions, ascending, that are in the box. A stretch may
+  // have no position.
   template <class Positions, class Inside>
   void for_each(const Positions& sp, i64 n, Inside inside) const
   {
-    walk(sp, n, [&](i64 k, Region&, i64, i64) { inside(k); });
+    walk(sp, n, [&](i64 b, i64 e, Region&, i64, i64) { inside(b, e); });
   }
 
-  // The same with the place in another array: inside(k, place). It is made by place = advance(place, d, x[d] -
-  // first[d]) for axis after axis, advance() being linear in place and x.
+  // The same with the places in another array: inside(b, e, place), place(k) being that of position number k. It is
+  // made by place = advance(place, d, x[d] - first[d]) for axis after axis, advance() being linear in place and x.
   template <class Positions, class Advance, class Inside>
   void for_each_with_place(const Positions& sp, i64 n, Advance advance, Inside inside) const
   {
-    walk(sp, n, [&](i64 k, Region& region, i64 row, i64 x) {
+    walk(sp, n, [&](i64 b, i64 e, Region& region, i64 row, i64 row_begin) {
+      if (b == e) return;
       if (!region.is_located) locate(region, advance);
-      const i64 place = region.place + (row - region.begin) * region.step;
-      inside(k, outer_axes_ == box_.nd ? place : advance(place, outer_axes_, x - box_.first[outer_axes_]));
+      i64 place = region.place + (row - region.begin) * region.step, step = 0;
+      if (outer_axes_ < box_.nd) {
+        place = advance(place, outer_axes_, -i64{box_.first[outer_axes_]});
+        step = advance(i64{0}, outer_axes_, i64{1});
+      }
+      inside(b, e, [&sp, place, step, row_begin](i64 k) { return place + (sp[k] - row_begin) * step; });
     });
   }
 
@@ -121,22 +128,19 @@ class BoxFilter {
     return static_cast<std::uint64_t>(k - from) < static_cast<std::uint64_t>(to - from);
   }
 
-  // The same of eight positions from number k on, without a branch on each.
-  template <class Positions>
-  static bool are_eight_between(i64 from, const Positions& sp, i64 k, i64 to)
-  {
-    bool all = true;
-    for (i64 e = k + 8; k < e; ++k) all &= is_between(from, sp[k], to);
-    return all;
-  }
-
+  // Where many positions share a row, the end of a stretch is looked for. Where few do, each is tested by itself and
+  // without a branch, which would be foretold wrongly at every end: inside() then gets stretches without a position
+  // too.
   template <class Positions, class Inside>
   void walk(const Positions& sp, i64 n, Inside inside) const
   {
+    if (n < 1) return;
+    const bool are_rows_long = sp[n - 1] - sp[0] < n / 4 * row_.value();
     Region region;
     i64 row = 0, begin = 0, end = 0, lo = 0, hi = 0;  // as those of a region, but flat positions, of one row
-    for (i64 k = 0; k < n; ++k) {
+    for (i64 k = 0; k < n;) {
       const i64 flat = sp[k];
+      const auto skip_to = [&](i64 bound) { k = stretch_end(k + 1, n, [&](i64 j) { return sp[j] < bound; }); };
       if (!is_between(begin, flat, end)) {
         const auto [quotient, x] = row_.divide(flat);
         row = quotient;
@@ -149,11 +153,19 @@ class BoxFilter {
         } else {
           end = begin + ((row < region.lo ? region.lo : region.end) - row) * row_.value();
           lo = hi = begin;
-          // Most positions outside are in rows outside: three quarters of the time of a test for each.
-          while (n - k > 8 && are_eight_between(begin, sp, k + 1, end)) k += 8;
+          skip_to(end);
+          continue;
         }
       }
-      if (is_between(lo, flat, hi)) inside(k, region, row, flat - begin);
+      const i64 b = k;
+      if (are_rows_long) {
+        const bool is_inside = is_between(lo, flat, hi);
+        skip_to(is_inside ? hi : flat < lo ? lo : end);
+        if (!is_inside) continue;
+      } else {
+        ++k;
+      }
+      inside(b, are_rows_long ? k : b + is_between(lo, flat, hi), region, row, begin);
     }
   }
 
@@ -203,30 +215,57 @@ class BoxFilter {
   Axis axes_[fast_axes];
 };
 
-// Calls stretch(b, e) for the maximal stretches b .. e-1 of flat positions from `begin` up to `end`, exclusive, that
-// the box holds on the axes from d on, in ascending order: whole blocks of inner axes are skipped or handed on
-// undivided. `is_aligned` says that `begin` is a multiple of the stride before d, so that nested strides take no
-// division.
-template <class Shape, class Strides, class Stretch>
-void for_each_box_stretch(const Box<Shape, Strides>& box, i64 d, i64 begin, i64 end, bool is_aligned,
-                          const Stretch& stretch)
+// Calls block(b, length, step, rows) for blocks of rows of equal length and distance, row r being the flat positions
+// from b + r * step on, that together are those from `begin` up to `end`, exclusive, which the box holds on the axes
+// from d on, in ascending order: whole blocks of inner axes are skipped. `periods` says how many strides before d lie
+// between `begin`, which is a multiple of them, and `end`, so that nested strides take no division; 0 if neither holds.
+template <class Shape, class Strides, class Block>
+void for_each_box_block(const Box<Shape, Strides>& box, i64 d, i64 begin, i64 end, i64 periods, const Block& block)
 {
-  if (begin >= end) return;
-  if (d >= box.nd) return stretch(begin, end);
-  const i64 extent = box.shape[d], block = box.step(d), period = std::max<i64>(block * extent, 1);
-  const i64 box_begin = std::max<i64>(box.first[d], 0) * block, box_end = std::min<i64>(box.last[d], extent) * block;
-  is_aligned = is_aligned && (d == 0 || box.stride[d - 1] == period);
-  for (i64 start = is_aligned ? begin : begin / period * period; start < end; start += period) {
-    for_each_box_stretch(box, d + 1, std::max(begin, start + box_begin), std::min(end, start + box_end), is_aligned,
-                         stretch);
+  i64 period = end, box_begin = 0, box_end = end, inner_periods = 0;
+  if (d < box.nd) {
+    const i64 extent = box.shape[d], inner = box.step(d);
+    period = std::max<i64>(inner * extent, 1);
+    const i64 first = std::max<i64>(box.first[d], 0), last = std::min<i64>(box.last[d], extent);
+    box_begin = first * inner;
+    box_end = last * inner;
+    inner_periods = last - first;
+    if (d > 0 && box.stride[d - 1] != period) periods = 0;
+  }
+  if (box_begin >= box_end) return;
+  const i64 rows = d + 1 >= box.nd ? std::max<i64>(periods, 1) : 1;
+  for (i64 start = periods > 0 ? begin : begin / period * period; start < end; start += rows * period) {
+    const i64 b = std::max(begin, start + box_begin), e = std::min(end, start + box_end);
+    if (b >= e) continue;
+    if (d + 1 >= box.nd) {
+      block(b, e - b, period, rows);
+    } else {
+      const bool is_whole = periods > 0 && e - b == box_end - box_begin;
+      for_each_box_block(box, d + 1, b, e, is_whole ? inner_periods : 0, block);
+    }
   }
 }
 
-// The same of all flat positions below n.
+// The same of all flat positions below n and all axes.
+template <class Shape, class Strides, class Block>
+void for_each_box_block(Box<Shape, Strides> box, i64 n, const Block& block)
+{
+  if (n < 1) return;
+  // The last axes bound nothing where the box has all of their extent.
+  const auto is_whole = [&](i64 d) {
+    return box.first[d] <= 0 && box.last[d] >= box.shape[d] && box.shape[d] > 0 && box.step(d) > 0;
+  };
+  while (box.nd > 1 && is_whole(box.nd - 1)) --box.nd;
+  for_each_box_block(box, 0, 0, n, 1, block);
+}
+
+// Calls stretch(b, e) for the stretches b .. e-1 of flat positions below n in the box, in ascending order.
 template <class Shape, class Strides, class Stretch>
 void for_each_box_stretch(const Box<Shape, Strides>& box, i64 n, const Stretch& stretch)
 {
-  for_each_box_stretch(box, 0, 0, n, true, stretch);
+  for_each_box_block(box, n, [&](i64 b, i64 length, i64 step, i64 rows) {
+    for (i64 r = 0; r < rows; ++r, b += step) stretch(b, b + length);
+  });
 }
 
 }  // namespace fragments

@@ -21,14 +21,18 @@ void gather_box(StridedArray<T> to, std::type_identity_t<StridedArray<const T>> 
   if (n < 1) return;
   const auto extent = [&](i64 d) { return std::max<i64>(i64{last[d]} - first[d], 1); };
   i64 inner = nd - 1;
-  const i64 step = strides[inner];
+  i64 step = strides[inner];
   i64 row_length = extent(inner);
-  // Rows that follow each other without a gap are one.
-  while (inner > 0 && strides[inner - 1] == step * row_length) {
+  // Rows that follow each other without a gap are one, and so are rows of one element.
+  while (inner > 0 && (row_length == 1 || strides[inner - 1] == step * row_length)) {
     --inner;
+    if (row_length == 1) step = strides[inner];
     row_length *= extent(inner);
   }
   if (inner == 0) row_length = n;
+  // Rows of the axis in front have equal distances.
+  const i64 middle = inner - 1, row_step = inner > 0 ? i64{strides[middle]} : 0;
+  const i64 rows = middle > 0 ? extent(middle) : n;
   // start[d] is the flat position of the coordinates index[0 .. d], with those behind them at their first.
   const Scratch<i64> start(nd), index(nd);
   const i64 corner = flat_position(first, strides, nd);
@@ -38,18 +42,21 @@ void gather_box(StridedArray<T> to, std::type_identity_t<StridedArray<const T>> 
   }
 
   for (i64 e = 0;;) {
-    const i64 row_end = std::min(e + row_length, n);
-    i64 flat = start[inner];
+    i64 row = 0, row_start = start[inner];
     if (step == 1) {
-      copy_slots(Run{to, e}, Run{from, flat}, row_end - e);
-      e = row_end;
-    } else {
-      for (; e < row_end; ++e, flat += step) to[e] = from[flat];
+      row = std::min(rows, (n - e) / row_length);
+      copy_rows(Run{to, e}, Run{from, row_start}, row_length, row_step, row);
+      e += row * row_length;
+      row_start += row * row_step;
+    }
+    for (; row < rows && e < n; ++row, row_start += row_step) {
+      const i64 row_end = std::min(e + row_length, n);
+      for (i64 flat = row_start; e < row_end; ++e, flat += step) to[e] = from[flat];
     }
     if (e == n) return;
 
-    // The row is at its end: on along the innermost axis that isn't.
-    i64 d = inner;
+    // These rows are at their end: on along the innermost axis that isn't.
+    i64 d = middle;
     do {
       index[d] = first[d];
       --d;

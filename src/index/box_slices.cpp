@@ -47,9 +47,9 @@ KERNEL((317), (i32 pos), slice_dense_by_filter, CI32 astart, CI32 astop, I32 ind
 {
   if (nidxs.count <= 0) return pos;
   const Box<CI32, CI64> box{nd, shape, stride, astart, astop};
-  for_each_box_stretch(box, nidxs.count, [&](i64 b, i64 e) {
-    copy_slots(Run{rnidxs, pos}, Run{nidxs, b}, e - b);
-    pos += static_cast<i32>(e - b);
+  for_each_box_block(box, nidxs.count, [&](i64 b, i64 length, i64 step, i64 rows) {
+    copy_rows(Run{rnidxs, pos}, Run{nidxs, b}, length, step, rows);
+    pos += static_cast<i32>(length * rows);
   });
   split(nidxs.count - 1, index, shape, stride, nd);
   return pos;
@@ -64,7 +64,7 @@ KERNEL((318), (i32 count), count_in_box, CI32 astart, CI32 astop, i32 nd, I32 in
   if (nidxs.count <= 0) return count;
   if (nd <= 0) return count + static_cast<i32>(nidxs.count);
   const Box<CI32, CI64> box{nd, shape, stride, astart, astop};
-  BoxFilter(box, false).for_each(sp, nidxs.count, [&](i64) { ++count; });
+  BoxFilter(box, false).for_each(sp, nidxs.count, [&](i64 b, i64 e) { count += static_cast<i32>(e - b); });
   split(sp[nidxs.count - 1], index, shape, stride, nd);
   return count;
 }
@@ -88,10 +88,15 @@ KERNEL((320), (i32 pos), slice_sparse_by_filter, CI32 astart, CI32 astop, I32 in
   const Box<CI32, CI64> box{nd, shape, stride, astart, astop};
   BoxFilter(box, true).for_each_with_place(
       sp, nidxs.count, [&](i64 place, i64 d, i64 x) { return place + x * rstride[d]; },
-      [&](i64 e, i64 place) {
-        rsp[pos] = place;
-        rnidxs[pos] = nidxs[e];
-        ++pos;
+      [&](i64 b, i64 e, auto place) {
+        const Run to_sp{rsp, pos};
+        const Run to_nidxs{rnidxs, pos};
+        for (i64 k = b; k < e; ++k) {
+          stay_scalar(k);
+          to_sp[k - b] = place(k);
+          to_nidxs[k - b] = nidxs[k];
+        }
+        pos += static_cast<i32>(e - b);
       });
   split(sp[nidxs.count - 1], index, shape, stride, nd);
   return pos;

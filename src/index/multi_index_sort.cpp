@@ -20,14 +20,15 @@
 #include "index/slots.h"
 
 namespace fragments {
-
 // The flat positions of n rows.
 //
 // - sp (array; n): the flat position of each row
 // - sparsity (array; n x nd): the multi-index of each element, one a row
 KERNEL((44), (), flatten_rows, i32 nd, i32 n, I64 sp, CI32x2 sparsity, CI64 strides)
 {
-  for (i64 r = 0; r < n; ++r) sp[r] = flat_position(Row{sparsity, r}, strides, nd);
+  with_axis_count(nd, [&](auto axes) {
+    for (i64 r = 0; r < n; ++r) sp[r] = scalar_position(Row{sparsity, r}, strides, axes);
+  });
 }
 
 // The flat positions of n rows up to the first that is outside. The first row with an index below 0 or at or above
@@ -37,11 +38,13 @@ KERNEL((44), (), flatten_rows, i32 nd, i32 n, I64 sp, CI32x2 sparsity, CI64 stri
 // - sparsity (array; n): the flat position of each row
 KERNEL((51, 64), (bool bad), check_and_flatten_rows, bool bad, i32 n, CI32 shape, CI32x2 sp, I64 sparsity, CI32 strides)
 {
-  for (i64 r = 0; r < n && !bad; ++r) {
-    const Row index{sp, r};
-    bad = is_any_outside(index, shape, sp.cols);
-    if (!bad) sparsity[r] = flat_position(index, strides, sp.cols);
-  }
+  with_axis_count(sp.cols, [&](auto axes) {
+    for (i64 r = 0; r < n && !bad; ++r) {
+      const Row index{sp, r};
+      bad = is_any_outside(index, shape, axes);
+      if (!bad) sparsity[r] = scalar_position(index, strides, axes);
+    }
+  });
   return bad;
 }
 
@@ -73,7 +76,9 @@ KERNEL((54, 67), (), sort_rows_by_axis, CI32 curperm, i32 pass, CI32x2 midxs, i3
 KERNEL((55, 68), (), flatten_sorted_rows, CI32 curperm, CI32x2 midxs, i32 n, i32 nd, I64 sparsity, CI32 strides)
 {
   if (nd < 1) return fill_slots(Run{sparsity, 0}, n, i64{0});
-  for (i64 r = 0; r < n; ++r) sparsity[r] = flat_position(Row{midxs, curperm[r]}, strides, nd);
+  with_axis_count(nd, [&](auto axes) {
+    for (i64 r = 0; r < n; ++r) sparsity[r] = scalar_position(Row{midxs, curperm[r]}, strides, axes);
+  });
 }
 
 }  // namespace fragments

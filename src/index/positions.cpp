@@ -20,7 +20,7 @@ void gather_rows(StridedArray<T> idxs, CI32x2 midxs, i32 n, std::type_identity_t
                  CI64 strides)
 {
   with_axis_count(n, [&](auto axes) {
-    for (i64 r = 0; r < midxs.rows; ++r) idxs[r] = nidxs[flat_position(Row{midxs, r}, strides, axes)];
+    for (i64 r = 0; r < midxs.rows; ++r) idxs[r] = nidxs[scalar_position(Row{midxs, r}, strides, axes)];
   });
 }
 
@@ -30,6 +30,27 @@ i64 continue_position(i64 position, const Index& index, CI32 shape, i64 lo, i64 
 {
   for (i64 d = lo; d < hi; ++d) position = wrapping_add<i64>(index[d], wrapping_mul<i64>(shape[d], position));
   return position;
+}
+
+// Whether a coordinate of any row lies outside its extent. Rows without gaps between them are tested by vectors.
+[[gnu::noinline]] bool is_any_row_outside(CI32x2 table, CI32 extents)
+{
+  i32 outside = 0;
+  with_axis_count(table.cols, [&](auto axes) {
+    const auto test_rows = [&](auto row_step, auto step) {
+      for (i64 r = 0; r < table.rows; ++r) {
+        for (i64 d = 0; d < axes; ++d) {
+          outside |= sign_of_outside(table.data[r * row_step + d * step], extents[d]);
+        }
+      }
+    };
+    if (table.rowstride == axes && table.colstride == 1) {
+      test_rows(axes, std::integral_constant<i64, 1>{});
+    } else {
+      test_rows(table.rowstride, table.colstride);
+    }
+  });
+  return outside < 0;
 }
 
 // Whether the slots of two arrays share memory.
@@ -100,7 +121,9 @@ KERNEL((309, 310), (i64 init), position_from_last_axis, CI32 indexes, i64 init, 
 // - inst_ (array; rows): the flat position of each row
 KERNEL((619), (), positions_of_rows, CI32 dims_, I64 inst_, CI32x2 sub)
 {
-  for (i64 r = 0; r < sub.rows; ++r) inst_[r] = continue_position(0, Row{sub, r}, dims_, 0, sub.cols);
+  with_axis_count(sub.cols, [&](auto axes) {
+    for (i64 r = 0; r < sub.rows; ++r) inst_[r] = continue_position(0, Row{sub, r}, dims_, 0, axes);
+  });
 }
 
 // Adds to sp[r] the flat position of row r of a table. Where `sp` and the strides share memory, a sum is stored at
@@ -118,7 +141,9 @@ KERNEL((578, 580), (), add_positions_of_rows, i32 n, i32 m, CI64 s, I64 sp, CI32
       for (i64 c = 0; c < m; ++c) sp[r] = wrapping_add(sp[r], wrapping_mul<i64>(sparsity(r, c), s[c]));
     }
   } else {
-    for (i64 r = 0; r < n; ++r) sp[r] = flat_position(Row{sparsity, r}, s, m, sp[r]);
+    with_axis_count(m, [&](auto axes) {
+      for (i64 r = 0; r < n; ++r) sp[r] = scalar_position(Row{sparsity, r}, s, axes, sp[r]);
+    });
   }
 }
 
@@ -170,8 +195,7 @@ KERNEL((176), (), gather_base_indices, CI64 basevar_nativeidxs, I64 idxs, CI32x2
 // Whether a multi-index lies outside: sets `flag` for any coordinate of a row below 0 or at or above its extent.
 KERNEL((174, 303), (bool flag), check_rows, bool flag, CI32x2 midxs, CI32 shape)
 {
-  for (i64 r = 0; r < midxs.rows; ++r) flag |= is_any_outside(Row{midxs, r}, shape, midxs.cols);
-  return flag;
+  return flag | is_any_row_outside(midxs, shape);
 }
 
 // Whether a multi-index lies outside: sets `flag` for any coordinate of a row below 0 or at or above its extent.
@@ -179,8 +203,7 @@ KERNEL((174, 303), (bool flag), check_rows, bool flag, CI32x2 midxs, CI32 shape)
 // - dims_ (array; axes): the extents, one a column of `sub`
 KERNEL((618), (bool flag), check_rows_of_stored, CI32 dims_, bool flag, CI32x2 sub)
 {
-  for (i64 r = 0; r < sub.rows; ++r) flag |= is_any_outside(Row{sub, r}, dims_, sub.cols);
-  return flag;
+  return flag | is_any_row_outside(sub, dims_);
 }
 
 // Whether an index into a one-dimensional array lies outside: sets `flag` for any below 0 or at or above shape[0].

@@ -103,6 +103,15 @@ i64 flat_position(const Index& index, const Strides& strides, i64 n, i64 init = 
   return init;
 }
 
+// The same in a loop over rows, which stays without vectors: a product of 64 bits takes three of 32 there.
+template <class Index, class Strides, class Axes>
+i64 scalar_position(const Index& index, const Strides& strides, Axes n, i64 init = 0)
+{
+  i64 position = flat_position(index, strides, n, init);
+  stay_scalar(position);
+  return position;
+}
+
 // The coordinates of a flat position: index[d] for d from n-1 down to 1. Returns coordinate 0, which isn't reduced by
 // its extent.
 template <class Index, class Extents>
@@ -136,6 +145,13 @@ void with_axis_count(i64 n, Walk walk)
 inline bool is_outside(i32 index, i32 extent)
 {
   return index < 0 || index >= extent;
+}
+
+// Below 0 if a coordinate lies outside its extent, for loops that test many: such numbers can be united by |, without a
+// comparison of each. The difference doesn't overflow for a coordinate from 0 on.
+inline i32 sign_of_outside(i32 index, i32 extent)
+{
+  return index | wrapping_sub(std::max(extent, 0) - 1, index);
 }
 
 // Whether any of the first n coordinates lies outside its extent.

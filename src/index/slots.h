@@ -40,6 +40,17 @@ void copy_slots(Run<T> to, std::type_identity_t<Run<const T>> from, i64 n)
   }
 }
 
+// Copies rows of `length` slots, whose starts are `step` apart, one behind the other.
+template <class T>
+void copy_rows(Run<T> to, std::type_identity_t<Run<const T>> from, i64 length, i64 step, i64 rows)
+{
+  if (length == 1) {
+    for (i64 r = 0; r < rows; ++r) to[r] = from[r * step];
+  } else {
+    for (i64 r = 0; r < rows; ++r) copy_slots(to.from(r * length), from.from(r * step), length);
+  }
+}
+
 // `times` copies of n slots, one behind the other.
 template <class T>
 void repeat_slots(Run<T> to, std::type_identity_t<Run<const T>> from, i64 n, i64 times)
@@ -94,8 +105,18 @@ void transpose_slots(Run<T> to, std::type_identity_t<Run<const T>> from, i64 row
       for (i64 r = strip; r < strip + 8; ++r) to[c * step + r] = from[r * columns + c];
     }
   }
-  for (i64 c = 0; c < columns; ++c) {
-    for (i64 r = strip; r < rows; ++r) to[c * step + r] = from[r * columns + c];
+  const auto transpose_rest = [&](auto rest) {
+    for (i64 c = 0; c < columns; ++c) {
+      for (i64 r = strip; r < strip + rest; ++r) to[c * step + r] = from[r * columns + c];
+    }
+  };
+  // Two and three rows are frequent: they are those of small cones.
+  if (rows - strip == 2) {
+    transpose_rest(std::integral_constant<i64, 2>{});
+  } else if (rows - strip == 3) {
+    transpose_rest(std::integral_constant<i64, 3>{});
+  } else {
+    transpose_rest(rows - strip);
   }
 }
 

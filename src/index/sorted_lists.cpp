@@ -9,7 +9,13 @@ namespace {
 // that. Linear: a sweep over ascending keys passes through the list once.
 i32 scan_to(i64 key, i32 pos, CI64 sp)
 {
+  const auto are_eight_below = [&](i64 k) {
+    bool all = true;
+    for (i64 e = k; e < k + 8; ++e) all &= sp[e] < key;
+    return all;
+  };
   i64 place = pos;
+  while (place + 8 <= sp.count && are_eight_below(place)) place += 8;
   while (place < sp.count && sp[place] < key) ++place;
   return static_cast<i32>(place);
 }
@@ -52,9 +58,13 @@ KERNEL((312), (i32 pos), scan_to_key_32, i32 key, i32 pos, CI64 sp)
 // - hi (value): the end of those that count, exclusive
 KERNEL((324), (i32 acc), count_in_range, i32 acc, CI64 sp, i32 lo, i32 hi)
 {
-  i64 count = 0;
-  for (i64 m = 0; m < sp.count; ++m) count += lo <= sp[m] && sp[m] < hi;
-  return static_cast<i32>(acc + count);
+  if (lo >= hi) return acc;
+  // One of the differences is below 0 for an entry outside, whether they wrap around or not; no branch on it.
+  i64 inside = sp.count;
+  for (i64 m = 0; m < sp.count; ++m) {
+    inside += (wrapping_sub<i64>(sp[m], lo) | wrapping_sub<i64>(i64{hi} - 1, sp[m])) >> 63;
+  }
+  return static_cast<i32>(acc + inside);
 }
 
 // Bisects `lo`, `hi` to neighbours around the end of the entries that equal `key`: with values[lo] at or below and

@@ -11,6 +11,8 @@
 // - rshape (array; axes): the extents of the whole
 // - flag (flag): whether all items fit; one that comes in cleared stays so
 
+#include <algorithm>
+
 #include "index/shape.h"
 
 namespace fragments {
@@ -21,7 +23,14 @@ namespace fragments {
 // - cols (count): the axes
 KERNEL((250), (), fill_shape_table, i32 rows, i32 cols, I32x2 shape)
 {
-  for (i64 r = 0; r < rows; ++r) fill_ones(Row{shape, r}, 0, cols);
+  if (rows < 1 || cols < 1) return;
+  if (shape.colstride == 1 && shape.rowstride == cols) {
+    // Without gaps between the rows.
+    shape.bounds.check(rows - 1, cols - 1);
+    std::fill_n(shape.data, i64{rows} * cols, 1);
+  } else {
+    for (i64 r = 0; r < rows; ++r) fill_ones(Row{shape, r}, 0, cols);
+  }
 }
 
 // Copies the shape of one item into its row. The rest of the row stays as it is.
@@ -55,8 +64,13 @@ KERNEL((253), (), add_extents_along_axis, i32 axis, i32 n, I32 resshape, CI32x2 
 // Whether an item fits the others: clears `flag` if its shape differs from that of the whole in any axis but `axis`.
 KERNEL((290), (bool flag), check_item_shape, i32 axis, bool flag, CI32 rshape, CI32 shapei)
 {
-  for (i64 j = 0; j < shapei.count; ++j) flag &= j == axis || rshape[j] == shapei[j];
-  return flag;
+  i32 other = 0;
+  const auto compare = [&](i64 lo, i64 hi) {
+    for (i64 j = lo; j < hi; ++j) other |= rshape[j] ^ shapei[j];
+  };
+  compare(0, std::min<i64>(axis, shapei.count));
+  compare(std::max(i64{axis} + 1, i64{0}), shapei.count);
+  return flag && other == 0;
 }
 
 // Adds one item to a stack: its extent along `axis` goes to dimsizes[item] and is added to `total`, and the axes that
@@ -73,7 +87,9 @@ KERNEL((291), (bool flag, i32 total), add_item_to_stack, i32 axis, bool flag, i3
   i32 extent = 1;
   if (axis < shapei.count) {
     extent = shapei[axis];
-    for (i64 j = shapei.count; j < rank; ++j) flag &= rshape[j] == 1;
+    i32 other = 0;
+    for (i64 j = shapei.count; j < rank; ++j) other |= rshape[j] ^ 1;
+    flag &= other == 0;
   }
   dimsizes[item] = extent;
   return {flag, wrapping_add(total, extent)};

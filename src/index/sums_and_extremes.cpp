@@ -19,29 +19,43 @@ i32 sum(i32 start, CI32 entries, i64 n)
   return start;
 }
 
-// The least and the greatest of values[idx[k]] for k from first up to last-1, into res[slot] and res[slot+1]. An empty
-// range writes nothing.
 template <class T>
-void extremes(i64 first, CI64 idx, i64 last, StridedArray<T> res, i64 slot, StridedArray<const T> values)
-{
-  if (first >= last) return;
-  T least = values[idx[first]];
-  T most = least;
-  for (i64 k = first + 1; k < last; ++k) {
-    const T value = values[idx[k]];
+struct Extremes {
+  T least, most;
+
+  explicit Extremes(T value) : least(value), most(value) {}
+  void take(T value)
+  {
     least = std::min(least, value);
     most = std::max(most, value);
   }
-  res[slot] = least;
-  res[slot + 1] = most;
-}
+  void store(StridedArray<T> res, i64 slot) const
+  {
+    res[slot] = least;
+    res[slot + 1] = most;
+  }
+};
 
+// The least and the greatest of vals1[idx[k]] for k from first up to last-1, and those of `vals2` unless it is None, in
+// one pass. An empty range writes nothing.
 template <class T>
 void extremes_of_one_or_two(i64 first, CI64 idx, i64 last, StridedArray<T> res, StridedArray<const T> vals1,
                             StridedArray<const T> vals2)
 {
-  extremes(first, idx, last, res, 0, vals1);
-  if (vals2.data) extremes(first, idx, last, res, 2, vals2);
+  if (first >= last) return;
+  Extremes<T> one(vals1[idx[first]]);
+  if (vals2.data) {
+    Extremes<T> two(vals2[idx[first]]);
+    for (i64 k = first + 1; k < last; ++k) {
+      const i64 at = idx[k];
+      one.take(vals1[at]);
+      two.take(vals2[at]);
+    }
+    two.store(res, 2);
+  } else {
+    for (i64 k = first + 1; k < last; ++k) one.take(vals1[idx[k]]);
+  }
+  one.store(res, 0);
 }
 
 }  // namespace
@@ -94,8 +108,11 @@ KERNEL((296), (i32 init), greatest_extent_behind_first, i32 init, i32 n, CI32 rs
 // - lo, hi (start): entry 0
 KERNEL((594), (i32 lo, i32 hi), extremes_of_ranks, i32 lo, i32 hi, i32 n, CI32 nds)
 {
-  for (i64 k = 1; k < n; ++k) lo = std::min(lo, nds[k]);
-  return {lo, greatest(hi, nds, 1, n)};
+  for (i64 k = 1; k < n; ++k) {
+    lo = std::min(lo, nds[k]);
+    hi = std::max(hi, nds[k]);
+  }
+  return {lo, hi};
 }
 
 // The least and the greatest of vals1[idx[k]] for k from `first` up to last-1, into res[0] and res[1]; those of

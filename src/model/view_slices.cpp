@@ -61,7 +61,9 @@ KERNEL((183), (), slice_view_by_step, CI64 basevar_nativeidxs, i32 n, I64 residx
 KERNEL((185), (i32 c), count_slice_of_pattern, CI32 first, I32 key, CI32 last, i32 nd, i32 c, CI32 shape, CI64 sparsity)
 {
   if (sparsity.count <= 0) return c;
-  BoxFilter(row_major_box(nd, shape, first, last), false).for_each(sparsity, sparsity.count, [&](i64) { ++c; });
+  BoxFilter(row_major_box(nd, shape, first, last), false).for_each(sparsity, sparsity.count, [&](i64 b, i64 e) {
+    c += static_cast<i32>(e - b);
+  });
   split_last(sparsity, key, shape, nd);
   return c;
 }
@@ -79,10 +81,15 @@ KERNEL((186), (i32 c), slice_sparse_view, CI64 basevar_nativeidxs, CI32 first, i
   BoxFilter(row_major_box(nd, shape, first, last), true)
       .for_each_with_place(
           sparsity, sparsity.count, [&](i64 place, i64 d, i64 x) { return place * sliceshape[d] + x; },
-          [&](i64 k, i64 place) {
-            idxs[c] = basevar_nativeidxs[k];
-            sp[c] = place;
-            ++c;
+          [&](i64 b, i64 e, auto place) {
+            const Run to_idxs{idxs, c};
+            const Run to_sp{sp, c};
+            for (i64 k = b; k < e; ++k) {
+              stay_scalar(k);
+              to_idxs[k - b] = basevar_nativeidxs[k];
+              to_sp[k - b] = place(k);
+            }
+            c += static_cast<i32>(e - b);
           });
   split_last(sparsity, key, shape, nd);
   return c;

@@ -44,9 +44,9 @@ KERNEL((414), (i32 c, i32 e, i32 k), measure_slice, i32 codeptr, CI32 first, boo
 
   if (nelem <= 0 && hassp) return {size.atoms, size.elements, size.terms};
   if (hassp && nd > 0) {
-    BoxFilter(box, false).for_each(pattern, nelem, [&](i64 i) {
-      size.append(i);
-      size.close_element();
+    BoxFilter(box, false).for_each(pattern, nelem, [&](i64 begin, i64 end) {
+      size.append(operand.terms(begin, end));
+      size.elements += static_cast<i32>(end - begin);
     });
   } else {
     size.elements = hassp ? size.elements + nelem : 1;
@@ -74,9 +74,11 @@ KERNEL((417), (i32 c, i32 e, i32 k), write_slice, i32 cconst, i32 code, i32 c, i
       if (nelem <= 0) return;
       BoxFilter(box, true).for_each_with_place(
           pattern, nelem, [&](i64 place, i64 d, i64 x) { return place + x * rst[d]; },
-          [&](i64 i, i64 place) {
-            result.append(operand, i, hascode);
-            result.close_element(place);
+          [&](i64 begin, i64 end, auto place) {
+            for (i64 i = begin; i < end; ++i) {
+              result.append(operand, i, hascode);
+              result.close_element(place(i));
+            }
           });
     } else {
       for_each_box_stretch(box, nelem, [&](i64 begin, i64 end) {
