@@ -133,9 +133,10 @@ void with_axis_count(i64 n, Walk walk)
   }
 }
 
+// One comparison, as of numbers that wrap around.
 inline bool is_outside(i32 index, i32 extent)
 {
-  return index < 0 || index >= extent;
+  return static_cast<std::uint32_t>(index) >= static_cast<std::uint32_t>(std::max(extent, 0));
 }
 
 // Whether any of the first n coordinates lies outside its extent.

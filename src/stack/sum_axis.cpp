@@ -32,26 +32,19 @@ struct Group {
   bool operator==(const Group&) const = default;
 };
 
-// The group of a flat position. The quotient is kept for a block of ext*inner positions, where the sort leaves
-// consecutive elements.
+// The group of a flat position.
 class GroupFinder {
  public:
-  GroupFinder(i32 ext_inner, i32 inner, i32 outer) : ext_inner_(ext_inner), outer_(outer), inner_(inner) {}
-
-  Group operator()(i64 flat)
+  GroupFinder(i32 ext_inner, i32 inner, i32 outer)
+      : a_{Divisor(divisor("ext_inner", ext_inner)), Divisor(divisor("outer", outer)), true}, inner_(inner)
   {
-    if (flat < block_ || flat >= block_ + ext_inner_) {
-      const i64 quotient = flat / divisor("ext_inner", ext_inner_);
-      block_ = quotient * ext_inner_;
-      a_ = quotient % divisor("outer", outer_);
-    }
-    return {a_, inner_.remainder(flat)};
   }
 
+  Group operator()(i64 flat) const { return {a_(flat), inner_.value() == 1 ? 0 : inner_.remainder(flat)}; }
+
  private:
-  i64 ext_inner_, outer_;
+  Coordinate a_;
   Divisor inner_;
-  i64 block_ = -ext_inner_, a_ = 0;
 };
 
 }  // namespace
@@ -112,7 +105,7 @@ KERNEL((531), (i64 a, i64 b, i32 count), count_groups, i32 ext_inner, i32 inner,
 {
   const Run order{xi32, perm};
   const Run pattern{wi64, sp};
-  GroupFinder group_of(ext_inner, inner, outer);
+  const GroupFinder group_of(ext_inner, inner, outer);
   Group last{a, b};
   for (i64 k = 0; k < n; ++k) {
     const Group group = group_of(pattern[order[k]]);
@@ -140,7 +133,7 @@ KERNEL((534), (i32 c, i32 cursor, i32 g, i32 t), write_sparse_sum_along_axis, i3
       r.sparse_writer(rptr, rsp, rnidxs, rcof, rcodeptr, rcode, rcconst, {.elements = g, .terms = t, .atoms = c});
   const Run order{xi32, perm};
   const Run pattern{wi64, sp};
-  GroupFinder group_of(ext_inner, inner, outer);
+  const GroupFinder group_of(ext_inner, inner, outer);
   with_constant(ncodeatom > 0, [&](auto hascode) {
     Group next{};
     if (cursor < nelem) next = group_of(pattern[order[cursor]]);
