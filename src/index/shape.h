@@ -133,10 +133,9 @@ void with_axis_count(i64 n, Walk walk)
   }
 }
 
-// One comparison, as of numbers that wrap around.
 inline bool is_outside(i32 index, i32 extent)
 {
-  return static_cast<std::uint32_t>(index) >= static_cast<std::uint32_t>(std::max(extent, 0));
+  return index < 0 || index >= extent;
 }
 
 // Whether any of the first n coordinates lies outside its extent.

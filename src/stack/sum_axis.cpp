@@ -16,6 +16,7 @@
 // - inner (extent): the product of the extents behind the axis
 // - ext_inner (extent): `inner` times the extent of the axis
 
+#include <limits>
 #include <utility>
 
 #include "index/counting_sort.h"
@@ -32,19 +33,33 @@ struct Group {
   bool operator==(const Group&) const = default;
 };
 
-// The group of a flat position.
+// The group of a flat position. The quotient is kept for a block of ext*inner positions, where the sort leaves
+// consecutive elements, unless blocks are too short for a branch on where they end.
 class GroupFinder {
  public:
   GroupFinder(i32 ext_inner, i32 inner, i32 outer)
-      : a_{Divisor(divisor("ext_inner", ext_inner)), Divisor(divisor("outer", outer)), true}, inner_(inner)
+      : ext_inner_(divisor("ext_inner", ext_inner)),
+        outer_(divisor("outer", outer)),
+        inner_(inner),
+        kept_(ext_inner >= worth_a_branch ? ext_inner : 0)
   {
   }
 
-  Group operator()(i64 flat) const { return {a_(flat), inner_.value() == 1 ? 0 : inner_.remainder(flat)}; }
+  Group operator()(i64 flat)
+  {
+    if (flat < block_ || flat - block_ >= kept_) {
+      const auto [quotient, within] = ext_inner_.divide(flat);
+      block_ = flat - within;
+      a_ = quotient < outer_.value() ? quotient : outer_.remainder(quotient);
+    }
+    return {a_, inner_.value() == 1 ? 0 : inner_.remainder(flat)};
+  }
 
  private:
-  Coordinate a_;
-  Divisor inner_;
+  static constexpr i64 worth_a_branch = 64;
+
+  Divisor ext_inner_, outer_, inner_;
+  i64 kept_, block_ = std::numeric_limits<i64>::max(), a_ = 0;
 };
 
 }  // namespace
@@ -105,7 +120,7 @@ KERNEL((531), (i64 a, i64 b, i32 count), count_groups, i32 ext_inner, i32 inner,
 {
   const Run order{xi32, perm};
   const Run pattern{wi64, sp};
-  const GroupFinder group_of(ext_inner, inner, outer);
+  GroupFinder group_of(ext_inner, inner, outer);
   Group last{a, b};
   for (i64 k = 0; k < n; ++k) {
     const Group group = group_of(pattern[order[k]]);
@@ -133,7 +148,7 @@ KERNEL((534), (i32 c, i32 cursor, i32 g, i32 t), write_sparse_sum_along_axis, i3
       r.sparse_writer(rptr, rsp, rnidxs, rcof, rcodeptr, rcode, rcconst, {.elements = g, .terms = t, .atoms = c});
   const Run order{xi32, perm};
   const Run pattern{wi64, sp};
-  const GroupFinder group_of(ext_inner, inner, outer);
+  GroupFinder group_of(ext_inner, inner, outer);
   with_constant(ncodeatom > 0, [&](auto hascode) {
     Group next{};
     if (cursor < nelem) next = group_of(pattern[order[cursor]]);
