@@ -203,30 +203,73 @@ class BoxFilter {
   Axis axes_[fast_axes];
 };
 
-// Calls stretch(b, e) for the maximal stretches b .. e-1 of flat positions from `begin` up to `end`, exclusive, that
-// the box holds on the axes from d on, in ascending order: whole blocks of inner axes are skipped or handed on
-// undivided. `is_aligned` says that `begin` is a multiple of the stride before d, so that nested strides take no
-// division.
-template <class Shape, class Strides, class Stretch>
-void for_each_box_stretch(const Box<Shape, Strides>& box, i64 d, i64 begin, i64 end, bool is_aligned,
-                          const Stretch& stretch)
-{
-  if (begin >= end) return;
-  if (d >= box.nd) return stretch(begin, end);
-  const i64 extent = box.shape[d], block = box.step(d), period = std::max<i64>(block * extent, 1);
-  const i64 box_begin = std::max<i64>(box.first[d], 0) * block, box_end = std::min<i64>(box.last[d], extent) * block;
-  is_aligned = is_aligned && (d == 0 || box.stride[d - 1] == period);
-  for (i64 start = is_aligned ? begin : begin / period * period; start < end; start += period) {
-    for_each_box_stretch(box, d + 1, std::max(begin, start + box_begin), std::min(end, start + box_end), is_aligned,
-                         stretch);
+// A stretch of flat positions that is cut into those that a box holds along one axis, in ascending order.
+struct AxisCut {
+  i64 period = 0, box_begin = 0, box_end = 0;  // the box repeats after `period`
+  bool is_aligned = false;                     // strides are nested up to here, so that a stretch begins with a period
+  i64 begin = 0, end = 0, start = 0;           // the stretch, and the period that comes next
+
+  template <class Shape, class Strides>
+  static AxisCut along(const Box<Shape, Strides>& box, i64 d, bool is_aligned)
+  {
+    const i64 extent = box.shape[d], block = box.step(d), period = std::max<i64>(block * extent, 1);
+    return {.period = period,
+            .box_begin = std::max<i64>(box.first[d], 0) * block,
+            .box_end = std::min<i64>(box.last[d], extent) * block,
+            .is_aligned = is_aligned && (d == 0 || box.stride[d - 1] == period)};
   }
+  void cut(i64 from, i64 to)
+  {
+    begin = from;
+    end = to;
+    start = is_aligned ? from : from / period * period;
+  }
+  // The next one, which may be empty; false at the end.
+  bool next(i64& from, i64& to)
+  {
+    if (start >= end) return false;
+    from = std::max(begin, start + box_begin);
+    to = std::min(end, start + box_end);
+    start += period;
+    return true;
+  }
+};
+
+// Goes on to the next stretch of all axes but the last, from axis d on; false at the end.
+[[gnu::noinline]] inline bool next_of_outer_axes(const Scratch<AxisCut>& cuts, i64 nd, i64& d, i64& begin, i64& end)
+{
+  while (d >= 0) {
+    if (!cuts[d].next(begin, end)) {
+      --d;
+    } else if (begin < end) {
+      if (d == nd - 2) return true;
+      cuts[++d].cut(begin, end);
+    }
+  }
+  return false;
 }
 
-// The same of all flat positions below n.
+// Calls stretch(b, e) for the maximal stretches b .. e-1 of flat positions below n that the box holds, in ascending
+// order: whole blocks of inner axes are skipped or handed on undivided. Scratch: a cut for each axis. There is one
+// place that calls stretch(), and no recursion, so that what it works on stays in registers: half the time for short
+// stretches.
 template <class Shape, class Strides, class Stretch>
 void for_each_box_stretch(const Box<Shape, Strides>& box, i64 n, const Stretch& stretch)
 {
-  for_each_box_stretch(box, 0, 0, n, true, stretch);
+  if (n <= 0) return;
+  const i64 nd = box.nd;
+  const Scratch<AxisCut> cuts(nd);
+  for (i64 d = 0; d < nd; ++d) cuts[d] = AxisCut::along(box, d, d == 0 || cuts[d - 1].is_aligned);
+  if (nd > 1) cuts[0].cut(0, n);
+  AxisCut last = nd > 0 ? cuts[nd - 1] : AxisCut{.period = n, .box_end = n, .is_aligned = true};
+  i64 d = nd > 1 ? 0 : -1, begin = 0, end = n;
+  for (bool more = nd < 2 || next_of_outer_axes(cuts, nd, d, begin, end); more;
+       more = next_of_outer_axes(cuts, nd, d, begin, end)) {
+    last.cut(begin, end);
+    for (i64 b = 0, e = 0; last.next(b, e);) {
+      if (b < e) stretch(b, e);
+    }
+  }
 }
 
 }  // namespace fragments
