@@ -27,6 +27,7 @@ KERNEL((496), (i32 acc), count_blocks, i64 blk, i32 acc, i32 n, i32 sp, CI64 wi6
 KERNEL((499), (i32 cur), write_blocks, i64 blk, i32 n, i32 ptr, bool rhassp, I32 ri32, I64 ri64, i32 ng, i32 rptr,
        i32 rsp, i32 cur, i32 sp, CI32 wi32, CI64 wi64)
 {
+  if (ng <= 0) return cur;
   const Run ends{wi32, ptr};
   const Run pattern{wi64, sp};
   const Run result_pattern{ri64, rsp};

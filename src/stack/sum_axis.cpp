@@ -38,19 +38,16 @@ struct Group {
 class GroupFinder {
  public:
   GroupFinder(i32 ext_inner, i32 inner, i32 outer)
-      : ext_inner_(divisor("ext_inner", ext_inner)),
-        outer_(divisor("outer", outer)),
-        inner_(inner),
-        kept_(ext_inner >= worth_a_branch ? ext_inner : 0)
+      : ext_inner_(ext_inner), outer_(outer), inner_(inner), kept_(ext_inner >= worth_a_branch ? ext_inner : 0)
   {
   }
 
   Group operator()(i64 flat)
   {
     if (flat < block_ || flat - block_ >= kept_) {
-      const auto [quotient, within] = ext_inner_.divide(flat);
-      block_ = flat - within;
-      a_ = quotient < outer_.value() ? quotient : outer_.remainder(quotient);
+      const i64 quotient = ext_inner_.quotient(flat);
+      block_ = quotient * divisor("ext_inner", ext_inner_.value());
+      a_ = quotient < divisor("outer", outer_.value()) ? quotient : outer_.remainder(quotient);
     }
     return {a_, inner_.value() == 1 ? 0 : inner_.remainder(flat)};
   }
