@@ -24,6 +24,8 @@
 // - capacity (value): the slots of a growable array; with 0 or less the kernel may never end
 // - need (size): the slots that are needed
 
+#include <algorithm>
+
 #include "code/opcodes.h"
 #include "frame/copy_run.h"
 
@@ -34,28 +36,27 @@ namespace {
 struct ParametrisedTerms {
   Run<const i32> ptr;
   Run<const i32> codeptr;
-  Run<const i32> code;
+  Run<const i32> code;  // something that is there in a record without any atom
 
-  // A term. `is_filed` is 1 if it isn't trivial: an integer, since branches that data decides take twice the time.
-  struct Term {
-    i64 first;  // of its atoms
-    i32 atoms, is_filed;
-  };
-  Term term(i64 t) const
+  ParametrisedTerms(CI32 ri32, i32 ptr_at, i32 codeptr_at, i32 code_at, i32 nelem)
+      : ptr(ri32, ptr_at), codeptr(ri32, codeptr_at), code(ri32, code_at)
   {
-    const i32 first = codeptr[t], atoms = codeptr[t + 1] - first, is_one = atoms == 1;
-    // Read from a slot that is there in any case.
-    const i32 opcode = *(is_one ? &code[first] : &codeptr[t]);
-    return {first, atoms, (is_one & ((opcode == push_constant) | (opcode == moved_to_cof))) ^ 1};
+    if (nelem > 0 && codeptr[ptr[nelem]] == 0) code = codeptr;
   }
 
-  // Counts those of the terms b .. e-1 that are filed, and their atoms.
+  // Whether a term is trivial whose only atom is this.
+  static bool is_trivial(i32 opcode) { return (opcode == push_constant) | (opcode == moved_to_cof); }
+
+  // Counts those of the terms b .. e-1 that are filed, and their atoms. Branches that data decides would take four
+  // times as long, so that an opcode is read of every term; of one without atoms, which may be the last, that before
+  // it.
   void count(i64 b, i64 e, i32& terms, i32& atoms) const
   {
     for (i64 t = b; t < e; ++t) {
-      const Term counted = term(t);
-      terms += counted.is_filed;
-      atoms += counted.is_filed * counted.atoms;
+      const i32 first = codeptr[t], n = codeptr[t + 1] - first;
+      const i32 is_filed = ((n == 1) & is_trivial(code[std::max(first - (n == 0), 0)])) ^ 1;
+      terms += is_filed;
+      atoms += is_filed * n;
     }
   }
 };
@@ -89,7 +90,7 @@ i32 grown(i32 capacity, i32 top, i32 need)
 KERNEL((135), (i32 k, i32 c), count_parametrised_terms, i32 code, i32 codeptr, i32 nelem, i32 k, i32 c, i32 ptr,
        CI32 ri32)
 {
-  const ParametrisedTerms terms{{ri32, ptr}, {ri32, codeptr}, {ri32, code}};
+  const ParametrisedTerms terms(ri32, ptr, codeptr, code, nelem);
   // All elements at once: their terms follow one another.
   if (nelem > 0) terms.count(terms.ptr[0], terms.ptr[nelem], k, c);
   return {k, c};
@@ -99,7 +100,7 @@ KERNEL((135), (i32 k, i32 c), count_parametrised_terms, i32 code, i32 codeptr, i
 KERNEL((136), (i32 c, i32 k), lay_out_rows, i32 code, i32 codeptr, i32 c, i32 k, CI32 nativeidxs, i32 nelem, i32 ptr,
        CI32 ri32, I32 row_code_ptr, I32 row_param_ptrb, I32 row_param_ptre)
 {
-  const ParametrisedTerms terms{{ri32, ptr}, {ri32, codeptr}, {ri32, code}};
+  const ParametrisedTerms terms(ri32, ptr, codeptr, code, nelem);
   for (i64 i = 0; i < nelem; ++i) {
     i32 n = 0, m = 0;
     terms.count(terms.ptr[i], terms.ptr[i + 1], n, m);
@@ -125,7 +126,7 @@ KERNEL((137), (bool allnonneg), file_rows, F64 cconst, i32 cconstpos, I32 code, 
        CI32 nativeidxs, i32 nelem, i32 nidxs, bool allnonneg, I32 param_code_sizes, I64 param_varidx, i32 ptr,
        CF64 rf64, CI32 ri32, CI64 ri64, CI32 row_code_ptr, CI32 row_param_ptrb)
 {
-  const ParametrisedTerms terms{{ri32, ptr}, {ri32, codeptr}, {ri32, codepos}};
+  const ParametrisedTerms terms(ri32, ptr, codeptr, codepos, nelem);
   const Run operands{rf64, cconstpos};
   const Run variables{ri64, nidxs};
   for (i64 i = 0; i < nelem; ++i) {
@@ -134,12 +135,12 @@ KERNEL((137), (bool allnonneg), file_rows, F64 cconst, i32 cconstpos, I32 code, 
     const i32 row = nativeidxs[i];
     i64 p = row_code_ptr[row], q = row_param_ptrb[row];
     for (i64 t = begin; t < end; ++t) {
-      const ParametrisedTerms::Term term = terms.term(t);
-      if (!term.is_filed) continue;
-      copy_run(Run{code, p}, terms.code.from(term.first), term.atoms);
-      copy_run(Run{cconst, p}, operands.from(term.first), term.atoms);
-      p += term.atoms;
-      param_code_sizes[q] = term.atoms;
+      const i32 first = terms.codeptr[t], atoms = terms.codeptr[t + 1] - first;
+      if (atoms == 1 && terms.is_trivial(terms.code[first])) continue;
+      copy_run(Run{code, p}, terms.code.from(first), atoms);
+      copy_run(Run{cconst, p}, operands.from(first), atoms);
+      p += atoms;
+      param_code_sizes[q] = atoms;
       param_varidx[q] = variables[t];
       allnonneg &= variables[t] >= 0;
       ++q;

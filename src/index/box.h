@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <limits>
 
+#include "frame/scratch.h"
 #include "index/divisor.h"
-#include "index/pattern_runs.h"
 #include "index/shape.h"
 
 namespace fragments {
@@ -77,7 +77,7 @@ class BoxFilter {
     i64 place = 0, step = 0;  // the place of row `begin`, and the distance to that of the next one
   };
 
-  // Calls inside(b, e) for the stretches b .. e-1 of n flat positions, ascending, that are in the box. A stretch may
+  // Calls inside(b, e) for the stretches b .. e-1 of n flat positions, in any order, that are in the box. A stretch may
   // have no position.
   template <class Positions, class Inside>
   void for_each(const Positions& sp, i64 n, Inside inside) const
@@ -128,6 +128,21 @@ class BoxFilter {
     return static_cast<std::uint64_t>(k - from) < static_cast<std::uint64_t>(to - from);
   }
 
+  // The end of the stretch of positions from number k on that are between two. Eight at a time are tested without a
+  // branch on each.
+  template <class Positions>
+  static i64 stretch_between(i64 from, const Positions& sp, i64 k, i64 n, i64 to)
+  {
+    while (n - k >= 8) {
+      bool all = true;
+      for (i64 j = k; j < k + 8; ++j) all &= is_between(from, sp[j], to);
+      if (!all) break;
+      k += 8;
+    }
+    while (k < n && is_between(from, sp[k], to)) ++k;
+    return k;
+  }
+
   // Where many positions share a row, the end of a stretch is looked for. Where few do, each is tested by itself and
   // without a branch, which would be foretold wrongly at every end: inside() then gets stretches without a position
   // too.
@@ -140,7 +155,6 @@ class BoxFilter {
     i64 row = 0, begin = 0, end = 0, lo = 0, hi = 0;  // as those of a region, but flat positions, of one row
     for (i64 k = 0; k < n;) {
       const i64 flat = sp[k];
-      const auto skip_to = [&](i64 bound) { k = stretch_end(k + 1, n, [&](i64 j) { return sp[j] < bound; }); };
       if (!is_between(begin, flat, end)) {
         const auto [quotient, x] = row_.divide(flat);
         row = quotient;
@@ -153,14 +167,14 @@ class BoxFilter {
         } else {
           end = begin + ((row < region.lo ? region.lo : region.end) - row) * row_.value();
           lo = hi = begin;
-          skip_to(end);
+          k = stretch_between(begin, sp, k + 1, n, end);
           continue;
         }
       }
       const i64 b = k;
       if (are_rows_long) {
         const bool is_inside = is_between(lo, flat, hi);
-        skip_to(is_inside ? hi : flat < lo ? lo : end);
+        k = stretch_between(flat, sp, k + 1, n, is_inside ? hi : flat < lo ? lo : end);
         if (!is_inside) continue;
       } else {
         ++k;
@@ -215,38 +229,56 @@ class BoxFilter {
   Axis axes_[fast_axes];
 };
 
-// Calls block(b, length, step, rows) for blocks of rows of equal length and distance, row r being the flat positions
-// from b + r * step on, that together are those from `begin` up to `end`, exclusive, which the box holds on the axes
-// from d on, in ascending order: whole blocks of inner axes are skipped. `periods` says how many strides before d lie
-// between `begin`, which is a multiple of them, and `end`, so that nested strides take no division; 0 if neither holds.
-template <class Shape, class Strides, class Block>
-void for_each_box_block(const Box<Shape, Strides>& box, i64 d, i64 begin, i64 end, i64 periods, const Block& block)
-{
-  i64 period = end, box_begin = 0, box_end = end, inner_periods = 0;
-  if (d < box.nd) {
-    const i64 extent = box.shape[d], inner = box.step(d);
-    period = std::max<i64>(inner * extent, 1);
-    const i64 first = std::max<i64>(box.first[d], 0), last = std::min<i64>(box.last[d], extent);
-    box_begin = first * inner;
-    box_end = last * inner;
-    inner_periods = last - first;
-    if (d > 0 && box.stride[d - 1] != period) periods = 0;
+// A stretch of flat positions that is cut into those that a box holds along one axis, in ascending order.
+struct AxisCut {
+  i64 period = 0, box_begin = 0, box_end = 0;  // the box repeats after `period`
+  bool is_nested = false;                      // so are the strides up to here: a stretch begins with a period
+  i64 begin = 0, end = 0, start = 0;           // the stretch, and the period that comes next
+
+  template <class Shape, class Strides>
+  static AxisCut along(const Box<Shape, Strides>& box, i64 d, bool is_outer_nested)
+  {
+    const i64 extent = box.shape[d], step = box.step(d), period = std::max<i64>(step * extent, 1);
+    return {.period = period,
+            .box_begin = std::max<i64>(box.first[d], 0) * step,
+            .box_end = std::min<i64>(box.last[d], extent) * step,
+            .is_nested = is_outer_nested && (d == 0 || box.stride[d - 1] == period)};
   }
-  if (box_begin >= box_end) return;
-  const i64 rows = d + 1 >= box.nd ? std::max<i64>(periods, 1) : 1;
-  for (i64 start = periods > 0 ? begin : begin / period * period; start < end; start += rows * period) {
-    const i64 b = std::max(begin, start + box_begin), e = std::min(end, start + box_end);
-    if (b >= e) continue;
-    if (d + 1 >= box.nd) {
-      block(b, e - b, period, rows);
-    } else {
-      const bool is_whole = periods > 0 && e - b == box_end - box_begin;
-      for_each_box_block(box, d + 1, b, e, is_whole ? inner_periods : 0, block);
+  void cut(i64 from, i64 to)
+  {
+    begin = from;
+    end = to;
+    start = is_nested ? from : from / period * period;
+  }
+  // The positions from..to-1 of the next period, maybe none, and on to so many periods behind it; false at the end.
+  bool next(i64 periods, i64& from, i64& to)
+  {
+    if (start >= end) return false;
+    from = std::max(begin, start + box_begin);
+    to = std::min(end, start + box_end);
+    start += periods * period;
+    return true;
+  }
+};
+
+// Goes on to the next stretch of all axes but the last, from axis d on; false at the end.
+[[gnu::noinline]] inline bool next_of_outer_axes(AxisCut* cuts, i64 nd, i64& d, i64& begin, i64& end)
+{
+  while (d >= 0) {
+    if (!cuts[d].next(1, begin, end)) {
+      --d;
+    } else if (begin < end) {
+      if (d == nd - 2) return true;
+      cuts[++d].cut(begin, end);
     }
   }
+  return false;
 }
 
-// The same of all flat positions below n and all axes.
+// Calls block(b, length, step, rows) for blocks of rows of equal length and distance, row r being the flat positions
+// from b + r * step on, that together are those below n in the box, in ascending order: whole blocks of inner axes are
+// skipped. There is one place that calls block(), and no recursion, so that what it works on stays in registers: half
+// the time for short rows. Allocates a table of the axes if there are more than eight.
 template <class Shape, class Strides, class Block>
 void for_each_box_block(Box<Shape, Strides> box, i64 n, const Block& block)
 {
@@ -256,7 +288,33 @@ void for_each_box_block(Box<Shape, Strides> box, i64 n, const Block& block)
     return box.first[d] <= 0 && box.last[d] >= box.shape[d] && box.shape[d] > 0 && box.step(d) > 0;
   };
   while (box.nd > 1 && is_whole(box.nd - 1)) --box.nd;
-  for_each_box_block(box, 0, 0, n, 1, block);
+
+  const i64 nd = box.nd;
+  constexpr i64 near = 8;
+  AxisCut of_few_axes[near];
+  const Scratch<AxisCut> of_many_axes{nd > near ? nd : 0};
+  AxisCut* const cuts = nd > near ? &of_many_axes[0] : of_few_axes;
+  for (i64 d = 0; d < nd; ++d) {
+    cuts[d] = AxisCut::along(box, d, d == 0 || cuts[d - 1].is_nested);
+    if (cuts[d].box_begin >= cuts[d].box_end) return;
+  }
+  AxisCut last{.period = n, .box_end = n, .is_nested = true};
+  i64 whole = 0, periods = 1;  // the length of stretches that no end cuts, and the periods of the last axis in them
+  if (nd > 0) last = cuts[nd - 1];
+  if (nd > 1 && last.is_nested) {
+    whole = cuts[nd - 2].box_end - cuts[nd - 2].box_begin;
+    periods = whole / last.period;
+  }
+  if (nd > 1) cuts[0].cut(0, n);
+  i64 d = nd > 1 ? 0 : -1, begin = 0, end = n;
+  for (bool more = nd < 2 || next_of_outer_axes(cuts, nd, d, begin, end); more;
+       more = next_of_outer_axes(cuts, nd, d, begin, end)) {
+    const i64 rows = end - begin == whole ? periods : 1;
+    last.cut(begin, end);
+    for (i64 b = 0, e = 0; last.next(rows, b, e);) {
+      if (b < e) block(b, e - b, last.period, rows);
+    }
+  }
 }
 
 // Calls stretch(b, e) for the stretches b .. e-1 of flat positions below n in the box, in ascending order.

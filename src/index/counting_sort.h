@@ -9,6 +9,8 @@
 // Keys come from callables: of an item's number when counting, of the item when placing.
 #pragma once
 
+#include <algorithm>
+
 #include "frame/frame.h"
 
 namespace fragments {
@@ -84,6 +86,13 @@ void sort_pass(const Buckets& ptr, i64 buckets, i64 added, const From& from, con
 template <class Buckets>
 void shift_up(const Buckets& ptr, i64 n)
 {
+  if (n < 1) return;
+  if constexpr (requires { ptr.stride; }) {
+    if (ptr.stride == 1) {
+      std::copy_backward(&ptr[0], &ptr[n - 1] + 1, &ptr[n] + 1);
+      return;
+    }
+  }
   for (i64 b = n; b > 0; --b) ptr[b] = ptr[b - 1];
 }
 

@@ -17,6 +17,14 @@ Cursor stretch_end(Cursor k, std::type_identity_t<Cursor> n, Inside inside)
   return k;
 }
 
+// Whether n ascending flat positions are few in each row, if they are spread evenly. There it is better to divide each
+// than to branch on where a row ends.
+inline bool has_short_rows(Run<const i64> sp, i32 n, i64 width)
+{
+  constexpr i64 few = 12;
+  return n > 0 && Divisor(width).quotient(sp[n - 1] - sp[0]) >= n / few;
+}
+
 // Walks n flat positions in row runs, the maximal stretches with the same row t = sp / width. run(t, b, e) is called
 // for the positions b .. e-1.
 template <class EachRun>
@@ -30,6 +38,24 @@ void for_each_row_run(Run<const i64> sp, i32 n, i64 width, EachRun run)
     run(t, b, e);
     b = e;
   }
+}
+
+// The number of row runs. In short rows without branches: half the time.
+inline i32 count_row_runs(Run<const i64> sp, i32 n, i64 width)
+{
+  i32 count = 0;
+  if (!has_short_rows(sp, n, width)) {
+    for_each_row_run(sp, n, width, [&](i64, i32, i32) { ++count; });
+    return count;
+  }
+  const Divisor divisor(width);
+  i64 row = -1;
+  for (i64 k = 0; k < n; ++k) {
+    const i64 t = divisor.quotient(sp[k]);
+    count += t != row;
+    row = t;
+  }
+  return count;
 }
 
 // Walks the numbers order[b], order[b+1], ... order[e-1] in runs of neighbours: run(first, last) for each maximal

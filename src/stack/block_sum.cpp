@@ -15,8 +15,7 @@ namespace fragments {
 // `acc` plus the number of blocks that n flat positions lie in.
 KERNEL((496), (i32 acc), count_blocks, i64 blk, i32 acc, i32 n, i32 sp, CI64 wi64)
 {
-  for_each_row_run(Run{wi64, sp}, n, blk, [&](i64, i32, i32) { ++acc; });
-  return acc;
+  return acc + count_row_runs(Run{wi64, sp}, n, blk);
 }
 
 // Writes the pattern and the `ptr` of the next `ng` blocks that hold elements; `rptr[0]` is the caller's.
@@ -28,15 +27,30 @@ KERNEL((496), (i32 acc), count_blocks, i64 blk, i32 acc, i32 n, i32 sp, CI64 wi6
 KERNEL((499), (i32 cur), write_blocks, i64 blk, i32 n, i32 ptr, bool rhassp, I32 ri32, I64 ri64, i32 ng, i32 rptr,
        i32 rsp, i32 cur, i32 sp, CI32 wi32, CI64 wi64)
 {
+  if (ng <= 0) return cur;
   const Run ends{wi32, ptr};
   const Run pattern{wi64, sp};
   const Run result_pattern{ri64, rsp};
   const Run result_ptr{ri32, rptr};
+  const Divisor block(divisor("blk", blk));
+  if (has_short_rows(pattern.from(cur), n - cur, blk)) {
+    // The block is written anew with each of its elements, and nothing branches on where it ends.
+    i64 written = 0;
+    for (i64 last = -1; cur < n; ++cur) {
+      const i64 q = block.quotient(pattern[cur]);
+      written += q != last;
+      last = q;
+      if (written > ng) break;
+      if (rhassp) result_pattern[written - 1] = q;
+      result_ptr[written] = ends[cur + 1];
+    }
+    return cur;
+  }
   for (i64 g = 0; g < ng; ++g) {
-    const i64 q = pattern[cur] / divisor("blk", blk);
+    const i64 q = block.quotient(pattern[cur]);
     const i64 block_end = (q + 1) * blk;
     if (rhassp) result_pattern[g] = q;
-    while (cur < n && pattern[cur] < block_end) ++cur;
+    cur = stretch_end(cur, n, [&](i32 k) { return pattern[k] < block_end; });
     result_ptr[g + 1] = ends[cur];
   }
   return cur;

@@ -1,24 +1,33 @@
 // Checks of the index lists that come from a user: flat positions and rows of coordinates. A check sets its flags and
 // clears none; it always looks at the whole list.
 
+#include <algorithm>
+
 #include "index/shape.h"
 
 namespace fragments {
 namespace {
 
+// The oldest machines don't compare 64-bit vectors, but the sign bits that tell the same come from plain arithmetic: a
+// third of the time.
+
 bool any_outside(CI64 indices, i64 size)
 {
-  bool outside = false;
-  for (i64 k = 0; k < indices.count; ++k) outside |= indices[k] < 0 || indices[k] >= size;
-  return outside;
+  const i64 last = std::max<i64>(size, 0) - 1;
+  i64 signs = 0;
+  for (i64 k = 0; k < indices.count; ++k) signs |= indices[k] | wrapping_sub(last, indices[k]);
+  return signs < 0;
 }
 
 // Whether the list does not strictly ascend.
 bool any_unordered(CI64 indices)
 {
-  bool unordered = false;
-  for (i64 k = 0; k < indices.count - 1; ++k) unordered |= indices[k] >= indices[k + 1];
-  return unordered;
+  i64 signs = -1;
+  for (i64 k = 0; k < indices.count - 1; ++k) {
+    const i64 a = indices[k], b = indices[k + 1];
+    signs &= (a & ~b) | (~(a ^ b) & wrapping_sub(a, b));  // below 0 if a < b
+  }
+  return signs >= 0;
 }
 
 }  // namespace
@@ -43,7 +52,9 @@ KERNEL((408), (bool bad), has_index_outside, CI64 idxs, i64 size, bool bad)
 // - n (count): the picks
 KERNEL((406), (bool bad), has_coordinate_outside, CI32x2 idxs, i32 n, CI32 shape, bool bad)
 {
-  for (i64 i = 0; i < n; ++i) bad |= is_any_outside(Row{idxs, i}, shape, idxs.cols);
+  with_axis_count(idxs.cols, [&](auto axes) {
+    for (i64 i = 0; i < n; ++i) bad |= is_any_outside(Row{idxs, i}, shape, axes);
+  });
   return bad;
 }
 

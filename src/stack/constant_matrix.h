@@ -19,17 +19,28 @@ void for_each_row_group(CI32 msubi, i32 count, Group group)
   }
 }
 
-// Whether entry k lies outside the matrix; without branches, so that loops over entries are vectorised.
-inline bool is_entry_outside(CI32 msubi, CI32 msubj, i32 mdimi, i32 mdimj, i64 k)
+// The checks look at all entries without branches and collect 32-bit numbers, so that their loops are vectorised.
+
+// Whether any of the first `count` entries lies outside the matrix.
+inline bool any_entry_outside(CI32 msubi, CI32 msubj, i32 mdimi, i32 mdimj, i64 count)
 {
-  const i32 i = msubi[k], j = msubj[k];
-  return (i < 0) | (i >= mdimi) | (j < 0) | (j >= mdimj);
+  i32 outside = 0;
+  for (i64 k = 0; k < count; ++k) {
+    const i32 i = msubi[k], j = msubj[k];
+    outside |= (i < 0) | (i >= mdimi) | (j < 0) | (j >= mdimj);
+  }
+  return outside != 0;
 }
 
-// Whether entry k does not come strictly before entry k+1; a duplicate doesn't.
-inline bool is_unordered(CI32 msubi, CI32 msubj, i64 k)
+// Whether any of the first `count` entries does not come strictly before the next; a duplicate doesn't.
+inline bool any_entry_unordered(CI32 msubi, CI32 msubj, i64 count)
 {
-  return msubi[k] > msubi[k + 1] || (msubi[k] == msubi[k + 1] && msubj[k] >= msubj[k + 1]);
+  i32 unordered = 0;
+  for (i64 k = 0; k < count - 1; ++k) {
+    const i32 i = msubi[k], next = msubi[k + 1];
+    unordered |= (i > next) | ((i == next) & (msubj[k] >= msubj[k + 1]));
+  }
+  return unordered != 0;
 }
 
 }  // namespace fragments

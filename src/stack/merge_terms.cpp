@@ -118,6 +118,10 @@ KERNEL((397), (i32 e, i32 k), measure_merged_terms, i32 cof, i32 ncodeatom, i32 
     for (i64 i = 0; i < nelem; ++i) {
       const i64 begin = operand.ptr[i], end = operand.ptr[i + 1];
       if (begin >= end) continue;
+      if (end - begin == 1) {
+        terms += hascode || operand.cof[sorted[begin]] != 0.0;
+        continue;
+      }
       i64 variable = operand.nidxs[sorted[begin]];
       bool is_counted = false;
       terms += hascode;

@@ -52,8 +52,8 @@ void merge_rows(CI32 msubi, CI32 msubj, i32 mnnz, Run<const i64> sp, i32 nelem, 
 KERNEL((454, 459, 466), (bool badidx, bool badorder), check_matrix, bool badidx, bool badorder, i32 mdimi, i32 mdimj,
        i32 mnnz, CI32 msubi, CI32 msubj)
 {
-  for (i32 k = 0; k < mnnz; ++k) badidx |= is_entry_outside(msubi, msubj, mdimi, mdimj, k);
-  for (i32 k = 0; k < mnnz - 1; ++k) badorder |= is_unordered(msubi, msubj, k);
+  badidx |= any_entry_outside(msubi, msubj, mdimi, mdimj, mnnz);
+  badorder |= any_entry_unordered(msubi, msubj, mnnz);
   return {badidx, badorder};
 }
 
@@ -65,9 +65,8 @@ KERNEL((475), (bool badidx, bool badorder), check_matrix_to_first_fault, bool ba
        i32 mdimj, i32 mnnz, CI32 msubi, CI32 msubj)
 {
   if (!msubi.data || !msubj.data) return {badidx, badorder};
-  for (i32 k = 0; k < mnnz && !badidx; ++k) badidx = is_entry_outside(msubi, msubj, mdimi, mdimj, k);
-  if (badidx) return {badidx, badorder};
-  for (i32 k = 0; k < mnnz - 1 && !badorder; ++k) badorder = is_unordered(msubi, msubj, k);
+  badidx = badidx || any_entry_outside(msubi, msubj, mdimi, mdimj, mnnz);
+  badorder = badorder || (!badidx && any_entry_unordered(msubi, msubj, mnnz));
   return {badidx, badorder};
 }
 

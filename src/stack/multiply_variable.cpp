@@ -42,10 +42,21 @@
 namespace fragments {
 namespace {
 
-// Row and column of the n elements of a pattern with `width` columns; row(t, m) for each row t with m elements.
+// Row and column of the n elements of a pattern with `width` columns; row(t, m) for each row t with m elements, or one
+// by one where rows are short.
 template <class EachRow>
 void split_pattern(Run<const i64> sp, i32 n, i32 width, Run<i32> rows, Run<i32> cols, EachRow row)
 {
+  if (has_short_rows(sp, n, width)) {
+    const Divisor divisor(width);
+    for (i64 m = 0; m < n; ++m) {
+      const auto [t, column] = divisor.divide(sp[m]);
+      rows[m] = static_cast<i32>(t);
+      cols[m] = static_cast<i32>(column);
+      row(t, 1);
+    }
+    return;
+  }
   for_each_row_run(sp, n, width, [&](i64 t, i32 b, i32 e) {
     const i64 row_start = t * width;
     for (i32 m = b; m < e; ++m) {
@@ -60,8 +71,8 @@ void split_pattern(Run<const i64> sp, i32 n, i32 width, Run<i32> rows, Run<i32> 
 template <class Key>
 i32 count_stretches(i64 n, Key key)
 {
-  i32 count = 0;
-  for (i64 k = 0; k < n; ++k) count += k == 0 || key(k) != key(k - 1);
+  i32 count = n > 0;
+  for (i64 k = 1; k < n; ++k) count += key(k) != key(k - 1);
   return count;
 }
 
@@ -118,23 +129,21 @@ void intersect_left(Run<const i32> mrowptr, i32 mdimi, CI32 msubj, Run<const i32
 // column.
 KERNEL((489), (bool ok), is_matrix_valid, i32 mdimi, i32 mdimj, CI32 msubi, CI32 msubj, bool ok)
 {
-  for (i64 k = 0; k < msubi.count; ++k) ok &= !is_entry_outside(msubi, msubj, mdimi, mdimj, k);
-  for (i64 k = 0; k < msubi.count - 1; ++k) ok &= !is_unordered(msubi, msubj, k);
+  ok &= !any_entry_outside(msubi, msubj, mdimi, mdimj, msubi.count);
+  ok &= !any_entry_unordered(msubi, msubj, msubi.count);
   return ok;
 }
 
 // Sets `badidx` if an entry of M lies outside (mdimi, mdimj).
 KERNEL((490), (bool badidx), has_entry_outside, bool badidx, i32 mdimi, i32 mdimj, CI32 msubi, CI32 msubj)
 {
-  for (i64 k = 0; k < msubi.count; ++k) badidx |= is_entry_outside(msubi, msubj, mdimi, mdimj, k);
-  return badidx;
+  return badidx | any_entry_outside(msubi, msubj, mdimi, mdimj, msubi.count);
 }
 
 // Sets `badorder` if an entry of M does not come strictly before the next by row, then column.
 KERNEL((491), (bool badorder), has_unordered_entries, bool badorder, CI32 msubi, CI32 msubj)
 {
-  for (i64 k = 0; k < msubi.count - 1; ++k) badorder |= is_unordered(msubi, msubj, k);
-  return badorder;
+  return badorder | any_entry_unordered(msubi, msubj, msubi.count);
 }
 
 // Counts the rows of x that have a stored element, 1 for a vector. The right product with a dense M has this number
@@ -147,9 +156,7 @@ KERNEL((476), (i32 res), count_stored_rows, i32 n, i32 sp, CI64 wi64, i32 res, i
 {
   if (n < 1) return res;
   if (n == 1 || xnd < 2) return 1;
-  res = 0;
-  for_each_row_run(Run{wi64, sp}, n, d1, [&](i64, i32, i32) { ++res; });
-  return res;
+  return count_row_runs(Run{wi64, sp}, n, d1);
 }
 
 // Right product, dense M, sparse x: all of it. Each row of x with a stored element and each column of M make an

@@ -26,7 +26,8 @@ KERNEL((418), (), write_permuted_shape, CI32 dperm, i32 nd, I32 ri32, i32 rshape
 }
 
 // Computes the flat position in the result of each stored element, into `sp`. A record without axes has the one
-// position 0. Allocates `nd` coordinates, which are divided anew only where they change.
+// position 0. Along the last axis of the operand positions in the result are one step apart: divided is where a row
+// begins, or always if rows are too short for a branch on that. Allocates `nd` axes.
 //
 // - stride (array; nd): the row-major strides of the operand
 KERNEL((419), (), write_permuted_positions, CI32 dperm, i32 from, i32 nd, i32 nelem, CI32 ri32, i32 rshape, I64 sp,
@@ -39,21 +40,36 @@ KERNEL((419), (), write_permuted_positions, CI32 dperm, i32 from, i32 nd, i32 ne
     for (i64 i = 0; i < nelem; ++i) sp[i] = 0;
     return;
   }
-  const Scratch<i64> coordinates{nd};
+  // The steps along an axis of the operand, there and in the result.
+  struct Axis {
+    Divisor stride;
+    i64 step;
+  };
+  const Scratch<Axis> axes{nd};
+  for (i64 d = 0; d < nd; ++d) axes[d] = {Divisor(divisor("stride", stride[d])), 0};
+  i64 step = 1;
+  for (i64 d = nd - 1; d >= 0; --d) {
+    axes[dperm[d]].step = wrapping_add(axes[dperm[d]].step, step);
+    step = wrapping_mul<i64>(step, rextents[d]);
+  }
+  const Axis last = axes[nd - 1];
+  constexpr i64 worth_a_branch = 8;
+  const i64 row_length = nd > 1 && stride[nd - 2] >= worth_a_branch ? stride[nd - 2] : 0;
+  i64 row = 0, row_place = 0;
   for (i64 i = 0; i < nelem; ++i) {
-    i64 rest = pattern[i];
-    for (i64 d = 0; d < nd; ++d) {
-      const i64 block = stride[d];
-      i64 within = rest - coordinates[d] * block;
-      if (within < 0 || within >= block) {
-        coordinates[d] = block == 1 ? rest : rest / divisor("stride", block);
-        within = rest - coordinates[d] * block;
+    const i64 flat = pattern[i];
+    if (flat < row || flat - row >= row_length) {
+      i64 rest = flat;
+      row_place = 0;
+      for (i64 d = 0; d < nd - 1; ++d) {
+        const auto [quotient, remainder] = axes[d].stride.divide(rest);
+        row_place = wrapping_add(row_place, wrapping_mul(quotient, axes[d].step));
+        rest = remainder;
       }
-      rest = within;
+      row = flat - rest;
     }
-    i64 flat = coordinates[dperm[0]];
-    for (i64 d = 1; d < nd; ++d) flat = flat * rextents[d] + coordinates[dperm[d]];
-    sp[i] = flat;
+    const i64 x = last.stride.value() == 1 ? flat - row : last.stride.quotient(flat - row);
+    sp[i] = wrapping_add(row_place, wrapping_mul(x, last.step));
   }
 }
 

@@ -3,6 +3,8 @@
 //
 //     strides of the operand 413 and, for a sparse one, of the result 416; measure 414; write 417
 //
+// For a dense operand 414 and 417 allocate a cut of the box for each axis.
+//
 // - st (array; nd): the operand's strides, in elements, row-major
 // - first (array; nd): where the box begins along each axis, inclusive
 // - last (array; nd): where the box ends along each axis, exclusive

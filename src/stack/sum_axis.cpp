@@ -16,6 +16,7 @@
 // - inner (extent): the product of the extents behind the axis
 // - ext_inner (extent): `inner` times the extent of the axis
 
+#include <limits>
 #include <utility>
 
 #include "index/counting_sort.h"
@@ -33,25 +34,29 @@ struct Group {
 };
 
 // The group of a flat position. The quotient is kept for a block of ext*inner positions, where the sort leaves
-// consecutive elements.
+// consecutive elements, unless blocks are too short for a branch on where they end.
 class GroupFinder {
  public:
-  GroupFinder(i32 ext_inner, i32 inner, i32 outer) : ext_inner_(ext_inner), outer_(outer), inner_(inner) {}
+  GroupFinder(i32 ext_inner, i32 inner, i32 outer)
+      : ext_inner_(ext_inner), outer_(outer), inner_(inner), kept_(ext_inner >= worth_a_branch ? ext_inner : 0)
+  {
+  }
 
   Group operator()(i64 flat)
   {
-    if (flat < block_ || flat >= block_ + ext_inner_) {
-      const i64 quotient = flat / divisor("ext_inner", ext_inner_);
-      block_ = quotient * ext_inner_;
-      a_ = quotient % divisor("outer", outer_);
+    if (flat < block_ || flat - block_ >= kept_) {
+      const i64 quotient = ext_inner_.quotient(flat);
+      block_ = quotient * divisor("ext_inner", ext_inner_.value());
+      a_ = quotient < divisor("outer", outer_.value()) ? quotient : outer_.remainder(quotient);
     }
-    return {a_, inner_.remainder(flat)};
+    return {a_, inner_.value() == 1 ? 0 : inner_.remainder(flat)};
   }
 
  private:
-  i64 ext_inner_, outer_;
-  Divisor inner_;
-  i64 block_ = -ext_inner_, a_ = 0;
+  static constexpr i64 worth_a_branch = 64;
+
+  Divisor ext_inner_, outer_, inner_;
+  i64 kept_, block_ = std::numeric_limits<i64>::max(), a_ = 0;
 };
 
 }  // namespace

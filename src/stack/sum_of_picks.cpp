@@ -28,7 +28,9 @@ KERNEL((449), (), write_strides_of_picks, i32 nd, I64 s, CI32 shape)
 // - vsub (array; rows x axes): the coordinates of the chosen elements, one element a row
 KERNEL((450), (), add_flat_positions, i32 nd, I64 res, CI64 s, CI32x2 vsub)
 {
-  for (i64 r = 0; r < vsub.rows; ++r) res[r] = flat_position(Row{vsub, r}, s, nd, res[r]);
+  with_axis_count(nd, [&](auto axes) {
+    for (i64 r = 0; r < vsub.rows; ++r) res[r] = flat_position(Row{vsub, r}, s, axes, res[r]);
+  });
 }
 
 // Counts the terms of the result on from `rnnz`. It has two atoms a term more than the chosen elements have.

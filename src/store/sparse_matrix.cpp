@@ -110,9 +110,7 @@ KERNEL((644), (), scatter_entries, i32 ncols, F64 r, CI32 subi, CI32 subj, CF64 
 // - flag (flag): whether there is one; a flag that comes in set stays so
 KERNEL((640), (bool flag), find_entry_outside, i32 nrows, i32 ncols, i64 n, bool flag, CI32 subi_, CI32 subj_)
 {
-  i32 outside = flag;
-  for (i64 k = 0; k < n; ++k) outside |= is_entry_outside(subi_, subj_, nrows, ncols, k);
-  return outside != 0;
+  return flag | any_entry_outside(subi_, subj_, nrows, ncols, n);
 }
 
 // Finds the greatest row and the greatest column of n entries.
