@@ -77,11 +77,10 @@ KERNEL((1), (), bind_ranged_expressions, I32 accafeidxs, F64 accb, CI32 afeidxs,
   const Run source{afeidxs, from};
   const Run lower{accafeidxs, to}, upper{accafeidxs, i64{to} + n};
   const Run lower_b{accb, to}, upper_b{accb, i64{to} + n};
-  for (i64 k = 0; k < n; ++k) {
-    lower[k] = upper[k] = source[k];
-    lower_b[k] = lb[k];
-    upper_b[k] = ub[k];
-  }
+  copy_slots(lower, source, n);
+  copy_slots(upper, source, n);
+  copy_slots(lower_b, Run{lb, 0}, n);
+  copy_slots(upper_b, Run{ub, 0}, n);
 }
 
 // Binds n expressions to a constraint with the constants `b`.
