@@ -92,6 +92,23 @@ def test_a_depth_on_entry_shifts_the_first_run_only():
     assert (val, result, stack[:4]) == ([-7.0, 4.0], (3, 0), [4.0, -7.0, -3.0, -7.0])
 
 
+def test_multiples_of_parameters_among_other_programs():
+    multiple = [(2, 0.5), (1, 2.0), (5, 0.0)]
+    others = [[*multiple[:2], (3, 0.0)], [(2, 3.0), (2, 5.0), (5, 0.0)], [(1, 1.0), *multiple[1:]], [*multiple, (4, 0.0)], []]
+    p1, p2 = PARAMETERS[1], PARAMETERS[2]
+    for number in (25, 134):
+        for other, value in zip(others, [0.5 + p2, 15.0, p1 * p2, -0.5 * p2, 0.5 * p2]):
+            rows = [[(multiple, 1), (multiple, 2)], [(multiple, 3), (other, 4), (multiple, 5)], [(other, 6)]]
+            *_, val, result, stack = evaluate(number, rows)
+            assert val == [0.5 * p2] * 3 + [value, 0.5 * p2, value] and result == (7, 0)
+            assert stack[:3] == [value, 5.0 if other is others[1] else p2, -7.0]
+        assert evaluate(number, [[(multiple, 1)]])[4][:3] == [0.5 * p2, p2, -7.0]
+        *_, val, result, stack = evaluate(number, [[(multiple, 1), (multiple, 2)]], top=2)
+        assert (val, result, stack[:5]) == ([-7.0, 0.5 * p2], (3, 0), [0.5 * p2, p2, 0.5 * p2, p2, -7.0])
+        # What stands on the stack is there before the program that finds it.
+        assert evaluate(number, [[(multiple, 1), ([], 2), ([(0, 1.0)], 3)]])[2] == [0.5 * p2] * 3
+
+
 def test_variables_are_cut_and_rows_without_terms_skipped():
     rows = [[([(2, 1.0)], 2**32 + 5)], [], [([(2, 2.0)], -(2**31) - 1), ([(2, 3.0)], 7)]]
     assert evaluate(134, rows)[1] == [5, 2**31 - 1, 7]

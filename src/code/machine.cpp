@@ -57,12 +57,19 @@ struct Rows {
 template <class Entry>
 void evaluate(const Rows& rows, i64 n, Machine machine, i32& top, Entry entry)
 {
+  // Whether all terms so far were multiples of parameters: as a rule all are, or they are mixed.
+  bool are_multiples = top == 0;
   for (i64 row = 0; row < n; ++row) {
     const i32 begin = rows.begin[row], end = rows.end[row];
     if (begin >= end) continue;
     machine.opcode = {rows.code, rows.first_atom[row]};
     machine.operand = {rows.cconst, rows.first_atom[row]};
-    for (i64 t = begin; t < end; ++t) {
+    i64 t = begin;
+    if (are_multiples) {
+      t = machine.run_multiples(rows.sizes, begin, end, [&](i64 k, f64 value) { entry(row, rows.variables[k], value); });
+      are_multiples = t == end;
+    }
+    for (; t < end; ++t) {
       if (const i32 size = rows.sizes[t]; size > 0) machine.run(size, top);
       entry(row, rows.variables[t], machine.stack[0]);
       top = 0;
@@ -85,12 +92,13 @@ KERNEL((25), (i32 k, i32 top), evaluate_rows, CF64 cconst, CI32 code, CI64 coden
 {
   const Machine machine{.param_value = param_value, .stack{xf64, xbase}};
   const Rows rows{rowptrb, rowptre, codeptr, codesizes, codenidx, code, cconst};
+  i64 at = k;
   evaluate(rows, nrows, machine, top, [&](i64, i64 variable, f64 value) {
-    subj[k] = static_cast<i32>(variable);
-    val[k] = value;
-    ++k;
+    subj[at] = static_cast<i32>(variable);
+    val[at] = value;
+    ++at;
   });
-  return {k, top};
+  return {static_cast<i32>(at), top};
 }
 
 // Evaluates all rows, as many as `row_param_ptrb` has entries, to rows, columns and values, entry `k` first. Variables
@@ -101,13 +109,14 @@ KERNEL((134), (i32 k, i32 top), evaluate_all_rows, CF64 cconst, CI32 code, i32 k
 {
   const Machine machine{.param_value = param_value, .stack{xf64, xbase}};
   const Rows rows{row_param_ptrb, row_param_ptre, row_code_ptr, param_code_sizes, param_varidx, code, cconst};
+  i64 at = k;
   evaluate(rows, row_param_ptrb.count, machine, top, [&](i64 row, i64 variable, f64 value) {
-    subi[k] = static_cast<i32>(row);
-    subj[k] = static_cast<i32>(variable);
-    val[k] = value;
-    ++k;
+    subi[at] = static_cast<i32>(row);
+    subj[at] = static_cast<i32>(variable);
+    val[at] = value;
+    ++at;
   });
-  return {k, top};
+  return {static_cast<i32>(at), top};
 }
 
 }  // namespace fragments

@@ -15,6 +15,27 @@ struct Machine {
   CF64 param_value{};
   Run<f64> stack{};
 
+  // Runs programs as long as they are (2, c), (1, p), (5), from depth 0 on: program t has sizes[t] atoms, t = begin to
+  // end - 1, and result(t, value) takes what it leaves. Returns the first t that is another, or end. A term takes 0.85
+  // of its time in `run`, since the stack is written only behind the last.
+  template <class Result>
+  i64 run_multiples(CI32 sizes, i64 begin, i64 end, Result result)
+  {
+    f64 value = 0.0, parameter = 0.0;
+    i64 t = begin;
+    for (; t < end && sizes[t] == 3 && is_multiple(); ++t) {
+      parameter = param_value[static_cast<i32>(operand[1])];
+      value = operand[0] * parameter;
+      skip(3);
+      result(t, value);
+    }
+    if (t > begin) {
+      stack[0] = value;
+      stack[1] = parameter;
+    }
+    return t;
+  }
+
   // Runs the next n atoms, n above 0, from a depth on.
   //
   // The most frequent programs have roads of their own: a constant, and a constant times a parameter, (2, c), (1, p),
@@ -27,7 +48,7 @@ struct Machine {
         skip(1);
         return;
       }
-      if (n == 3 && opcode[1] == push_parameter && opcode[2] == multiply) [[likely]] {
+      if (n == 3 && is_multiple()) [[likely]] {
         const f64 value = param_value[static_cast<i32>(operand[1])];
         stack[depth] = operand[0] * value;
         stack[depth + 1] = value;
@@ -39,6 +60,12 @@ struct Machine {
   }
 
  private:
+  // Whether the next atoms are a constant times a parameter.
+  bool is_multiple() const
+  {
+    return opcode[0] == push_constant && opcode[1] == push_parameter && opcode[2] == multiply;
+  }
+
   void skip(i64 atoms)
   {
     opcode = opcode.from(atoms);

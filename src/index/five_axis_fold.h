@@ -161,6 +161,30 @@ struct Positions {
   i64 operator[](i64 k) const { return first + k * step; }
 };
 
+// Walks one triangle, i3 from 0 to i1 or, if `upper`, from i1 to dim[1]-1, in runs of elements at equal distances:
+// run(flat, n), flat Positions. A row is one run where its elements are neighbours, else with dim[4] 1; no run is empty.
+template <class T, class EachRun>
+void for_each_row_in_triangle(CI32 dim, StridedArray<T> stride, bool upper, EachRun run)
+{
+  if (dim[4] <= 0) return;
+  for (i64 i0 = 0; i0 < dim[0]; ++i0) {
+    for (i64 i1 = 0; i1 < dim[1]; ++i1) {
+      for (i64 i2 = 0; i2 < dim[2]; ++i2) {
+        const i64 begin = upper ? i1 : 0, count = upper ? dim[1] - i1 : i1 + 1;
+        const i64 first = i0 * stride[0] + i1 * stride[1] + i2 * stride[2] + begin * stride[3];
+        const i64 n = dim[4];
+        if (n == 1) {
+          run(Positions{first, stride[3]}, count);
+        } else if (const i64 step = stride[4]; stride[3] == n * step) {
+          run(Positions{first, step}, count * n);
+        } else {
+          for (i64 k = 0; k < count; ++k) run(Positions{first + k * stride[3], step}, n);
+        }
+      }
+    }
+  }
+}
+
 // Walks one triangle, i3 from 0 to i1 or, if `upper`, from i1 to dim[1]-1, in runs of elements and their mirrors:
 // run(flat, mirror, n), both Positions. With dim[4] 1 a run goes along i3, else along i4. No run is empty.
 template <class T, class EachRun>

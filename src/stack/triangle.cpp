@@ -16,25 +16,12 @@
 namespace fragments {
 namespace {
 
-// The runs of a row are neighbours and make up one stretch, which takes half the time to write.
 i32 write_triangle_positions(CI32 dim, i32 k, Run<i64> sp, CI32 stride, bool upper)
 {
-  i64 first = 0, count = 0;
-  const auto write_stretch = [&] {
-    fill_progression(sp.from(k), count, first, 1);
-    k += static_cast<i32>(count);
-    count = 0;
-  };
-  for_each_run_in_triangle(dim, stride, upper, [&](Positions flat, Positions, i64 n) {
-    if (flat.step != 1 || flat.first != first + count) write_stretch();
-    if (flat.step == 1) {
-      first = flat.first - count;
-      count += n;
-    } else {
-      for (i64 j = 0; j < n; ++j, ++k) sp[k] = flat[j];
-    }
+  for_each_row_in_triangle(dim, stride, upper, [&](Positions flat, i64 n) {
+    fill_progression(sp.from(k), n, flat.first, flat.step);
+    k += static_cast<i32>(n);
   });
-  write_stretch();
   return k;
 }
 
@@ -50,7 +37,7 @@ KERNEL((551), (i32 nc, i32 nnz), measure_triangle, i32 codeptr, CI32 dim, bool h
   const Operand operand{.ptr{wi32, ptr}, .codeptr{wi32, codeptr}};
   Size triangle(operand, ncodeatom > 0, {.terms = nnz, .atoms = nc});
   if (!hassp) {
-    for_each_run_in_triangle(dim, stride, upper, [&](Positions flat, Positions, i64 n) {
+    for_each_row_in_triangle(dim, stride, upper, [&](Positions flat, i64 n) {
       if (flat.step == 1) {
         triangle.append(operand.terms(flat[0], flat[n]));
       } else {
