@@ -69,10 +69,12 @@ KERNEL((216), (i32 pos), repeat_along_axis, i32 p, i32 q, i32 pos, i32 reps, i32
   const Coordinate coordinate{Divisor(w), Divisor(p)};
   const Divisor behind(q), slab(v);
   const i64 step = i64{p} * q;
+  const bool is_nested = w == q && v == step;
   for (i64 r = 0; r < n; ++r, pos += reps) {
     const i64 flat = tsp[r];
-    const i64 first = coordinate(flat) * q + slab.quotient(flat) * u + behind.remainder(flat);
-    repeat_element(rnativeidxs, rsp, pos, reps, tnativeidxs[r], first, step);
+    const auto [block, rest] = slab.divide(flat);
+    const i64 in_block = is_nested ? rest : coordinate(flat) * q + behind.remainder(flat);
+    repeat_element(rnativeidxs, rsp, pos, reps, tnativeidxs[r], block * u + in_block, step);
   }
   return pos;
 }
