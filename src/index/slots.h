@@ -17,6 +17,16 @@ void fill_slots(Run<T> to, i64 n, T value)
   for (i64 k = 0; k < n; ++k) to[k] = value;
 }
 
+// A loop of stores takes longer than memset, whose vectors are wider.
+template <class T>
+void clear_slots(Run<T> to, i64 n)
+{
+  if (n < 1) return;
+  if (to.stride != 1) return fill_slots(to, n, T{0});
+  to.bounds.check_run(n);
+  std::memset(to.data, 0, static_cast<std::size_t>(n) * sizeof(T));
+}
+
 // Whether these slots are neighbours in memory and lie apart from the others, so that the order of a copy doesn't show.
 template <class T>
 bool are_apart(Run<T> to, i64 to_count, std::type_identity_t<Run<const T>> from, i64 from_count)
@@ -117,7 +127,7 @@ void scale_slots(Run<T> to, std::type_identity_t<Run<const T>> from, i64 n, T fa
   for (i64 k = 0; k < n; ++k) to[k] = from[k] * factor;
 }
 
-// to[k] = first + k * step. The loop over many is a function of its own, see copy_long_run().
+// to[k] = first + k * step. The loop over many is a function of its own, see copy_long_run(); a few go in pairs.
 template <class T>
 [[gnu::noinline]] void fill_long_progression(T* to, i64 n, T first, T step)
 {
@@ -129,6 +139,14 @@ void fill_progression(Run<T> to, i64 n, T first, std::type_identity_t<T> step)
   if (to.stride == 1 && n >= long_run) {
     to.bounds.check_run(n);
     fill_long_progression(to.data, n, first, step);
+  } else if (to.stride == 1 && n > 1) {
+    to.bounds.check_run(n);
+    using Pair = typename PairOf<T>::type;
+    Pair pair{first, first + step};
+    const i64 last = n - 2;
+    const Pair last_pair = pair + step * static_cast<T>(last);
+    for (i64 k = 0; k < last; k += 2, pair += 2 * step) store_pair(to.data + k, pair);
+    store_pair(to.data + last, last_pair);
   } else {
     for (i64 k = 0; k < n; ++k, first += step) to[k] = first;
   }

@@ -15,17 +15,8 @@ namespace {
 // n repetitions of one element from slot pos on, `step` apart.
 void repeat_element(I64 rnativeidxs, I64 rsp, i64 pos, i64 n, i64 number, i64 first, i64 step)
 {
-  const Run positions{rsp, pos}, numbers{rnativeidxs, pos};
-  if (n < 8) {
-    for (i64 t = 0; t < n; ++t, first += step) {
-      stay_scalar(t);
-      positions[t] = first;
-      numbers[t] = number;
-    }
-  } else {
-    fill_progression(positions, n, first, step);
-    for (i64 t = 0; t < n; ++t) numbers[t] = number;
-  }
+  fill_progression(Run{rsp, pos}, n, first, step);
+  fill_progression(Run{rnativeidxs, pos}, n, number, 0);
 }
 
 }  // namespace

@@ -14,10 +14,11 @@
 // - xbase (position in xi32; one a run, and 1): where the listed runs begin; slot 0 is the caller's
 // - acc (cursor): the slots of all runs listed so far
 
+#include "model/row_sides.h"
+
 #include <utility>
 
 #include "frame/copy_run.h"
-#include "model/row_sides.h"
 
 namespace fragments {
 namespace {

@@ -55,7 +55,7 @@ void subtract(F64 to, CF64 lower, CF64 upper, i32 n)
 template <class... Array>
 i32 clear(i32 start, i32 end, Array... arrays)
 {
-  (fill_slots(Run{arrays, start}, i64{end} - start, 0.0), ...);
+  (clear_slots(Run{arrays, start}, i64{end} - start), ...);
   return start < end ? end : start;
 }
 
