@@ -150,13 +150,14 @@ KERNEL((87), (i32 c), scale_triangle_elements, F64 acon_elm_scale, CI32 aconidxs
        i64 q4, i32 c, f64 s)
 {
   const i64 triangles = q2 * q0 * q4;
+  i64 place = c;
   for (i64 t = 0; t < triangles; ++t) {
     for (i64 j = 0; j < cols; ++j) {
-      ++c;
-      for (i64 i = j + 1; i < d; ++i) acon_elm_scale[aconidxs[c++]] = s;
+      ++place;
+      for (i64 i = j + 1; i < d; ++i) acon_elm_scale[aconidxs[place++]] = s;
     }
   }
-  return c;
+  return static_cast<i32>(place);
 }
 
 // Packs the expressions of lower triangles, listed from place c on: without `flag` listed by rows and packed by

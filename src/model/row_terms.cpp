@@ -86,33 +86,6 @@ void measure_rows(const Operand& rows, i32 n, CI32 barj, RowSizes& sizes, Linear
   }
 }
 
-// Row by row the terms for which is_listed(p, number) is true, to the places from `ptrb[r]` on, the numbers cut to 32
-// bits; pass(r, p, number) sees every term. Sets all of `ptrb` but its first slot, the caller's.
-//
-// Up to the last one that is listed, all terms are written, since the next one listed overwrites the place of one that
-// isn't: a branch on it would be foretold wrongly too often.
-template <class Start, class IsListed, class Pass>
-void split_rows(const Operand& rows, i32 n, StridedArray<Start> ptrb, I32 subj, F64 cof, IsListed is_listed, Pass pass)
-{
-  if (n <= 0) return;
-  i32 last = rows.ptr[n];
-  while (last > rows.ptr[0] && !is_listed(last - 1, rows.nidxs[last - 1])) --last;
-  i64 place = ptrb[0];
-  for (i64 r = 0; r < n; ++r) {
-    const i32 e = rows.ptr[r + 1], listed = std::min(e, last);
-    i32 p = rows.ptr[r];
-    for (; p < listed; ++p) {
-      const i64 v = rows.nidxs[p];
-      pass(r, p, v);
-      subj[place] = static_cast<i32>(v);
-      cof[place] = rows.cof[p];
-      place += is_listed(p, v);
-    }
-    for (; p < e; ++p) pass(r, p, rows.nidxs[p]);
-    ptrb[r + 1] = static_cast<Start>(place);
-  }
-}
-
 // A list of sparse symmetric matrices: for each its variable, order and number of entries, and the entries of all.
 struct MatrixList {
   I32 barsubj;
@@ -200,11 +173,22 @@ KERNEL((76), (), split_linear_and_constant_terms, F64 bfix, F64 cof, i32 fpos, i
 {
   const StackArrays r{ri32, ri64, rf64};
   const Operand rows = r.operand(ppos, ipos, fpos);
-  split_rows(
-      rows, n, ptrb, subj, cof, [](i32, i64 v) { return v > 0; },
-      [&](i64 row, i32 p, i64 v) {
-        if (v == 0) bfix[row] += rows.cof[p];
-      });
+  if (n <= 0) return;
+  i64 place = ptrb[0];
+  for (i64 row = 0; row < n; ++row) {
+    const i32 e = rows.ptr[row + 1];
+    for (i32 p = rows.ptr[row]; p < e; ++p) {
+      const i64 v = rows.nidxs[p];
+      if (v > 0) [[likely]] {
+        subj[place] = static_cast<i32>(v);
+        cof[place] = rows.cof[p];
+        ++place;
+      } else if (v == 0) {
+        bfix[row] += rows.cof[p];
+      }
+    }
+    ptrb[row + 1] = static_cast<i32>(place);
+  }
 }
 
 // Lists the linear and constant terms of n rows whose coefficient differs from 0.0, from place ptrb[0] on; NaN does.
@@ -213,8 +197,22 @@ KERNEL((79), (), split_nonzero_terms, F64 cof, i32 fpos, i32 n, i32 ipos, i32 pp
 {
   const StackArrays r{ri32, ri64, rf64};
   const Operand rows = r.operand(ppos, ipos, fpos);
-  split_rows(
-      rows, n, ptrb, subj, cof, [&](i32 p, i64 v) { return (v >= 0) & (rows.cof[p] != 0.0); }, [](i64, i32, i64) {});
+  if (n <= 0) return;
+  const auto is_listed = [&](i64 p) { return (rows.nidxs[p] >= 0) & (rows.cof[p] != 0.0); };
+  // Which coefficients are 0.0 is a matter of chance. Up to the last term that is listed all are written, since the
+  // next one listed overwrites the place of one that isn't: without a branch on it, in half the time.
+  i32 last = rows.ptr[n];
+  while (last > rows.ptr[0] && !is_listed(last - 1)) --last;
+  i64 place = ptrb[0];
+  for (i64 row = 0; row < n; ++row) {
+    const i32 e = std::min(rows.ptr[row + 1], last);
+    for (i64 p = rows.ptr[row]; p < e; ++p) {
+      subj[place] = static_cast<i32>(rows.nidxs[p]);
+      cof[place] = rows.cof[p];
+      place += is_listed(p);
+    }
+    ptrb[row + 1] = place;
+  }
 }
 
 // Appends the semidefinite terms of n rows as lower triangles of symmetric matrices, one for each run of one variable.

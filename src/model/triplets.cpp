@@ -60,13 +60,13 @@ KERNEL((113, 117), (), count_rows_and_columns, I64 cptrb, i64 nnz, I64 rptrb, CI
 // Counts the entries by column.
 KERNEL((121), (), count_columns, I64 cptrb, i64 nnz, CI32 subj)
 {
-  count_buckets(buckets_of(cptrb), nnz, [&](i64 k) { return subj[k]; });
+  count_buckets(buckets_of(cptrb), nnz, [&](i64 k) -> i64 { return subj[k]; });
 }
 
 // Counts the entries by row.
 KERNEL((124), (), count_rows, i64 nnz, I64 rptrb, CI32 subi)
 {
-  count_buckets(buckets_of(rptrb), nnz, [&](i64 k) { return subi[k]; });
+  count_buckets(buckets_of(rptrb), nnz, [&](i64 k) -> i64 { return subi[k]; });
 }
 
 // Adds up the counts of n rows: slot i+1 grows by slot i for i from 1 to n-1.
