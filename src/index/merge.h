@@ -97,29 +97,14 @@ inline bool are_alike(i64 a, i64 b)
   return a < 8 * b && b < 8 * a;
 }
 
-// Lists of no more items together are walked by the plain loop: to note their matches takes up to twice the time.
-constexpr i64 short_walk = 32;
-
 // Walks the two in step until one of them is exhausted: match(a, b) for every pair of equal keys. The cursors are left
 // where the walk ended. Returns whether there was a match.
 template <class Cursor, class KeyA, class KeyB, class Match>
 bool intersect(Cursor& a, Cursor a_end, Cursor& b, Cursor b_end, KeyA key_a, KeyB key_b, Match match)
 {
-  bool met = false;
-  if (a_end - a + b_end - b <= short_walk) {
-    while (a < a_end && b < b_end) {
-      const i64 x = key_a(a), y = key_b(b);
-      if (x == y) {
-        match(a, b);
-        met = true;
-      }
-      a += static_cast<Cursor>(x <= y);
-      b += static_cast<Cursor>(y <= x);
-    }
-    return met;
-  }
   const bool alike = are_alike(a_end - a, b_end - b);
   Matches<Cursor> matches;
+  bool met = false;
   while (a < a_end && b < b_end) {
     const i64 n = note_matches(matches, alike, a, a_end, b, b_end, key_a, key_b);
     met |= for_each_match(matches, n, match);
