@@ -220,6 +220,12 @@ i32 scatter_packed_triangle(CI32 dim, StridedArray<S> stride, bool upper, i32 k,
                             StridedArray<T> whole)
 {
   for_each_run_in_triangle(dim, stride, upper, [&](Positions flat, Positions mirror, i64 n) {
+    if (flat.step == 1 && mirror.step == 1) {
+      copy_run(Run{whole, flat.first}, Run{packed, k}, n);
+      copy_run(Run{whole, mirror.first}, Run{packed, k}, n);
+      k += static_cast<i32>(n);
+      return;
+    }
     for (i64 j = 0; j < n; ++j, ++k) {
       const T entry = packed[k];
       whole[flat[j]] = entry;

@@ -77,11 +77,10 @@ KERNEL((1), (), bind_ranged_expressions, I32 accafeidxs, F64 accb, CI32 afeidxs,
   const Run source{afeidxs, from};
   const Run lower{accafeidxs, to}, upper{accafeidxs, i64{to} + n};
   const Run lower_b{accb, to}, upper_b{accb, i64{to} + n};
-  for (i64 k = 0; k < n; ++k) {
-    lower[k] = upper[k] = source[k];
-    lower_b[k] = lb[k];
-    upper_b[k] = ub[k];
-  }
+  copy_slots(lower, source, n);
+  copy_slots(upper, source, n);
+  copy_slots(lower_b, Run{lb, 0}, n);
+  copy_slots(upper_b, Run{ub, 0}, n);
 }
 
 // Binds n expressions to a constraint with the constants `b`.
@@ -151,13 +150,14 @@ KERNEL((87), (i32 c), scale_triangle_elements, F64 acon_elm_scale, CI32 aconidxs
        i64 q4, i32 c, f64 s)
 {
   const i64 triangles = q2 * q0 * q4;
+  i64 place = c;
   for (i64 t = 0; t < triangles; ++t) {
     for (i64 j = 0; j < cols; ++j) {
-      ++c;
-      for (i64 i = j + 1; i < d; ++i) acon_elm_scale[aconidxs[c++]] = s;
+      ++place;
+      for (i64 i = j + 1; i < d; ++i) acon_elm_scale[aconidxs[place++]] = s;
     }
   }
-  return c;
+  return static_cast<i32>(place);
 }
 
 // Packs the expressions of lower triangles, listed from place c on: without `flag` listed by rows and packed by

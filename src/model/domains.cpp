@@ -48,11 +48,8 @@ KERNEL((82), (), write_bounds, F64 bl, F64 bu, bool dense, CF64 domlb, bool scal
 {
   if (scalar) {
     if (n < 1) return;
-    const f64 lower = domlb[0], upper = domub[0];
-    for (i64 k = 0; k < n; ++k) {
-      bl[k] = lower;
-      bu[k] = upper;
-    }
+    fill_slots(Run{bl, 0}, n, domlb[0]);
+    fill_slots(Run{bu, 0}, n, domub[0]);
   } else if (dense) {
     copy_slots(Run{bl, 0}, Run{domlb, 0}, n);
     copy_slots(Run{bu, 0}, Run{domub, 0}, n);
@@ -60,11 +57,13 @@ KERNEL((82), (), write_bounds, F64 bl, F64 bu, bool dense, CF64 domlb, bool scal
     const Scratch<i64> strides(nd);
     strides[i64{nd} - 1] = 1;
     row_major_strides(strides, Run{ri32, pos}, nd);
-    for (i64 r = 0; r < domsp.rows; ++r) {
-      const i64 position = flat_position(Row{domsp, r}, strides, nd);
-      bl[position] = domlb[r];
-      bu[position] = domub[r];
-    }
+    with_axis_count(nd, [&](auto axes) {
+      for (i64 r = 0; r < domsp.rows; ++r) {
+        const i64 position = flat_position(Row{domsp, r}, strides, axes);
+        bl[position] = domlb[r];
+        bu[position] = domub[r];
+      }
+    });
   }
 }
 
@@ -75,7 +74,9 @@ KERNEL((82), (), write_bounds, F64 bl, F64 bu, bool dense, CF64 domlb, bool scal
 // - dombnd (array; entries): the value of each sparse bound
 KERNEL((100), (), scatter_bounds_of_side, F64 b, CF64 dombnd, CI32x2 domsp, i32 nd, CI32 stride)
 {
-  for (i64 r = 0; r < domsp.rows; ++r) b[flat_position(Row{domsp, r}, stride, nd)] = dombnd[r];
+  with_axis_count(nd, [&](auto axes) {
+    for (i64 r = 0; r < domsp.rows; ++r) b[flat_position(Row{domsp, r}, stride, axes)] = dombnd[r];
+  });
 }
 
 // Adds the number of positions of the union of lower and upper bounds to `init`, in one merge of the two.

@@ -9,7 +9,10 @@
 // - m (start): what the maximum starts from
 // - idxs (array; elements): the native number of each element
 
-#include "frame/frame.h"
+#include <algorithm>
+#include <type_traits>
+
+#include "model/select.h"
 
 namespace fragments {
 namespace {
@@ -18,24 +21,9 @@ namespace {
 template <class T>
 i32 maximum(i32 m, StridedArray<T> numbers, i64 first)
 {
-  for (i64 k = first; k < numbers.count; ++k) {
-    if (numbers[k] > m) m = static_cast<i32>(numbers[k]);
-  }
-  return m;
-}
-
-// Selects those of n entries that `is_kept`, in order: keep(c, k) puts entry k into slot c. It is called for all
-// entries up to the last that is kept, since the next one kept overwrites the slot of one that isn't: without a branch
-// that data decides, it takes half the time.
-template <class IsKept, class Keep>
-i32 select(i64 n, i32 c, IsKept is_kept, Keep keep)
-{
-  while (n > 0 && !is_kept(n - 1)) --n;
-  for (i64 k = 0; k < n; ++k) {
-    keep(c, k);
-    c += is_kept(k);
-  }
-  return c;
+  std::remove_const_t<T> greatest = m;
+  for (i64 k = first; k < numbers.count; ++k) greatest = std::max(greatest, numbers[k]);
+  return static_cast<i32>(greatest);
 }
 
 }  // namespace

@@ -15,17 +15,8 @@ namespace {
 // n repetitions of one element from slot pos on, `step` apart.
 void repeat_element(I64 rnativeidxs, I64 rsp, i64 pos, i64 n, i64 number, i64 first, i64 step)
 {
-  const Run positions{rsp, pos}, numbers{rnativeidxs, pos};
-  if (n < 8) {
-    for (i64 t = 0; t < n; ++t, first += step) {
-      stay_scalar(t);
-      positions[t] = first;
-      numbers[t] = number;
-    }
-  } else {
-    fill_progression(positions, n, first, step);
-    for (i64 t = 0; t < n; ++t) numbers[t] = number;
-  }
+  fill_progression(Run{rsp, pos}, n, first, step);
+  fill_progression(Run{rnativeidxs, pos}, n, number, 0);
 }
 
 }  // namespace
@@ -69,10 +60,12 @@ KERNEL((216), (i32 pos), repeat_along_axis, i32 p, i32 q, i32 pos, i32 reps, i32
   const Coordinate coordinate{Divisor(w), Divisor(p)};
   const Divisor behind(q), slab(v);
   const i64 step = i64{p} * q;
+  const bool is_nested = w == q && v == step;
   for (i64 r = 0; r < n; ++r, pos += reps) {
     const i64 flat = tsp[r];
-    const i64 first = coordinate(flat) * q + slab.quotient(flat) * u + behind.remainder(flat);
-    repeat_element(rnativeidxs, rsp, pos, reps, tnativeidxs[r], first, step);
+    const auto [block, rest] = slab.divide(flat);
+    const i64 in_block = is_nested ? rest : coordinate(flat) * q + behind.remainder(flat);
+    repeat_element(rnativeidxs, rsp, pos, reps, tnativeidxs[r], block * u + in_block, step);
   }
   return pos;
 }

@@ -19,10 +19,22 @@
 namespace fragments {
 namespace {
 
+// Rows and variables of no more items together are walked plainly: to note their matches takes up to twice the time.
+constexpr i64 short_walk = 32;
+
 // Picks the row of the terms p .. e-1 into `to`.
 void pick_row(const Operand& rows, i32 p, i32 e, CI64 varidxs, Run<f64> to)
 {
   i64 term = p, j = 0;
+  if (i64{e} - p + varidxs.count <= short_walk) {
+    while (term < e && j < varidxs.count) {
+      const i64 x = rows.nidxs[term], y = varidxs[j];
+      if (x == y) to[j] = rows.cof[term];
+      term += x <= y;
+      j += y <= x;
+    }
+    return;
+  }
   intersect(term, i64{e}, j, varidxs.count, KeysOf{rows.nidxs}, KeysOf{varidxs},
             [&](i64 t, i64 place) { to[place] = rows.cof[t]; });
 }

@@ -16,6 +16,10 @@
 
 #include "model/row_sides.h"
 
+#include <utility>
+
+#include "frame/copy_run.h"
+
 namespace fragments {
 namespace {
 
@@ -51,11 +55,12 @@ struct RowList {
 // far.
 void append_lengths(Run<const i32> from, i32 first, i32 last, Run<i32> to, i32& acc, i32& c)
 {
-  for (i64 k = first; k < last; ++k) {
-    acc += from[k + 1] - from[k];
-    ++c;
-    to[c] = acc;
-  }
+  if (first >= last) return;
+  const i64 n = i64{last} - first;
+  const i32 shift = acc - from[first];
+  copy_run(to.from(i64{c} + 1), from.from(i64{first} + 1), n, [shift](auto end) { return end + shift; });
+  acc = from[last] + shift;
+  c += static_cast<i32>(n);
 }
 
 }  // namespace
@@ -88,7 +93,11 @@ KERNEL((28, 36), (i32 ncon, i32 nlin), count_atoms_by_side, i32 ncon, i32 off, C
        CI32 wi32)
 {
   const Run ptr{wi32, base}, codeptr{wi32, off};
-  add_lengths(conidxs, n, ncon, nlin, [&](i64 k) { return codeptr[ptr[k + 1]] - codeptr[ptr[k]]; });
+  i32 begin = n > 0 ? codeptr[ptr[0]] : 0;
+  add_lengths(conidxs, n, ncon, nlin, [&](i64 k) {
+    const i32 end = codeptr[ptr[k + 1]];
+    return end - std::exchange(begin, end);
+  });
   return {ncon, nlin};
 }
 

@@ -6,7 +6,7 @@
 // - first (index): the first of the new variables
 // - n (count): the new variables
 
-#include "frame/frame.h"
+#include "index/slots.h"
 
 namespace fragments {
 
@@ -34,17 +34,15 @@ KERNEL((8), (), fill_semidefinite_block, I32 barvar_block_elm_barj, I32 barvar_b
   const Run barj{barvar_block_elm_barj, base};
   const Run row{barvar_block_elm_i, base};
   const Run column{barvar_block_elm_j, base};
-  i64 k = 0;
-  for (i32 b = 0; b < n; ++b) {
-    for (i32 j = 0; j < d; ++j) {
-      for (i32 i = j; i < d; ++i, ++k) {
-        barj[k] = first + b;
-        row[k] = i;
-        column[k] = j;
-        nativeidxs[k] = base + k;
-      }
-    }
+  i64 size = 0;
+  for (i32 j = 0; j < d; size += d - j, ++j) {
+    fill_progression(row.from(size), d - j, j, 1);
+    fill_slots(column.from(size), d - j, j);
   }
+  repeat_slots(row.from(size), row, size, i64{n} - 1);
+  repeat_slots(column.from(size), column, size, i64{n} - 1);
+  for (i32 b = 0; b < n; ++b) fill_slots(barj.from(b * size), size, first + b);
+  fill_progression(Run{nativeidxs, 0}, n * size, base, 1);
   for (i32 b = 0; b < n; ++b) barvar_dim[i64{first} + b] = d;
 }
 

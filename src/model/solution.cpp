@@ -42,7 +42,11 @@ struct ConicElements {
 
 void gather_constraints(Run<f64> res, CI32 nativeidxs, i32 n, const ConicElements& elements, CF64 conic, CF64 linear)
 {
-  gather(res, nativeidxs, n, [&](i64 v) { return v < 0 ? elements.value(conic, ~v) : linear[v]; });
+  gather(res, nativeidxs, n, [&](i64 v) {
+    if (v >= 0) [[likely]]
+      return linear[v];
+    return elements.value(conic, ~v);
+  });
 }
 
 // to[k] = lower[k] - upper[k] for k below n: the dual value of a pair of bounds.
@@ -55,7 +59,7 @@ void subtract(F64 to, CF64 lower, CF64 upper, i32 n)
 template <class... Array>
 i32 clear(i32 start, i32 end, Array... arrays)
 {
-  (fill_slots(Run{arrays, start}, i64{end} - start, 0.0), ...);
+  (clear_slots(Run{arrays, start}, i64{end} - start), ...);
   return start < end ? end : start;
 }
 
@@ -91,7 +95,11 @@ KERNEL((18), (), gather_negated_values, i32 n, CI64 nativeidxs, i32 pos, F64 res
 // Gathers the values of a variable: `xx` of scalar elements, `barx` of semidefinite ones.
 KERNEL((19), (), gather_variable_values, CF64 barx, i32 n, CI64 nativeidxs, i32 pos, F64 res, CF64 xx)
 {
-  gather(Run{res, pos}, nativeidxs, n, [&](i64 v) { return *(v > 0 ? &xx[v] : v < 0 ? &barx[~v] : &zero); });
+  gather(Run{res, pos}, nativeidxs, n, [&](i64 v) {
+    if (v > 0) [[likely]]
+      return xx[v];
+    return v < 0 ? barx[~v] : 0.0;
+  });
 }
 
 // Gathers the dual values of a variable: `bars` of semidefinite elements, an entry of `accy` of scalar ones that live

@@ -11,6 +11,7 @@
 // - r (array; variables of both lists): the concatenation
 
 #include "index/order.h"
+#include "model/select.h"
 
 namespace fragments {
 
@@ -44,10 +45,9 @@ KERNEL((247), (i32 count), count_distinct_variables, i32 n, i32 count, CI64 perm
 // - count (cursor): the slot in `varidxs32` behind the entries so far
 KERNEL((248), (i32 count), narrow_behind_ascents, i32 count, i32 n, CI64 perm, CI64 varidxs, I32 varidxs32)
 {
-  for (i64 k = 0; k < i64{n} - 1; ++k) {
-    if (varidxs[k] < varidxs[k + 1]) varidxs32[count++] = static_cast<i32>(varidxs[perm[k + 1]]);
-  }
-  return count;
+  return select(
+      i64{n} - 1, count, [&](i64 k) { return varidxs[k] < varidxs[k + 1]; },
+      [&](i64 slot, i64 k) { varidxs32[slot] = static_cast<i32>(varidxs[perm[k + 1]]); });
 }
 
 // Concatenates two lists, first part: the first list as it is. Nothing is sorted, repeats stay.

@@ -60,7 +60,7 @@ KERNEL((189), (), append_view, CI64 basevar_nativeidxs, I64 nindex, i32 pos)
 // doesn't store stand as number 0.
 KERNEL((191), (), append_zeros, i32 n, I64 nindex, i32 pos)
 {
-  fill_slots(Run{nindex, pos}, n, i64{0});
+  clear_slots(Run{nindex, pos}, n);
 }
 
 // Writes each number of a sparse view to its position in a list, counted from slot `pos` on.

@@ -10,17 +10,23 @@
 // - k (cursor): the entries of the packed triangle so far
 
 #include "index/five_axis_fold.h"
+#include "index/slots.h"
+#include "model/select.h"
 
 namespace fragments {
 
 // Dense: appends the lower triangle, in row-major order.
 KERNEL((151), (i32 c), lower_triangle_of_view, CI64 basevar_nativeidxs, CI32 dim, i32 c, I64 idxs, I64 sp, CI64 stride)
 {
-  for_each_run_in_triangle(dim, stride, false, [&](Positions flat, Positions, i64 n) {
-    for (i64 j = 0; j < n; ++j, ++c) {
-      idxs[c] = basevar_nativeidxs[flat[j]];
-      sp[c] = flat[j];
+  for_each_row_in_triangle(dim, stride, false, [&](Positions flat, i64 n) {
+    const Run numbers{idxs, c};
+    if (flat.step == 1) {
+      copy_slots(numbers, Run{basevar_nativeidxs, flat.first}, n);
+    } else {
+      for (i64 j = 0; j < n; ++j) numbers[j] = basevar_nativeidxs[flat[j]];
     }
+    fill_progression(Run{sp, c}, n, flat.first, flat.step);
+    c += static_cast<i32>(n);
   });
   return c;
 }
@@ -30,17 +36,17 @@ KERNEL((159), (i32 c), lower_triangle_of_sparse_view, CI64 basevar_nativeidxs, i
        CI64 stride)
 {
   if (sparsity.count < 1) return c;
-  const FoldStrides strides(stride);
-  for (i64 k = 0; k < sparsity.count; ++k) {
-    const i64 flat = sparsity[k];
-    const i64 i1 = strides.stride1.quotient(strides.stride0.remainder(flat));
-    const i64 i3 = strides.stride3.quotient(strides.stride2.remainder(flat));
-    if (i1 < i3) continue;
-    idxs[c] = basevar_nativeidxs[k];
-    sp[c] = flat;
-    ++c;
-  }
-  return c;
+  RowCursor row{FoldStrides(stride)};
+  return select(
+      sparsity.count, c,
+      [&](i64 k) {
+        const i64 flat = sparsity[k];
+        return flat < row.around(flat).bound[behind_diagonal];
+      },
+      [&](i64 slot, i64 k) {
+        idxs[slot] = basevar_nativeidxs[k];
+        sp[slot] = sparsity[k];
+      });
 }
 
 // Writes the entries of a packed lower triangle, from entry k on, to their elements and to the mirrors of these.

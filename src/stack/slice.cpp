@@ -3,7 +3,7 @@
 //
 //     strides of the operand 413 and, for a sparse one, of the result 416; measure 414; write 417
 //
-// For a dense operand 414 and 417 allocate a cut of the box for each axis.
+// For a dense operand with more than eight axes 414 and 417 allocate a table of the axes.
 //
 // - st (array; nd): the operand's strides, in elements, row-major
 // - first (array; nd): where the box begins along each axis, inclusive

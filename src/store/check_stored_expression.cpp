@@ -14,9 +14,30 @@
 // - inst (array; rows): the flat position of each row, strictly ascending if all is well
 // - flag (flag): whether all is well; one that comes in cleared stays so
 
+#include <algorithm>
+#include <bit>
+#include <cstdint>
+#include <limits>
+
 #include "index/order.h"
 
 namespace fragments {
+namespace {
+
+// Whether fault(i) is not 0 for any i below n. Stops behind the first sixteen with a fault: with a branch for every
+// entry, a test takes twice the time and more.
+template <class Fault>
+bool has_fault(i64 n, Fault fault)
+{
+  i64 i = 0, faults = 0;
+  while (faults == 0 && n - i >= 16) {
+    for (const i64 e = i + 16; i < e; ++i) faults |= fault(i);
+  }
+  for (; i < n; ++i) faults |= fault(i);
+  return faults != 0;
+}
+
+}  // namespace
 
 // Checks the positions of n rows, with a flag for each fault; one that comes in cleared stays so. Neither `ptrb` nor
 // `thisshape` is looked at; this is intended.
@@ -47,8 +68,9 @@ KERNEL((611), (bool flag), check_positions, CI64 inst, bool flag, i64 size)
 // - inst_ (array; rows): the flat position of each row, in any order
 KERNEL((626), (bool flag), find_position_outside, bool flag, CI64 inst_, i32 n, i64 size)
 {
-  for (i64 i = 0; !flag && i < n; ++i) flag = inst_[i] < 0 || inst_[i] >= size;
-  return flag;
+  const i64 last = std::max<i64>(size, 0) - 1;
+  constexpr i64 sign = std::numeric_limits<i64>::min();
+  return flag || has_fault(n, [&](i64 i) { return (inst_[i] | wrapping_sub(last, inst_[i])) & sign; });
 }
 
 // Checks that the positions are sorted, before merging; repeats may stand in them.
@@ -66,8 +88,8 @@ KERNEL((612), (bool flag), check_row_pointers, i32 n, CI64 ptrb, bool flag)
 // Checks that all n constants are zero, so that the expression has no constant part. A NaN is not zero.
 KERNEL((608), (bool flag), check_no_constants, CF64 bfix, i32 n, bool flag)
 {
-  for (i64 i = 0; flag && i < n; ++i) flag = bfix[i] == 0.0;
-  return flag;
+  // Only the sign bit of a zero may be set. The shift leaves it out, and takes a third of the time of a comparison.
+  return flag && !has_fault(n, [&](i64 i) { return static_cast<i64>(std::bit_cast<std::uint64_t>(bfix[i]) << 1); });
 }
 
 }  // namespace fragments

@@ -53,11 +53,8 @@ KERNEL((609), (), push_stored_expression, CF64 bfix, i32 cof, CF64 cof_v, F64 f6
   i64 t = 0, b = first;
   for (i64 r = 0; r < nelem; ++r) {
     const i64 e = ptrb[r + 1];
-    for (i64 s = b; s < e; ++s, ++t) {
-      stay_scalar(s);
-      variables[t] = subj[s];
-      coefficients[t] = cof_v[s];
-    }
+    copy_terms(variables.from(t), {subj, b}, coefficients.from(t), {cof_v, b}, e - b, AsItIs{});
+    t += std::max<i64>(e - b, 0);
     variables[t] = 0;
     coefficients[t] = bfix[r];
     ends[r + 1] = static_cast<i32>(++t);
