@@ -69,12 +69,16 @@ class BoxFilter {
     for (i64 d = 0; d < outer_axes_ && d < fast_axes; ++d) axes_[d] = make_axis(d, row_.value());
   }
 
+  // No array of practice has more axes; further ones are made anew each time.
+  static constexpr i64 fast_axes = 8;
+
   // Rows begin .. end-1, of which those in lo .. hi-1 are in the box as far as their coordinates tell.
   struct Region {
     i64 begin = 0, end = 0;
     i64 lo = 0, hi = 0;
     bool is_located = false;
     i64 place = 0, step = 0;  // the place of row `begin`, and the distance to that of the next one
+    i64 coordinate[fast_axes];
   };
 
   // Calls inside(b, e) for the stretches b .. e-1 of n flat positions, in any order, that are in the box. A stretch may
@@ -90,6 +94,27 @@ class BoxFilter {
   template <class Positions, class Advance, class Inside>
   void for_each_with_place(const Positions& sp, i64 n, Advance advance, Inside inside) const
   {
+    if (n < 1) return;
+    if ((sp[n - 1] - sp[0]) / row_.value() > n / 2) {
+      // Hardly two positions share a row: each is divided by all strides, in half the time of a search of its region.
+      for (i64 k = 0; k < n; ++k) {
+        const auto [row, x] = row_.divide(sp[k]);
+        bool is_inside = true;
+        i64 place = 0;
+        for (i64 d = 0; d < outer_axes_; ++d) {
+          const auto& [stride, extent, first, last] = axis(d);
+          const i64 y = extent.remainder(stride.quotient(row));
+          is_inside &= is_between(first, y, last);
+          place = advance(place, d, y - box_.first[d]);
+        }
+        if (outer_axes_ < box_.nd) {
+          is_inside &= is_between(row_first_, x, row_last_);
+          place = advance(place, outer_axes_, x - box_.first[outer_axes_]);
+        }
+        inside(k, k + is_inside, [place](i64) { return place; });
+      }
+      return;
+    }
     walk(sp, n, [&](i64 b, i64 e, Region& region, i64 row, i64 row_begin) {
       if (b == e) return;
       if (!region.is_located) locate(region, advance);
@@ -103,9 +128,6 @@ class BoxFilter {
   }
 
  private:
-  // No array of practice has more axes; further ones are made anew each time.
-  static constexpr i64 fast_axes = 8;
-
   struct Axis {
     Divisor stride{1}, extent{1};
     i64 first = 0, last = 0;  // inside the extent
@@ -150,7 +172,7 @@ class BoxFilter {
   void walk(const Positions& sp, i64 n, Inside inside) const
   {
     if (n < 1) return;
-    const bool are_rows_long = sp[n - 1] - sp[0] < n / 4 * row_.value();
+    const bool are_rows_long = (sp[n - 1] - sp[0]) / row_.value() < n / 4;
     Region region;
     i64 row = 0, begin = 0, end = 0, lo = 0, hi = 0;  // as those of a region, but flat positions, of one row
     for (i64 k = 0; k < n;) {
@@ -186,17 +208,21 @@ class BoxFilter {
   [[gnu::noinline]] Region region_at(i64 row) const
   {
     constexpr i64 no_end = std::numeric_limits<i64>::max();
-    Region region{.begin = row, .end = no_end, .lo = row, .hi = no_end};
+    Region region;
+    region.begin = region.lo = row;
+    region.end = region.hi = no_end;
     for (i64 d = 0; d < outer_axes_; ++d) {
       const auto [stride, extent, first, last] = axis(d);
       const auto [block, behind] = stride.divide(row);
       const i64 x = extent.remainder(block);
+      if (d < fast_axes) region.coordinate[d] = x;
       const i64 period = row - behind - x * stride.value();
       const i64 lo = period + first * stride.value(), hi = period + last * stride.value();
       const i64 next = lo + extent.value() * stride.value();
       if (row < lo || row >= hi) {
-        const i64 end = std::max(row < lo ? lo : next, row + 1);
-        return {.begin = row, .end = end, .lo = row, .hi = row};
+        region.end = std::max(row < lo ? lo : next, row + 1);
+        region.hi = row;
+        return region;
       }
       if (places_ && stride.value() != 1) {
         region.end = std::min(region.end, row - behind + stride.value());
@@ -214,7 +240,7 @@ class BoxFilter {
   {
     for (i64 d = 0; d < outer_axes_; ++d) {
       const auto [stride, extent, first, last] = axis(d);
-      const i64 x = extent.remainder(stride.quotient(region.begin));
+      const i64 x = d < fast_axes ? region.coordinate[d] : extent.remainder(stride.quotient(region.begin));
       region.place = advance(region.place, d, x - box_.first[d]);
       region.step = advance(region.step, d, i64{stride.value() == 1 && extent.value() > 1});
     }

@@ -97,11 +97,16 @@ void copy_matrix(Run<T> to, std::type_identity_t<StridedMatrix<const T>> from, i
   Run<const T> source;
   source.data = from.data;
   source.stride = from.colstride;
-  if (from.rowstride == columns && are_apart(to, n, source, n)) {
+  const auto copy_rows_of = [&](i64 count, i64 length) {
     from.bounds.check(rows - 1, columns - 1);
     to.bounds.check_run(n);
-    std::memcpy(to.data, from.data, static_cast<std::size_t>(n) * sizeof(T));
-    return;
+    for (i64 r = 0; r < count; ++r) {
+      std::memcpy(to.data + r * length, from.data + r * from.rowstride, static_cast<std::size_t>(length) * sizeof(T));
+    }
+  };
+  if (from.rowstride == columns && are_apart(to, n, source, n)) return copy_rows_of(1, n);
+  if (from.rowstride > columns && columns >= long_run && are_apart(to, n, source, (rows - 1) * from.rowstride + columns)) {
+    return copy_rows_of(rows, columns);
   }
   for (i64 r = 0; r < rows; ++r) {
     for (i64 c = 0; c < columns; ++c) to[r * columns + c] = from(r, c);
