@@ -66,7 +66,8 @@ void evaluate(const Rows& rows, i64 n, Machine machine, i32& top, Entry entry)
     machine.operand = {rows.cconst, rows.first_atom[row]};
     i64 t = begin;
     if (are_multiples) {
-      t = machine.run_multiples(rows.sizes, begin, end, [&](i64 k, f64 value) { entry(row, rows.variables[k], value); });
+      t = machine.run_multiples(rows.sizes, begin, end,
+                                [&](i64 k, f64 value) { entry(row, rows.variables[k], value); });
       are_multiples = t == end;
     }
     for (; t < end; ++t) {

@@ -167,7 +167,7 @@ struct Positions {
 };
 
 // Walks one triangle, i3 from 0 to i1 or, if `upper`, from i1 to dim[1]-1, in runs of elements at equal distances:
-// run(flat, n), flat Positions. A row is one run where its elements are neighbours, else with dim[4] 1; no run is empty.
+// run(flat, n), flat Positions. A row is one run with dim[4] 1 or where its elements are neighbours; no run is empty.
 template <class T, class EachRun>
 void for_each_row_in_triangle(CI32 dim, StridedArray<T> stride, bool upper, EachRun run)
 {

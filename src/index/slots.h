@@ -105,7 +105,8 @@ void copy_matrix(Run<T> to, std::type_identity_t<StridedMatrix<const T>> from, i
     }
   };
   if (from.rowstride == columns && are_apart(to, n, source, n)) return copy_rows_of(1, n);
-  if (from.rowstride > columns && columns >= long_run && are_apart(to, n, source, (rows - 1) * from.rowstride + columns)) {
+  if (from.rowstride > columns && columns >= long_run &&
+      are_apart(to, n, source, (rows - 1) * from.rowstride + columns)) {
     return copy_rows_of(rows, columns);
   }
   for (i64 r = 0; r < rows; ++r) {
