@@ -1,6 +1,7 @@
 """Arrays of arrays: what their kernels compute, how entries are bound, refused and released."""
 
 import ctypes
+import itertools
 import sys
 from pathlib import Path
 
@@ -50,6 +51,26 @@ def test_lists_interleave(kind):
         target = layout(i32([99] * 14), kind)
         call(256, con_nativeidxs=target, width=2, nd=nd, nidxlist=lists, resshape=i32([2, 3, 0]))
         assert target.tolist() == [sign * r for r in range(1, rows + 1) for sign in (1, -1)] + [99] * (14 - 2 * rows)
+
+
+@pytest.mark.parametrize("width, rows, offsets", [(1, 5, 10), (2, 5, 15), (3, 5, 20), (5, 900, 0), (2, 1100, 0), (1, 40, 0)])
+def test_lists_interleave_element_by_element(width, rows, offsets):
+    """Long lists, and a list that lies in the result, of which elements are read behind those written before."""
+    end = 5 + width * rows
+    for shared, offset in itertools.product(range(width), [*range(offsets), end]):
+        made = []
+        for by_kernel in (True, False):
+            memory = np.arange(end + rows, dtype=np.int32)
+            lists = [i32(range(-rows * j, rows - rows * j)) for j in range(width)]
+            lists[shared] = memory[offset : offset + rows]
+            target = memory[5:end]
+            if by_kernel:
+                call(256, con_nativeidxs=target, width=width, nd=1, nidxlist=table(*lists), resshape=i32([rows]))
+            else:
+                for k in range(width * rows):
+                    target[k] = lists[k % width][k // width]
+            made.append(memory.tolist())
+        assert made[0] == made[1]
 
 
 def test_a_null_reference_is_none():

@@ -41,6 +41,16 @@ def test_mean_of_stored_elements():
     assert atoms_of(r) == [[(1, 2.0)], [(1, 3.0), (4, 0.5)], first, second, second, first] + [[(1, 0.0), *HALF]] * 2
 
 
+@pytest.mark.parametrize("dim", [(1, 4, 1, 2, 1), (2, 2, 2, 4, 2), (1, 3, 1, 3, 1), (1, 3, 2, 2, 0)])
+def test_mean_of_an_oblong_fold(dim):
+    """The two axes are walked as far as each of them goes."""
+    stride, ptr, total = (20, 7, 3, 2, 1), np.arange(99) ** 2, 0
+    for e, (i0, i1, i2, i3, i4) in enumerate(np.ndindex(dim)):
+        mirror = np.dot(stride, (i0, i3, i2, i1, i4))
+        total += 2 * e + 1 + (i1 != i3) * (2 * mirror + 1)
+    assert call(570, dim=i32(dim), stride=i64(stride), wi32=i32(ptr)) == (0, total)
+
+
 def test_diagonal_is_scaled_in_code_only():
     """Off the diagonal coefficients and code get the factor; on it code gets a factor of 1, coefficients none."""
     rng = np.random.default_rng(2)

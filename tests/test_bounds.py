@@ -1,5 +1,7 @@
 """Bounds of a domain, sparse and dense, bound vectors from them, and copies of tables."""
 
+import itertools
+
 import numpy as np
 import pytest
 
@@ -85,11 +87,22 @@ def test_tables(kind):
     assert pairs.tolist() == [[5, 6, 0], [9, 9, 0], [0, 0, 0]]
 
 
-def test_flattening_in_place_runs_forward():
-    """A value that is written before it is read goes on with its new value."""
-    memory = np.arange(7.0)
-    kernel(327)(i32([2, 3]), memory[1:], memory[:6].reshape(2, 3))
-    assert list(memory) == [0.0] * 7
+@pytest.mark.parametrize("columns, width", [(3, 3), (3, 5), (31, 40), (32, 40), (40, 40), (40, 30), (40, 41)])
+def test_flattening_in_place_runs_forward(columns, width):
+    """A value that is written before it is read goes on with its new value, also where the rows of a matrix have gaps
+    or lie over one another."""
+    for rows, begin, to in itertools.product((1, 4), (0, 150, 300), range(0, 460, 5)):
+        made = []
+        for by_kernel in (True, False):
+            memory = np.arange(700.0)
+            values = np.lib.stride_tricks.as_strided(memory[begin:], (rows, columns), (8 * width, 8))
+            if by_kernel:
+                kernel(327)(i32([rows, columns]), memory[to:], values)
+            else:
+                for k in range(rows * columns):
+                    memory[to + k] = values[k // columns, k % columns]
+            made.append(memory.tolist())
+        assert made[0] == made[1]
 
 
 SHAPE = (3, 4, 2)

@@ -51,6 +51,41 @@ def test_strides_are_taken_as_they_are():
     assert list(rnidxs) == [11, 13, 15, -1, -1, -1] and list(index) == [1, 2]
 
 
+@pytest.mark.parametrize("shape", [(4,), (9, 40), (50, 3), (3, 4, 5), (2, 3, 2, 3), (2, 1) * 2 + (3, 2) * 3], ids=str)
+@pytest.mark.parametrize("reach", [300, 4000])
+def test_boxes_by_any_strides(shape, reach):
+    """A coordinate is flat // stride % extent, and a box may begin before its array and end behind it."""
+    rng = np.random.default_rng(reach)
+    extents, nd, index = np.array(shape), len(shape), i32([0] * len(shape))
+    sp = np.sort(rng.choice(reach, 300, replace=False))
+    native = rng.integers(0, 1000, 300)
+    for trial in range(12):
+        stride = np.array(row_major(shape))
+        if trial % 3 == 1:
+            stride[: rng.integers(1, nd + 1)] += rng.integers(0, 3)
+        elif trial % 3 == 2:
+            stride = rng.integers(1, 9, nd)
+        first = rng.integers(-1, extents) * (rng.random(nd) < 0.5)
+        last = np.where(rng.random(nd) < 0.5, extents, rng.integers(first, extents + 2))
+        table = {"nd": nd, "index": index, "shape": i32(shape), "stride": i64(stride), "nidxs": i32(native)}
+        table |= {"astart": i32(first), "astop": i32(last), "sp": i64(sp)}
+
+        def those_inside(flat):
+            x = flat[:, None] // stride % extents
+            return np.flatnonzero(((first <= x) & (x < last)).all(1)), x - first
+
+        inside, _ = those_inside(np.arange(300))
+        filtered = blank(301, "contiguous")
+        assert call(317, table, rnidxs=filtered) == len(inside)
+        assert filtered.tolist() == [*native[inside], *[-7] * (301 - len(inside))]
+        inside, x = those_inside(sp)
+        rsp, filtered, rstride = blank(301, "contiguous", i64), blank(301, "contiguous"), rng.integers(1, 99, nd)
+        assert call(318, table) == len(inside)
+        assert call(320, table, rsp=rsp, rnidxs=filtered, rstride=i64(rstride)) == len(inside)
+        assert rsp[: len(inside)].tolist() == (x[inside] @ rstride).tolist() and rsp[len(inside)] == -7
+        assert filtered.tolist() == [*native[inside], *[-7] * (301 - len(inside))]
+
+
 def test_without_axes_everything_is_inside():
     rsp, rnidxs = i64([-1] * 3), i32([-1] * 3)
     assert call(318, nidxs=i32([7, 8]), sp=i64([4, 5])) == 2

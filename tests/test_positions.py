@@ -213,11 +213,11 @@ def test_box_index_carries_one_level_only(kind):
 
 @pytest.mark.parametrize("number, target", ((59, "permidxs"), (201, "residxs")))
 def test_elements_along_an_axis_come_together(kind, rng, number, target):
-    q, p, r = 3, 4, 5
-    array = rng.integers(0, 2**40, (q, p, r))
-    result = blank((q * p * r + 3), kind, i64)
-    assert call(number, p=p, q=q, r=r, nativeidxs=layout(array.ravel(), kind), c=2, **{target: result}) == 2 + q * p * r
-    assert result.tolist() == [UNTOUCHED] * 2 + array.transpose(0, 2, 1).ravel().tolist() + [UNTOUCHED]
+    for q, p, r in ((3, 4, 5), (2, 1, 3), (1, 2, 7), (2, 3, 4), (2, 27, 9), (1, 71, 950), (1, 515, 6), (2, 1027, 2)):
+        array = rng.integers(0, 2**40, (q, p, r))
+        native, result = layout(array.ravel(), kind), blank((q * p * r + 3), kind, i64)
+        assert call(number, p=p, q=q, r=r, nativeidxs=native, c=2, **{target: result}) == 2 + q * p * r
+        assert np.array_equal(result, [UNTOUCHED] * 2 + array.transpose(0, 2, 1).ravel().tolist() + [UNTOUCHED])
     assert call(number, p=0, q=q, r=r, c=2) == 2
 
 
@@ -231,3 +231,7 @@ def test_positions_sort_across_an_axis(kind, rng):
     key = a * r + b
     assert order.tolist() == before[np.argsort(key[before], kind="stable")].tolist()
     assert ptrb.tolist() == [*np.cumsum(np.bincount(key, minlength=p * r)), 30, UNTOUCHED]
+    for q in (4, 0):
+        ptrb = blank(p * r + 2, kind)
+        call(103, p=p, q=q, r=r, ptrb=ptrb)
+        assert ptrb.tolist() == [0] * (p * r + 1) + [UNTOUCHED]

@@ -41,7 +41,8 @@ struct ParametrisedTerms {
   ParametrisedTerms(CI32 ri32, i32 ptr_at, i32 codeptr_at, i32 code_at, i32 nelem)
       : ptr(ri32, ptr_at), codeptr(ri32, codeptr_at), code(ri32, code_at)
   {
-    if (nelem > 0 && codeptr[ptr[nelem]] == 0) code = codeptr;
+    // Without any term there may be no `codeptr` either.
+    if (nelem > 0 && ptr[nelem] > 0 && codeptr[ptr[nelem]] == 0) code = codeptr;
   }
 
   // Whether a term is trivial whose only atom is this.
