@@ -138,7 +138,7 @@ def test_repeat(kind, reps, axis):
 
 
 @kinds
-@pytest.mark.parametrize("dim", ((1, 4, 1, 4, 1), (2, 3, 2, 3, 4), (3, 1, 2, 1, 1), (0, 2, 1, 2, 1)))
+@pytest.mark.parametrize("dim", ((1, 4, 1, 4, 1), (2, 3, 2, 3, 4), (3, 1, 2, 1, 1), (0, 2, 1, 2, 1), (1, 40, 1, 40, 1)))
 def test_triangles(kind, dim):
     array, rank = numbers(dim), np.arange(dim[1])
     sparse = array * (RNG.random(dim) < 0.5)
@@ -163,6 +163,33 @@ def test_triangles(kind, dim):
         packed, residxs = layout(np.r_[UNTOUCHED, symmetric[triangle]], kind), blank(array.size + 1, kind, i64)
         assert call(number, fold, basevar_nativeidxs=packed, k=1, residxs=residxs) == n + 1
         assert_written(residxs, 0, symmetric.ravel())
+
+
+@pytest.mark.parametrize(
+    "dim, stride",
+    [
+        ((2, 3, 2, 3, 1), (1, 1, 40, 5, 1)),
+        ((2, 3, 2, 3, 1), (17, 5, 40, 1, 1)),
+        ((1, 5, 2, 5, 3), (0, 16, 90, 3, 1)),
+        ((1, 5, 2, 5, 3), (0, 5, 90, 30, 2)),
+    ],
+)
+def test_triangles_by_any_strides(dim, stride):
+    native = numbers(250)
+    for number, sides in ((163, np.tril), (164, np.triu)):
+        inside = np.broadcast_to(sides(np.ones((dim[1], dim[3])))[None, :, None, :, None], dim)
+        x = np.argwhere(inside)
+        flat, mirror = x @ stride, x[:, [0, 3, 2, 1, 4]] @ stride
+        fold, n = {"dim": i32(dim), "stride": i64(stride), "basevar_nativeidxs": native}, len(x)
+        residxs, expected = blank(250, make=i64), blank(250, make=i64)
+        assert call(number, fold, residxs=residxs) == n
+        for k in range(n):
+            expected[flat[k]] = expected[mirror[k]] = native[k]
+        assert residxs.tolist() == expected.tolist()
+        if number == 163:
+            idxs, sp = blank(n, make=i64), blank(n, make=i64)
+            assert call(151, fold, idxs=idxs, sp=sp) == n
+            assert sp.tolist() == flat.tolist() and idxs.tolist() == native[flat].tolist()
 
 
 @kinds
