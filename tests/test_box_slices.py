@@ -1,5 +1,7 @@
 """Slices of index arrays by a box, and what other arrays of native indices are made by."""
 
+import itertools
+
 import numpy as np
 import pytest
 
@@ -51,8 +53,8 @@ def test_strides_are_taken_as_they_are():
     assert list(rnidxs) == [11, 13, 15, -1, -1, -1] and list(index) == [1, 2]
 
 
-@pytest.mark.parametrize("shape", [(4,), (9, 40), (50, 3), (3, 4, 5), (2, 3, 2, 3), (2, 1) * 2 + (3, 2) * 3], ids=str)
-@pytest.mark.parametrize("reach", [300, 4000])
+@pytest.mark.parametrize("shape", [(4,), (9, 40), (50, 3), (3, 4, 5), (2, 3, 2, 3), (2, 1) * 2 + (3, 2, 3, 2, 3, 7)], ids=str)
+@pytest.mark.parametrize("reach", [300, 900, 4000])
 def test_boxes_by_any_strides(shape, reach):
     """A coordinate is flat // stride % extent, and a box may begin before its array and end behind it."""
     rng = np.random.default_rng(reach)
@@ -119,6 +121,13 @@ def test_variable_lists(kind):
         assert kernel(248)(2, size, identity, ordered, narrow) == max(2, 1 + len(distinct))
         assert np.array_equal(narrow[1 : len(distinct) + 1], distinct)
         assert narrow[0] == -7 and np.all(narrow[len(distinct) + 1 :] == -7)
+
+
+def test_a_repeat_anywhere_is_no_ascent():
+    for n, k in itertools.product((1, 8, 9, 10, 17, 18), range(1, 19)):
+        variables = i64(range(20))
+        variables[k] = k - 1
+        assert kernel(245)(True, n, variables) is (k >= n)
 
 
 def test_ascents_of_the_list_pick_entries_of_the_permutation():
