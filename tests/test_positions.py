@@ -134,6 +134,11 @@ def test_range_checks(kind, rows):
             written = 0 if flag else 12 if bad is None else place
             assert target.tolist() == [*positions(rows)[:written], *[UNTOUCHED] * (13 - written)]
     assert call(303, midxs=np.zeros((4, 0), np.int32)) is False
+    assert call(303, midxs=i32([[0]]), shape=i32([-(2**31)])) is True
+    # Rows with gaps, and rows whose columns lie further apart than they do.
+    for memory, strides in (([0, 1, 9, 1, 0, 9], (12, 4)), ([0, 9, 1, 1, 9, 0], (8, 12))):
+        gaps = np.lib.stride_tricks.as_strided(i32(memory), (2, 2), strides)
+        assert call(174, midxs=gaps, shape=i32([2, 2])) is call(618, sub=gaps, dims_=i32([2, 2])) is False
 
 
 @pytest.mark.parametrize("flatten", (55, 68))
@@ -168,6 +173,10 @@ def test_searches(kind):
             assert call(324, acc=7, sp=sp, lo=key, hi=end) == 7 + sum(key <= v < end for v in ascending)
     assert call(311, key=2**41, sp=sp) == 6 and call(312, key=2**31 - 1, sp=sp) == 5
     assert call(311, key=1) == 0 and call(324, acc=7) == 7
+    assert call(324, sp=i64([-(2**63)]), lo=5, hi=0) == 0
+    for n in (7, 8, 15, 17):
+        long = layout(i64(range(n)), kind)
+        assert [call(311, key=key, sp=long) for key in range(n + 2)] == [*range(n + 1), n]
     assert call(110, lo=5, hi=6, key=1) == (5, 6) and call(111, lo=6, hi=5, key=1) == (6, 5)
 
 
@@ -213,7 +222,7 @@ def test_box_index_carries_one_level_only(kind):
 
 @pytest.mark.parametrize("number, target", ((59, "permidxs"), (201, "residxs")))
 def test_elements_along_an_axis_come_together(kind, rng, number, target):
-    for q, p, r in ((3, 4, 5), (2, 1, 3), (1, 2, 7), (2, 3, 4), (2, 27, 9), (1, 71, 950), (1, 515, 6), (2, 1027, 2)):
+    for q, p, r in ((3, 4, 5), (2, 1, 3), (1, 2, 7), (2, 3, 4), (2, 26, 9), (1, 127, 550), (1, 515, 6), (2, 1025, 2)):
         array = rng.integers(0, 2**40, (q, p, r))
         native, result = layout(array.ravel(), kind), blank((q * p * r + 3), kind, i64)
         assert call(number, p=p, q=q, r=r, nativeidxs=native, c=2, **{target: result}) == 2 + q * p * r

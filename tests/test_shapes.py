@@ -192,6 +192,12 @@ def test_shapes_of_a_stack(kind):
     table = layout(np.full((4, 4), UNTOUCHED, np.int32), kind)
     call(250, rows=2, cols=3, shape=table)
     assert table.tolist() == [[1, 1, 1, O]] * 2 + [[O] * 4] * 2
+    for strides in ((8, 4), (8, 12)):
+        memory, ones = i32([O] * 6), i32([O] * 6)
+        places = np.lib.stride_tricks.as_strided(memory, (2, 2), strides)
+        np.lib.stride_tricks.as_strided(ones, (2, 2), strides)[...] = 1
+        call(250, rows=2, cols=2, shape=places)
+        assert memory.tolist() == ones.tolist()
     for row, item in enumerate(items):
         call(252, row=row, shape=table, shpi=layout(i32(item), kind))
     assert table.tolist() == [[4, 2, 1, O], [4, 5, 1, O], [4, 3, 1, O], [O] * 4]
@@ -208,6 +214,7 @@ def test_shapes_of_a_stack(kind):
                            shapei=shapei)  # fmt: skip
     assert flag and total == 10 and dimsizes.tolist() == [2, 5, 3, O]
 
+    assert not call(290, axis=-3, flag=True, rshape=whole, shapei=i32([4, 9]))
     assert not call(290, axis=0, flag=True, rshape=whole, shapei=i32([4, 9]))
     assert not call(290, axis=1, flag=True, rshape=whole, shapei=i32([5, 2, 1]))
     assert not call(290, axis=1, flag=False, rshape=whole, shapei=i32([4]))
