@@ -4,6 +4,7 @@ import itertools
 
 import numpy as np
 import pytest
+from numpy.lib.stride_tricks import as_strided
 
 from support import LAYOUTS, blank, call, f64, i32, i64, kernel, kinds, layout
 
@@ -87,22 +88,17 @@ def test_tables(kind):
     assert pairs.tolist() == [[5, 6, 0], [9, 9, 0], [0, 0, 0]]
 
 
-@pytest.mark.parametrize("columns, width", [(3, 3), (3, 5), (31, 40), (32, 40), (32, 100), (40, 40), (40, 30), (40, -50)])
+@pytest.mark.parametrize("columns, width", [(3, 5), (31, 40), (32, 40), (32, 100), (40, 40), (40, 30), (40, -50)])
 def test_flattening_in_place_runs_forward(columns, width):
     """A value that is written before it is read goes on with its new value, also where the rows of a matrix have gaps
     or lie over one another."""
     for rows, begin, to in itertools.product((1, 4), (160, 300), range(0, 460, 5)):
-        made = []
-        for by_kernel in (True, False):
-            memory = np.arange(700.0)
-            values = np.lib.stride_tricks.as_strided(memory[begin:], (rows, columns), (8 * width, 8))
-            if by_kernel:
-                kernel(327)(i32([rows, columns]), memory[to:], values)
-            else:
-                for k in range(rows * columns):
-                    memory[to + k] = values[k // columns, k % columns]
-            made.append(memory.tolist())
-        assert made[0] == made[1]
+        memory, expected = np.arange(700.0), np.arange(700.0)
+        values, source = (as_strided(a[begin:], (rows, columns), (8 * width, 8)) for a in (memory, expected))
+        kernel(327)(i32([rows, columns]), memory[to:], values)
+        for k in range(rows * columns):
+            expected[to + k] = source[k // columns, k % columns]
+        assert memory.tolist() == expected.tolist()
 
 
 SHAPE = (3, 4, 2)

@@ -53,39 +53,28 @@ def test_strides_are_taken_as_they_are():
     assert list(rnidxs) == [11, 13, 15, -1, -1, -1] and list(index) == [1, 2]
 
 
-@pytest.mark.parametrize("shape", [(4,), (9, 40), (50, 3), (3, 4, 5), (2, 3, 2, 3), (2, 1) * 2 + (3, 2, 3, 2, 3, 7)], ids=str)
+@pytest.mark.parametrize("shape", [(4,), (9, 40), (50, 3), (3, 4, 5), (2, 1) * 2 + (3, 2, 3, 2, 3, 7)], ids=str)
 @pytest.mark.parametrize("reach", [300, 900, 4000])
 def test_boxes_by_any_strides(shape, reach):
     """A coordinate is flat // stride % extent, and a box may begin before its array and end behind it."""
-    rng = np.random.default_rng(reach)
-    extents, nd, index = np.array(shape), len(shape), i32([0] * len(shape))
-    sp = np.sort(rng.choice(reach, 300, replace=False))
+    rng, extents, nd = np.random.default_rng(reach), np.array(shape), len(shape)
     native = rng.integers(0, 1000, 300)
     for trial in range(24):
-        stride = np.array(row_major(shape))
-        if trial % 3 == 1:
-            stride[: rng.integers(1, nd + 1)] += rng.integers(0, 3)
-        elif trial % 3 == 2:
-            stride = rng.integers(1, 9, nd)
+        stride = rng.integers(1, 9, nd) if trial % 3 == 2 else np.array(row_major(shape))
+        stride[: trial % 3 * rng.integers(nd + 1)] += rng.integers(0, 3)
         first = rng.integers(-1, extents) * (rng.random(nd) < 1 / nd)
         last = np.where(rng.random(nd) < 1 / nd, rng.integers(first, extents + 2), extents)
-        table = {"nd": nd, "index": index, "shape": i32(shape), "stride": i64(stride), "nidxs": i32(native)}
-        table |= {"astart": i32(first), "astop": i32(last), "sp": i64(sp)}
-
-        def those_inside(flat):
+        rstride, sp = rng.integers(1, 99, nd), np.sort(rng.choice(reach, 300, replace=False))
+        table = {"nd": nd, "index": blank(nd), "shape": i32(shape), "stride": i64(stride), "nidxs": i32(native)}
+        table |= {"astart": i32(first), "astop": i32(last), "sp": i64(sp), "rstride": i64(rstride)}
+        for number, flat in ((317, np.arange(300)), (320, sp)):
             x = flat[:, None] // stride % extents
-            return np.flatnonzero(((first <= x) & (x < last)).all(1)), x - first
-
-        inside, _ = those_inside(np.arange(300))
-        filtered = blank(301, "contiguous")
-        assert call(317, table, rnidxs=filtered) == len(inside)
-        assert filtered.tolist() == [*native[inside], *[-7] * (301 - len(inside))]
-        inside, x = those_inside(sp)
-        rsp, filtered, rstride = blank(301, "contiguous", i64), blank(301, "contiguous"), rng.integers(1, 99, nd)
-        assert call(318, table) == len(inside)
-        assert call(320, table, rsp=rsp, rnidxs=filtered, rstride=i64(rstride)) == len(inside)
-        assert rsp[: len(inside)].tolist() == (x[inside] @ rstride).tolist() and rsp[len(inside)] == -7
-        assert filtered.tolist() == [*native[inside], *[-7] * (301 - len(inside))]
+            inside = np.flatnonzero(((first <= x) & (x < last)).all(1))
+            n, rsp, filtered = len(inside), blank(301, make=i64), blank(301)
+            assert call(number, table, {"rnidxs": filtered, "rsp": rsp}) == n
+            assert filtered.tolist() == [*native[inside], *[-7] * (301 - n)]
+        assert rsp.tolist() == [*((x - first)[inside] @ rstride), *[-7] * (301 - n)]
+        assert call(318, table) == n
 
 
 def test_without_axes_everything_is_inside():

@@ -194,9 +194,8 @@ def test_shapes_of_a_stack(kind):
     assert table.tolist() == [[1, 1, 1, O]] * 2 + [[O] * 4] * 2
     for strides in ((8, 4), (8, 12)):
         memory, ones = i32([O] * 6), i32([O] * 6)
-        places = np.lib.stride_tricks.as_strided(memory, (2, 2), strides)
         np.lib.stride_tricks.as_strided(ones, (2, 2), strides)[...] = 1
-        call(250, rows=2, cols=2, shape=places)
+        call(250, rows=2, cols=2, shape=np.lib.stride_tricks.as_strided(memory, (2, 2), strides))
         assert memory.tolist() == ones.tolist()
     for row, item in enumerate(items):
         call(252, row=row, shape=table, shpi=layout(i32(item), kind))
