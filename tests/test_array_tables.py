@@ -58,8 +58,7 @@ def test_lists_interleave_element_by_element(width, rows):
     """Long lists, and a list that lies in the result, of which elements are read behind those written before."""
     end = 5 + width * rows
     for shared, offset in itertools.product(range(width), [*range(0, end, rows // 4), end]):
-        memory = np.arange(end + rows, dtype=np.int32)
-        expected = memory.copy()
+        memory, expected = (np.arange(end + rows, dtype=np.int32) for _ in range(2))
         lists = [i32(range(-rows * j, rows - rows * j)) for j in range(width)]
         lists[shared] = expected[offset : offset + rows]
         for k in range(width * rows):

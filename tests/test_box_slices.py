@@ -53,7 +53,7 @@ def test_strides_are_taken_as_they_are():
     assert list(rnidxs) == [11, 13, 15, -1, -1, -1] and list(index) == [1, 2]
 
 
-@pytest.mark.parametrize("shape", [(4,), (9, 40), (50, 3), (3, 4, 5), (2, 1) * 2 + (3, 2, 3, 2, 3, 7)], ids=str)
+@pytest.mark.parametrize("shape", [(4,), (9, 40), (50, 3), (2, 3, 2, 3), (2, 1) * 2 + (3, 2, 3, 2, 3, 7)], ids=str)
 @pytest.mark.parametrize("reach", [300, 900, 4000])
 def test_boxes_by_any_strides(shape, reach):
     """A coordinate is flat // stride % extent, and a box may begin before its array and end behind it."""
@@ -91,6 +91,8 @@ def test_a_walk_goes_on_behind_its_box():
     box = {"nd": 2, "shape": i32([3, 3]), "firsta": i32([0, 1]), "lasta": i32([1, 3])}
     call(260, box, con_nativeidxs=i32(range(9)), sliceidxs=sliced, n=5)
     assert list(sliced) == [1, 2, 4, 5, 7]
+    call(260, nd=1, shape=i32([3]), firsta=i32([1]), lasta=i32([3]), con_nativeidxs=i32(range(9)), sliceidxs=sliced, n=5)
+    assert list(sliced) == [1, 2, 3, 4, 5]
 
 
 @kinds

@@ -173,7 +173,7 @@ def test_searches(kind):
             assert call(324, acc=7, sp=sp, lo=key, hi=end) == 7 + sum(key <= v < end for v in ascending)
     assert call(311, key=2**41, sp=sp) == 6 and call(312, key=2**31 - 1, sp=sp) == 5
     assert call(311, key=1) == 0 and call(324, acc=7) == 7
-    assert call(324, sp=i64([-(2**63)]), lo=5, hi=0) == 0
+    assert call(324, sp=i64([-(2**63)]), lo=5, hi=0) == 0 == call(311, key=5, sp=i64([9] + [0] * 8))
     for n in (7, 8, 15, 17):
         long = layout(i64(range(n)), kind)
         assert [call(311, key=key, sp=long) for key in range(n + 2)] == [*range(n + 1), n]
