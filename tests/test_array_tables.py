@@ -55,7 +55,6 @@ def test_lists_interleave(kind):
 
 @pytest.mark.parametrize("width, rows", [(1, 5), (2, 5), (3, 5), (1, 40), (2, 1100), (5, 900)])
 def test_lists_interleave_element_by_element(width, rows):
-    """Long lists, and a list that lies in the result, of which elements are read behind those written before."""
     end = 5 + width * rows
     for shared, offset in itertools.product(range(width), [*range(0, end, rows // 4), end]):
         memory, expected = (np.arange(end + rows, dtype=np.int32) for _ in range(2))

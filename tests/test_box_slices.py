@@ -91,7 +91,8 @@ def test_a_walk_goes_on_behind_its_box():
     box = {"nd": 2, "shape": i32([3, 3]), "firsta": i32([0, 1]), "lasta": i32([1, 3])}
     call(260, box, con_nativeidxs=i32(range(9)), sliceidxs=sliced, n=5)
     assert list(sliced) == [1, 2, 4, 5, 7]
-    call(260, nd=1, shape=i32([3]), firsta=i32([1]), lasta=i32([3]), con_nativeidxs=i32(range(9)), sliceidxs=sliced, n=5)
+    box = {"nd": 1, "shape": i32([3]), "firsta": i32([1]), "lasta": i32([3])}
+    call(260, box, con_nativeidxs=i32(range(9)), sliceidxs=sliced, n=5)
     assert list(sliced) == [1, 2, 3, 4, 5]
 
 
