@@ -12,8 +12,11 @@ BOX = dict(hassp=True, nelem=2, count=3, nidxs=i32([5, 6]))
 
 # A line a way of being empty: the kernels, what they take (all else is None or 0), the result.
 CALLS = [
+    ([28, 36], dict(ncon=3, nlin=4), (3, 4)),
+    ([29, 30, 37, 38], dict(acc=5, c=2, first=3, last=1), (5, 2)),
     ([55, 68], dict(curperm=i32([0, 1, 2]), midxs=NO_AXES, n=3, sparsity=i64([9] * 3)), None),
     ([55, 68], dict(nd=2, midxs=NO_ROWS), None),
+    ([76, 79], {}, None),
     ([82], dict(nd=2, ri32=i32([2, 3]), domsp=NO_ROWS), None),
     ([82], dict(scalar=True), None),
     ([100], dict(nd=2, domsp=NO_ROWS), None),

@@ -144,6 +144,21 @@ def test_other_checks():
 
 
 @kinds
+@pytest.mark.parametrize("n", (1, 15, 16, 17, 33))
+def test_a_fault_is_found_wherever_it_stands(kind, n):
+    rng = np.random.default_rng(n)
+    positions, zeros = layout(rng.integers(0, 9, n), kind), layout(rng.choice([0.0, -0.0], n), kind)
+    assert call(626, inst_=positions, n=n, size=9) is False and call(608, bfix=zeros, n=n, flag=True) is True
+    for size in (0, -5, -(2**63)):
+        assert call(626, inst_=positions, n=n, size=size) is True
+    for k in range(n):
+        for position, constant in (-1, np.nan), (9, -5e-324), (-(2**63), np.inf), (2**63 - 1, 2.0):
+            good, positions[k], zeros[k] = positions[k], position, constant
+            assert call(626, inst_=positions, n=n, size=9) is True and call(608, bfix=zeros, n=n, flag=True) is False
+            positions[k], zeros[k] = good, 0.0
+
+
+@kinds
 @pytest.mark.parametrize("constants", (0, 1))
 def test_pushed_record(stored, constants, kind):
     stacks = {name: blank(30, kind, make) for name, make in (("i32", i32), ("i64", i64), ("f64", f64))}
