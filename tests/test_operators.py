@@ -6,7 +6,7 @@ import pytest
 from records import (
     ONE_ATOM, Record, Stack, check, coefficients, evaluate, random_matrix, random_operand, random_record, result,
 )  # fmt: skip
-from support import blank, call, f64, i32, i64, kernel
+from support import blank, call, f64, i32, i64, kernel, kinds, layout, placed
 
 
 def test_terms_of_a_sum_stay_apart():
@@ -62,6 +62,57 @@ def test_sums_along_an_axis_read_nothing_of_nothing():
     rptr = i32([0, -1])
     assert call(539, outer=1, ext=0, inner=1, inner_step=1, ri32=rptr) == (0, 1, 0) and list(rptr) == [0, 0]
     assert kernel(531)(0, 0, 0, 9, -5, 1 << 40, 0, 0, 0, None, None) == (-5, 1 << 40, 9)
+
+
+@kinds
+@pytest.mark.parametrize("n", (1, 8, 33, 100))
+def test_blocks_groups_and_picks_of_positions(kind, n):
+    """By their definitions, of positions near and far, in blocks short and long; blocks in one call after another."""
+    rng = np.random.default_rng(n)
+    for blk, gap in [(1, 2), (3, 2), (3, 30), (64, 2), (64, 30), (2**40, 2)]:
+        sp = 5 + np.cumsum(rng.integers(1, gap, n))
+        blocks, first = np.unique(sp // blk, return_index=True)
+        ends, ng = np.r_[first[1:], n], len(blocks) // 2
+        operand = {"n": n, "wi32": layout(i32(range(0, 3 * n + 1, 3)), kind), "wi64": layout(sp, kind)}
+        assert call(496, operand, blk=blk, acc=4) == 4 + len(blocks)
+        for pattern in (None, blank(n + 2, kind, i64)):
+            arrays = {"blk": blk, "rhassp": pattern is not None, "ri32": blank(n + 2, kind), "ri64": pattern}
+            cur = call(499, operand, arrays, ng=ng)
+            assert cur == np.r_[0, ends][ng]
+            assert call(499, operand, arrays, ng=len(blocks) - ng, cur=cur, rptr=ng, rsp=ng) == n
+            assert np.array_equal(arrays["ri32"], placed(n + 2, 1, 3 * ends))
+        assert np.array_equal(pattern, placed(n + 2, 0, blocks))
+
+        for inner, ext, outer in ((1, 3, 10**6), (1, 100, 2), (4, 30, 3), (5, 2, 1)):
+            perm = rng.permutation(n)
+            groups = np.c_[sp[perm] // (inner * ext) % outer, sp[perm] % inner]
+            count = 2 + np.any(np.diff(groups, axis=0, prepend=[[-1, -1]]), axis=1).sum()
+            numbers = {"ext_inner": ext * inner, "inner": inner, "outer": outer, "xi32": layout(i32(perm), kind)}
+            assert call(531, operand, numbers, count=2, a=-1, b=-1) == (*groups[-1], count)
+
+        idxs, slots = rng.integers(0, sp[-1] + 2, 20), blank(21, kind)
+        idxs[7:9] = sp[0], sp[-1]
+        stored = np.where(np.isin(idxs, sp), np.searchsorted(sp, idxs), -1)
+        assert call(411, operand, idxs=layout(idxs, kind), nelem=n, xi32=slots) == (0, 3 * (stored >= 0).sum())
+        assert np.array_equal(slots, placed(21, 0, i32(stored)))
+
+
+def test_permuted_positions():
+    """By their definition, of any pattern, extents and strides; an axis may be listed twice."""
+    rng = np.random.default_rng(419)
+    for seed in range(80):
+        nd = 1 + seed % 4
+        stride, dperm = np.cumprod(rng.integers(1, 12, nd))[::-1], rng.integers(0, nd, nd)
+        flat, extents, position = rng.integers(0, 3 * stride[0], 40), rng.integers(1, 2**20, nd), 0
+        rest, x = np.sort(flat) if seed % 3 else flat, []
+        operand = {"nelem": 40, "stride": i64(stride), "wi64": i64(rest)}
+        for step in stride:
+            x.append(rest // step)
+            rest = rest % step
+        for d, extent in zip(dperm, extents):
+            position = position * extent + x[d]
+        call(419, operand, dperm=i32(dperm), nd=nd, ri32=i32(extents), sp=(sp := blank(41, make=i64)))
+        assert np.array_equal(sp, placed(41, 0, position))
 
 
 def test_greatest_extent_is_at_least_what_came_in():

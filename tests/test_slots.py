@@ -112,6 +112,9 @@ def test_products_over_extents(number):
         ((405, 408, 460), [0, 9, 1], 5, True, True),
         ((446,), [0, 9, 1], 5, True, False),  # only the first and the last are looked at
         ((405, 408, 460, 446), [0, 2**40], 2**41, False, False),
+        ((405, 408, 460), [0], -(2**63), False, True),
+        ((405, 408, 460), [-(2**63), 2**63 - 1], 5, False, True),
+        ((405, 408, 460), [2**63 - 1, -(2**63)], 5, True, True),
     ],
 )
 def test_checks_of_index_lists(numbers, values, size, bad_order, bad_range):
