@@ -165,6 +165,18 @@ def test_elements_without_terms_are_stored_where_they_are_met():
     assert call(461, w.arguments, msp=i64([0, 1, 3])) == (0, 1, 0)
 
 
+@pytest.mark.parametrize("stride", [(240, 12, 1), (60, 20, 1), (31, 12, 1), (10, 9, 2), (7, 30, 3)])
+def test_permuted_positions_by_any_strides(stride):
+    pattern, rshape, dperm = np.arange(500), (20, 5, 12), [1, 2, 0]
+    x0, rest = np.divmod(pattern, stride[0])
+    x1, rest = np.divmod(rest, stride[1])
+    x = x0, x1, rest // stride[2]
+    for order in (pattern, pattern[::-1], np.random.default_rng(0).permutation(500)):
+        sp = blank(500, make=i64)
+        call(419, dperm=i32(dperm), nd=3, nelem=500, ri32=i32(rshape), sp=sp, stride=i64(stride), wi64=i64(order))
+        assert sp.tolist() == ((x[1] * 5 + x[2]) * 12 + x[0])[order].tolist()
+
+
 def test_the_element_of_an_array_without_axes_stays_in_place():
     flat = blank(2, make=i64)
     call(419, nelem=1, sp=flat, wi64=i64([0]))

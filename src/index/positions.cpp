@@ -32,27 +32,6 @@ i64 continue_position(i64 position, const Index& index, CI32 shape, i64 lo, i64 
   return position;
 }
 
-// Whether a coordinate of any row lies outside its extent. Rows without gaps between them are tested by vectors.
-[[gnu::noinline]] bool is_any_row_outside(CI32x2 table, CI32 extents)
-{
-  i32 outside = 0;
-  with_axis_count(table.cols, [&](auto axes) {
-    const auto test_rows = [&](auto row_step, auto step) {
-      for (i64 r = 0; r < table.rows; ++r) {
-        for (i64 d = 0; d < axes; ++d) {
-          outside |= sign_of_outside(table.data[r * row_step + d * step], extents[d]);
-        }
-      }
-    };
-    if (table.rowstride == axes && table.colstride == 1) {
-      test_rows(axes, std::integral_constant<i64, 1>{});
-    } else {
-      test_rows(table.rowstride, table.colstride);
-    }
-  });
-  return outside < 0;
-}
-
 // Whether the slots of two arrays share memory.
 bool overlap(CI64 a, CI64 b)
 {
@@ -195,7 +174,7 @@ KERNEL((176), (), gather_base_indices, CI64 basevar_nativeidxs, I64 idxs, CI32x2
 // Whether a multi-index lies outside: sets `flag` for any coordinate of a row below 0 or at or above its extent.
 KERNEL((174, 303), (bool flag), check_rows, bool flag, CI32x2 midxs, CI32 shape)
 {
-  return flag | is_any_row_outside(midxs, shape);
+  return flag | is_any_row_outside(midxs, midxs.rows, shape);
 }
 
 // Whether a multi-index lies outside: sets `flag` for any coordinate of a row below 0 or at or above its extent.
@@ -203,7 +182,7 @@ KERNEL((174, 303), (bool flag), check_rows, bool flag, CI32x2 midxs, CI32 shape)
 // - dims_ (array; axes): the extents, one a column of `sub`
 KERNEL((618), (bool flag), check_rows_of_stored, CI32 dims_, bool flag, CI32x2 sub)
 {
-  return flag | is_any_row_outside(sub, dims_);
+  return flag | is_any_row_outside(sub, sub.rows, dims_);
 }
 
 // Whether an index into a one-dimensional array lies outside: sets `flag` for any below 0 or at or above shape[0].

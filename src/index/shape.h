@@ -163,4 +163,28 @@ bool is_any_outside(const Index& index, const Extents& extents, i64 n)
   return outside;
 }
 
+// Whether a coordinate of any of the first n rows lies outside its extent. Rows without gaps between them are tested by
+// vectors.
+[[gnu::noinline]] inline bool is_any_row_outside(CI32x2 table, i64 n, CI32 extents)
+{
+  if (n < 1 || table.cols < 1) return false;
+  table.bounds.check(n - 1, table.cols - 1);
+  i32 outside = 0;
+  with_axis_count(table.cols, [&](auto axes) {
+    const auto test_rows = [&](auto row_step, auto step) {
+      for (i64 r = 0; r < n; ++r) {
+        for (i64 d = 0; d < axes; ++d) {
+          outside |= sign_of_outside(table.data[r * row_step + d * step], extents[d]);
+        }
+      }
+    };
+    if (table.rowstride == axes && table.colstride == 1) {
+      test_rows(axes, std::integral_constant<i64, 1>{});
+    } else {
+      test_rows(table.rowstride, table.colstride);
+    }
+  });
+  return outside < 0;
+}
+
 }  // namespace fragments

@@ -52,10 +52,7 @@ KERNEL((408), (bool bad), has_index_outside, CI64 idxs, i64 size, bool bad)
 // - n (count): the picks
 KERNEL((406), (bool bad), has_coordinate_outside, CI32x2 idxs, i32 n, CI32 shape, bool bad)
 {
-  with_axis_count(idxs.cols, [&](auto axes) {
-    for (i64 i = 0; i < n; ++i) bad |= is_any_outside(Row{idxs, i}, shape, axes);
-  });
-  return bad;
+  return bad | is_any_row_outside(idxs, n, shape);
 }
 
 // Checks the pattern of a constant factor: sets `bad_order` if it does not strictly ascend, `bad_range` if a position

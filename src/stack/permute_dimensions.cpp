@@ -54,7 +54,9 @@ KERNEL((419), (), write_permuted_positions, CI32 dperm, i32 from, i32 nd, i32 ne
   }
   const Axis last = axes[nd - 1];
   constexpr i64 worth_a_branch = 8;
-  const i64 row_length = nd > 1 && stride[nd - 2] >= worth_a_branch ? stride[nd - 2] : 0;
+  bool are_rows_kept = nd > 1 && stride[nd - 2] >= worth_a_branch;
+  for (i64 d = 2; d < nd; ++d) are_rows_kept &= stride[d - 2] % stride[d - 1] == 0;  // else rows cross periods
+  const i64 row_length = are_rows_kept ? stride[nd - 2] : 0;
   i64 row = 0, row_place = 0;
   for (i64 i = 0; i < nelem; ++i) {
     const i64 flat = pattern[i];
