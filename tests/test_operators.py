@@ -97,24 +97,6 @@ def test_blocks_groups_and_picks_of_positions(kind, n):
         assert np.array_equal(slots, placed(21, 0, i32(stored)))
 
 
-def test_permuted_positions():
-    """By their definition, of any pattern, extents and strides; an axis may be listed twice."""
-    rng = np.random.default_rng(419)
-    for seed in range(80):
-        nd = 1 + seed % 4
-        stride, dperm = np.cumprod(rng.integers(1, 12, nd))[::-1], rng.integers(0, nd, nd)
-        flat, extents, position = rng.integers(0, 3 * stride[0], 40), rng.integers(1, 2**20, nd), 0
-        rest, x = np.sort(flat) if seed % 3 else flat, []
-        operand = {"nelem": 40, "stride": i64(stride), "wi64": i64(rest)}
-        for step in stride:
-            x.append(rest // step)
-            rest = rest % step
-        for d, extent in zip(dperm, extents):
-            position = position * extent + x[d]
-        call(419, operand, dperm=i32(dperm), nd=nd, ri32=i32(extents), sp=(sp := blank(41, make=i64)))
-        assert np.array_equal(sp, placed(41, 0, position))
-
-
 def test_greatest_extent_is_at_least_what_came_in():
     extents = i32([9, 8, 3, 5])
     for number in (526, 558):
@@ -284,6 +266,7 @@ def test_a_product_has_code_only_by_its_measure():
         ([0, 0], [1, 1], (False, True), (False, True)),
         ([0, 1], [1, 0], (False, False), (False, False)),
         ([1, 0], [0, 1], (False, True), (False, True)),
+        ([1, 0, 0], [0, 1, 2], (False, True), (False, True)),
         ([0, 3], [0, 1], (True, False), (True, False)),
         ([3], [0], (True, False), (True, False)),
         ([-1], [0], (True, False), (True, False)),
