@@ -105,6 +105,7 @@ def test_products_over_extents(number):
         ((405, 408, 460), [], 5, False, False),
         ((405, 408, 460, 446), [0, 2, 4], 5, False, False),
         ((405, 408, 460, 446), [2, 2], 5, True, False),
+        ((405, 408, 460, 446), [3, 1, 4], 5, True, False),
         ((405, 408, 460, 446), [-1, 3], 5, False, True),
         ((405, 408, 460), [1, 5], 5, False, True),
         ((446,), [1, 5], 5, False, False),  # the last may equal the size
