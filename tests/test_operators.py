@@ -165,6 +165,19 @@ def test_the_element_of_an_array_without_axes_stays_in_place():
     assert flat.tolist() == [0, -7]
 
 
+def test_nan_is_a_term_of_a_constant():
+    ri32, ri64, rf64 = i32([0] * 5), blank(3, make=i64), blank(3, make=f64)
+    assert call(404, bfix=f64([0, np.nan, -0.0, 5]), n=4, ri32=ri32, ri64=ri64, rf64=rf64) == 2
+    assert ri32.tolist() == [0, 0, 1, 1, 2] and ri64.tolist() == [0, 0, -7] and rf64[1:].tolist() == [5, -7]
+
+
+def test_permuted_positions_beyond_32_bits():
+    n, sp = 2**20, i64([0])
+    operand = {"stride": i64([3 * n, 3, 1]), "wi64": i64([(5 * n + 7) * 3 + 2]), "ri32": i32([3, n, n])}
+    call(419, operand, dperm=i32([2, 0, 1]), nd=3, nelem=1, sp=sp)
+    assert sp.tolist() == [(2 * n + 5) * n + 7]
+
+
 def test_a_sort_by_column_leaves_where_the_columns_begin():
     xi32 = blank(10)
     call(451, mdimj=5, mnnz=2, msubj=i32([3, 1]), xi32=xi32, xcolptr=1, xperm=8)

@@ -174,6 +174,12 @@ def test_pushed_record(stored, constants, kind):
     assert not constants or not terms[0][ptr[1:] - 1].any()  # the last term of each row, also where it is 0
 
 
+def test_pushed_row_whose_ends_are_swapped_has_its_constant_only():
+    stacks = {"i32": blank(4), "i64": blank(8, make=i64), "f64": blank(8, make=f64)}
+    call(609, stacks, subj=i64([5, 6]), cof_v=f64([1, 2]), bfix=f64([3, 4, 8]), ptrb=i64([0, 2, 1, 2]), nelem=3)
+    assert stacks["i32"].tolist() == [0, 3, 4, 6] and stacks["f64"].tolist() == [1, 2, 3, 4, 2, 8, -7, -7]
+
+
 def test_pushed_plain_variable():
     stack32, stackf, positions = blank(8), blank(9, make=f64), blank(3, make=i64)
     call(574, cofbase=2, n=4, m=3, ptrbase=1, rf64=stackf, ri32=stack32)

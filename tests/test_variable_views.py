@@ -141,9 +141,8 @@ def test_repetitions_by_any_distances():
     """What 216 takes for its strides need not be those of one shape."""
     p, q, u, tsp = 3, 4, 1000, RNG.integers(0, 500, 30)
     for v, w in ((12, 4), (12, 2), (7, 4), (5, 6)):
-        rsp, rnativeidxs = blank(60, make=i64), blank(60, make=i64)
         table = {"p": p, "q": q, "u": u, "v": v, "w": w, "n": 30, "reps": 2, "tsp": tsp, "tnativeidxs": tsp}
-        assert call(216, table, rsp=rsp, rnativeidxs=rnativeidxs) == 60
+        assert call(216, table, rsp=(rsp := blank(60, make=i64)), rnativeidxs=blank(60, make=i64)) == 60
         first = tsp // w % p * q + tsp // v * u + tsp % q
         assert np.array_equal(rsp, (first[:, None] + [0, p * q]).ravel())
 
