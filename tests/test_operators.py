@@ -174,8 +174,8 @@ def test_nan_is_a_term_of_a_constant():
 def test_permuted_positions_beyond_32_bits():
     n, sp = 2**20, i64([0])
     operand = {"stride": i64([3 * n, 3, 1]), "wi64": i64([(5 * n + 7) * 3 + 2]), "ri32": i32([3, n, n])}
-    call(419, operand, dperm=i32([2, 0, 1]), nd=3, nelem=1, sp=sp)
-    assert sp.tolist() == [(2 * n + 5) * n + 7]
+    call(419, operand, dperm=i32([2, 0, 2]), nd=3, nelem=1, sp=sp)  # an axis may come twice
+    assert sp.tolist() == [(2 * n + 5) * n + 2]
 
 
 def test_a_sort_by_column_leaves_where_the_columns_begin():
