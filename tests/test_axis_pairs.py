@@ -87,6 +87,13 @@ def test_positions_of_the_triangle_need_64_bits():
     assert list(ri64) == [-1, 0, 2**31 - 1, 2 * (2**31 - 1)]
 
 
+def test_triangles_of_any_strides():
+    for number, upper, positions in (553, False, [1, 7, 9, 13, 15, 17]), (554, True, [1, 3, 5, 9, 11, 17]):
+        fold = {"dim": i32([1, 3, 1, 3, 1]), "stride": i32([0, 6, 0, 2, 1])}
+        assert call(number, fold, ri64=(ri64 := i64([-1] * 7))) == 6 and list(ri64 + 1) == [*positions, 0]
+        assert call(551, fold, upper=upper, wi32=i32(np.arange(20) ** 2)) == (0, 2 * sum(positions) - 6)
+
+
 def test_nothing_is_read_of_nothing():
     assert kernel(567)(0, 3, -5, None, None, None, 4) == -5
     assert call(565, nc=3, nnz=4) == (3, 4) and call(566) is None

@@ -12,8 +12,11 @@ BOX = dict(hassp=True, nelem=2, count=3, nidxs=i32([5, 6]))
 
 # A line a way of being empty: the kernels, what they take (all else is None or 0), the result.
 CALLS = [
+    ([28, 36], dict(ncon=3, nlin=4), (3, 4)),
+    ([29, 30, 37, 38], dict(acc=5, c=2, first=3, last=1), (5, 2)),
     ([55, 68], dict(curperm=i32([0, 1, 2]), midxs=NO_AXES, n=3, sparsity=i64([9] * 3)), None),
     ([55, 68], dict(nd=2, midxs=NO_ROWS), None),
+    ([76, 79], {}, None),
     ([82], dict(nd=2, ri32=i32([2, 3]), domsp=NO_ROWS), None),
     ([82], dict(scalar=True), None),
     ([100], dict(nd=2, domsp=NO_ROWS), None),
@@ -37,12 +40,14 @@ CALLS = [
     ([417], dict(nelem=1, hassp=True, wi32=i32([0, 0]), ri32=i32([9, 9]), ri64=i64([9])), (0, 1, 0)),
     ([419], dict(nelem=2, sp=i64([9, 9])), None),
     ([419], dict(nd=2**31 - 1), None),
+    ([468], dict(d0=2, d1=-3, ei=7, nzi=4, ri32=i32([0] * 3)), (7, 2, 4)),
     ([476], dict(n=1, res=5, xnd=1, d1=3), 1),
     ([476], dict(res=5, xnd=2, d1=3), 5),
     ([483], dict(xd0=1), (0, 0)),
     ([483], dict(mdimj=3, xd0=2, wi32=i32([0] * 9), perm=2), (0, 0)),
     ([484], dict(mdimj=3, rhassp=True, ri32=i32([9]), wi32=i32([0] * 9), xd0=0), None),
     ([486], dict(xd1=3), (0, 0)),
+    ([499], dict(cur=3, n=5, rhassp=True), 3),
     ([522, 523], dict(hascode=True, nelem=i32([0])), None),
     ([525], dict(hascode=True, n=2, nelem=i32([0, 0])), None),
     ([525], dict(hascode=True), None),

@@ -95,6 +95,10 @@ def test_what_counts_as_a_linear_term():
     subj, kept, ptrb = blank(3), np.zeros(3), i64([0, -7])
     kernel(79)(kept, 0, 1, 0, 0, ptrb, cof, ptr, nidxs, subj)
     assert subj.tolist() == [0, 3, 0] and np.array_equal(kept, [2, np.nan, 5], equal_nan=True) and ptrb[1] == 3
+    # Rows without such a term write nothing, whatever stands in front of them.
+    subj, kept, ptrb = blank(3), blank(3, make=f64), i64([1, -7, -7])
+    kernel(79)(kept, 0, 2, 0, 0, ptrb, f64([5, 0.0, 4, -0.0]), i32([1, 3, 4]), i64([6, 0, -1, 2]), subj)
+    assert subj.tolist() == kept.tolist() == [-7] * 3 and ptrb.tolist() == [1, 1, 1]
 
 
 def test_single_row():
@@ -144,12 +148,24 @@ def test_few_coefficients_picked_among_many():
         assert np.array_equal(block, np.where(np.isin(varidxs, terms), 2.0 * varidxs, np.nan), equal_nan=True)
 
 
+@pytest.mark.parametrize("others", (0, 40))
+def test_a_coefficient_is_picked_once(others):
+    """Of a variable that is listed again and again each term goes to one place, also among many others."""
+    behind = np.arange(10, 10 + others)
+    for listed, terms, picked in ([4, 4], [4], [1, -7]), ([4], [4, 4], [1]), ([3, 4, 4], [4, 4, 4], [-7, 1, 2]):
+        varidxs, nidxs, block = i64(np.r_[listed, behind]), i64(np.r_[terms, behind]), blank(3 + others, make=f64)
+        cof = np.arange(1.0, 1 + len(nidxs))
+        kernel(32)(block, 0, 1, 0, 0, 0, varidxs, cof, i32([0, len(nidxs)]), nidxs)
+        assert np.array_equal(block, placed(3 + others, 0, np.r_[picked, cof[len(terms) :]]))
+
+
 @kinds
 def test_rows_by_side(kind):
     rng = np.random.default_rng(6)
     conidxs, lengths = rng.integers(-9, 9, 30), rng.integers(0, 4, 30)
     atoms = rng.integers(1, 4, lengths.sum())
-    ptr, codeptr = np.r_[0, np.cumsum(lengths)], np.r_[0, np.cumsum(atoms)]
+    # Two terms with five atoms stand in front of the rows.
+    ptr, codeptr = 2 + np.r_[0, np.cumsum(lengths)], np.r_[0, 1, 5 + np.r_[0, np.cumsum(atoms)]]
     stack = layout(i32(np.r_[-9, ptr, -9, codeptr]), kind)
     conidxs, off, conic = layout(i32(conidxs), kind), len(ptr) + 2, conidxs < 0
     atoms_by_row = codeptr[ptr[1:]] - codeptr[ptr[:-1]]
@@ -170,12 +186,15 @@ def test_rows_by_side(kind):
     assert np.array_equal(xi32[40:], placed(40, 1, 20 + np.cumsum(lengths[~conic])))
 
 
-def test_run_lengths_are_appended():
-    pointers, expected = i32([-9, 2, 3, 3, 7]), [-7, -7, -7, -7, 5, 9, -7]
-    for number, scalars in (29, (1, 5, 1, 2, 1, 3)), (30, (5, 1, 2, 1, 1, 3)):
-        xi32 = blank(7)
-        assert kernel(number)(*scalars, pointers, xi32) == (9, 4)
-        assert xi32.tolist() == expected
+@kinds
+@pytest.mark.parametrize("n", (1, 2, 3, 8, 31, 33, 100))
+def test_run_lengths_are_appended(kind, n):
+    pointers = 40 + np.cumsum(np.random.default_rng(n).integers(0, 5, n + 3))
+    for number, scalars in (29, (1, 5, 1, 2, 1, n + 1)), (30, (5, 1, 2, 1, 1, n + 1)):
+        xi32 = blank(n + 5, kind)
+        appended = 5 + pointers[2 : n + 2] - pointers[1]
+        assert kernel(number)(*scalars, layout(i32([-9, *pointers]), kind), xi32) == (appended[-1], n + 2)
+        assert np.array_equal(xi32, placed(n + 5, 4, appended))
 
 
 @pytest.mark.parametrize("numbers, ascending", [([], 1), ([5], 1), ([-3, 0, 2], 1), ([1, 1], 0), ([1, 3, 2], 0)])

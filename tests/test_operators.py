@@ -6,7 +6,7 @@ import pytest
 from records import (
     ONE_ATOM, Record, Stack, check, coefficients, evaluate, random_matrix, random_operand, random_record, result,
 )  # fmt: skip
-from support import blank, call, f64, i32, i64, kernel
+from support import blank, call, f64, i32, i64, kernel, kinds, layout, placed
 
 
 def test_terms_of_a_sum_stay_apart():
@@ -62,6 +62,39 @@ def test_sums_along_an_axis_read_nothing_of_nothing():
     rptr = i32([0, -1])
     assert call(539, outer=1, ext=0, inner=1, inner_step=1, ri32=rptr) == (0, 1, 0) and list(rptr) == [0, 0]
     assert kernel(531)(0, 0, 0, 9, -5, 1 << 40, 0, 0, 0, None, None) == (-5, 1 << 40, 9)
+
+
+@kinds
+@pytest.mark.parametrize("n", (1, 8, 33, 100))
+def test_blocks_groups_and_picks_of_positions(kind, n):
+    """By their definitions, of positions near and far, in blocks short and long; blocks in one call after another."""
+    rng = np.random.default_rng(n)
+    for blk, gap in [(1, 2), (3, 2), (3, 30), (64, 2), (64, 30), (2**40, 2)]:
+        sp = 5 + np.cumsum(rng.integers(1, gap, n))
+        blocks, first = np.unique(sp // blk, return_index=True)
+        ends, ng = np.r_[first[1:], n], len(blocks) // 2
+        operand = {"n": n, "wi32": layout(i32(range(0, 3 * n + 1, 3)), kind), "wi64": layout(sp, kind)}
+        assert call(496, operand, blk=blk, acc=4) == 4 + len(blocks)
+        for pattern in (None, blank(n + 2, kind, i64)):
+            arrays = {"blk": blk, "rhassp": pattern is not None, "ri32": blank(n + 2, kind), "ri64": pattern}
+            cur = call(499, operand, arrays, ng=ng)
+            assert cur == np.r_[0, ends][ng]
+            assert call(499, operand, arrays, ng=len(blocks) - ng, cur=cur, rptr=ng, rsp=ng) == n
+            assert np.array_equal(arrays["ri32"], placed(n + 2, 1, 3 * ends))
+        assert np.array_equal(pattern, placed(n + 2, 0, blocks))
+
+        for inner, ext, outer in ((1, 3, 10**6), (1, 100, 2), (4, 30, 3), (5, 2, 1)):
+            perm = rng.permutation(n)
+            groups = np.c_[sp[perm] // (inner * ext) % outer, sp[perm] % inner]
+            count = 2 + np.any(np.diff(groups, axis=0, prepend=[[-1, -1]]), axis=1).sum()
+            numbers = {"ext_inner": ext * inner, "inner": inner, "outer": outer, "xi32": layout(i32(perm), kind)}
+            assert call(531, operand, numbers, count=2, a=-1, b=-1) == (*groups[-1], count)
+
+        idxs, slots = rng.integers(0, sp[-1] + 2, 20), blank(21, kind)
+        idxs[7:9] = sp[0], sp[-1]
+        stored = np.where(np.isin(idxs, sp), np.searchsorted(sp, idxs), -1)
+        assert call(411, operand, idxs=layout(idxs, kind), nelem=n, xi32=slots) == (0, 3 * (stored >= 0).sum())
+        assert np.array_equal(slots, placed(21, 0, i32(stored)))
 
 
 def test_greatest_extent_is_at_least_what_came_in():
@@ -130,6 +163,19 @@ def test_the_element_of_an_array_without_axes_stays_in_place():
     flat = blank(2, make=i64)
     call(419, nelem=1, sp=flat, wi64=i64([0]))
     assert flat.tolist() == [0, -7]
+
+
+def test_nan_is_a_term_of_a_constant():
+    ri32, ri64, rf64 = i32([0] * 5), blank(3, make=i64), blank(3, make=f64)
+    assert call(404, bfix=f64([0, np.nan, -0.0, 5]), n=4, ri32=ri32, ri64=ri64, rf64=rf64) == 2
+    assert ri32.tolist() == [0, 0, 1, 1, 2] and ri64.tolist() == [0, 0, -7] and rf64[1:].tolist() == [5, -7]
+
+
+def test_permuted_positions_beyond_32_bits():
+    n, sp = 2**20, i64([0])
+    operand = {"stride": i64([3 * n, 3, 1]), "wi64": i64([(5 * n + 7) * 3 + 2]), "ri32": i32([3, n, n])}
+    call(419, operand, dperm=i32([2, 0, 2]), nd=3, nelem=1, sp=sp)  # an axis may come twice
+    assert sp.tolist() == [(2 * n + 5) * n + 2]
 
 
 def test_a_sort_by_column_leaves_where_the_columns_begin():
@@ -233,6 +279,7 @@ def test_a_product_has_code_only_by_its_measure():
         ([0, 0], [1, 1], (False, True), (False, True)),
         ([0, 1], [1, 0], (False, False), (False, False)),
         ([1, 0], [0, 1], (False, True), (False, True)),
+        ([1, 0, 0], [0, 1, 2], (False, True), (False, True)),
         ([0, 3], [0, 1], (True, False), (True, False)),
         ([3], [0], (True, False), (True, False)),
         ([-1], [0], (True, False), (True, False)),

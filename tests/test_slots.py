@@ -105,6 +105,7 @@ def test_products_over_extents(number):
         ((405, 408, 460), [], 5, False, False),
         ((405, 408, 460, 446), [0, 2, 4], 5, False, False),
         ((405, 408, 460, 446), [2, 2], 5, True, False),
+        ((405, 408, 460, 446), [3, 1, 4], 5, True, False),
         ((405, 408, 460, 446), [-1, 3], 5, False, True),
         ((405, 408, 460), [1, 5], 5, False, True),
         ((446,), [1, 5], 5, False, False),  # the last may equal the size
@@ -112,6 +113,9 @@ def test_products_over_extents(number):
         ((405, 408, 460), [0, 9, 1], 5, True, True),
         ((446,), [0, 9, 1], 5, True, False),  # only the first and the last are looked at
         ((405, 408, 460, 446), [0, 2**40], 2**41, False, False),
+        ((405, 408, 460), [0], -(2**63), False, True),
+        ((405, 408, 460), [-(2**63), 2**63 - 1], 5, False, True),
+        ((405, 408, 460), [2**63 - 1, -(2**63)], 5, True, True),
     ],
 )
 def test_checks_of_index_lists(numbers, values, size, bad_order, bad_range):

@@ -144,6 +144,21 @@ def test_other_checks():
 
 
 @kinds
+@pytest.mark.parametrize("n", (1, 15, 16, 17, 33))
+def test_a_fault_is_found_wherever_it_stands(kind, n):
+    rng = np.random.default_rng(n)
+    positions, zeros = layout(rng.integers(0, 9, n), kind), layout(rng.choice([0.0, -0.0], n), kind)
+    assert call(626, inst_=positions, n=n, size=9) is False and call(608, bfix=zeros, n=n, flag=True) is True
+    for size in (0, -5, -(2**63)):
+        assert call(626, inst_=positions, n=n, size=size) is True
+    for k in range(n):
+        for position, constant in (-1, np.nan), (9, -5e-324), (-(2**63), np.inf), (2**63 - 1, 2.0):
+            good, positions[k], zeros[k] = positions[k], position, constant
+            assert call(626, inst_=positions, n=n, size=9) is True and call(608, bfix=zeros, n=n, flag=True) is False
+            positions[k], zeros[k] = good, 0.0
+
+
+@kinds
 @pytest.mark.parametrize("constants", (0, 1))
 def test_pushed_record(stored, constants, kind):
     stacks = {name: blank(30, kind, make) for name, make in (("i32", i32), ("i64", i64), ("f64", f64))}
@@ -157,6 +172,12 @@ def test_pushed_record(stored, constants, kind):
     assert np.array_equal(stacks["f64"], placed(30, 3, terms[1]))
     assert np.array_equal(dense_rows(N, range(N), ptr, *terms), dense_rows(N, range(N), ptrb, *fields, bfix))
     assert not constants or not terms[0][ptr[1:] - 1].any()  # the last term of each row, also where it is 0
+
+
+def test_pushed_row_whose_ends_are_swapped_has_its_constant_only():
+    stacks = {"i32": blank(4), "i64": blank(8, make=i64), "f64": blank(8, make=f64)}
+    call(609, stacks, subj=i64([5, 6]), cof_v=f64([1, 2]), bfix=f64([3, 4, 8]), ptrb=i64([0, 2, 1, 2]), nelem=3)
+    assert stacks["i32"].tolist() == [0, 3, 4, 6] and stacks["f64"].tolist() == [1, 2, 3, 4, 2, 8, -7, -7]
 
 
 def test_pushed_plain_variable():

@@ -86,3 +86,15 @@ def test_merging_adds_to_the_target_in_front():
     entries = {"rows": i32([0, 2, 1]), "subi": i32([9, 4, 3]), "subj": i32([9, 2, 2]), "val": f64([100, 5, np.inf])}
     assert call(128, c=2, nnz=3, tsubi=tsubi, tsubj=tsubj, tval=tval, **entries) == 3
     assert tsubi.tolist() == [3, 3, 4] and tsubj.tolist() == [1, 2, 2] and tval.tolist() == [1, np.inf, 5]
+
+
+@pytest.mark.parametrize("cptrb", ([2, 0, 3, 1, 4], [0, 3, 3, 1, 1], [3, 2, 1, 0, 4]))
+def test_columns_may_overlap_or_be_empty(cptrb):
+    """Each column is taken as its two ends tell, from 0 entries to all, and none if they are the wrong way round."""
+    cols, subi = i32([3, 1, 0, 2]), i32([1, 0, 1, 0])
+    placed, rptrb, rows = [k for b, e in zip(cptrb, cptrb[1:]) for k in cols[b:e]], i64([0, 0, 9, 0]), blank(20)
+    call(126, cols=cols, cptrb=i64(cptrb), n=4, rows=rows, rptrb=rptrb, subi=subi)
+    for start, row in (0, 0), (9, 1):
+        mine = [k for k in placed if subi[k] == row]
+        assert rows[start : start + 9].tolist() == mine + [UNTOUCHED] * (9 - len(mine))
+        assert rptrb[row + 1] == start + len(mine)

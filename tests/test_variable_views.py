@@ -137,6 +137,16 @@ def test_repeat(kind, reps, axis):
         assert_written(rnativeidxs, 1, np.repeat(native, reps))
 
 
+def test_repetitions_by_any_distances():
+    """What 216 takes for its strides need not be those of one shape."""
+    p, q, u, tsp = 3, 4, 1000, RNG.integers(0, 500, 30)
+    for v, w in ((12, 4), (12, 2), (7, 4), (5, 6)):
+        table = {"p": p, "q": q, "u": u, "v": v, "w": w, "n": 30, "reps": 2, "tsp": tsp, "tnativeidxs": tsp}
+        assert call(216, table, rsp=(rsp := blank(60, make=i64)), rnativeidxs=blank(60, make=i64)) == 60
+        first = tsp // w % p * q + tsp // v * u + tsp % q
+        assert np.array_equal(rsp, (first[:, None] + [0, p * q]).ravel())
+
+
 @kinds
 @pytest.mark.parametrize("dim", ((1, 4, 1, 4, 1), (2, 3, 2, 3, 4), (3, 1, 2, 1, 1), (0, 2, 1, 2, 1), (1, 40, 1, 40, 1)))
 def test_triangles(kind, dim):
@@ -149,6 +159,12 @@ def test_triangles(kind, dim):
     assert call(151, fold, basevar_nativeidxs=layout(array.ravel(), kind), c=1, idxs=idxs, sp=sp) == n + 1
     assert_written(sp, 1, np.flatnonzero(lower))
     assert_written(idxs, 1, array[lower])
+
+    # The strides may be those of every second element.
+    idxs, sp = blank(n, kind, i64), blank(n, kind, i64)
+    call(151, dim=fold["dim"], stride=2 * fold["stride"], basevar_nativeidxs=np.repeat(array, 2), idxs=idxs, sp=sp)
+    assert_written(sp, 0, 2 * np.flatnonzero(lower))
+    assert_written(idxs, 0, array[lower])
 
     sparsity, base = view(sparse, kind)
     wanted = np.flatnonzero(sparse * lower)

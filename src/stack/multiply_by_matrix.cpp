@@ -22,6 +22,8 @@
 // - i (index): the row of M
 // - rncodeatom (size): the atoms of the result; above 0 it has code
 
+#include <algorithm>
+
 #include "index/lookup_list.h"
 #include "index/pattern_runs.h"
 #include "stack/constant_matrix.h"
@@ -151,7 +153,7 @@ KERNEL((468), (i32 ei, i32 elmi, i32 nzi), write_dense_product_row, i32 cof, i32
   for (i32 t = 0; t < d0; ++t) {
     const i64 first = ei;
     result.append_scaled_coefficients(operand, first, first + d1, [&](i64 f) { return row[f - first]; });
-    ei += d1;
+    ei += std::max(d1, 0);
     result.close_element();
   }
   return {ei, result.elements, result.terms};
