@@ -47,6 +47,7 @@ CALLS = [
     ([483], dict(mdimj=3, xd0=2, wi32=i32([0] * 9), perm=2), (0, 0)),
     ([484], dict(mdimj=3, rhassp=True, ri32=i32([9]), wi32=i32([0] * 9), xd0=0), None),
     ([486], dict(xd1=3), (0, 0)),
+    ([496], dict(blk=3, acc=5), 5),
     ([499], dict(cur=3, n=5, rhassp=True), 3),
     ([522, 523], dict(hascode=True, nelem=i32([0])), None),
     ([525], dict(hascode=True, n=2, nelem=i32([0, 0])), None),
