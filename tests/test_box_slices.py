@@ -64,7 +64,9 @@ def test_boxes_by_any_strides(shape, reach):
         stride[: trial % 3 * rng.integers(nd + 1)] += rng.integers(0, 3)
         first = rng.integers(-1, extents) * (rng.random(nd) < 1 / nd)
         last = np.where(rng.random(nd) < 1 / nd, rng.integers(first, extents + 2), extents)
-        rstride, sp = rng.integers(1, 99, nd), np.sort(rng.choice(reach, 300, replace=False))
+        rstride, sp = rng.integers(1, 99, nd), rng.choice(reach, 300, replace=False)
+        if trial % 2:
+            sp.sort()  # as patterns are; a filter takes them in any order
         table = {"nd": nd, "index": blank(nd), "shape": i32(shape), "stride": i64(stride), "nidxs": i32(native)}
         table |= {"astart": i32(first), "astop": i32(last), "sp": i64(sp), "rstride": i64(rstride)}
         for number, flat in ((317, np.arange(300)), (320, sp)):

@@ -94,7 +94,8 @@ def test_a_depth_on_entry_shifts_the_first_run_only():
 
 def test_multiples_of_parameters_among_other_programs():
     multiple = [(2, 0.5), (1, 2.0), (5, 0.0)]
-    others = [[*multiple[:2], (3, 0.0)], [(2, 3.0), (2, 5.0), (5, 0.0)], [(1, 1.0), *multiple[1:]], [*multiple, (4, 0.0)], []]
+    others = [[*multiple[:2], (3, 0.0)], [(2, 3.0), (2, 5.0), (5, 0.0)], [(1, 1.0), *multiple[1:]],
+              [*multiple, (4, 0.0)], []]  # fmt: skip
     p1, p2 = PARAMETERS[1], PARAMETERS[2]
     for number in (25, 134):
         for other, value in zip(others, [0.5 + p2, 15.0, p1 * p2, -0.5 * p2, 0.5 * p2]):
