@@ -96,7 +96,11 @@ def taken_down(declared, arguments, room):
     or arrays that share a part of their memory."""
     if len(arguments) != len(declared.takes):
         return None
-    taken, seen = [], {}
+    taken, seen, entries = [], {}, []
+
+    def overlaps(view, others):
+        return any(np.may_share_memory(view, other) for other in others)
+
     for place, (value, parameter) in enumerate(zip(arguments, declared.takes)):
         try:
             if parameter.letter != "O":
@@ -107,14 +111,16 @@ def taken_down(declared, arguments, room):
                 room -= 100 * len(memoryview(value))
                 if room < 0:
                     return None
+                entries += [np.asarray(memoryview(entry)) for entry in np.asarray(value) if entry is not None]
+                if any(overlaps(view, entries) for _, view in seen.values()):
+                    return None
                 taken.append([None if entry is None else copied(entry, "i32") for entry in np.asarray(value)])
             else:
                 view = np.asarray(memoryview(value))
                 place_in_memory = (view.__array_interface__["data"][0], view.strides, view.shape, view.dtype.str)
-                overlaps = [other for other in seen.values() if np.may_share_memory(other[1], view)]
                 if view.size and place_in_memory in seen:
                     taken.append(Same(seen[place_in_memory][0]))
-                elif overlaps:
+                elif overlaps(view, [*entries, *(other for _, other in seen.values())]):
                     return None
                 else:
                     seen[place_in_memory] = place, view
