@@ -125,15 +125,14 @@ void transpose_slots(Run<T> to, std::type_identity_t<Run<const T>> from, i64 row
     for (i64 c = 0; c < columns; ++c) {
       for (i64 r = strip; r < strip + height; ++r) to[c * step + r] = from[r * columns + c];
     }
-    strip += height;
   };
   if (columns >= 64 && rows * columns >= 65536) {
-    while (rows - strip >= 64) transpose_strip(std::integral_constant<i64, 64>{});
+    for (; rows - strip >= 64; strip += 64) transpose_strip(std::integral_constant<i64, 64>{});
   }
   if (columns >= 8) {
-    while (rows - strip >= 8) transpose_strip(std::integral_constant<i64, 8>{});
+    for (; rows - strip >= 8; strip += 8) transpose_strip(std::integral_constant<i64, 8>{});
   }
-  while (strip < rows) {
+  for (; strip < rows; strip += 512) {
     const i64 height = std::min<i64>(rows - strip, 512);
     // Two and three rows are frequent: they are those of small cones.
     if (height == 2) {
