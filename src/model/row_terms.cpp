@@ -198,7 +198,10 @@ KERNEL((79), (), split_nonzero_terms, F64 cof, i32 fpos, i32 n, i32 ipos, i32 pp
   const StackArrays r{ri32, ri64, rf64};
   const Operand rows = r.operand(ppos, ipos, fpos);
   if (n <= 0) return;
-  const auto is_listed = [&](i64 p) { return (rows.nidxs[p] >= 0) & (rows.cof[p] != 0.0); };
+  const auto is_listed = [&](i64 p) {
+    const bool is_linear = rows.nidxs[p] >= 0, is_zero = rows.cof[p] == 0.0;
+    return is_linear & !is_zero;
+  };
   // Which coefficients are 0.0 is a matter of chance. Up to the last term that is listed all are written, since the
   // next one listed overwrites the place of one that isn't: without a branch on it, in half the time.
   i32 last = rows.ptr[n];
